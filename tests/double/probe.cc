@@ -1,0 +1,89 @@
+// The Python module `_probe`: calls a built-in function directly, past the interpreter's check that a result and an
+// error exclude each other, and optionally lets one of its allocations fail.
+#define PY_SSIZE_T_CLEAN
+#include <Python.h>
+
+#include <array>
+
+namespace {
+
+constexpr std::array kDomains = {PYMEM_DOMAIN_RAW, PYMEM_DOMAIN_MEM, PYMEM_DOMAIN_OBJ};
+
+std::array<PyMemAllocatorEx, 3> originals;
+Py_ssize_t allocations;  // since the hooks went in
+Py_ssize_t failing;      // the allocation that fails; -1: none
+
+bool Fails() { return allocations++ == failing; }
+
+const PyMemAllocatorEx& Original(void* context) { return *static_cast<PyMemAllocatorEx*>(context); }
+
+void* Malloc(void* context, size_t size) {
+  return Fails() ? nullptr : Original(context).malloc(Original(context).ctx, size);
+}
+
+void* Calloc(void* context, size_t count, size_t size) {
+  return Fails() ? nullptr : Original(context).calloc(Original(context).ctx, count, size);
+}
+
+void* Realloc(void* context, void* block, size_t size) {
+  return Fails() ? nullptr : Original(context).realloc(Original(context).ctx, block, size);
+}
+
+void Free(void* context, void* block) { Original(context).free(Original(context).ctx, block); }
+
+void InstallHooks() {
+  allocations = 0;
+  for (size_t i = 0; i < kDomains.size(); ++i) {
+    PyMem_GetAllocator(kDomains[i], &originals[i]);
+    PyMemAllocatorEx hook = {&originals[i], Malloc, Calloc, Realloc, Free};
+    PyMem_SetAllocator(kDomains[i], &hook);
+  }
+}
+
+void RemoveHooks() {
+  for (size_t i = 0; i < kDomains.size(); ++i)
+    PyMem_SetAllocator(kDomains[i], &originals[i]);
+}
+
+PyObject* OrNone(PyObject* object) {
+  if (object)
+    return object;
+  Py_RETURN_NONE;
+}
+
+PyObject* CallBuiltin(PyObject*, PyObject* args) {
+  PyObject *function, *arguments;
+  if (!PyArg_ParseTuple(args, "O!O!n:call", &PyCFunction_Type, &function, &PyTuple_Type, &arguments, &failing))
+    return nullptr;
+  const auto method = PyCFunction_GetFunction(function);
+  PyObject* const self = PyCFunction_GetSelf(function);
+  if (failing >= 0)
+    InstallHooks();
+  PyObject* const result = method(self, arguments);
+  if (failing >= 0)
+    RemoveHooks();
+
+  PyObject *type, *error, *traceback;
+  PyErr_Fetch(&type, &error, &traceback);
+  if (type) {
+    PyErr_NormalizeException(&type, &error, &traceback);
+    Py_DECREF(type);
+    Py_XDECREF(traceback);
+  }
+  const bool has_result = result != nullptr, allocation_failed = failing >= 0 && allocations > failing;
+  return Py_BuildValue("(NNNN)", PyBool_FromLong(has_result), OrNone(result), OrNone(error),
+                       PyBool_FromLong(allocation_failed));
+}
+
+PyMethodDef methods[] = {
+    {"call", CallBuiltin, METH_VARARGS,
+     "call(function, arguments, failing) -> (has_result, result, error, whether an allocation failed)\n\n"
+     "failing: the number of the interpreter's allocation, from 0, that fails during the call, or -1"},
+    {nullptr, nullptr, 0, nullptr},
+};
+
+PyModuleDef definition = {PyModuleDef_HEAD_INIT, "_probe", nullptr, -1, methods, nullptr, nullptr, nullptr, nullptr};
+
+}  // namespace
+
+PyMODINIT_FUNC PyInit__probe() { return PyModule_Create(&definition); }

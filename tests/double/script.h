@@ -1,0 +1,49 @@
+// The state behind double.h that both libraries of the double share.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+struct Answer {
+  std::uint32_t status = 0;
+  std::int64_t length = -1;
+  bool fills = false;
+  bool overrun = false;
+  std::vector<unsigned char> area;
+};
+
+// Answers for a number of calls come first, in order; then the standing one, if there is one.
+struct Script {
+  struct Counted {
+    Answer answer;
+    std::int32_t left;
+  };
+  std::deque<Counted> counted;
+  std::unique_ptr<Answer> standing;
+};
+
+struct Property {
+  std::string name;
+  std::unique_ptr<unsigned char[]> value;  // exactly `size` bytes
+  std::uint32_t size;
+};
+
+struct Switch {
+  std::string alias, class_name;
+  std::unique_ptr<char[]> id;
+  std::deque<Property> host, global;  // a deque: handles stay valid
+};
+
+struct Double {
+  std::map<std::string, Script, std::less<>> scripts;
+  std::deque<Switch> switches;
+  std::string calls;
+  bool recording = true, visit_all = false, find_port = false, log_hooks = false;
+  std::uint64_t blocks_out = 0, blocks_freed = 0;
+};
+
+Double& TheDouble();
