@@ -1,0 +1,63 @@
+// Reading a method's arguments, checking their ranges, reporting failure.
+//
+// A method that fails for a reason of its own (an argument, a native area, a status of a platform library) writes one
+// fixed message to standard error and returns None; nothing is raised, and an error that Python has already set
+// stays set. Failures while Python containers are built are reported by values.h.
+#pragma once
+
+#include <cstdint>
+
+#include "module/python.h"
+
+constexpr std::uint32_t kMaxSwitchId = 15;
+constexpr std::uint32_t kMaxPortId = 127;
+
+inline bool IsSwitch(std::uint32_t swID) { return swID <= kMaxSwitchId; }
+inline bool IsPort(std::uint32_t rynPortID) { return rynPortID <= kMaxPortId; }
+
+// The unit of Python's argument parser for a variable's type. Any other type does not compile.
+constexpr char ArgUnit(const std::uint32_t*) { return 'I'; }  // wraps, no range check
+constexpr char ArgUnit(const long long*) { return 'L'; }
+constexpr char ArgUnit(const char* const*) { return 's'; }  // borrowed from the argument
+constexpr char ArgUnit(PyObject* const*) { return 'O'; }    // borrowed from the argument
+
+// Reads the positional arguments into the variables, whose types spell the format. False with Python's error set when
+// they do not fit; the variables are then not to be read.
+template <class... Variable>
+bool ParseArgs(PyObject* args, Variable*... variables) {
+  static constexpr char kFormat[] = {ArgUnit(static_cast<Variable*>(nullptr))..., '\0'};
+  return PyArg_ParseTuple(args, kFormat, variables...) != 0;
+}
+
+// New references to the singletons.
+PyObject* None();
+PyObject* Bool(bool value);
+
+// Writes a message to standard error.
+[[gnu::format(printf, 1, 2)]] void Report(const char* format, ...);
+
+// Reports, then answers None, or False for the setters that tell success by a truth value.
+[[gnu::format(printf, 1, 2)]] PyObject* NoneAfter(const char* format, ...);
+[[gnu::format(printf, 1, 2)]] PyObject* FalseAfter(const char* format, ...);
+
+// Code of the caller may run while an argument is converted, and the method goes on when that fails: the first error
+// is kept here, so that the work goes on with a clean indicator, and is set again at the end of the method unless a
+// later failure has set its own.
+class KeptError {
+ public:
+  KeptError() = default;
+  KeptError(const KeptError&) = delete;
+  KeptError& operator=(const KeptError&) = delete;
+  ~KeptError();
+
+  // Takes over Python's error if one is set.
+  void Keep();
+
+ private:
+  PyObject* type_ = nullptr;  // all three owned; the exception itself is what counts
+  PyObject* value_ = nullptr;
+  PyObject* traceback_ = nullptr;
+};
+
+// The low 32 bits of a caller's object as a signed long, 4294967295 for one that is no int; its error is kept.
+std::uint32_t LowWord(PyObject* object, KeptError* error);
