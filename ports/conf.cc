@@ -1,0 +1,105 @@
+// GetPortConf: the configuration of one port; FlagsToStr.
+
+#include <algorithm>
+
+#include "include/libryn.h"
+#include "module/call.h"
+#include "module/native.h"
+#include "module/text.h"
+#include "module/values.h"
+#include "platform/ryn.h"
+#include "ports/ports.h"
+#include "ports/records.h"
+
+namespace {
+
+constinit Key kPortID{"portID"};
+constinit Key kFlags{"flags"};
+constinit Key kLadrf{"ladrf"};
+constinit Key kHwAddr{"hwAddr"};
+constinit Key kUntaggedVlanID{"untaggedVlanID"};
+constinit Key kForgedMACAllowed{"forgedMACAllowed"};
+constinit Key kNumMcastAddrs{"numMcastAddrs"};
+constinit Key kVni{"vni"};
+constinit Key kSampleRate{"sampleRate"};
+constinit Key kMcastAddrList{"mcastAddrList"};
+constinit Key kNumTaggedVlanRanges{"numTaggedVlanRanges"};
+constinit Key kVlanRanges{"vlanRanges"};
+
+Ref FlagsText(std::uint32_t flags) {
+  char words[119];
+  FlagsToStr(flags, words, sizeof(words));
+  return Text(words);
+}
+
+Ref RangeText(VlanRange range) {
+  char area[16];
+  BoundedText text(area, sizeof(area));
+  text.Append(Decimal(range.first));
+  text.Append("-");
+  text.Append(Decimal(range.last));
+  return Text(text.View());
+}
+
+bool StoreMcastAddrs(PyObject* dict, const PortConf& conf) {
+  const std::uint32_t count = std::min(conf.numMcastAddrs, kMaxMcastAddrs);
+  const Ref list = StoreNewList(dict, kMcastAddrList, count);
+  bool stored = list != nullptr;
+  for (std::uint32_t i = 0; stored && i < count; ++i)
+    stored = StoreItem(list.get(), i, MacText(conf.mcastAddrs[i]));
+  return stored;
+}
+
+bool StoreVlanRanges(PyObject* dict, const PortConf& conf) {
+  const std::uint32_t count = std::min(conf.numTaggedVlanRanges, kMaxVlanRanges);
+  const Ref list = StoreNewList(dict, kVlanRanges, count);
+  bool stored = list != nullptr;
+  for (std::uint32_t i = 0; stored && i < count; ++i)
+    stored = StoreItem(list.get(), i, RangeText(conf.vlanRanges[i]));
+  return stored;
+}
+
+bool FillConf(PyObject* dict, const PortConf& conf) {
+  return Store(dict, kPortID, Int(conf.portID)) && Store(dict, kFlags, FlagsText(conf.flags)) &&
+         Store(dict, kLadrf, Int(conf.ladrf)) && Store(dict, kHwAddr, MacText(conf.hwAddr)) &&
+         Store(dict, kUntaggedVlanID, Int(conf.untaggedVlanID)) &&
+         Store(dict, kForgedMACAllowed, Int(conf.forgedMACAllowed)) &&
+         Store(dict, kNumMcastAddrs, Int(conf.numMcastAddrs)) && Store(dict, kVni, Int(conf.vni)) &&
+         Store(dict, kSampleRate, Int(conf.sampleRate)) && (conf.numMcastAddrs == 0 || StoreMcastAddrs(dict, conf)) &&
+         Store(dict, kNumTaggedVlanRanges, Int(conf.numTaggedVlanRanges)) &&
+         (conf.numTaggedVlanRanges == 0 || StoreVlanRanges(dict, conf));
+}
+
+}  // namespace
+
+void FlagsToStr(std::uint32_t flags, char* text, std::uint32_t size) {
+  static constexpr std::string_view kWords[] = {"UNICAST ",   "MULTICAST ", "ALLMULTI ",
+                                                "BROADCAST ", "PROMISC ",   "USE_LADRF "};
+  BoundedText words(text, size);
+  for (std::size_t bit = 0; bit < std::size(kWords); ++bit) {
+    if (flags & (1U << bit))
+      words.Append(kWords[bit]);
+  }
+  words.Terminate();
+}
+
+PyObject* PyRYN_Get_Port_Conf(PyObject*, PyObject* args) {
+  std::uint32_t swID, rynPortID;
+  if (!ParseArgs(args, &swID, &rynPortID) || !IsSwitch(swID) || !IsPort(rynPortID))
+    return NoneAfter("TypeError: Invalid parameter passed.\n");
+
+  const auto conf = AllocateRecord<PortConf>();
+  if (!conf)
+    return NoneAfter("Failed to allocate memory.\n");
+
+  std::uint32_t length = sizeof(PortConf);
+  if (Ryn_Get_Port_Conf(swID, rynPortID, conf.get(), &length) != 0)
+    return NoneAfter("Failed to retrieve port conf.\n");
+
+  Ref dict(PyDict_New());
+  if (!dict)
+    return NoneAfter("Failed to allocate memory.\n");
+  if (!FillConf(dict.get(), *conf))
+    return NoneWithError();
+  return dict.release();
+}
