@@ -1,0 +1,12 @@
+// Text of one flow-cache entry, for the dump; the formatters for native callers stand in include/libryn.h.
+#pragma once
+
+#include "module/native.h"
+#include "module/text.h"
+
+// The line of an actions record; loads past the end of `actions` give 0. False when there was an action or an instance
+// left and no room to begin it.
+bool AppendActions(const View& actions, BoundedText* line);
+
+// The statistics, or "Not Applicable" and false when they do not apply to the flow.
+bool AppendStatistics(const View& actions, BoundedText* text);
