@@ -1,0 +1,149 @@
+// GetPortNetQInfo: the receive filters of a port in the network hardware, and the queues that serve them.
+
+#include <algorithm>
+
+#include "include/libryn.h"
+#include "module/call.h"
+#include "module/native.h"
+#include "module/text.h"
+#include "module/values.h"
+#include "platform/ryn.h"
+#include "uplinks/records.h"
+#include "uplinks/uplinks.h"
+
+namespace {
+
+constinit Key kIsUplink{"isUplink"};
+constinit Key kSwID{"swID"};
+constinit Key kRynPortID{"rynPortID"};
+constinit Key kFilters{"filters"};
+constinit Key kRxf{"rxf"};
+constinit Key kQInfo{"qInfo"};
+constinit Key kQid{"qid"};
+constinit Key kFid{"fid"};
+constinit Key kUnknownFilter{"UnknownFilter"};
+
+struct NetQResponse {
+  std::uint8_t bytes[LIBRYN_NETQ_RESPONSE_SIZE];
+};
+
+constexpr std::size_t kMaxFilters = (sizeof(NetQResponse) - sizeof(NetQHeader)) / sizeof(NetQFilter);
+
+void AppendMac(const std::uint8_t* mac, BoundedText* text) {
+  char macText[kMacTextLength];
+  WriteMac(mac, macText);
+  text->Append({macText, sizeof(macText)});
+}
+
+Ref MacOnlyText(const GeneveBody& body) {
+  char area[120];
+  BoundedText text(area, sizeof(area));
+  text.Append("macOnly:");
+  AppendMac(body.outerMac, &text);
+  return Text(text.View());
+}
+
+Ref GeneveText(const GeneveBody& body) {
+  char area[250];
+  BoundedText text(area, sizeof(area));
+  text.Append("geneve:outer:");
+  AppendMac(body.outerMac, &text);
+  text.Append(":inner:");
+  AppendMac(body.innerMac, &text);
+  text.Append(":vni:");
+  text.Append(Decimal(body.vni));
+  return Text(text.View());
+}
+
+// A body may be shorter than its kind reads: what lies behind the response are zeros.
+Ref FilterText(std::uint16_t kind, const NetQResponse& response, std::size_t position) {
+  GeneveBody body = {};
+  std::memcpy(&body, response.bytes + position, std::min(sizeof(body), sizeof(response) - position));
+  switch (kind) {
+    case kMacOnlyFilter:
+      return MacOnlyText(body);
+    case kGeneveFilter:
+      return GeneveText(body);
+    default:
+      return Share(kUnknownFilter.Object());
+  }
+}
+
+bool StoreQueues(PyObject* dict, const NetQResponse& response, std::size_t position, std::uint16_t count) {
+  const Ref list = StoreNewList(dict, kQInfo, count);
+  if (!list)
+    return false;
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto queue = Load<NetQQueue>(response.bytes, position + i * sizeof(NetQQueue));
+    const Ref item = StoreNewDict(list.get(), i);
+    if (!item || !Store(item.get(), kRynPortID, Int(queue.rynPortID)) || !Store(item.get(), kQid, Int(queue.qid)) ||
+        !Store(item.get(), kFid, Int(queue.fid)))
+      return false;
+  }
+  return true;
+}
+
+bool ReportInvalid() {
+  Report("Invalid response returned.\n");
+  return false;
+}
+
+bool StoreFilters(PyObject* dict, const NetQResponse& response, std::uint16_t count) {
+  if (count > kMaxFilters)
+    return ReportInvalid();
+  const Ref list = StoreNewList(dict, kFilters, count);
+  if (!list)
+    return false;
+
+  std::size_t position = sizeof(NetQHeader);
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::size_t body = position + sizeof(NetQFilter);
+    if (body > sizeof(response))
+      return ReportInvalid();
+    const auto filter = Load<NetQFilter>(response.bytes, position);
+    const std::size_t queues = body + filter.bodyLength;
+    position = queues + filter.queueCount * sizeof(NetQQueue);
+    if (position > sizeof(response))
+      return ReportInvalid();
+
+    const Ref item = StoreNewDict(list.get(), i);
+    if (!item || !Store(item.get(), kRxf, FilterText(filter.kind, response, body)) ||
+        !StoreQueues(item.get(), response, queues, filter.queueCount))
+      return false;
+  }
+  return true;
+}
+
+bool FillInfo(PyObject* dict, const NetQResponse& response) {
+  const auto header = Load<NetQHeader>(response.bytes, 0);
+  return Store(dict, kIsUplink, Int(header.isUplink)) && Store(dict, kSwID, Int(header.swID)) &&
+         Store(dict, kRynPortID, Int(header.rynPortID)) && StoreFilters(dict, response, header.filterCount);
+}
+
+}  // namespace
+
+PyObject* PyRYN_PortNetQInfo(void* response, std::uint32_t) {
+  const HeapArea<NetQResponse> owned(static_cast<NetQResponse*>(response));
+  Ref dict(PyDict_New());
+  if (!dict)
+    return NoneAfter("Failed to allocate NetQ Info resp.\n");
+  if (!FillInfo(dict.get(), *owned))
+    return None();
+  return dict.release();
+}
+
+PyObject* PyRYN_Get_Port_NetQ_Info(PyObject*, PyObject* args) {
+  std::uint32_t swID, rynPortID;
+  if (!ParseArgs(args, &swID, &rynPortID) || !IsSwitch(swID) || !IsPort(rynPortID))
+    return NoneAfter("TypeError: Invalid parameter passed.\n");
+
+  auto response = AllocateRecord<NetQResponse>();
+  if (!response)
+    return NoneAfter("Failed to allocate memory.\n");
+
+  std::uint32_t length = sizeof(NetQResponse);
+  // Deliberate: the message is that of the uplink statistics.
+  if (Ryn_Get_Port_NetQ_Info(swID, rynPortID, response.get(), &length) != 0)
+    return NoneAfter("Failed to get uplink stats.\n");
+  return PyRYN_PortNetQInfo(response.release(), length);
+}
