@@ -46,8 +46,8 @@ What happens while the module is loaded is scripted by the environment of a fres
 
     done = python("import _libryn, harness; print(harness.set_up().ops())", RYN_DOUBLE_LOAD="stateget=3")
 
-Recorded arguments have the names of the prototypes in platform/*.h; texts come as str, arrays of integers as lists, others
-as bytes, the length word as it came in as `length`, and `zeroed` says whether the output area came in all zero.
+Recorded arguments have the names of the prototypes in platform/*.h; texts come as str, arrays of integers as lists,
+others as bytes, the length word as it came in as `length`, and `zeroed` says whether the output area came in all zero.
 """
 
 from __future__ import annotations

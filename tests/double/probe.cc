@@ -86,4 +86,5 @@ PyModuleDef definition = {PyModuleDef_HEAD_INIT, "_probe", nullptr, -1, methods,
 
 }  // namespace
 
+PyMODINIT_FUNC PyInit__probe();
 PyMODINIT_FUNC PyInit__probe() { return PyModule_Create(&definition); }
