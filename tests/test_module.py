@@ -1,0 +1,172 @@
+"""The module definition and the finished shared object."""
+
+import ctypes
+import re
+import subprocess
+import sys
+from pathlib import Path
+
+import pytest
+
+from harness import python
+from method_table import METHODS
+
+ROOT = Path(__file__).parents[1]
+SUBSYSTEMS = ["dvs", "ports", "flowcache", "uplinks", "loadbal"]
+METH_VARARGS = 1
+
+
+class MethodDef(ctypes.Structure):
+    _fields_ = [("name", ctypes.c_char_p), ("function", ctypes.c_void_p), ("flags", ctypes.c_int),
+                ("doc", ctypes.c_char_p)]
+
+
+class ModuleDefBase(ctypes.Structure):
+    _fields_ = [("object", ctypes.c_byte * object.__basicsize__), ("init", ctypes.c_void_p),
+                ("index", ctypes.c_ssize_t), ("copy", ctypes.c_void_p)]
+
+
+class ModuleDef(ctypes.Structure):
+    _fields_ = [("base", ModuleDefBase), ("name", ctypes.c_char_p), ("doc", ctypes.c_char_p),
+                ("size", ctypes.c_ssize_t), ("methods", ctypes.POINTER(MethodDef)), ("slots", ctypes.c_void_p),
+                ("traverse", ctypes.c_void_p), ("clear", ctypes.c_void_p), ("free", ctypes.c_void_p)]
+
+
+@pytest.fixture
+def definition(ryn) -> ModuleDef:
+    get = ctypes.pythonapi.PyModule_GetDef
+    get.argtypes, get.restype = [ctypes.py_object], ctypes.POINTER(ModuleDef)
+    return get(ryn).contents
+
+
+def test_definition(definition):
+    assert definition.name == b"_libryn"
+    assert definition.doc == b"Python binding for ryn"
+    assert definition.size == -1
+    assert [definition.slots, definition.traverse, definition.clear, definition.free] == 4 * [None]
+
+
+def test_table_in_order(definition):
+    rows = [definition.methods[i] for i in range(len(METHODS))]
+    assert [(row.name.decode(), row.doc.decode(), row.flags) for row in rows] == [
+        (method.name, method.doc, METH_VARARGS) for method in METHODS]
+    assert len({row.function for row in rows}) == len(METHODS) == 55
+    closing = definition.methods[len(METHODS)]
+    assert (closing.name, closing.function, closing.flags, closing.doc) == (None, None, 0, None)
+
+
+def test_module_holds_the_methods_and_nothing_else(ryn):
+    of_every_module = {"__name__", "__doc__", "__package__", "__loader__", "__spec__", "__file__"}
+    assert set(vars(ryn)) - of_every_module == {method.name for method in METHODS}
+    assert ryn.__doc__ == "Python binding for ryn"
+    for method in METHODS:
+        function = getattr(ryn, method.name)
+        assert type(function) is type(len)
+        assert (function.__name__, function.__doc__, function.__module__) == (method.name, method.doc, "_libryn")
+        assert function.__self__ is ryn
+
+
+def test_import_warns_of_nothing():
+    """A wrong version of the interface would be warned of."""
+    done = python("import warnings; warnings.simplefilter('error'); import _libryn; print(_libryn.__name__)")
+    assert (done.stdout, done.stderr) == ("_libryn\n", "")
+
+
+def test_version_of_the_interface(native):
+    """What PyInit__libryn hands to the interpreter is the 1013 of the interface that the module is written for."""
+    code = subprocess.run(["objdump", "-d", "--no-show-raw-insn", native._name], text=True, capture_output=True,
+                          check=True).stdout
+    body = re.search(r"<PyInit__libryn>:\n(.*?)\n\n", code, re.DOTALL).group(1)
+    assert "$0x3f5" in body  # 1013
+    assert "PyModule_Create2" in body
+
+
+def test_a_second_import_is_the_same_module(ryn):
+    del sys.modules["_libryn"]
+    import _libryn
+
+    assert {name: getattr(_libryn, name) for name in ("__name__", "__doc__")} == {
+        "__name__": "_libryn", "__doc__": "Python binding for ryn"}
+    assert _libryn.ListSwitches.__doc__ == ryn.ListSwitches.__doc__
+    sys.modules["_libryn"] = ryn
+
+
+# The shared object
+
+
+def tool(*command: str) -> str:
+    return subprocess.run(command, text=True, capture_output=True, check=True).stdout
+
+
+@pytest.fixture
+def plain_build(ryn) -> str:
+    """The module's file, unless the build adds an instrumentation's own symbols and libraries."""
+    if re.search(r"__asan_|__ubsan_|__gcov_|__sanitizer", tool("nm", "-a", ryn.__file__)):
+        pytest.skip("an instrumented build")
+    return ryn.__file__
+
+
+def test_exports(plain_build):
+    symbols = tool("nm", "-D", "--defined-only", "--format=posix", plain_build)
+    assert sorted(line.split()[0] for line in symbols.splitlines()) == (ROOT / "tests/exports.txt").read_text().split()
+
+
+def test_needed_libraries(plain_build):
+    dynamic = tool("readelf", "--dynamic", "--wide", plain_build)
+    assert set(re.findall(r"\(NEEDED\).*\[(.*)\]", dynamic)) == {"libryn.so", "libjorPublic.so", "libc.so.6"}
+    assert "RPATH" not in dynamic and "RUNPATH" not in dynamic
+    assert "BIND_NOW" in dynamic
+
+
+def test_segments(plain_build):
+    headers = tool("readelf", "--program-headers", "--wide", plain_build)
+    assert re.search(r"GNU_STACK.* RW +0x", headers)  # not executable
+    assert "GNU_RELRO" in headers
+    assert not re.search(r"LOAD.* RWE ", headers)
+
+
+def test_takes_nothing_from_the_platform_but_its_operations(plain_build):
+    undefined = {line.split()[0] for line in
+                 tool("nm", "-D", "--undefined-only", "--format=posix", plain_build).splitlines()}
+    headers = (ROOT / "platform/ryn.h").read_text() + (ROOT / "platform/jor_public.h").read_text()
+    operations = set(re.findall(r"\b(\w+)\(", headers))
+    platform = {name for name in undefined if name.startswith(("Ryn", "DVS"))}
+    assert platform <= operations
+    assert not {name for name in undefined if name.startswith("_Z")}  # nothing of the C++ runtime
+
+
+# The sources
+
+
+def includes(folder: str) -> list[tuple[str, str]]:
+    return [(str(path.relative_to(ROOT)), included) for path in sorted((ROOT / folder).rglob("*.[ch]*"))
+            for included in re.findall(r'^#include "(.*)"', path.read_text(), re.MULTILINE)]
+
+
+@pytest.mark.parametrize("folder", ["module", *SUBSYSTEMS, "platform", "include"])
+def test_who_includes_whom(folder):
+    seen = includes(folder)
+    if folder == "module":
+        allowed = [f"{name}/{name}.h" for name in SUBSYSTEMS] + ["module/", "platform/", "include/"]
+    elif folder in SUBSYSTEMS:
+        allowed = [f"{folder}/", "module/", "platform/", "dvs/", "include/"]
+    else:
+        allowed = []
+    assert [(path, included) for path, included in seen if not included.startswith(tuple(allowed))] == []
+    assert seen or not allowed  # found the sources
+
+
+def test_tests_and_simulated_host_keep_clear_of_the_module():
+    """They write bytes by offset from their own tables: a wrong struct must not agree with itself."""
+    own = {"tests/double": ("platform/", "call.h", "script.h", "double.h"), "simhost": ("platform/", "simhost/")}
+    for folder, allowed in own.items():
+        for path, included in includes(folder):
+            local = (ROOT / path).parent / included
+            assert included.startswith(allowed) or local.exists(), path
+
+
+def test_every_source_is_built():
+    listed = set(re.findall(r"'(?:\.\./)?([\w/]+\.cc)'", (ROOT / "module/meson.build").read_text()))
+    listed = {name if "/" in name else f"module/{name}" for name in listed}
+    there = {str(path.relative_to(ROOT)) for folder in ["module", *SUBSYSTEMS] for path in (ROOT / folder).glob("*.cc")}
+    assert listed == there
