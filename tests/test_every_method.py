@@ -225,14 +225,17 @@ def test_native_areas_are_freed(ryn, double, method: Method):
             _probe.call(function, args, -1)
         double.reset()
 
-    with capture_stderr():
-        for _ in range(3):
-            call_in_every_way()
+    def growth(rounds: int) -> int:
         before = native_bytes()
-        for _ in range(20):
+        for _ in range(rounds):
             call_in_every_way()
-        after = native_bytes()
-    assert after == before
+        return native_bytes() - before
+
+    with capture_stderr():
+        call_in_every_way()
+        # The interpreter's own work now and then takes or gives back a block: a leak shows every time.
+        growths = [growth(10) for _ in range(5)]
+    assert 0 in growths
 
 
 # Failing allocations
