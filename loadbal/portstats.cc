@@ -70,6 +70,26 @@ CoreFigures FiguresOf(const LBCoreRecord& core) {
   return {{usage, LoadUnits(core.workTotal)}};
 }
 
+namespace {
+
+// Five columns with an item for each of `count` ports from `first` on, and one with an item for each core.
+bool FillResult(PyObject* result, const LBPortStats& stats, std::uint32_t first, std::uint32_t count) {
+  const auto ports = [&](auto item) {
+    return BuildTuple(count, [&](std::size_t i) { return item(stats.ports[first + i]); });
+  };
+  return PutItem(result, 0, ports([](const LBPortRecord& port) { return Int(port.p0); })) &&
+         PutItem(result, 1, ports([](const LBPortRecord& port) { return Int(port.p1); })) &&
+         PutItem(result, 2, ports([](const LBPortRecord& port) { return Int(port.cores[0]); })) &&
+         PutItem(result, 3, ports([](const LBPortRecord& port) { return Int(port.cores[1]); })) &&
+         PutItem(result, 4,
+                 ports([&](const LBPortRecord& port) { return FigureTuple(FiguresOf(port, stats.cores).values); })) &&
+         PutItem(result, 5, BuildTuple(kMaxStatsCores, [&](std::size_t core) {
+                   return FigureTuple(FiguresOf(stats.cores[core]).values);
+                 }));
+}
+
+}  // namespace
+
 PyObject* PyRYN_DumpLBPortStats(PyObject*, PyObject* args) {
   std::uint32_t swID, first, last;
   if (!ParseArgs(args, &swID, &first, &last) || !IsSwitch(swID) || !IsPort(first) || !IsPort(last) || first > last + 1)
@@ -80,19 +100,8 @@ PyObject* PyRYN_DumpLBPortStats(PyObject*, PyObject* args) {
   if (Ryn_Dump_LB_PortStats(swID, &stats, &length) != 0)
     return NoneAfter("ValueError: Failed to dump LB statistics.\n");
 
-  const std::uint32_t count = last + 1 - first;
-  const LBPortRecord* const ports = &stats.ports[first];
   Ref result = NewTuple(6);
-  if (!result || !PutItem(result.get(), 0, BuildTuple(count, [&](std::size_t i) { return Int(ports[i].p0); })) ||
-      !PutItem(result.get(), 1, BuildTuple(count, [&](std::size_t i) { return Int(ports[i].p1); })) ||
-      !PutItem(result.get(), 2, BuildTuple(count, [&](std::size_t i) { return Int(ports[i].cores[0]); })) ||
-      !PutItem(result.get(), 3, BuildTuple(count, [&](std::size_t i) { return Int(ports[i].cores[1]); })) ||
-      !PutItem(
-          result.get(), 4,
-          BuildTuple(count, [&](std::size_t i) { return FigureTuple(FiguresOf(ports[i], stats.cores).values); })) ||
-      !PutItem(result.get(), 5, BuildTuple(kMaxStatsCores, [&](std::size_t i) {
-                 return FigureTuple(FiguresOf(stats.cores[i]).values);
-               })))
+  if (!result || !FillResult(result.get(), stats, first, last + 1 - first))
     return None();
   return result.release();
 }
