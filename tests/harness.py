@@ -129,9 +129,10 @@ def run(function: Any, *args: Any, failing_allocation: int = -1) -> Outcome:
 
 def python(code: str, **environment: str) -> subprocess.CompletedProcess[str]:
     """Runs code in a fresh interpreter, with this module to import, under further environment settings."""
-    path = os.pathsep.join([str(Path(__file__).parent), *filter(None, [os.environ.get("PYTHONPATH")])])
-    return subprocess.run([sys.executable, "-c", code], env={**os.environ, "PYTHONPATH": path, **environment},
-                          text=True, capture_output=True, timeout=60)
+    settings = {**os.environ, **environment}
+    settings["PYTHONPATH"] = os.pathsep.join([str(Path(__file__).parent), settings["PYTHONPATH"]])
+    return subprocess.run([sys.executable, "-c", code], env=settings, text=True, capture_output=True,
+                          timeout=60)
 
 
 def u8(*values: int) -> bytes:

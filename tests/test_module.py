@@ -1,6 +1,7 @@
 """The module definition and the finished shared object."""
 
 import ctypes
+import os
 import re
 import subprocess
 import sys
@@ -51,6 +52,7 @@ def test_table_in_order(definition):
     assert [(row.name.decode(), row.doc.decode(), row.flags) for row in rows] == [
         (method.name, method.doc, METH_VARARGS) for method in METHODS]
     assert len({row.function for row in rows}) == len(METHODS) == 55
+    assert None not in [row.function for row in rows]
     closing = definition.methods[len(METHODS)]
     assert (closing.name, closing.function, closing.flags, closing.doc) == (None, None, 0, None)
 
@@ -170,3 +172,18 @@ def test_every_source_is_built():
     listed = {name if "/" in name else f"module/{name}" for name in listed}
     there = {str(path.relative_to(ROOT)) for folder in ["module", *SUBSYSTEMS] for path in (ROOT / folder).glob("*.cc")}
     assert listed == there
+
+
+def test_one_line_build(plain_build, double, tmp_path):
+    """The command that CONTRIBUTING.md shows, as it stands there, against the double's libraries."""
+    fenced = re.findall(r"^```sh\n(.*?)^```", (ROOT / "CONTRIBUTING.md").read_text(), re.DOTALL | re.MULTILINE)
+    command, = [block for block in fenced if "-shared" in block]
+    for folder in ["module", "platform", "include", *SUBSYSTEMS]:
+        (tmp_path / folder).symlink_to(ROOT / folder)
+    path = os.pathsep.join([str(Path(sys.executable).parent), os.environ["PATH"]])  # the interpreter's python3-config
+    done = subprocess.run(["bash", "-ec", command], cwd=tmp_path, text=True, capture_output=True,
+                          env={**os.environ, "PATH": path, "PLATFORM": str(double.folder)})
+    assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
+    built, = tmp_path.glob("_libryn*.so")
+    seen = python("import _libryn; print(_libryn.__file__, _libryn.ListPorts(0))", PYTHONPATH=str(tmp_path))
+    assert (seen.stdout, seen.stderr) == (f"{built} []\n", "")
