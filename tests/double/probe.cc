@@ -45,6 +45,31 @@ void RemoveHooks() {
     PyMem_SetAllocator(kDomains[i], &originals[i]);
 }
 
+// Holds as many dicts and lists as the interpreter keeps for reuse, so that each new one takes an allocation.
+class Spares {
+ public:
+  Spares() {
+    for (auto& dict : dicts_) {
+      dict = PyDict_New();
+      if (dict)
+        PyDict_SetItemString(dict, "key", Py_None);  // an empty dict has no table of its own
+    }
+    for (auto& list : lists_)
+      list = PyList_New(0);
+  }
+  ~Spares() {
+    for (PyObject* dict : dicts_)
+      Py_XDECREF(dict);
+    for (PyObject* list : lists_)
+      Py_XDECREF(list);
+  }
+  Spares(const Spares&) = delete;
+  Spares& operator=(const Spares&) = delete;
+
+ private:
+  std::array<PyObject*, 100> dicts_, lists_;
+};
+
 PyObject* OrNone(PyObject* object) {
   if (object)
     return object;
@@ -57,11 +82,15 @@ PyObject* CallBuiltin(PyObject*, PyObject* args) {
     return nullptr;
   const auto method = PyCFunction_GetFunction(function);
   PyObject* const self = PyCFunction_GetSelf(function);
-  if (failing >= 0)
+  PyObject* result;
+  if (failing >= 0) {
+    const Spares taken;
     InstallHooks();
-  PyObject* const result = method(self, arguments);
-  if (failing >= 0)
+    result = method(self, arguments);
     RemoveHooks();
+  } else {
+    result = method(self, arguments);
+  }
 
   PyObject *type, *error, *traceback;
   PyErr_Fetch(&type, &error, &traceback);

@@ -1,0 +1,30 @@
+"""Objects that scripts might hand to a method in the place of a plain int."""
+
+from __future__ import annotations
+
+
+class Index:
+    """Converts to an int, and counts how often it was asked to."""
+
+    def __init__(self, value: int) -> None:
+        self.value = value
+        self.asked = 0
+
+    def __index__(self) -> int:
+        self.asked += 1
+        return self.value
+
+
+class RaisingIndex:
+    """Its conversion raises."""
+
+    def __init__(self, error: Exception | None = None) -> None:
+        self.error = error or ZeroDivisionError("no index today")
+
+    def __index__(self) -> int:
+        raise self.error
+
+
+# What the parser refuses in the place of an unsigned int, and the error that it sets.
+NOT_INTS = [("1", TypeError), (None, TypeError), (1.0, TypeError), (b"1", TypeError), ((), TypeError),
+            (RaisingIndex(), ZeroDivisionError), (RaisingIndex(OverflowError("far")), OverflowError)]
