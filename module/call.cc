@@ -82,7 +82,7 @@ KeptError::~KeptError() {
 #endif
 
 std::uint32_t LowWord(PyObject* object, KeptError* error) {
-  const long value = PyLong_AsLong(object);
+  const long value = object ? PyLong_AsLong(object) : -1;
   if (value == -1)
     error->Keep();
   return static_cast<std::uint32_t>(value);

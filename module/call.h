@@ -59,5 +59,6 @@ class KeptError {
   PyObject* traceback_ = nullptr;
 };
 
-// The low 32 bits of a caller's object as a signed long, 4294967295 for one that is no int; its error is kept.
+// The low 32 bits of a caller's object as a signed long; 4294967295 for one that is no int, or for null, whose error is
+// kept.
 std::uint32_t LowWord(PyObject* object, KeptError* error);
