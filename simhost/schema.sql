@@ -329,3 +329,11 @@ CREATE TABLE log (
     arguments            TEXT    NOT NULL DEFAULT '',
     what                 TEXT    NOT NULL                        -- 'status 0x0BAD0007', 'delay 20 ms', ...
 ) STRICT;
+
+-- The description that the host was made from, for a reset: belongs to the tool. yaml: '' means the shipped profile that
+-- host.profile names; seed: another one than the description's.
+CREATE TABLE origin (
+    id                   INTEGER PRIMARY KEY CHECK (id = 1),
+    yaml                 TEXT    NOT NULL DEFAULT '',
+    seed                 INTEGER
+) STRICT;

@@ -1,0 +1,1 @@
+"""ryn-sim: makes, shows and changes simulated hosts."""

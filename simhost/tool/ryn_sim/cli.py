@@ -1,0 +1,238 @@
+"""The command line: what can be said, and who does it."""
+
+from __future__ import annotations
+
+import argparse
+import os
+import sys
+
+from .errors import BadInput, Failed
+
+_EPILOG = """\
+A simulated host stands in for a virtualisation host: scripts written with _libryn run against it with
+"ryn-sim run -- COMMAND". It is one file that all processes share; its clock runs and its traffic flows
+without any process of its own.
+
+exit codes: 0 done, 1 could not be done, 2 wrong usage or input (run: those of COMMAND)
+"""
+
+_SET_HELP = """\
+Changes settings of the host. Each PATH is a key's place in what "ryn-sim export" writes, its parts separated by dots.
+Switches, ports and NICs are named, conversations counted from 0. VALUE is written as in YAML; null takes the setting
+back to what it is when nothing is said. All changes are made at once, or none.
+
+  ryn-sim set flow_timeout=30s switches.dvs-1.mtu=9000
+  ryn-sim set ports.web-0.lro=off ports.dvs-1/18.teaming='{type: LAG}'
+  ryn-sim set nics.lunic2.crc_ppm=500 traffic.3.pps=80k balancer.weights.port_count=9
+"""
+
+_CLOCK_HELP = """\
+Without a word: shows the clock. The host's clock never goes back.
+
+  run            let it run          speed N      let it run N times as fast as the wall's (0.001 to 1000000)
+  freeze         stop it             step TIME    stop it TIME later, such as 5s
+                                     warp TIME    jump TIME ahead, such as 2h, and go on as before
+"""
+
+_FAULT_HELP = """\
+Makes operations of the platform libraries fail, hesitate or answer wrongly.
+
+  ryn-sim fault add Ryn_GetLRO --status 0xbad0007 --after 2 --times 1
+  ryn-sim fault add 'DVSQOB_*' --where 'key=*.fpo' --probability 0.2
+  ryn-sim fault add Ryn_Get_Port_Stats --delay 250ms --until 1m
+  ryn-sim fault list | fault remove 2 | fault clear
+"""
+
+_EVENT_HELP = """\
+Lets something happen to the host, at once or --in some time, for good or --for some time.
+
+  uplink-down NIC               its link is down; policies choose among the others
+  uplink-hang NIC               its link is up, but nothing is sent
+  core-stuck CORE               it works on nothing; what reaches it is dropped
+  mac-limit SWITCH              its MAC tables hold at most --value entries (16)
+  counters-near-wrap SWITCH/PORT   the port's counters go to a little below 2^--value (32, 63 or 64)
+  list, end ID
+"""
+
+
+def _parser() -> argparse.ArgumentParser:
+    which = argparse.ArgumentParser(add_help=False, argument_default=argparse.SUPPRESS)
+    which.add_argument("--host", metavar="NAME", help="the host's name (else RYN_SIM_HOST, else default)")
+    which.add_argument("--state", metavar="FILE", help="the host's file (else RYN_SIM_STATE)")
+    as_json = argparse.ArgumentParser(add_help=False)
+    as_json.add_argument("--json", action="store_true", help="print JSON")
+
+    parser = argparse.ArgumentParser(
+        prog="ryn-sim",
+        description="Makes, shows and changes simulated hosts.",
+        epilog=_EPILOG,
+        formatter_class=argparse.RawDescriptionHelpFormatter,
+        parents=[which],
+        allow_abbrev=False,
+    )
+    commands = parser.add_subparsers(dest="command", metavar="COMMAND", required=True)
+
+    def command(name: str, summary: str, *further, **options) -> argparse.ArgumentParser:
+        raw = {"formatter_class": argparse.RawDescriptionHelpFormatter} if "description" in options else {}
+        return commands.add_parser(
+            name,
+            help=summary,
+            parents=[which, *further],
+            allow_abbrev=False,
+            **{"description": summary.capitalize() + ".", **options},
+            **raw,
+        )
+
+    init = command("init", "make a host from a profile or a description", as_json)
+    init.add_argument(
+        "what",
+        nargs="?",
+        default=None,
+        metavar="PROFILE|FILE|-",
+        help="a profile's name, a file with a description in YAML, - for standard input (default: default)",
+    )
+    init.add_argument("--force", action="store_true", help="replace the host if it is there already")
+    init.add_argument("--seed", type=_number, help="another seed than the description's")
+    init.add_argument("--check", action="store_true", help="only say whether the description is right")
+    init.add_argument("--list", action="store_true", help="list the profiles")
+
+    command("info", "say what is simulated, from where, and how far", as_json)
+
+    show = command("show", "show the host's inventory and settings", as_json)
+    show.add_argument(
+        "what",
+        nargs="?",
+        default="summary",
+        metavar="WHAT",
+        help="summary (default), cores, nics, switches, ports, traffic, mirrors, properties, balancer, all",
+    )
+    show.add_argument("switch", nargs="?", help="only of this switch (its alias or number)")
+
+    change = command("set", "change settings of the host", description=_SET_HELP)
+    change.add_argument("settings", nargs="+", metavar="PATH=VALUE")
+
+    export = command("export", "write the host's description, in YAML", as_json)
+    export.add_argument("file", nargs="?", default="-", help="where to (default: standard output)")
+
+    command("reset", "put the host back to its beginning, as it was made")
+
+    remove = command("rm", "remove the host")
+    remove.add_argument("--force", action="store_true", help="also if processes have it open, and if it is not there")
+
+    command(
+        "run",
+        "run a command on the host",
+        usage="ryn-sim run [--host NAME] [--state FILE] -- COMMAND [ARGUMENT...]",
+        description="Runs a command that finds the stand-ins as its platform libraries and this host behind them.",
+    )
+
+    clock = command("clock", "show or change the host's clock", as_json, description=_CLOCK_HELP)
+    clock.add_argument("action", nargs="?", default="show", choices=["show", "run", "freeze", "speed", "step", "warp"])
+    clock.add_argument("amount", nargs="?", help="for speed, step and warp")
+
+    fault = command("fault", "make operations fail", as_json, description=_FAULT_HELP)
+    faults = fault.add_subparsers(dest="action", metavar="ACTION", required=True)
+    add = faults.add_parser(
+        "add", parents=[which, as_json], allow_abbrev=False, help="add a fault; the first that fits a call is applied"
+    )
+    add.add_argument("operation", metavar="OPERATION", help="an operation's name, or a pattern such as 'Ryn_Get*'")
+    add.add_argument("--status", type=_number, help="the status to answer, instead of doing anything")
+    add.add_argument("--delay", metavar="TIME", help="wait first; a bare number means milliseconds")
+    add.add_argument("--corrupt", choices=["zero", "ones", "random", "half"], help="spoil the answer's bytes")
+    add.add_argument("--after", type=_number, metavar="N", help="let N calls pass first")
+    add.add_argument("--times", type=_number, metavar="N", help="touch at most N calls")
+    add.add_argument("--probability", metavar="P", help="touch a call with this probability, 0 to 1")
+    add.add_argument("--seed", type=_number, metavar="S", help="for the probability's dice")
+    add.add_argument(
+        "--where",
+        metavar="ARGUMENT=GLOB",
+        help="only calls with such an argument: sw, port, lcore, scope, key, switch, dvport, alias, device",
+    )
+    add.add_argument("--from", dest="begin", metavar="TIME", help="from so long after now")
+    add.add_argument("--until", metavar="TIME", help="until so long after now")
+    faults.add_parser("list", parents=[which, as_json], help="list the faults and how often they struck")
+    drop = faults.add_parser("remove", parents=[which], help="remove faults")
+    drop.add_argument("ids", nargs="+", type=_number, metavar="ID")
+    faults.add_parser("clear", parents=[which], help="remove all faults")
+
+    event = command("event", "let something happen to the host", as_json, description=_EVENT_HELP)
+    event.add_argument("kind", metavar="EVENT|list|end")
+    event.add_argument("target", nargs="?")
+    event.add_argument("--for", dest="lasting", metavar="TIME", help="how long (else: for good)")
+    event.add_argument("--in", dest="ahead", metavar="TIME", help="how long from now (else: now)")
+    event.add_argument("--value", type=_number, metavar="N", help="for mac-limit and counters-near-wrap")
+
+    log = command("log", "show what faults and events did", as_json)
+    log.add_argument("-n", "--lines", type=_number, default=None, metavar="N", help="only the latest N")
+    log.add_argument("--operation", metavar="GLOB", help="only of such operations or events")
+    log.add_argument("-f", "--follow", action="store_true", help="go on as more comes, until interrupted")
+    log.add_argument("--clear", action="store_true", help="empty the log")
+    return parser
+
+
+def _number(text: str) -> int:
+    try:
+        number = int(text, 0)
+    except ValueError:
+        number = -1
+    if number < 0:
+        raise argparse.ArgumentTypeError(f'"{text}" is not a number such as 12 or 0xbad0007')
+    return number
+
+
+# Which module does a command; only that one is loaded.
+_MODULES = {
+    "init": "hosts",
+    "info": "hosts",
+    "export": "hosts",
+    "reset": "hosts",
+    "rm": "hosts",
+    "run": "hosts",
+    "show": "show",
+    "set": "change",
+    "clock": "clock",
+    "fault": "trouble",
+    "event": "trouble",
+    "log": "trouble",
+}
+
+
+def main(arguments: list[str] | None = None) -> int:
+    arguments = sys.argv[1:] if arguments is None else arguments
+    own, further = arguments, None
+    if "--" in arguments:
+        own, further = arguments[: arguments.index("--")], arguments[arguments.index("--") + 1 :]
+    parser = _parser()
+    options = parser.parse_args(own)
+    if options.command != "run" and further:
+        parser.error("only run takes a command after --")
+    options.arguments = further
+    try:
+        from importlib import import_module
+
+        from . import places
+
+        host, state = getattr(options, "host", None), getattr(options, "state", None)
+        if host is not None and state is not None:
+            raise BadInput("--host and --state both name a host; expected one of them")
+        options.path = places.state_path(host, state)
+        module = import_module(f".{_MODULES[options.command]}", __package__)
+        getattr(module, f"{options.command}_command")(options)
+        sys.stdout.flush()
+        return 0
+    except BadInput as error:
+        print(_prefixed(error), file=sys.stderr)
+        return 2
+    except Failed as error:
+        print(_prefixed(error), file=sys.stderr)
+        return 1
+    except BrokenPipeError:
+        # The reader has gone; what is left in the buffer must not be tried again at exit.
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+        return 1
+    except KeyboardInterrupt:
+        return 130
+
+
+def _prefixed(error: Exception) -> str:
+    return "\n".join(f"ryn-sim: {line}" for line in str(error).splitlines())

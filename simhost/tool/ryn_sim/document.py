@@ -1,0 +1,118 @@
+"""Reads a YAML text into plain values and remembers on which line each of them stands."""
+
+from __future__ import annotations
+
+import re
+
+import yaml
+
+from .errors import BadInput
+
+Path = tuple  # of keys and indexes, from the document's root to a value
+
+_TOO_MANY = 2_000_000
+
+
+class _Loader(getattr(yaml, "CSafeLoader", yaml.SafeLoader)):
+    """Scalars as in YAML 1.2, so that 10:20:30:40:50:55 is a text and no number of base 60; yes, no, on, off stay."""
+
+    yaml_implicit_resolvers: dict = {}
+
+
+for _tag, _pattern, _first in (
+    ("null", r"~|null|Null|NULL|", ["~", "n", "N", ""]),
+    ("bool", r"true|True|TRUE|false|False|FALSE|yes|Yes|no|No|on|On|off|Off", list("tTfFyYnNoO")),
+    ("int", r"[-+]?[0-9]+|0x[0-9a-fA-F]+", list("-+0123456789")),
+    (
+        "float",
+        r"[-+]?(?:[0-9]+\.[0-9]*|\.[0-9]+)(?:[eE][-+]?[0-9]+)?|[-+]?[0-9]+[eE][-+]?[0-9]+",
+        list("-+.0123456789"),
+    ),
+):
+    _Loader.add_implicit_resolver(f"tag:yaml.org,2002:{_tag}", re.compile(f"(?:{_pattern})$"), _first)
+
+
+class Document:
+    """A read description: `value`, and `line(path)` for messages."""
+
+    def __init__(self, text: str, name: str):
+        self.name = name
+        self.text = text
+        self._lines: dict[Path, int] = {}
+        self._count = 0
+        try:
+            root = yaml.compose(text, Loader=_Loader)
+        except yaml.MarkedYAMLError as error:
+            mark = error.problem_mark or error.context_mark
+            line = mark.line + 1 if mark else 1
+            raise BadInput(f"{name}:{line}: not valid YAML: {error.problem or error.context}") from None
+        except yaml.YAMLError as error:
+            raise BadInput(f"{name}: not valid YAML: {str(error).splitlines()[0]}") from None
+        if root is None:
+            raise BadInput(f"{name}:1: the description is empty; expected a mapping that begins with host:")
+        self.value = self._build(root, (), ())
+
+    @classmethod
+    def of(cls, value, name: str) -> Document:
+        """A description that was never a text: messages about it name no lines."""
+        document = cls.__new__(cls)
+        document.name, document.text, document.value, document._lines = name, "", value, {}
+        return document
+
+    def where(self, path: Path) -> tuple[int, str]:
+        """The line of a value, and what begins a message about it."""
+        if not self._lines:
+            return 0, self.name
+        line = self.line(path)
+        return line, f"{self.name}:{line}"
+
+    def line(self, path: Path) -> int:
+        """The line of a value, or of the innermost value around it that is in the text."""
+        path = tuple(path)
+        while path and path not in self._lines:
+            path = path[:-1]
+        return self._lines.get(path, 1)
+
+    def _build(self, node: yaml.Node, path: Path, around: tuple):
+        self._lines.setdefault(path, node.start_mark.line + 1)
+        self._count += 1
+        if id(node) in around or self._count > _TOO_MANY:
+            self._refuse(node, "an alias must not contain itself" if id(node) in around else "too many values")
+        inside = (*around, id(node))
+        if isinstance(node, yaml.SequenceNode):
+            return [self._build(item, (*path, index), inside) for index, item in enumerate(node.value)]
+        if isinstance(node, yaml.MappingNode):
+            result: dict = {}
+            for key_node, value_node in node.value:
+                if not isinstance(key_node, yaml.ScalarNode):
+                    self._refuse(key_node, "a key must be a plain text")
+                key = key_node.value
+                if key in result:
+                    self._refuse(key_node, f'the key "{key}" stands here twice')
+                self._lines[(*path, key)] = key_node.start_mark.line + 1
+                result[key] = self._build(value_node, (*path, key), inside)
+            return result
+        kind = node.tag.rpartition(":")[2]
+        text = node.value
+        if kind == "null":
+            return None
+        if kind == "bool":
+            return text.lower() in ("true", "yes", "on")
+        if kind == "int":
+            return int(text, 16 if text.lower().startswith("0x") else 10)
+        if kind == "float":
+            return float(text)
+        if kind == "str":
+            return text
+        self._refuse(node, f'the tag "{node.tag}" is not understood here')
+
+    def _refuse(self, node: yaml.Node, why: str):
+        raise BadInput(f"{self.name}:{node.start_mark.line + 1}: {why}")
+
+
+def path_text(path: Path) -> str:
+    """switches[0].mtu, as it is written in messages."""
+    text = ""
+    for part in path:
+        text += f"[{part}]" if isinstance(part, int) else f".{part}" if text else str(part)
+    return text or "the description"

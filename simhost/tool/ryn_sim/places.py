@@ -1,0 +1,86 @@
+"""Where things are: the tool's data, the stand-ins, the module, and a host's store."""
+
+from __future__ import annotations
+
+import glob
+import os
+import re
+
+from .errors import BadInput, Failed
+
+_PACKAGE = os.path.dirname(os.path.realpath(__file__))
+_HOST_NAME = re.compile(r"[A-Za-z0-9][A-Za-z0-9._-]{0,62}")
+
+
+def data(name: str) -> str:
+    """schema.sql, host.schema.json or profiles: beside the package when installed, above it in the source tree."""
+    for folder in (os.path.dirname(_PACKAGE), os.path.dirname(os.path.dirname(_PACKAGE))):
+        path = os.path.join(folder, name)
+        if os.path.exists(path):
+            return path
+    raise Failed(f"{name} is missing: the installation of ryn-sim is not complete")
+
+
+def read_data(name: str) -> str:
+    with open(data(name), encoding="utf-8") as file:
+        return file.read()
+
+
+def libraries() -> str:
+    """The folder of the stand-ins: RYN_SIM_LIBS, else beside the package (installed), else the source tree's build."""
+    beside = os.path.dirname(_PACKAGE)
+    source_tree = os.path.dirname(os.path.dirname(beside))
+    wanted = os.environ.get("RYN_SIM_LIBS")
+    candidates = [wanted] if wanted else [beside, os.path.join(source_tree, "build", "simhost")]
+    for folder in candidates:
+        if os.path.exists(os.path.join(folder, "libryn.so")) and os.path.exists(
+            os.path.join(folder, "libjorPublic.so")
+        ):
+            return os.path.abspath(folder)
+    hint = "" if wanted else "; build the project first, or say with RYN_SIM_LIBS where they are"
+    raise Failed(f"libryn.so and libjorPublic.so are not in {' or '.join(candidates)}{hint}")
+
+
+def module_folder() -> str | None:
+    """The folder of a module that was built with the stand-ins; None where the module is installed as usual."""
+    folder = os.path.join(os.path.dirname(libraries()), "module")
+    return folder if glob.glob(os.path.join(folder, "_libryn*.so")) else None
+
+
+def state_folder() -> str:
+    base = os.environ.get("XDG_STATE_HOME", "")
+    if not base.startswith("/"):
+        base = os.environ.get("HOME", "") + "/.local/state"
+    return os.path.join(base, "ryn-sim")
+
+
+def check_host_name(name: str) -> str:
+    if not _HOST_NAME.fullmatch(name):
+        raise BadInput(
+            f'"{name}" is not a name for a host: expected up to 63 letters, digits, dots, hyphens and underscores'
+        )
+    return name
+
+
+def state_path(host: str | None, state: str | None) -> str:
+    """The store that the options and the environment name, as the stand-ins find it."""
+    if state is None and host is None:
+        state = os.environ.get("RYN_SIM_STATE") or None
+    if state is not None:
+        return os.path.abspath(state)
+    return os.path.join(state_folder(), check_host_name(host or os.environ.get("RYN_SIM_HOST") or "default") + ".db")
+
+
+def host_of(path: str) -> str:
+    """What a store is called in messages: its host's name if it is in the state folder, else its path."""
+    folder, file = os.path.split(path)
+    return file[:-3] if folder == state_folder() and file.endswith(".db") else path
+
+
+def all_hosts() -> list[str]:
+    return sorted(os.path.basename(path)[:-3] for path in glob.glob(os.path.join(glob.escape(state_folder()), "*.db")))
+
+
+def profiles() -> list[str]:
+    folder = data("profiles")
+    return sorted(name[:-5] for name in os.listdir(folder) if name.endswith(".yaml"))
