@@ -119,6 +119,15 @@ def test_switches_answer_lookups(operations, double):
         assert look_up(b"id-2", b"key", ctypes.byref(datum)) & 0xFFFFFFFF == 0xBAD0003
 
 
+def test_an_alias_is_lost_when_told_so(operations, double):
+    double.add_switch("dvs-1")
+    double.answer("DVSState_SwitchFindByAlias", status=1)
+    double.answer("DVSState_SwitchFindByAlias", times=1)
+    operations.DVSState_SwitchFindByAlias.restype = ctypes.c_void_p
+    assert operations.DVSState_SwitchFindByAlias(b"dvs-1") is not None
+    assert operations.DVSState_SwitchFindByAlias(b"dvs-1") is None
+
+
 @pytest.mark.parametrize("visit_all, visits", [(False, 1), (True, 2)])
 def test_iteration_modes(operations, double, visit_all, visits):
     double.add_switch("dvs-1")

@@ -1,5 +1,5 @@
 // The switch-state library's double. The configuration's switches answer look-ups and iterations; a scripted status
-// other than 0 makes a look-up fail whatever the switch has.
+// other than 0 makes a look-up fail whatever the configuration has.
 #include "platform/jor_public.h"
 
 #include <cstdlib>
@@ -71,9 +71,9 @@ uint32_t DVSState_ConfigDeserialize(const void* state, uint32_t length) {
 }
 
 DVSSwitch* DVSState_SwitchFindByAlias(const char* alias) {
-  Call(__func__).Text("alias", alias);
+  const auto status = Call(__func__).Text("alias", alias).Status();
   for (auto& dvs : TheDouble().switches)
-    if (dvs.alias == alias)
+    if (status == 0 && dvs.alias == alias)
       return Handle(dvs);
   return nullptr;
 }
