@@ -2,8 +2,6 @@
 
 #include "module/call.h"
 
-namespace {
-
 bool ReportNoListItem() {
   PyErr_SetString(PyExc_SystemError, "Failed to set list item.\n");
   return false;
@@ -13,8 +11,6 @@ bool ReportNoDictItem() {
   PyErr_SetString(PyExc_SystemError, "Failed to set dict item.\n");
   return false;
 }
-
-}  // namespace
 
 bool ReportNoBuffer() {
   PyErr_SetString(PyExc_SystemError, "Failed to allocate buffer.\n");
@@ -26,40 +22,25 @@ PyObject* NoneWithError() { return None(); }
 Ref NewList(std::size_t size) {
   const auto length = static_cast<Py_ssize_t>(size);
   Ref list(PyList_New(length));
-  for (Py_ssize_t i = 0; list && i < length; ++i)
-    PyList_SET_ITEM(list.get(), i, None());
+  for (Py_ssize_t i = 0; list && i < length; ++i) {
+    Py_INCREF(Py_None);
+    PyList_SET_ITEM(list.get(), i, Py_None);
+  }
   return list;
 }
 
 Ref NewTuple(std::size_t size) {
   const auto length = static_cast<Py_ssize_t>(size);
   Ref tuple(PyTuple_New(length));
-  for (Py_ssize_t i = 0; tuple && i < length; ++i)
-    PyTuple_SET_ITEM(tuple.get(), i, None());
+  for (Py_ssize_t i = 0; tuple && i < length; ++i) {
+    Py_INCREF(Py_None);
+    PyTuple_SET_ITEM(tuple.get(), i, Py_None);
+  }
   return tuple;
-}
-
-bool Put(PyObject* dict, Key& key, Ref value) {
-  if (!value)
-    return false;
-  PyObject* const name = key.Object();
-  return name && PyDict_SetItem(dict, name, value.get()) == 0;
 }
 
 bool PutItem(PyObject* tuple, std::size_t index, Ref value) {
   return value && PyTuple_SetItem(tuple, static_cast<Py_ssize_t>(index), value.release()) == 0;
-}
-
-bool Store(PyObject* dict, Key& key, Ref value) {
-  if (!value)
-    return ReportNoBuffer();
-  return Put(dict, key, std::move(value)) || ReportNoDictItem();
-}
-
-bool StoreItem(PyObject* list, std::size_t index, Ref value) {
-  if (!value)
-    return ReportNoBuffer();
-  return PyList_SetItem(list, static_cast<Py_ssize_t>(index), value.release()) == 0 || ReportNoListItem();
 }
 
 Ref StoreNewDict(PyObject* list, std::size_t index) {
