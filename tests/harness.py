@@ -122,7 +122,11 @@ def run(function: Any, *args: Any, failing_allocation: int = -1) -> Outcome:
     import _probe
 
     with capture_stderr() as texts:
+        # While these are kept, the interpreter has no freed list, dict or table of a dict left that it could use again:
+        # creating one is an allocation.
+        kept = [({"": None}, []) for _ in range(100 if failing_allocation >= 0 else 0)]
         has_result, result, error, allocation_failed = _probe.call(function, args, failing_allocation)
+        del kept
     return Outcome(result if has_result else NULL, texts[0],
                    None if error is None else (type(error), str(error)), allocation_failed)
 

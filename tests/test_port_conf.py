@@ -6,8 +6,7 @@ import struct
 
 import pytest
 
-import _probe
-from harness import ANY, BUFFER, DICT_ITEM, Bytes, Call, Outcome, capture_stderr, run
+from harness import ANY, BUFFER, DICT_ITEM, Bytes, Call, Outcome, run
 
 RECORD, MCAST_ADDRS, MCAST_ROOM, VLAN_RANGES, VLAN_ROOM = 1272, 52, 32, 248, 256
 FIELDS = {"portID": (0, "I"), "flags": (20, "I"), "ladrf": (24, "q"), "hwAddr": (32, "6s"),
@@ -207,27 +206,17 @@ def test_length_that_the_library_leaves_does_not_matter(ryn, double, length):
     assert run(ryn.GetPortConf, 0, 0) == Outcome(conf(record))
 
 
-def run_failing(ryn, allocation: int) -> Outcome:
-    """With no dict left over that could be used again: creating one is an allocation."""
-    with capture_stderr() as texts:
-        spare = [{} for _ in range(200)]
-        has_result, value, error, failed = _probe.call(ryn.GetPortConf, (0, 0), allocation)
-        del spare
-    assert has_result
-    return Outcome(value, texts[0], error and (type(error), str(error)), failed)
-
-
 def test_dict_that_cannot_be_created_speaks_of_memory(ryn, double):
-    assert run_failing(ryn, 0) == Outcome(None, "Failed to allocate memory.\n", (MemoryError, ""))
+    assert run(ryn.GetPortConf, 0, 0, failing_allocation=0) == Outcome(None, "Failed to allocate memory.\n", (MemoryError, ""))
 
 
 def test_value_or_key_that_cannot_be_created_or_stored(ryn, double):
     record = blank(3, 5).u32(0, 1000).u32(20, 0x3F).u64(24, 1000).u16(38, 1000).u32(44, 1000).u32(244, 1000)
     double.answer("Ryn_Get_Port_Conf", area=record)
     assert run(ryn.GetPortConf, 0, 0) == Outcome(conf(record))  # the keys are made
-    outcomes = [run_failing(ryn, 1)]
+    outcomes = [run(ryn.GetPortConf, 0, 0, failing_allocation=1)]
     while outcomes[-1].allocation_failed:
-        outcomes.append(run_failing(ryn, 1 + len(outcomes)))
+        outcomes.append(run(ryn.GetPortConf, 0, 0, failing_allocation=1 + len(outcomes)))
     assert outcomes.pop() == Outcome(conf(record))
     # Two texts and five numbers, the slots of two lists, their eight items. The lists themselves may be used again.
     assert outcomes.count(Outcome(None, error=BUFFER)) >= 17

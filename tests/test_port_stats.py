@@ -173,27 +173,17 @@ def test_no_other_end_abandons_anything(ryn, double, fast_status):
     assert lost_blocks(ryn, double, 100) == 0
 
 
-def run_failing(ryn, allocation: int) -> Outcome:
-    """With no dict left over that could be used again: creating one is an allocation."""
-    with capture_stderr() as texts:
-        spare = [{} for _ in range(200)]
-        has_result, value, error, failed = _probe.call(ryn.GetPortStats, (0, 0), allocation)
-        del spare
-    assert has_result
-    return Outcome(value, texts[0], error and (type(error), str(error)), failed)
-
-
 def test_dict_that_cannot_be_created_is_called_a_tuple(ryn, double):
-    assert run_failing(ryn, 0) == Outcome(None, "Failed to allocate stats tuple.\n", (MemoryError, ""))
+    assert run(ryn.GetPortStats, 0, 0, failing_allocation=0) == Outcome(None, "Failed to allocate stats tuple.\n", (MemoryError, ""))
     assert double.ops() == ["Ryn_Get_Port_Stats"]
 
 
 def test_counter_or_key_that_cannot_be_created_or_stored(ryn, double):
     answer(double, u64(*range(1000, 1016)), u64(*range(2000, 2016)))
     assert run(ryn.GetPortStats, 0, 0).error is None  # the keys are made
-    outcomes = [run_failing(ryn, 1)]
+    outcomes = [run(ryn.GetPortStats, 0, 0, failing_allocation=1)]
     while outcomes[-1].allocation_failed:
-        outcomes.append(run_failing(ryn, 1 + len(outcomes)))
+        outcomes.append(run(ryn.GetPortStats, 0, 0, failing_allocation=1 + len(outcomes)))
     assert outcomes.pop() == Outcome(counters(u64(*range(1000, 1016)), u64(*range(2000, 2016))))
     assert outcomes.count(Outcome(None, error=BUFFER)) == 32  # one a counter
     assert outcomes.count(Outcome(None, error=DICT_ITEM)) == len(outcomes) - 32 > 0  # whenever the dict grows
