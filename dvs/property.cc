@@ -65,7 +65,7 @@ PropertyState ReadRecord(const SwitchId& switchId, const char* property, void* r
     return PropertyState::kMalformed;
   }
   if (value.Length() != length) {
-    Report("Property %s value length is odd.\n", property);
+    Report("Property %s value length is odd.\n", property);  // Deliberate: said of every wrong length.
     return PropertyState::kMalformed;
   }
   std::memcpy(record, value.Bytes(), length);

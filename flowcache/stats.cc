@@ -66,7 +66,7 @@ PyObject* PyRYN_Clear_Switch_Flow_Table(PyObject*, PyObject* args) {
   if (!ParseArgs(args, &swID) || !IsSwitch(swID))
     return NoneAfter("TypeError: Invalid parameter passed.\n");
   if (Ryn_Clear_Switch_Flow_Table(swID) != 0)
-    return NoneAfter("Failed clear switch flow table\n");
+    return NoneAfter("Failed clear switch flow table\n");  // Deliberate: a word is missing.
   return None();
 }
 

@@ -11,7 +11,7 @@
 
 namespace {
 
-// Names, order and documentation texts are the module's interface, misspellings included.
+// Deliberate: documentation texts are part of the interface and keep their misspellings; names and order are fixed.
 // clang-format off
 constexpr PyMethodDef kMethods[] = {
     {"ListSwitches", PyRYN_List_Switches, METH_VARARGS, "List All RYN switches"},

@@ -6,6 +6,8 @@
 
 namespace {
 
+// Deliberate: the messages of these four methods end in two line ends.
+
 // What a call of the datapath is about.
 constexpr std::uint32_t kPortScope = 0;
 constexpr std::uint32_t kSwitchScope = 1;

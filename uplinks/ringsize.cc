@@ -10,7 +10,7 @@
 
 namespace {
 
-// Not spelled as other keys are ("opaqueDvs"): it is the key under which the sizes are found.
+// Deliberate: not spelled as other keys are ("opaqueDvs"); the sizes are found under this one.
 constexpr char kProperty[] = "com.talvor.extraconfig.opqueDvs.ryn.uplinkRing";
 
 struct RingSizes {

@@ -109,7 +109,7 @@ PyObject* PyRYN_Get_Uplink_Queue_Stats(PyObject*, PyObject* args) {
 
   UplinkStats stats = {};
   std::uint32_t length = sizeof(stats);
-  // The script names the kind first, the datapath the queue.
+  // Deliberate: the script names the kind first, the datapath the queue.
   if (Ryn_Get_Uplink_Queue_Stats(swID, rynPortID, queue, queueKind != 0, &stats, &length) != 0)
     return NoneAfter("Failed to get uplink stats.\n");
   return UplinkStatsToList(stats);
