@@ -1,0 +1,291 @@
+#include "balancer.h"
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <optional>
+
+#include "traffic.h"
+
+namespace simhost {
+
+namespace {
+
+constexpr std::int64_t kKeptMoves = 500;
+
+// The weights' positions in the platform's record.
+enum Weight : std::size_t {
+  kCrossNumaTalk,
+  kCrossNumaMove,
+  kCrossCoreTalk,
+  kCrossCoreMove,
+  kVmAffinity,
+  kDeviceAffinity,
+  kStabilityDecay,
+  kPortCount
+};
+
+std::size_t Index(std::int64_t value) { return static_cast<std::size_t>(value); }
+
+std::uint64_t WorkOn(const Port& port, const BalancerPort& seen, int core) {
+  std::uint64_t work = 0;
+  if (port.tx_core == core)
+    work += 2 * seen.window[0] + seen.window[2];
+  if (port.rx_core == core)
+    work += 2 * seen.window[1] + seen.window[3];
+  return work;
+}
+
+struct Move {
+  int port = -1;
+  int from = -1;
+  int to = -1;
+  std::int64_t score = 0;
+};
+
+class Judge {
+ public:
+  Judge(const Model& model, const Switch& sw, std::int64_t ms) : model_(model), sw_(sw), ms_(ms) {
+    for (const Core& core : model.cores) {
+      if ((sw.lcores >> core.id & 1) != 0 && !core.stuck)
+        cores_.push_back(core.id);
+    }
+    for (const int index : sw.ports) {
+      const Port& port = model.ports[Index(index)];
+      ++count_[Index(port.tx_core)];
+      if (port.rx_core != port.tx_core)
+        ++count_[Index(port.rx_core)];
+    }
+  }
+
+  std::optional<Move> Best() const {
+    if (cores_.size() < 2)
+      return std::nullopt;
+    if (sw_.balancer.metric == 1)
+      return ByUsage();
+    if (sw_.balancer.metric == 2)
+      return ByCount();
+    return std::nullopt;
+  }
+
+ private:
+  std::optional<Move> ByUsage() const {
+    const auto busier = [&](int a, int b) { return BusyPermille(model_, a) < BusyPermille(model_, b); };
+    const int hot = *std::max_element(cores_.begin(), cores_.end(), busier);
+    const std::uint64_t hot_permille = BusyPermille(model_, hot);
+    if (hot_permille <= std::uint64_t{sw_.balancer.high} * 10)
+      return std::nullopt;
+    std::optional<Move> best;
+    for (const int cold : cores_) {
+      const std::uint64_t cold_permille = BusyPermille(model_, cold);
+      if (cold == hot || cold_permille >= std::uint64_t{sw_.balancer.low} * 10 ||
+          hot_permille - std::min(hot_permille, cold_permille) <= std::uint64_t{sw_.balancer.pause} * 10)
+        continue;
+      for (const int index : sw_.ports) {
+        const Port& port = model_.ports[Index(index)];
+        if (!MayMove(port, hot))
+          continue;
+        const std::uint64_t load = LoadPermille(index, hot);
+        // A load too small to matter is left alone, and one that would only make the other core the hot one.
+        if (load * 100 < hot_permille * sw_.balancer.sensitivity || load == 0 || cold_permille + load >= hot_permille)
+          continue;
+        const auto gain = static_cast<std::int64_t>(std::min(load, hot_permille - cold_permille - load));
+        Keep(best, {index, hot, cold, 10 * gain - Penalty(index, hot, cold)});
+      }
+    }
+    return best;
+  }
+
+  std::optional<Move> ByCount() const {
+    const auto fuller = [&](int a, int b) { return count_[Index(a)] < count_[Index(b)]; };
+    const int most = *std::max_element(cores_.begin(), cores_.end(), fuller);
+    const int least = *std::min_element(cores_.begin(), cores_.end(), fuller);
+    if (count_[Index(most)] - count_[Index(least)] < 2)
+      return std::nullopt;
+    std::optional<Move> best;
+    for (const int index : sw_.ports) {
+      if (MayMove(model_.ports[Index(index)], most))
+        Keep(best, {index, most, least, 1'000'000 - Penalty(index, most, least)});
+    }
+    return best;
+  }
+
+  static void Keep(std::optional<Move>& best, Move move) {
+    if (move.score > 0 && (!best || move.score > best->score))
+      best = move;
+  }
+
+  bool MayMove(const Port& port, int core) const {
+    return !port.IsUplink() && !port.pinned && (port.tx_core == core || port.rx_core == core);
+  }
+
+  std::uint64_t LoadPermille(int index, int core) const {
+    const std::uint64_t work = WorkOn(model_.ports[Index(index)], model_.balancer.ports[Index(index)], core);
+    return Share(work, 1000,
+                 static_cast<std::uint64_t>(std::max<std::int64_t>(1, model_.balancer.window_ms)) * 1'000'000);
+  }
+
+  // What speaks against a move, by the host's weights.
+  std::int64_t Penalty(int index, int from, int to) const {
+    const auto weight = [&](Weight which) { return std::int64_t{model_.weights[which] & 0xFFFFFF}; };
+    const Port& port = model_.ports[Index(index)];
+    const int node = model_.NodeOfCore(to);
+    const bool far = node != model_.NodeOfCore(from);
+    std::int64_t penalty = far ? weight(kCrossNumaMove) : weight(kCrossCoreMove);
+
+    for (const int path_index : model_.paths_of_port[Index(index)]) {
+      const Path& path = model_.paths[Index(path_index)];
+      const auto rate = static_cast<std::int64_t>(RateOf(model_, path, ms_, model_.balancer.window_ms) / 10'000);
+      for (const int other : path.in == index ? path.out : std::vector<int>{path.in}) {
+        const Port& peer = model_.ports[Index(other)];
+        if (peer.IsUplink()) {
+          if (model_.nics[Index(peer.nic)].node != node)
+            penalty += weight(kDeviceAffinity) * rate / 10;
+        } else if (model_.NodeOfCore(peer.rx_core) != node) {
+          penalty += weight(kCrossNumaTalk) * rate / 10;
+        } else if (peer.rx_core != to) {
+          penalty += weight(kCrossCoreTalk) * rate / 10;
+        }
+      }
+    }
+    for (const int other : sw_.ports) {
+      const Port& peer = model_.ports[Index(other)];
+      if (other != index && !port.client.empty() && peer.client == port.client &&
+          model_.NodeOfCore(peer.tx_core) != node)
+        penalty += weight(kVmAffinity);
+    }
+    penalty += weight(kPortCount) * (count_[Index(to)] - count_[Index(from)]);
+    // A port that was moved a short while ago stays; the higher the rate, the sooner this is forgotten.
+    if (const std::int64_t moved = model_.balancer.ports[Index(index)].moved_ms; moved >= 0) {
+      const std::int64_t looks = (ms_ - moved) / model_.balancer.period_ms;
+      penalty += std::max<std::int64_t>(0, 1000 - looks * (weight(kStabilityDecay) + 1));
+    }
+    return penalty;
+  }
+
+  const Model& model_;
+  const Switch& sw_;
+  std::int64_t ms_;
+  std::vector<int> cores_;
+  std::array<int, kCores> count_{};
+};
+
+void Perform(Store& store, Model& model, const Move& move, std::int64_t ms) {
+  CloseSegment(model, ms);
+  Port& port = model.ports[Index(move.port)];
+  if (port.tx_core == move.from)
+    port.tx_core = move.to;
+  if (port.rx_core == move.from)
+    port.rx_core = move.to;
+  port.flow_cleared_ms = ms;
+  ForgetFlows(model, move.port);
+  model.balancer.ports[Index(move.port)].moved_ms = ms;
+  BuildPaths(model);
+  store.Prepare("UPDATE port SET tx_core = ?, rx_core = ?, flow_cleared_ms = ? WHERE sw = ? AND port = ?")
+      .Bind(std::int64_t{port.tx_core})
+      .Bind(std::int64_t{port.rx_core})
+      .Bind(ms)
+      .Bind(std::int64_t{port.sw})
+      .Bind(std::int64_t{port.id})
+      .Run();
+  store.Prepare("INSERT INTO move (at_ms, sw, port, from_core, to_core) VALUES (?, ?, ?, ?, ?)")
+      .Bind(ms)
+      .Bind(std::int64_t{port.sw})
+      .Bind(std::int64_t{port.id})
+      .Bind(std::int64_t{move.from})
+      .Bind(std::int64_t{move.to})
+      .Run();
+  store.Prepare("DELETE FROM move WHERE id <= (SELECT max(id) FROM move) - ?").Bind(kKeptMoves).Run();
+}
+
+constexpr std::size_t kSavedPort = 10 * sizeof(std::uint64_t);
+constexpr std::size_t kSavedHead = 1 + 2 * kCores;
+
+}  // namespace
+
+void LookWithoutMoving(Model& model, std::int64_t ms) {
+  Balancer& balancer = model.balancer;
+  const std::int64_t counted = std::max(ms, model.segment_ms);
+  const std::array<std::uint64_t, kCores> busy = CountBusyNs(model, counted);
+  balancer.window_ms = balancer.fresh ? 0 : ms - balancer.tick_ms;
+  for (std::size_t core = 0; core < kCores; ++core) {
+    balancer.busy_window[core] = balancer.fresh ? 0 : busy[core] - std::min(busy[core], balancer.busy_total[core]);
+    balancer.busy_total[core] = busy[core];
+  }
+  for (std::size_t i = 0; i < model.ports.size(); ++i) {
+    const PortCounts words = CountPort(model, static_cast<int>(i), counted);
+    BalancerPort& seen = balancer.ports[i];
+    for (std::size_t w = 0; w < 4; ++w) {
+      const std::uint64_t total = words[kWork + w];
+      seen.window[w] = balancer.fresh ? 0 : total - std::min(total, seen.total[w]);
+      seen.total[w] = total;
+    }
+  }
+  balancer.tick_ms = ms;
+  balancer.fresh = false;
+}
+
+void Look(Store& store, Model& model, std::int64_t ms) {
+  LookWithoutMoving(model, ms);
+  for (std::size_t i = 0; i < model.switches.size(); ++i) {
+    const std::optional<Move> move = Judge(model, model.switches[i], ms).Best();
+    if (move)
+      Perform(store, model, *move, ms);
+  }
+}
+
+// The state: the length of the window, the cores' totals and windows, then for each port its switch and number, totals,
+// window and last move.
+void RestoreBalancer(Model& model, std::span<const std::uint8_t> state) {
+  Balancer& balancer = model.balancer;
+  balancer.ports.assign(model.ports.size(), {});
+  balancer.fresh = state.size() < kSavedHead * sizeof(std::uint64_t);
+  if (balancer.fresh)
+    return;
+  const std::uint8_t* from = state.data();
+  const auto take = [&](auto& value) {
+    std::memcpy(&value, from, sizeof value);
+    from += sizeof value;
+  };
+  take(balancer.window_ms);
+  take(balancer.busy_total);
+  take(balancer.busy_window);
+  while (from + kSavedPort <= state.data() + state.size()) {
+    std::uint64_t key = 0;
+    BalancerPort port;
+    take(key);
+    take(port.total);
+    take(port.window);
+    take(port.moved_ms);
+    const int index = model.PortIndex(static_cast<std::uint32_t>(key >> 32), static_cast<std::uint32_t>(key));
+    if (index >= 0)
+      balancer.ports[Index(index)] = port;
+  }
+}
+
+std::vector<std::uint8_t> SaveBalancer(const Model& model) {
+  const Balancer& balancer = model.balancer;
+  std::vector<std::uint8_t> state;
+  state.reserve(kSavedHead * sizeof(std::uint64_t) + model.ports.size() * kSavedPort);
+  const auto put = [&](const auto& value) {
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(&value);
+    state.insert(state.end(), bytes, bytes + sizeof value);
+  };
+  put(balancer.window_ms);
+  put(balancer.busy_total);
+  put(balancer.busy_window);
+  for (std::size_t i = 0; i < model.ports.size(); ++i) {
+    put(static_cast<std::uint64_t>(model.ports[i].sw) << 32 | static_cast<std::uint64_t>(model.ports[i].id));
+    put(balancer.ports[i].total);
+    put(balancer.ports[i].window);
+    put(balancer.ports[i].moved_ms);
+  }
+  return state;
+}
+
+std::uint64_t BusyPermille(const Model& model, int core) {
+  const auto window_ns = static_cast<std::uint64_t>(std::max<std::int64_t>(0, model.balancer.window_ms)) * 1'000'000;
+  return std::min<std::uint64_t>(1000, Share(model.balancer.busy_window[Index(core)], 1000, window_ns));
+}
+
+}  // namespace simhost

@@ -1,0 +1,23 @@
+#include "clock.h"
+
+#include <algorithm>
+#include <ctime>
+
+#include "pattern.h"
+
+namespace simhost {
+
+std::int64_t WallNs() {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return static_cast<std::int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
+}
+
+std::int64_t Clock::HostNsAt(std::int64_t wall_ns) const {
+  if (frozen)
+    return base_host_ns;
+  const std::int64_t passed = std::max<std::int64_t>(0, wall_ns - base_wall_ns);
+  return base_host_ns + static_cast<std::int64_t>(static_cast<Int128>(passed) * speed_permille / 1000);
+}
+
+}  // namespace simhost

@@ -1,0 +1,186 @@
+#include "macs.h"
+
+#include <algorithm>
+#include <array>
+#include <map>
+
+namespace simhost {
+
+namespace {
+
+constexpr std::uint32_t kRelearnMs = 3'000;     // after a clear everything is known again within this time
+constexpr std::int64_t kGenerationMs = 10'000;  // an entry that is not seen grows a generation older this often
+
+std::size_t Index(std::int64_t value) { return static_cast<std::size_t>(value); }
+
+enum TableOffset : std::size_t { kCount = 0, kLimitWord = 8, kExceeded = 12, kEntries = 16 };
+enum EntryOffset : std::size_t { kMac = 0, kVlan = 6, kPort = 8, kGeneration = 16, kEntrySize = 20 };
+
+MacCandidate Candidate(const Model& model, int port, const Mac& mac, std::uint16_t vlan) {
+  std::uint64_t key = 0;
+  for (const std::uint8_t byte : mac)
+    key = key << 8 | byte;
+  const std::uint64_t dice = Mix(model.seed ^ Mix(key ^ (static_cast<std::uint64_t>(port) << 48)));
+  return {port, mac, vlan, static_cast<std::uint32_t>(dice % kRelearnMs),
+          static_cast<std::uint32_t>(5'000 + (dice >> 32) % 60'000)};
+}
+
+// All that the switch's ports can learn, by port.
+const std::vector<MacCandidate>& Candidates(const Model& model, const Switch& sw) {
+  const auto known = model.mac_cache.find(sw.id);
+  if (known != model.mac_cache.end())
+    return known->second;
+  std::vector<MacCandidate>& all = model.mac_cache[sw.id];
+  for (const int index : sw.ports) {
+    const Port& port = model.ports[Index(index)];
+    if (port.IsUplink() ? !sw.uplink_mac_learn : !port.active)
+      continue;
+    if (!port.IsUplink())
+      all.push_back(Candidate(model, port.id, port.mac, port.vlan));
+    for (std::uint32_t i = 0; i < port.macs_behind; ++i) {
+      const Mac mac =
+          MadeUpMac(model.seed, static_cast<std::uint64_t>(sw.id) << 8 | static_cast<std::uint64_t>(port.id), i);
+      all.push_back(Candidate(model, port.id, mac, port.vlan));
+    }
+    if (!port.IsUplink())
+      continue;
+    // The neighbours on the wire are learned where their answers come in.
+    std::vector<std::pair<Mac, std::uint16_t>> seen;
+    for (const int path_index : model.paths_of_port[Index(index)]) {
+      const Path& path = model.paths[Index(path_index)];
+      const Conversation& talk = model.conversations[Index(path.conversation)];
+      const std::pair<Mac, std::uint16_t> neighbour{talk.remote_mac, talk.vlan};
+      if (path.in == index && path.back != 0 && talk.destination < 0 &&
+          std::find(seen.begin(), seen.end(), neighbour) == seen.end()) {
+        seen.push_back(neighbour);
+        all.push_back(Candidate(model, port.id, neighbour.first, neighbour.second));
+      }
+    }
+  }
+  return all;
+}
+
+struct Known {
+  int port;
+  const Mac* mac;
+  std::uint16_t vlan;
+  std::int64_t generation;
+};
+
+// What is in the tables now, by port. exceeded: by port number, and at the end for the switch, that more is known than
+// the limit lets in.
+struct Table {
+  std::vector<Known> entries;
+  std::array<bool, kPortsPerSwitch + 1> exceeded{};
+};
+
+Table Collect(const Model& model, const Switch& sw, std::int64_t ms) {
+  Table table;
+  const std::vector<MacCandidate>& candidates = Candidates(model, sw);
+  table.entries.reserve(candidates.size());
+
+  static const std::vector<MacEntry> kNone;
+  const auto by_hand = model.mac_entries.find(sw.id);
+  const std::vector<MacEntry>& own = by_hand != model.mac_entries.end() ? by_hand->second : kNone;
+
+  std::uint32_t in_port = 0;
+  int port = -1;
+  const Port* of = nullptr;
+  std::size_t next_own = 0;
+  const auto add = [&](int number, const Mac& mac, std::uint16_t vlan, std::int64_t generation) {
+    if (number != port) {
+      port = number;
+      in_port = 0;
+      of = model.FindPort(static_cast<std::uint32_t>(sw.id), static_cast<std::uint32_t>(number));
+    }
+    if (of == nullptr)
+      return;
+    if (in_port >= std::min(of->mac_limit, sw.mac_limit)) {
+      table.exceeded[Index(number)] = true;
+    } else if (table.entries.size() >= sw.mac_limit) {
+      table.exceeded[kPortsPerSwitch] = true;
+    } else {
+      table.entries.push_back({number, &mac, vlan, generation});
+      ++in_port;
+    }
+  };
+  const auto add_own_until = [&](int number) {
+    for (; next_own < own.size() && own[next_own].port <= number; ++next_own) {
+      if (own[next_own].present)
+        add(own[next_own].port, own[next_own].mac, own[next_own].vlan,
+            std::max<std::int64_t>(0, ms - own[next_own].at_ms) / kGenerationMs);
+    }
+  };
+
+  std::int64_t cleared = 0;
+  int cleared_of = -1;
+  for (const MacCandidate& candidate : candidates) {
+    if (candidate.port != cleared_of) {
+      add_own_until(candidate.port);  // entries made by hand go before what the port learns
+      cleared_of = candidate.port;
+      const Port* found = model.FindPort(static_cast<std::uint32_t>(sw.id), static_cast<std::uint32_t>(candidate.port));
+      cleared = std::max(sw.mac_cleared_ms, found->mac_cleared_ms);
+    }
+    std::int64_t forgotten = cleared;
+    bool entered = false;
+    for (const MacEntry& entry : own) {
+      if (entry.port == candidate.port && entry.mac == candidate.mac && entry.vlan == candidate.vlan) {
+        entered = entry.present;
+        forgotten = std::max(forgotten, entry.at_ms);
+      }
+    }
+    const std::int64_t age = ms - forgotten - candidate.delay_ms;
+    if (entered || (forgotten > 0 && age < 0))
+      continue;
+    add(candidate.port, candidate.mac, candidate.vlan,
+        std::max<std::int64_t>(0, ms + candidate.delay_ms) % candidate.refresh_ms / kGenerationMs);
+  }
+  add_own_until(kPortsPerSwitch);
+  return table;
+}
+
+}  // namespace
+
+std::uint32_t WriteMacTable(const Model& model, const Switch& sw, int port, std::int64_t ms, Area& out) {
+  if (!out.Fits(0, kEntries))
+    return kNoRoom;
+  const Table table = Collect(model, sw, ms);
+  out.Clear(kEntries);
+  const std::size_t room = out.RoomFor(kEntries, kEntrySize);
+  std::size_t count = 0;
+  for (const Known& known : table.entries) {
+    if ((port >= 0 && known.port != port) || count == room)
+      continue;
+    const std::size_t at = kEntries + count++ * kEntrySize;
+    std::uint8_t entry[kEntrySize] = {};
+    Area fields(entry, sizeof entry);
+    fields.PutMac(kMac, *known.mac);
+    fields.Put16(kVlan, known.vlan);
+    fields.Put32(kPort, static_cast<std::uint64_t>(known.port));
+    fields.Put32(kGeneration, static_cast<std::uint64_t>(known.generation));
+    out.PutBytes(at, entry, sizeof entry);
+  }
+  const Port* own =
+      port >= 0 ? model.FindPort(static_cast<std::uint32_t>(sw.id), static_cast<std::uint32_t>(port)) : nullptr;
+  out.Put32(kCount, count);
+  out.Put32(kLimitWord, own != nullptr ? std::min(own->mac_limit, sw.mac_limit) : sw.mac_limit);
+  out.Put32(kExceeded, table.exceeded[Index(own != nullptr ? port : kPortsPerSwitch)] ? 1 : 0);
+  return kOk;
+}
+
+bool HasMac(const Model& model, const Switch& sw, int port, const Mac& mac, std::uint16_t vlan, std::int64_t ms) {
+  const Table table = Collect(model, sw, ms);
+  return std::any_of(table.entries.begin(), table.entries.end(),
+                     [&](const Known& known) { return known.port == port && *known.mac == mac && known.vlan == vlan; });
+}
+
+bool HasRoomForMac(const Model& model, const Switch& sw, int port, std::int64_t ms) {
+  const Table table = Collect(model, sw, ms);
+  const auto in_port =
+      std::count_if(table.entries.begin(), table.entries.end(), [&](const Known& known) { return known.port == port; });
+  const Port* own = model.FindPort(static_cast<std::uint32_t>(sw.id), static_cast<std::uint32_t>(port));
+  return table.entries.size() < sw.mac_limit && own != nullptr &&
+         static_cast<std::uint64_t>(in_port) < std::min(own->mac_limit, sw.mac_limit);
+}
+
+}  // namespace simhost

@@ -1,0 +1,347 @@
+// The host as it stands in the store: its inventory, settings and traffic, read into memory as one consistent whole.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "clock.h"
+#include "pattern.h"
+#include "store.h"
+
+namespace simhost {
+
+using Mac = std::array<std::uint8_t, 6>;
+
+inline constexpr int kCores = 64;
+inline constexpr int kSwitches = 16;
+inline constexpr int kPortsPerSwitch = 128;
+inline constexpr int kQueuesPerPort = 32;
+
+enum PortKind : int { kVnic = 1, kUplink = 2, kGeneric = 3, kQobnic = 4 };
+enum TxType : int { kTxNone = 0, kTxSingle = 1, kTxLag = 2, kTxSourceMac = 3, kTxAll = 4, kTxNoTeaming = 5 };
+
+struct Core {
+  int id = 0;
+  int node = 0;
+  std::int64_t packets_per_s = 0;
+  bool stuck = false;
+};
+
+struct Nic {
+  std::string name;
+  int node = 0;
+  std::uint32_t affinity = 0;
+  std::int64_t link_mbps = 0;
+  bool driver_text = false;
+  std::uint64_t crc_ppm = 0;
+  std::uint64_t drop_ppm = 0;
+  std::uint32_t fpo_level = 0;
+  std::array<std::uint32_t, 7> fpo_limits{};  // groups, priorities, mark bits, flows, counters, key bits, TTL actions
+  std::uint64_t fpo_actions = 0;
+  bool down = false;
+  bool hung = false;
+};
+
+// The load balancer's settings of a switch, in the order of the property's words after its version.
+struct BalancerOptions {
+  std::uint32_t metric = 0;
+  std::uint32_t high = 0;
+  std::uint32_t low = 0;
+  std::uint32_t pause = 0;
+  std::uint32_t sensitivity = 0;
+};
+
+struct Switch {
+  int id = 0;
+  std::string switch_id;
+  std::string alias;
+  std::string name;
+  std::uint32_t max_ports = 0;
+  std::uint32_t mtu = 0;
+  std::uint64_t lcores = 0;
+  std::uint32_t lro = 0;
+  bool flow_cache = false;
+  std::uint32_t panic_on_tx_hang = 0;
+  bool uplink_mac_learn = false;
+  std::uint32_t mac_limit = 0;
+  std::uint32_t burst_size = 0;  // the three that follow: as in force, a property before the datapath's own value
+  bool numa_team = false;
+  BalancerOptions balancer;
+  bool fpo = true;
+  std::int64_t flow_cleared_ms = 0;
+  std::int64_t mac_cleared_ms = 0;
+  std::vector<int> ports;                             // indexes into Model::ports, by port number
+  std::vector<int> uplinks;                           // those of them that are uplinks
+  std::array<std::int16_t, kPortsPerSwitch> index{};  // by port number; -1: no such port
+};
+
+struct VlanRange {
+  std::uint16_t first = 0;
+  std::uint16_t last = 0;
+};
+
+struct Port {
+  int sw = 0;  // the switch's number
+  int id = 0;
+  std::uint32_t dvport = 0;
+  int kind = 0;
+  int nic = -1;  // index into Model::nics
+  std::string client;
+  bool active = true;
+  Mac mac{};
+  std::uint32_t macs_behind = 0;
+  int tx_queues = 0;
+  int rx_queues = 0;
+  std::uint32_t filter_flags = 0;
+  std::uint64_t ladrf = 0;
+  std::uint16_t vlan = 0;
+  bool forged_ok = false;
+  std::uint32_t vni = 0;
+  std::uint32_t sample_rate = 0;
+  std::uint32_t lro = 0;
+  int tx_type = 0;
+  std::uint32_t mac_limit = 0;
+  int tx_core = 0;
+  int rx_core = 0;
+  bool placed_here = false;  // the store had no core for it yet
+  bool pinned = false;
+  std::int64_t flow_cleared_ms = 0;
+  std::int64_t mac_cleared_ms = 0;
+  std::uint32_t tx_ring = 2048;
+  std::uint32_t rx_ring = 1024;
+  std::vector<std::uint32_t> uplinks;  // as set
+  std::vector<Mac> multicast;
+  std::vector<VlanRange> vlan_ranges;
+
+  bool IsUplink() const { return kind == kUplink; }
+};
+
+struct MirrorSession {
+  std::uint16_t index = 0;
+  std::uint16_t encap_vlan = 0;
+  std::uint16_t snap_len = 0;
+  std::uint16_t sampling_rate = 0;
+  std::uint16_t flags = 0;
+  std::array<std::vector<int>, 3> ports;  // in, out, destination
+  std::vector<std::uint16_t> vlans;
+};
+
+// An address that a port learns, and how long after a clear.
+struct MacCandidate {
+  int port = 0;
+  Mac mac{};
+  std::uint16_t vlan = 0;
+  std::uint32_t delay_ms = 0;
+  std::uint32_t refresh_ms = 0;  // it is seen again this often
+};
+
+enum class Delivery { kUnicast, kMulticast, kBroadcast };
+
+struct Conversation {
+  int id = 0;
+  int sw = 0;
+  int source = 0;        // index into Model::ports
+  int destination = -1;  // -1: outside the host
+  Delivery delivery = Delivery::kUnicast;
+  std::uint8_t protocol = 0;
+  std::vector<std::uint8_t> source_ip;
+  std::vector<std::uint8_t> destination_ip;
+  std::uint16_t source_l4 = 0;
+  std::uint16_t destination_l4 = 0;
+  Mac remote_mac{};
+  std::uint16_t vlan = 0;
+  std::uint32_t vni = 0;
+  std::array<Pattern, 2> pattern;       // there and back
+  std::array<std::uint32_t, 2> size{};  // bytes of a frame, there and back
+  std::uint32_t flows = 1;
+  std::uint32_t churn_ppm = 0;
+  std::uint32_t slow_permille = 0;
+  std::uint32_t actions = 0;
+  std::uint32_t vdr = 0;
+};
+
+// An entry made or deleted by hand.
+struct MacEntry {
+  int port = 0;
+  Mac mac{};
+  std::uint16_t vlan = 0;
+  bool present = true;
+  std::int64_t at_ms = 0;
+};
+
+struct Fault {
+  std::int64_t id = 0;
+  std::string operation;
+  std::string where_name;
+  std::string where_glob;
+  std::optional<std::uint32_t> status;
+  std::int64_t delay_ms = 0;
+  std::string corrupt;
+  std::int64_t after = 0;
+  std::optional<std::int64_t> times;
+  std::uint64_t probability_ppm = 0;
+  std::uint64_t seed = 0;
+  std::optional<std::int64_t> from_ms;
+  std::optional<std::int64_t> until_ms;
+  std::int64_t calls = 0;
+  std::int64_t hits = 0;
+};
+
+enum EventStage : int { kEventAhead = 0, kEventOn = 1, kEventOver = 2 };
+
+struct Event {
+  std::int64_t id = 0;
+  std::string kind;
+  std::string target;
+  std::optional<std::int64_t> value;
+  std::int64_t from_ms = 0;
+  std::optional<std::int64_t> until_ms;
+  int stage = kEventAhead;
+};
+
+// What is kept of a port's traffic: the sixteen counters of the fast path in the order of the platform's record, the
+// sixteen of the slow path, then the work it made on its cores in nanoseconds (halved where the platform counts
+// double): sending slow, receiving slow, sending fast, receiving fast.
+enum PortWord : std::size_t {
+  kTxBytes,
+  kTxPackets,
+  kTxMcastBytes,
+  kTxMcastPackets,
+  kTxBcastBytes,
+  kTxBcastPackets,
+  kTxDrops,
+  kTxErrors,
+  kRxBytes,
+  kRxPackets,
+  kRxMcastBytes,
+  kRxMcastPackets,
+  kRxBcastBytes,
+  kRxBcastPackets,
+  kRxDrops,
+  kRxErrors,
+  kSlow = 16,
+  kWork = 32,
+  kPortWords = 36
+};
+using PortCounts = std::array<std::uint64_t, kPortWords>;
+
+// What is kept of one queue of an uplink; the uplink's own figures are the sums of its queues'.
+enum QueueWord : std::size_t {
+  kQueuePackets,
+  kQueueBytes,
+  kQueueMulticast,
+  kQueueBroadcast,
+  kQueueDrops,
+  kQueueCrc,
+  kQueueLength,
+  kQueueFifo,
+  kQueueMissed,
+  kQueueAborted,
+  kQueueWords
+};
+using QueueCounts = std::array<std::uint64_t, kQueueWords>;
+
+// What is kept of a switch's flow cache on one core.
+enum FlowWord : std::size_t { kFlowMisses, kFlowOffloadHits, kFlowLocalHits, kFlowShortFlows, kFlowWords };
+using FlowCounts = std::array<std::uint64_t, kFlowWords>;
+
+// The counts at the start of the current segment.
+struct Base {
+  std::vector<PortCounts> ports;                                  // by index into Model::ports
+  std::map<int, std::array<std::vector<QueueCounts>, 2>> queues;  // by the same index; receive queues, transmit queues
+  std::vector<FlowCounts> flows;                                  // by switch * kCores + core
+  std::array<std::uint64_t, kCores> busy_ns{};
+  std::vector<std::array<std::uint64_t, 2>> passed;  // by conversation: packets since its flows were cleared
+};
+
+// One way that packets of a conversation take: in by one port, out by others. Derived from the settings when a segment
+// begins, so everything in it holds until the segment ends.
+struct Path {
+  int conversation = 0;
+  int back = 0;  // 1: the answers
+  int part = 0;  // of `parts` ways that share the packets flow by flow
+  int parts = 1;
+  std::uint64_t flows = 0;  // lasting flows that go this way
+  int in = -1;              // index of the port
+  std::vector<int> out;     // each of these gets every packet; empty: there is nowhere to go
+  bool oversize = false;
+  std::uint64_t in_drop_ppm = 0;    // what the wire side of an uplink loses
+  std::uint64_t core_drop_ppm = 0;  // what the core has no time for
+  std::uint64_t offload_permille = 0;
+  std::uint64_t slow_permille = 0;
+  std::uint64_t in_fast_ns = 0, in_offload_ns = 0, in_slow_half_ns = 0;
+  std::vector<std::uint64_t> out_drop_ppm;
+  std::vector<std::uint64_t> out_fast_ns, out_slow_half_ns;
+};
+
+struct BalancerPort {
+  std::array<std::uint64_t, 4> total{};   // work up to the last look
+  std::array<std::uint64_t, 4> window{};  // of it, since the look before
+  std::int64_t moved_ms = -1;
+};
+
+struct Balancer {
+  std::int64_t period_ms = 0;
+  std::int64_t tick_ms = 0;
+  bool fresh = true;  // has not looked yet
+  std::int64_t window_ms = 0;
+  std::array<std::uint64_t, kCores> busy_total{};
+  std::array<std::uint64_t, kCores> busy_window{};
+  std::vector<BalancerPort> ports;  // by index into Model::ports
+};
+
+struct Model {
+  std::string name;
+  std::uint64_t seed = 0;
+  std::uint32_t flow_timeout_s = 0;
+  std::int64_t flow_floor_ms = 0;
+  bool fastslabs = false;
+  std::int64_t segment_ms = 0;
+  Clock clock;
+
+  std::vector<Core> cores;                       // by number, ascending
+  std::array<std::int8_t, kCores> core_index{};  // -1: no such core
+  std::vector<Nic> nics;
+  std::vector<Switch> switches;  // by number, ascending
+  std::vector<Port> ports;       // by switch and number, ascending
+  std::map<int, std::vector<MirrorSession>> mirrors;
+  std::map<int, std::vector<MacEntry>> mac_entries;
+  std::vector<Conversation> conversations;
+  std::array<std::uint32_t, 8> weights{};
+  std::array<std::uint32_t, 8> default_weights{};
+  std::vector<Fault> faults;
+  std::vector<Event> events;
+  Balancer balancer;
+  Base base;
+
+  // Derived
+  std::vector<Path> paths;
+  std::vector<std::vector<int>> paths_of_port;       // by port index
+  std::vector<std::vector<int>> paths_of_flow_core;  // by switch * kCores + core of the port they come in by
+  mutable std::map<int, std::vector<MacCandidate>> mac_cache;
+  bool base_changed = false;
+
+  const Switch* FindSwitch(std::uint32_t id) const;
+  const Switch* FindSwitchByPortset(std::string_view name) const;  // or by alias or identifier, as resolvers fall back
+  const Port* FindPort(std::uint32_t sw, std::uint32_t port) const;
+  int PortIndex(std::uint32_t sw, std::uint32_t port) const;  // -1: no such port
+  int FindNic(std::string_view name) const;                   // -1: no such device
+  const Core* FindCore(std::uint32_t id) const;
+  int NodeOfCore(int id) const;
+  std::int64_t NextDueMs() const;  // when something happens by itself next
+};
+
+// An address of the simulation's own making; the same arguments give the same address.
+Mac MadeUpMac(std::uint64_t seed, std::uint64_t a, std::uint64_t b);
+std::uint64_t Mix(std::uint64_t value);  // scatters the bits of a number
+
+// Reads the host from the store; call it inside a transaction.
+Model LoadModel(Store& store);
+
+}  // namespace simhost

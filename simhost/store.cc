@@ -1,0 +1,202 @@
+#include "store.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <utility>
+
+namespace simhost {
+
+namespace {
+
+constexpr int kSchemaVersion = 1;
+constexpr int kBusyTimeoutMs = 5000;
+
+std::string Environment(const char* name) {
+  const char* value = std::getenv(name);
+  return value != nullptr ? value : "";
+}
+
+[[noreturn]] void Fail(const std::string& path, const std::string& reason) { throw StoreError(path + ": " + reason); }
+
+}  // namespace
+
+Statement::Statement(sqlite3* db, std::string_view sql) : db_(db) {
+  sqlite3_stmt* handle = nullptr;
+  const int result = sqlite3_prepare_v3(db, sql.data(), static_cast<int>(sql.size()), 0, &handle, nullptr);
+  handle_.reset(handle);
+  Check(result);
+}
+
+void Statement::Check(int result) const {
+  if (result != SQLITE_OK)
+    throw StoreError(sqlite3_errmsg(db_));
+}
+
+Statement& Statement::Bind(std::int64_t value) {
+  Check(sqlite3_bind_int64(handle_.get(), next_++, value));
+  return *this;
+}
+
+Statement& Statement::Bind(std::string_view text) {
+  Check(sqlite3_bind_text(handle_.get(), next_++, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT));
+  return *this;
+}
+
+Statement& Statement::Bind(std::span<const std::uint8_t> bytes) {
+  // An empty span may have no address, which would bind NULL.
+  const void* data = bytes.empty() ? static_cast<const void*>("") : bytes.data();
+  Check(sqlite3_bind_blob(handle_.get(), next_++, data, static_cast<int>(bytes.size()), SQLITE_TRANSIENT));
+  return *this;
+}
+
+Statement& Statement::BindNull() {
+  Check(sqlite3_bind_null(handle_.get(), next_++));
+  return *this;
+}
+
+bool Statement::Step() {
+  const int result = sqlite3_step(handle_.get());
+  if (result == SQLITE_ROW)
+    return true;
+  if (result != SQLITE_DONE)
+    throw StoreError(sqlite3_errmsg(db_));
+  return false;
+}
+
+void Statement::Reset() {
+  sqlite3_reset(handle_.get());
+  next_ = 1;
+}
+
+void Statement::Run() {
+  while (Step()) {
+  }
+  Reset();
+}
+
+std::string Statement::Text(int column) const {
+  const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(handle_.get(), column));
+  return text != nullptr ? std::string(text, static_cast<std::size_t>(sqlite3_column_bytes(handle_.get(), column)))
+                         : std::string();
+}
+
+std::span<const std::uint8_t> Statement::Blob(int column) const {
+  const auto* bytes = static_cast<const std::uint8_t*>(sqlite3_column_blob(handle_.get(), column));
+  return {bytes, bytes != nullptr ? static_cast<std::size_t>(sqlite3_column_bytes(handle_.get(), column)) : 0};
+}
+
+std::string Store::Locate() {
+  if (std::string path = Environment("RYN_SIM_STATE"); !path.empty())
+    return path;
+  std::string folder = Environment("XDG_STATE_HOME");
+  if (folder.empty() || folder[0] != '/')
+    folder = Environment("HOME") + "/.local/state";
+  const std::string name = Environment("RYN_SIM_HOST");
+  return folder + "/ryn-sim/" + (name.empty() ? "default" : name) + ".db";
+}
+
+Store::Store(std::string path) : path_(std::move(path)) {
+  if (access(path_.c_str(), F_OK) != 0)
+    Create(path_);
+
+  sqlite3* db = nullptr;
+  const int result = sqlite3_open_v2(path_.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+  db_.reset(db);
+  if (result != SQLITE_OK)
+    Fail(path_, sqlite3_errstr(result));
+  try {
+    sqlite3_busy_timeout(db, kBusyTimeoutMs);
+    Execute("PRAGMA synchronous = NORMAL; PRAGMA foreign_keys = ON");
+    Statement version = Prepare("PRAGMA user_version");
+    version.Step();
+    if (version.Int(0) != kSchemaVersion)
+      throw StoreError("is not a store of this version of the simulated host");
+    version_ = std::make_unique<Statement>(db, "PRAGMA data_version");
+  } catch (const StoreError& error) {
+    Fail(path_, error.what());
+  }
+
+  struct stat status {};
+  if (stat(path_.c_str(), &status) == 0) {
+    device_ = status.st_dev;
+    inode_ = status.st_ino;
+  }
+}
+
+// The store appears under its name only when it is complete; if several processes make it at once, the first one's
+// stays.
+void Store::Create(const std::string& path) {
+  const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+  std::error_code code;
+  if (!folder.empty())
+    std::filesystem::create_directories(folder, code);
+
+  std::string temporary = path + ".XXXXXX";
+  const int descriptor = mkstemp(temporary.data());
+  if (descriptor < 0)
+    Fail(path, std::strerror(errno));
+  (void)fchmod(descriptor, 0644);
+  close(descriptor);
+
+  std::string reason;
+  {
+    sqlite3* db = nullptr;
+    int result = sqlite3_open_v2(temporary.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+    const std::unique_ptr<sqlite3, Close> owner(db);
+    for (const char* sql :
+         {"PRAGMA journal_mode = WAL; PRAGMA synchronous = OFF; BEGIN", kSchemaSql, kDefaultProfileSql, "COMMIT"}) {
+      if (result == SQLITE_OK)
+        result = sqlite3_exec(db, sql, nullptr, nullptr, nullptr);
+    }
+    if (result != SQLITE_OK)
+      reason = db != nullptr ? sqlite3_errmsg(db) : sqlite3_errstr(result);
+  }
+  if (reason.empty() && link(temporary.c_str(), path.c_str()) != 0 && errno != EEXIST)
+    reason = std::strerror(errno);
+  for (const char* suffix : {"", "-wal", "-shm"})
+    unlink((temporary + suffix).c_str());
+  if (!reason.empty())
+    Fail(path, reason);
+}
+
+void Store::Execute(const char* sql) {
+  if (sqlite3_exec(db_.get(), sql, nullptr, nullptr, nullptr) != SQLITE_OK)
+    throw StoreError(sqlite3_errmsg(db_.get()));
+}
+
+std::int64_t Store::Version() {
+  version_->Step();
+  const std::int64_t version = version_->Int(0);
+  version_->Reset();
+  return version;
+}
+
+bool Store::IsCurrent() const {
+  struct stat status {};
+  return stat(path_.c_str(), &status) == 0 && status.st_dev == device_ && status.st_ino == inode_;
+}
+
+Transaction::Transaction(Store& store) : store_(store) { store_.Execute("BEGIN IMMEDIATE"); }
+
+Transaction::~Transaction() {
+  if (!open_)
+    return;
+  try {
+    store_.Execute("ROLLBACK");
+  } catch (const StoreError&) {
+    // The store has rolled back by itself.
+  }
+}
+
+void Transaction::Commit() {
+  store_.Execute("COMMIT");
+  open_ = false;
+}
+
+}  // namespace simhost

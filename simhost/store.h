@@ -1,0 +1,107 @@
+// The store of a simulated host: one SQLite file that every process using the host shares (schema.sql describes it).
+#pragma once
+
+#include <sqlite3.h>
+#include <sys/types.h>
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace simhost {
+
+// Status codes. The platform itself names only the first three; the others are this simulation's own choice.
+inline constexpr std::uint32_t kOk = 0;
+inline constexpr std::uint32_t kNotFound = 0x0BAD0003;      // no such switch, port or property
+inline constexpr std::uint32_t kBadParameter = 0x0BAD0007;  // a value that means nothing here
+inline constexpr std::uint32_t kNoStore = 0x0BAD0001;       // the host's store cannot be used
+inline constexpr std::uint32_t kNoRoom = 0x0BAD0008;        // the caller's area is too small for the answer
+inline constexpr std::uint32_t kLimit = 0x0BAD0010;         // a table is full
+
+// The store cannot be opened, read or written.
+class StoreError : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// One prepared statement. Parameters are bound in order, columns are read by position.
+class Statement {
+ public:
+  Statement(sqlite3* db, std::string_view sql);
+
+  Statement& Bind(std::int64_t value);
+  Statement& Bind(std::string_view text);
+  Statement& Bind(std::span<const std::uint8_t> bytes);
+  Statement& BindNull();
+
+  bool Step();  // true: there is a row
+  void Reset();
+  void Run();  // steps to the end and makes the statement ready for the next parameters
+
+  std::int64_t Int(int column) const { return sqlite3_column_int64(handle_.get(), column); }
+  std::string Text(int column) const;
+  std::span<const std::uint8_t> Blob(int column) const;
+  bool IsNull(int column) const { return sqlite3_column_type(handle_.get(), column) == SQLITE_NULL; }
+
+ private:
+  void Check(int result) const;
+
+  struct Finalize {
+    void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+  };
+  std::unique_ptr<sqlite3_stmt, Finalize> handle_;
+  sqlite3* db_;
+  int next_ = 1;
+};
+
+class Store {
+ public:
+  // Where the host's store is: RYN_SIM_STATE, else NAME.db in the user's state folder, NAME from RYN_SIM_HOST.
+  static std::string Locate();
+
+  // Opens the store, and makes it from the built-in profile if there is none.
+  explicit Store(std::string path);
+
+  Statement Prepare(std::string_view sql) { return Statement(db_.get(), sql); }
+  void Execute(const char* sql);
+  std::int64_t Version();  // changes when another connection has changed the store
+  bool IsCurrent() const;  // the path still leads to the file that is open
+  const std::string& path() const { return path_; }
+
+  // The connection stays as it is and is never used again: it belongs to the process that this one was forked from.
+  void Abandon() { (void)db_.release(); }
+
+ private:
+  static void Create(const std::string& path);
+
+  struct Close {
+    void operator()(sqlite3* db) const { sqlite3_close_v2(db); }
+  };
+  std::string path_;
+  std::unique_ptr<sqlite3, Close> db_;
+  std::unique_ptr<Statement> version_;
+  dev_t device_ = 0;
+  ino_t inode_ = 0;
+};
+
+// A transaction that writes; undone unless committed.
+class Transaction {
+ public:
+  explicit Transaction(Store& store);
+  ~Transaction();
+  Transaction(const Transaction&) = delete;
+  Transaction& operator=(const Transaction&) = delete;
+  void Commit();
+
+ private:
+  Store& store_;
+  bool open_ = true;
+};
+
+// The texts that a new store is made of, put into the library when it is built.
+extern const char kSchemaSql[];
+extern const char kDefaultProfileSql[];
+
+}  // namespace simhost

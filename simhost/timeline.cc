@@ -1,0 +1,162 @@
+#include "timeline.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+
+#include "balancer.h"
+#include "traffic.h"
+
+namespace simhost {
+
+namespace {
+
+constexpr std::int64_t kMaxTicks = 1000;  // of those missed, so many are replayed
+
+std::size_t Index(std::int64_t value) { return static_cast<std::size_t>(value); }
+
+std::uint32_t Number(std::string_view text) {
+  std::uint32_t number = 0xFFFFFFFF;
+  std::from_chars(text.data(), text.data() + text.size(), number);
+  return number;
+}
+
+void Log(Store& store, std::int64_t ms, const Event& event, std::string_view what) {
+  store.Prepare("INSERT INTO log (at_ms, pid, operation, arguments, what) VALUES (?, ?, ?, ?, ?)")
+      .Bind(ms)
+      .Bind(std::int64_t{getpid()})
+      .Bind(std::string_view(event.kind))
+      .Bind(std::string_view(event.target))
+      .Bind(what)
+      .Run();
+}
+
+// What is on now, worked out anew from all events that are on.
+void ApplyEvents(Model& model) {
+  for (Nic& nic : model.nics)
+    nic.down = nic.hung = false;
+  for (Core& core : model.cores)
+    core.stuck = false;
+  for (const Event& event : model.events) {
+    if (event.stage != kEventOn)
+      continue;
+    if (event.kind == "uplink-down" || event.kind == "uplink-hang") {
+      if (const int nic = model.FindNic(event.target); nic >= 0)
+        (event.kind == "uplink-down" ? model.nics[Index(nic)].down : model.nics[Index(nic)].hung) = true;
+    } else if (event.kind == "core-stuck") {
+      for (Core& core : model.cores)
+        core.stuck |= static_cast<std::uint32_t>(core.id) == Number(event.target);
+    } else if (event.kind == "mac-limit") {
+      for (Switch& sw : model.switches) {
+        if (static_cast<std::uint32_t>(sw.id) == Number(event.target))
+          sw.mac_limit = std::min(sw.mac_limit, static_cast<std::uint32_t>(event.value.value_or(16)));
+      }
+    }
+  }
+}
+
+// The port's fast-path totals go up to a little below 2^bits; they are never brought down.
+void BringNearWrap(Model& model, const Event& event) {
+  const std::size_t slash = event.target.find('/');
+  if (slash == std::string::npos)
+    return;
+  const int index = model.PortIndex(Number(std::string_view(event.target).substr(0, slash)),
+                                    Number(std::string_view(event.target).substr(slash + 1)));
+  if (index < 0)
+    return;
+  const std::int64_t bits = std::clamp<std::int64_t>(event.value.value_or(32), 20, 64);
+  constexpr std::uint64_t kBelow = 100'000;
+  const std::uint64_t goal = (bits == 64 ? 0 : std::uint64_t{1} << bits) - kBelow;
+  PortCounts& words = model.base.ports[Index(index)];
+  for (const PortWord word : {kTxBytes, kTxPackets, kRxBytes, kRxPackets}) {
+    const std::uint64_t rise = goal - std::min(goal, words[word]);
+    words[word] += rise;
+    if (const auto queues = model.base.queues.find(index); queues != model.base.queues.end()) {
+      const bool transmit = word == kTxBytes || word == kTxPackets;
+      queues->second[transmit ? 1 : 0][0][word == kTxBytes || word == kRxBytes ? kQueueBytes : kQueuePackets] += rise;
+    }
+  }
+}
+
+void MoveEvent(Store& store, Model& model, Event& event, std::int64_t ms) {
+  CloseSegment(model, std::max(ms, model.segment_ms));
+  if (event.stage == kEventAhead) {
+    event.stage = event.kind == "counters-near-wrap" ? kEventOver : kEventOn;
+    if (event.kind == "counters-near-wrap")
+      BringNearWrap(model, event);
+    Log(store, ms, event, "begins");
+  } else {
+    event.stage = kEventOver;
+    Log(store, ms, event, "ends");
+  }
+  store.Prepare("UPDATE event SET started = ? WHERE id = ?").Bind(std::int64_t{event.stage}).Bind(event.id).Run();
+  if (event.kind == "mac-limit") {
+    Statement limit = store.Prepare("SELECT sw, mac_limit FROM sw");
+    while (limit.Step()) {
+      for (Switch& sw : model.switches) {
+        if (sw.id == limit.Int(0))
+          sw.mac_limit = static_cast<std::uint32_t>(limit.Int(1));
+      }
+    }
+  }
+  ApplyEvents(model);
+  BuildPaths(model);
+}
+
+}  // namespace
+
+void PrepareTimeline(Store& store, Model& model) {
+  Statement events = store.Prepare("SELECT state FROM balancer");
+  if (events.Step())
+    RestoreBalancer(model, events.Blob(0));
+  ApplyEvents(model);
+  BuildPaths(model);
+}
+
+void ReplayTimeline(Store& store, Model& model, std::int64_t ms) {
+  Balancer& balancer = model.balancer;
+  const std::int64_t period = balancer.period_ms;
+  bool looked = false;
+  // The first look of all, and one after a long pause, only remember what they saw: two looks make a window.
+  const std::int64_t latest = ms - ms % period;
+  const std::int64_t first = balancer.fresh ? latest - period : latest - kMaxTicks * period;
+  if (balancer.tick_ms + period <= ms && balancer.tick_ms < first && first >= model.segment_ms) {
+    LookWithoutMoving(model, first);
+    looked = true;
+  }
+
+  while (true) {
+    const std::int64_t due = model.NextDueMs();
+    if (due > ms)
+      break;
+    Event* next = nullptr;
+    for (Event& event : model.events) {
+      if ((event.stage == kEventAhead && event.from_ms == due) ||
+          (event.stage == kEventOn && event.until_ms && *event.until_ms == due))
+        next = &event;
+    }
+    if (next != nullptr) {
+      MoveEvent(store, model, *next, due);
+    } else if (due < model.segment_ms) {
+      // Counts before the segment are not known any more: look again at its start.
+      LookWithoutMoving(model, due);
+      looked = true;
+    } else {
+      Look(store, model, due);
+      looked = true;
+    }
+  }
+
+  if (looked) {
+    const std::vector<std::uint8_t> state = SaveBalancer(model);
+    store.Prepare("UPDATE balancer SET tick_ms = ?, state = ?")
+        .Bind(balancer.tick_ms)
+        .Bind(std::span<const std::uint8_t>(state))
+        .Run();
+  }
+  StoreBase(store, model);
+}
+
+}  // namespace simhost
