@@ -309,8 +309,10 @@ def test_high_half_of_the_vlan_is_the_switch(ryn, double, method, swID, vlan, hi
 
 @entry_methods
 @pytest.mark.parametrize("swID, vlan", [
-    (0, 16 << 16), (3, (16 << 16) + 10), (0, 0xFFFF << 16), (0, -1), (0, 0xFFFFFFFF), (0, 1 << 31),  # high half above 15
-    (65536, 0), (65536 + 3, 10), (0xFFFF0000, 0), (1 << 31, 0), (-1, 0), (0xFFFFFFFF, 0),  # bits above the low half
+    # the high half of the VLAN above 15
+    (0, 16 << 16), (3, (16 << 16) + 10), (0, 0xFFFF << 16), (0, -1), (0, 0xFFFFFFFF), (0, 1 << 31),
+    # the high half of the switch not 0
+    (65536, 0), (65536 + 3, 10), (0xFFFF0000, 0), (1 << 31, 0), (-1, 0), (0xFFFFFFFF, 0),
     (65536, 1 << 16), (-1, -1),
 ])
 def test_entry_of_a_switch_out_of_range(ryn, double, method, swID, vlan):

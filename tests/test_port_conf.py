@@ -207,7 +207,8 @@ def test_length_that_the_library_leaves_does_not_matter(ryn, double, length):
 
 
 def test_dict_that_cannot_be_created_speaks_of_memory(ryn, double):
-    assert run(ryn.GetPortConf, 0, 0, failing_allocation=0) == Outcome(None, "Failed to allocate memory.\n", (MemoryError, ""))
+    outcome = run(ryn.GetPortConf, 0, 0, failing_allocation=0)
+    assert outcome == Outcome(None, "Failed to allocate memory.\n", (MemoryError, ""))
 
 
 def test_value_or_key_that_cannot_be_created_or_stored(ryn, double):

@@ -174,7 +174,8 @@ def test_no_other_end_abandons_anything(ryn, double, fast_status):
 
 
 def test_dict_that_cannot_be_created_is_called_a_tuple(ryn, double):
-    assert run(ryn.GetPortStats, 0, 0, failing_allocation=0) == Outcome(None, "Failed to allocate stats tuple.\n", (MemoryError, ""))
+    outcome = run(ryn.GetPortStats, 0, 0, failing_allocation=0)
+    assert outcome == Outcome(None, "Failed to allocate stats tuple.\n", (MemoryError, ""))
     assert double.ops() == ["Ryn_Get_Port_Stats"]
 
 
