@@ -61,7 +61,7 @@ PyObject* PyRYN_CreatePortList(std::uint16_t count, const void* bitmap) {
   if (!list)
     return NoneAfter("Failed to allocate memory\n");  // Deliberate: without a full stop.
   std::uint16_t position = 0;
-  for (std::uint32_t word = 0; word < 2; ++word) {
+  for (std::uint32_t word = 0; word < 2 && position < count; ++word) {
     for (auto rest = Load<std::uint64_t>(bitmap, word * 8); rest != 0 && position < count; rest &= rest - 1) {
       if (!StoreItem(list.get(), position++, Int(64 * word + static_cast<std::uint32_t>(std::countr_zero(rest)))))
         return NoneWithError();
