@@ -8,11 +8,10 @@ import gc
 import random
 import sys
 from array import array
-from itertools import repeat
 
 import pytest
 
-from harness import ANY, NULL, Bytes, Call, Outcome, capture_stderr, run
+from harness import ANY, NULL, Bytes, Call, Outcome, capture_stderr, lost_blocks, run
 
 INVALID = "TypeError: Invalid parameter passed.\n"
 NO_TYPE = "Missing txType.\n"
@@ -96,21 +95,6 @@ def test_random_policies(ryn, double):
 def test_library_failure_when_reading(ryn, double, status):
     double.answer(GET, status=status, area=record(1, 8, *range(8)))
     assert run(ryn.GetPortTxUplink, 3, 5) == Outcome(None, "Failed to get port TX uplink.\n")
-
-
-def lost_blocks(work, calls=1000):
-    """The interpreter's blocks that each call of `work` loses."""
-    counts = array("q", [0, 0])
-    gc.collect()
-    gc.disable()
-    try:
-        for place in (0, 1):
-            for _ in repeat(None, calls):
-                work()
-            counts[place] = sys.getallocatedblocks()
-    finally:
-        gc.enable()
-    return (counts[1] - counts[0]) / calls
 
 
 @pytest.mark.parametrize("uplinks, blocks", [([], 1), ([1], 2), ([1, 2, 3, 4, 5, 6, 7, 8], 2), ([300, 301], 4)])
