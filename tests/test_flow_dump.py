@@ -143,7 +143,7 @@ def test_start_index_comes_from_the_response_and_is_unsigned(dump, start):
 
 
 def test_one_flow(dump):
-    key = flow.key(protocol=6, ports=b"\x00\x50\x01\xbb", address1=bytes([10, 0, 0, 1]), second_ipv4=bytes([10, 0, 0, 2]))
+    key = flow.key(protocol=6, ports=b"\x00\x50\x01\xbb", address1=b"\n\0\0\1", second_ipv4=b"\n\0\0\2")
     one = entry(key, 304, bitmap=0x2C00C, child_port=9, cg=0x7F00, flags=8, packets=4, bytes=400)
     assert dump(page([one], start=1)) == Outcome({"startIndex": 1, "list": [{
         "key": "00:00:00:00:00:00  00:00:00:00:00:00  0     0        10.0.0.1" + 37 * " " + "  10.0.0.2" + 37 * " "
@@ -217,8 +217,9 @@ def fits(area: bytes, count: int) -> bool:
 # ---- Answers that do not fit ----------------------------------------------------------------------------------------
 
 
-@pytest.mark.parametrize("valid, accepted", [(FIRST_ENTRY + 304, True), (FIRST_ENTRY + 303, False), (FIRST_ENTRY, False),
-                                             (0, False), (PAGE, True), (PAGE + 1, True), (0xFFFFFFFF, True)])
+@pytest.mark.parametrize("valid, accepted", [(FIRST_ENTRY + 304, True), (FIRST_ENTRY + 303, False),
+                                             (FIRST_ENTRY, False), (0, False), (PAGE, True), (PAGE + 1, True),
+                                             (0xFFFFFFFF, True)])
 def test_entry_needs_304_valid_bytes(dump, valid, accepted):
     area = page([entry(length=0)], valid=valid)
     expected = Outcome({"startIndex": 0, "list": items(area, 1)}) if accepted else Outcome(None, INVALID)
@@ -273,7 +274,8 @@ def test_instances_that_reach_behind_the_page_are_zeros(dump):
     area.raw(last, flow.key())
     flow.set_fields(area, last + 64, bitmap=1 << 18, len=1, vdr_count=3)
     # 290 bytes are left for the record: instance 0 lies whole in them, the others behind
-    assert dump(area).value["list"][1]["actions"].endswith("VDR inst: 3; INST 1: 0xeeeeeeee; INST 2: 0x0; INST 3: 0x0; ")
+    actions = dump(area).value["list"][1]["actions"]
+    assert actions.endswith("VDR inst: 3; INST 1: 0xeeeeeeee; INST 2: 0x0; INST 3: 0x0; ")
 
 
 def test_instance_cut_by_the_end_of_the_page_has_zeros_in_its_high_bytes(dump):

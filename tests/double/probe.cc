@@ -45,10 +45,11 @@ void RemoveHooks() {
     PyMem_SetAllocator(kDomains[i], &originals[i]);
 }
 
-// Holds as many dicts and lists as the interpreter keeps for reuse, so that each new one takes an allocation.
+// Holds as many dicts and lists as the interpreter keeps for reuse, so that each new one takes an allocation. The
+// collector is off meanwhile: what it frees could be reused.
 class Spares {
  public:
-  Spares() {
+  Spares() : collecting_(SetCollector(0)) {
     for (auto& dict : dicts_) {
       dict = PyDict_New();
       if (dict)
@@ -62,11 +63,22 @@ class Spares {
       Py_XDECREF(dict);
     for (PyObject* list : lists_)
       Py_XDECREF(list);
+    SetCollector(collecting_);
   }
   Spares(const Spares&) = delete;
   Spares& operator=(const Spares&) = delete;
 
  private:
+  // Returns what it was before.
+  static int SetCollector([[maybe_unused]] int on) {
+#if PY_VERSION_HEX >= 0x030A0000
+    return on ? PyGC_Enable() : PyGC_Disable();
+#else
+    return 0;
+#endif
+  }
+
+  int collecting_;
   std::array<PyObject*, 100> dicts_, lists_;
 };
 
