@@ -34,7 +34,7 @@ method, and compares the whole outcome and the recorded calls::
 
 `run` calls the method past the interpreter's own check, so that a result given together with an error shows as both.
 `Outcome.error` is None or (type, text). `run(..., failing_allocation=n)` lets the n-th allocation of the interpreter
-fail, and `outcome.allocation_failed` tells whether the call got that far.
+fail (and all after it with following=True), and `outcome.allocation_failed` tells whether the call got that far.
 
 Answers: `double.answer(op, status=, area=, length=, times=, overrun=)`. With `times=N` it serves the next N calls,
 otherwise all calls for which no counted answer is left. `length=` is what goes into the length word (it is left alone
@@ -121,14 +121,14 @@ def capture_stderr() -> Iterator[list[str]]:
         os.close(file)
 
 
-def run(function: Any, *args: Any, failing_allocation: int = -1) -> Outcome:
+def run(function: Any, *args: Any, failing_allocation: int = -1, following: bool = False) -> Outcome:
     import _probe
 
     with capture_stderr() as texts:
         # While these are kept, the interpreter has no freed list, dict or table of a dict left that it could use again:
         # creating one is an allocation.
         kept = [({"": None}, []) for _ in range(100 if failing_allocation >= 0 else 0)]
-        has_result, result, error, allocation_failed = _probe.call(function, args, failing_allocation)
+        has_result, result, error, allocation_failed = _probe.call(function, args, failing_allocation, following)
         del kept
     return Outcome(result if has_result else NULL, texts[0],
                    None if error is None else (type(error), str(error)), allocation_failed)

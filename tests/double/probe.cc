@@ -1,5 +1,5 @@
 // The Python module `_probe`: calls a built-in function directly, past the interpreter's check that a result and an
-// error exclude each other, and optionally lets one of its allocations fail.
+// error exclude each other, and optionally lets one of its allocations fail, or all from one on.
 #define PY_SSIZE_T_CLEAN
 #include <Python.h>
 
@@ -12,8 +12,12 @@ constexpr std::array kDomains = {PYMEM_DOMAIN_RAW, PYMEM_DOMAIN_MEM, PYMEM_DOMAI
 std::array<PyMemAllocatorEx, 3> originals;
 Py_ssize_t allocations;  // since the hooks went in
 Py_ssize_t failing;      // the allocation that fails; -1: none
+int and_all_following;   // they fail too
 
-bool Fails() { return allocations++ == failing; }
+bool Fails() {
+  const Py_ssize_t allocation = allocations++;
+  return allocation == failing || (and_all_following && allocation > failing);
+}
 
 const PyMemAllocatorEx& Original(void* context) { return *static_cast<PyMemAllocatorEx*>(context); }
 
@@ -90,7 +94,9 @@ PyObject* OrNone(PyObject* object) {
 
 PyObject* CallBuiltin(PyObject*, PyObject* args) {
   PyObject *function, *arguments;
-  if (!PyArg_ParseTuple(args, "O!O!n:call", &PyCFunction_Type, &function, &PyTuple_Type, &arguments, &failing))
+  and_all_following = 0;
+  if (!PyArg_ParseTuple(args, "O!O!n|p:call", &PyCFunction_Type, &function, &PyTuple_Type, &arguments, &failing,
+                        &and_all_following))
     return nullptr;
   const auto method = PyCFunction_GetFunction(function);
   PyObject* const self = PyCFunction_GetSelf(function);
@@ -118,8 +124,9 @@ PyObject* CallBuiltin(PyObject*, PyObject* args) {
 
 PyMethodDef methods[] = {
     {"call", CallBuiltin, METH_VARARGS,
-     "call(function, arguments, failing) -> (has_result, result, error, whether an allocation failed)\n\n"
-     "failing: the number of the interpreter's allocation, from 0, that fails during the call, or -1"},
+     "call(function, arguments, failing, following=False) -> (has_result, result, error, whether an allocation failed)"
+     "\n\nfailing: the number of the interpreter's allocation, from 0, that fails during the call, or -1\n"
+     "following: all allocations after it fail too"},
     {nullptr, nullptr, 0, nullptr},
 };
 
