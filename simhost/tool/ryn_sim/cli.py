@@ -215,6 +215,7 @@ def main(arguments: list[str] | None = None) -> int:
         host, state = getattr(options, "host", None), getattr(options, "state", None)
         if host is not None and state is not None:
             raise BadInput("--host and --state both name a host; expected one of them")
+        options.named = host is not None or state is not None
         options.path = places.state_path(host, state)
         module = import_module(f".{_MODULES[options.command]}", __package__)
         getattr(module, f"{options.command}_command")(options)

@@ -2,11 +2,12 @@
 
 from __future__ import annotations
 
+import time
 from fractions import Fraction
 
 from . import units
-from .errors import BadInput, Failed
-from .store import Library, Store
+from .errors import BadInput
+from .store import Store, host_ns
 from .table import print_json
 
 
@@ -20,19 +21,13 @@ def clock_command(options) -> None:
         )
     if action in ("show", "run", "freeze") and amount is not None:
         raise BadInput(f'clock {action}: nothing is expected after it, got "{amount}"')
-    changes = {
-        "show": lambda: [],
-        "run": lambda: [("run", 0)],
-        "freeze": lambda: [("freeze", 0)],
-        "speed": lambda: [("speed_permille", _permille(amount)), ("run", 0)],
-        "step": lambda: [("freeze", 0), ("step_ms", _milliseconds("step", amount))],
-        "warp": lambda: [("warp_ms", _milliseconds("warp", amount))],
-    }[action]()
-    if changes:
-        library = Library(options.path)
-        for what, number in changes:
-            if library.clock(what, number) != 0:
-                raise Failed(f"{options.path}: the clock could not be changed ({what})")
+    if action == "speed":
+        _change(store, running=True, speed=_permille(amount))
+    elif action in ("step", "warp"):
+        ahead = _nanoseconds(action, amount)
+        _change(store, running=False if action == "step" else None, ahead=ahead)
+    elif action != "show":
+        _change(store, running=action == "run")
     row = store.row("SELECT * FROM clock")
     facts = {
         "time": store.now_ns() / 10**9,
@@ -46,6 +41,26 @@ def clock_command(options) -> None:
         print(f"host time {units.age_text(store.now_ns())} ({facts['time']:.3f} s), {facts['mode']}{pace}")
 
 
+# A change holds from so much wall time after it was made: till then others may still reckon by what was before.
+_LEAD_NS = 10_000_000
+
+
+def _change(store: Store, running: bool | None, speed: int | None = None, ahead: int = 0) -> None:
+    """Lets the clock run or stand (None: as it does), at a speed, from a time that is at or after all that was seen."""
+    with store.writing() as db:
+        row = db.execute("SELECT * FROM clock").fetchone()
+        ran = row["mode"] == "run"
+        wall = time.time_ns() + (_LEAD_NS if ran else 0)
+        base = host_ns(row, wall) + ahead
+        if base >= 1 << 62:
+            raise BadInput("clock: that is more than the clock can count (about 146 years)")
+        mode = "run" if (ran if running is None else running) else "freeze"
+        db.execute(
+            "UPDATE clock SET mode = ?, base_wall_ns = ?, base_host_ns = ?, speed_permille = ?",
+            (mode, wall, base, speed or row["speed_permille"]),
+        )
+
+
 def _permille(text: str) -> int:
     try:
         exact = Fraction(text) * 1000
@@ -56,7 +71,7 @@ def _permille(text: str) -> int:
     return int(exact)
 
 
-def _milliseconds(action: str, text: str) -> int:
+def _nanoseconds(action: str, text: str) -> int:
     try:
         ns = units.nanoseconds(text)
     except ValueError:
@@ -64,4 +79,4 @@ def _milliseconds(action: str, text: str) -> int:
     if ns <= 0 or ns % 10**6:
         back = "; the clock never goes back" if text.startswith("-") else ""
         raise BadInput(f'clock {action}: expected a time such as 5s, 250ms or 2h, got "{text}"{back}')
-    return ns // 10**6
+    return ns

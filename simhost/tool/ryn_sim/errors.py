@@ -13,10 +13,10 @@ def nearest(word: str, known) -> str:
     """A clause that names the known word nearest to this one, or lists them all if there are few; else nothing."""
     import difflib
 
-    known = [str(name) for name in known]
+    known = {str(name).lower(): str(name) for name in known}
     close = difflib.get_close_matches(str(word).lower(), known, n=1, cutoff=0.6)
     if close:
-        return f'; did you mean "{close[0]}"?'
+        return f'; did you mean "{known[close[0]]}"?'
     if 0 < len(known) <= 12:
-        return "; known: " + ", ".join(known)
+        return "; known: " + ", ".join(known.values())
     return ""

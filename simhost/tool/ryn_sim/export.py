@@ -53,7 +53,13 @@ class _Describer:
                 self._uplinks.setdefault(sw, []).append(port)
         self._seed = 1
         self._name_ports()
-        self._rings: dict[tuple[str, str], bytes] = {}
+        # Ring sizes that ports have, where they have the form that the module writes.
+        known = {(self._switches[sw]["switch_id"], str(row["dvport"])) for (sw, _), row in self._ports.items()}
+        self._rings = {
+            (row["switch_id"], row["port"]): row["value"]
+            for row in rows("SELECT * FROM prop WHERE scope = 'port' AND key = ?", words.UPLINK_RING)
+            if (row["switch_id"], row["port"]) in known and len(row["value"]) == 8
+        }
         host = self.description = _Entry()
         self._host(host)
         host["numa"] = self._numa()
@@ -174,7 +180,7 @@ class _Describer:
         if row:
             self._datapath_switch(entry, row)
         self._stored(entry, properties)
-        self._properties(entry, dvs, properties, row)
+        self._properties(entry, dvs, properties)
         if row:
             entry.put(
                 "mirrors",
@@ -242,17 +248,15 @@ class _Describer:
                     }
         entry.put("stored", stored, {})
 
-    def _properties(self, entry: _Entry, dvs, properties: dict, row) -> None:
+    def _properties(self, entry: _Entry, dvs, properties: dict) -> None:
         """What of the properties the switch's and the ports' own keys do not say already."""
         implied = implied_properties(entry)
-        plain = {str(port["dvport"]) for port in self._ports.values() if row and port["sw"] == row["sw"]}
         given: dict = {}
         for scope, port, key in sorted(set(implied) | set(properties)):
             raw = properties.get((scope, port, key))
             if raw == implied.get((scope, port, key)):
                 continue
-            if scope == "port" and key == words.UPLINK_RING and port in plain and len(raw) == 8:
-                self._rings[dvs["switch_id"], port] = raw
+            if key == words.UPLINK_RING and (dvs["switch_id"], port) in self._rings:
                 continue
             text = None if raw is None else values.to_text(raw)
             if scope == "port":

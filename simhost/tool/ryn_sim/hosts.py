@@ -175,9 +175,8 @@ def _library_version(libraries: str | None) -> str | None:
     import ctypes
 
     try:
-        return ctypes.c_char_p.in_dll(
-            ctypes.CDLL(os.path.join(libraries, "libryn.so")), "ryn_sim_version"
-        ).value.decode()
+        library = ctypes.CDLL(os.path.join(libraries, "libryn.so"))
+        return ctypes.string_at(ctypes.addressof(ctypes.c_char.in_dll(library, "ryn_sim_version"))).decode()
     except (OSError, ValueError, AttributeError, UnicodeDecodeError):
         return None
 
@@ -237,7 +236,7 @@ def run_command(options) -> None:
     command = options.arguments
     if not command:
         raise BadInput("run: expected a command after --, such as: ryn-sim run -- python3 script.py")
-    if not os.path.exists(options.path) and places.host_of(options.path) != "default":
+    if options.named and not os.path.exists(options.path):
         raise Failed(f'there is no simulated host "{places.host_of(options.path)}"; make it with: ryn-sim init')
     environment = dict(os.environ, RYN_SIM_STATE=options.path)
     _prepend(environment, "LD_LIBRARY_PATH", places.libraries())

@@ -68,7 +68,8 @@ def state_path(host: str | None, state: str | None) -> str:
         state = os.environ.get("RYN_SIM_STATE") or None
     if state is not None:
         return os.path.abspath(state)
-    return os.path.join(state_folder(), check_host_name(host or os.environ.get("RYN_SIM_HOST") or "default") + ".db")
+    name = host if host is not None else os.environ.get("RYN_SIM_HOST") or "default"
+    return os.path.join(state_folder(), check_host_name(name) + ".db")
 
 
 def host_of(path: str) -> str:

@@ -87,26 +87,20 @@ class Library:
         try:
             loaded = ctypes.CDLL(library)
             self._apply = loaded.ryn_sim_apply
-            self._clock = loaded.ryn_sim_clock
         except (OSError, AttributeError) as error:
             raise Failed(f"{library} cannot be used: {error}") from None
         self._apply.argtypes = [ctypes.c_char_p]
         self._apply.restype = ctypes.c_uint32
-        self._clock.argtypes = [ctypes.c_char_p, ctypes.c_int64]
-        self._clock.restype = ctypes.c_uint32
 
     def apply(self, sql: str) -> int:
         return self._apply(sql.encode())
 
-    def clock(self, what: str, amount: int) -> int:
-        return self._clock(what.encode(), amount)
 
-
-def host_ns(clock: sqlite3.Row) -> int:
-    """Host time, from the row of the clock."""
+def host_ns(clock: sqlite3.Row, wall_ns: int | None = None) -> int:
+    """Host time at a wall time (else now), from the row of the clock."""
     if clock["mode"] == "freeze" or clock["base_wall_ns"] == 0:
         return clock["base_host_ns"]
-    passed = max(0, time.time_ns() - clock["base_wall_ns"])
+    passed = max(0, (time.time_ns() if wall_ns is None else wall_ns) - clock["base_wall_ns"])
     return clock["base_host_ns"] + passed * clock["speed_permille"] // 1000
 
 

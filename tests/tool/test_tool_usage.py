@@ -1,0 +1,252 @@
+"""The command line: help, exit codes, hosts side by side."""
+
+import json
+import os
+import shutil
+import sqlite3
+import subprocess
+import threading
+
+import pytest
+from conftest import PROFILES, ROOT, TOOL
+
+COMMANDS = ["init", "info", "show", "set", "export", "reset", "rm", "run", "clock", "fault", "event", "log"]
+
+
+@pytest.mark.parametrize("command", COMMANDS)
+def test_every_command_has_help_that_fits(sim, command):
+    text = sim(command, "--help", COLUMNS="100")
+    assert text.startswith("usage: ryn-sim " + command)
+    assert max(map(len, text.splitlines())) <= 120
+    assert command in sim("--help")
+
+
+@pytest.mark.parametrize(
+    "arguments",
+    [
+        [],
+        ["dance"],
+        ["init", "default", "again"],
+        ["init", "--seed", "x"],
+        ["init", "nowhere"],
+        ["--host", "a/b", "info"],
+        ["--host", "", "info"],
+        ["--host", "a", "--state", "b", "info"],
+        ["run"],
+        ["run", "--"],
+        ["info", "--", "ls"],
+        ["set"],
+        ["fault"],
+        ["fault", "add"],
+        ["clock", "back"],
+    ],
+)
+def test_bad_usage_is_exit_code_2(sim, arguments):
+    assert sim.fails(2, *arguments)
+
+
+@pytest.mark.parametrize("command", ["info", "show", "export", "reset", "rm", "clock", "log"])
+def test_a_host_that_is_not_there_is_exit_code_1(sim, command):
+    assert 'no simulated host "nobody"' in sim.fails(1, command, "--host", "nobody")
+
+
+def test_a_profile_that_is_nearly_right_is_proposed(sim):
+    assert 'did you mean "asymmetric"?' in sim.fails(2, "init", "asymetric")
+
+
+def test_hosts_stand_side_by_side(sim):
+    sim("init", "--host", "one")
+    sim("--host", "two", "init", "empty")
+    assert json.loads(sim("info", "--json", "--host", "one"))["ports"] == 35
+    assert json.loads(sim("info", "--json", RYN_SIM_HOST="two"))["ports"] == 0
+    assert json.loads(sim("info", "--json", RYN_SIM_STATE=str(sim.path("one"))))["ports"] == 35
+    assert json.loads(sim("info", "--json", "--host", "two", RYN_SIM_STATE=str(sim.path("one"))))["ports"] == 0
+    assert json.loads(sim("info", "--json", "--host", "two"))["hosts"] == ["one", "two"]
+    sim("rm", "--host", "one")
+    assert not sim.path("one").exists() and sim.path("two").exists()
+
+
+def test_a_host_may_lie_anywhere(sim, tmp_path):
+    file = tmp_path / "a folder" / "my host?.db"
+    sim("init", "--state", file)
+    assert file.exists()
+    assert json.loads(sim("info", "--json", "--state", file))["state"] == str(file)
+
+
+def test_init_keeps_what_is_there_unless_forced(sim):
+    sim("init", "empty")
+    assert "is there already" in sim.fails(1, "init", "default")
+    assert json.loads(sim("info", "--json"))["profile"] == "empty"
+    sim("init", "default", "--force")
+    assert json.loads(sim("info", "--json"))["profile"] == "default"
+
+
+def test_of_many_that_make_a_host_at_once_one_does(sim):
+    results = []
+    threads = [threading.Thread(target=lambda: results.append(sim.process("init").returncode)) for _ in range(6)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    assert sorted(results) == [0, 1, 1, 1, 1, 1]
+    assert [entry.name for entry in sim.path().parent.iterdir()] == ["default.db"]
+
+
+def test_a_folder_that_cannot_be_made_is_named(sim, tmp_path):
+    (tmp_path / "file").write_text("")
+    assert str(tmp_path / "file") in sim.fails(1, "init", "--state", tmp_path / "file" / "x.db")
+
+
+def test_a_file_that_is_no_store_is_left_alone(sim, tmp_path):
+    file = tmp_path / "notes.txt"
+    file.write_text("these are notes, and more than sixteen bytes of them")
+    for command in ("info", "export", "reset", "rm"):
+        assert str(file) in sim.fails(1, command, "--state", file)
+    assert file.read_text().startswith("these are notes")
+
+
+def test_rm_refuses_while_somebody_has_the_host_open(sim):
+    sim("init")
+    with sqlite3.connect(sim.path()) as other:
+        other.execute("SELECT * FROM host").fetchall()
+        assert "open" in sim.fails(1, "rm")
+        assert sim.path().exists()
+        sim("rm", "--force")
+    other.close()
+    assert not sim.path().exists()
+
+
+def test_rm_leaves_nothing_behind(sim):
+    sim("init")
+    sim("fault", "add", "Ryn_GetLRO", "--status", "1")
+    sim("rm")
+    assert list(sim.path().parent.iterdir()) == []
+
+
+def test_reset_puts_back_what_was_changed_and_serves_who_has_it_open(sim):
+    sim("init", "--seed", "5")
+    fresh = sim("export")
+    other = sqlite3.connect(sim.path())
+    other.execute("UPDATE sw SET mtu = 4000")
+    other.execute("INSERT INTO fault (operation, status) VALUES ('Ryn_GetLRO', 1)")
+    other.execute("DELETE FROM conversation WHERE id > 3")
+    other.commit()
+    assert sim("export") != fresh
+    sim("reset")
+    assert sim("export") == fresh
+    assert other.execute("SELECT COUNT(*) FROM conversation").fetchone() == (66,)
+    assert other.execute("SELECT seed FROM host").fetchone() == (5,)
+    assert other.execute("PRAGMA foreign_key_check").fetchall() == []
+    other.close()
+
+
+def test_reset_knows_a_description_of_ones_own(sim, tmp_path):
+    file = tmp_path / "mine.yaml"
+    file.write_text("host: mine\nabout: it's mine; 'quoted'\nnuma: [{lcores: [3]}]\n")
+    sim("init", file)
+    file.unlink()
+    fresh = sim("export")
+    sqlite3.connect(sim.path()).executescript("UPDATE host SET name = 'other', flow_timeout_s = 1")
+    sim("reset")
+    assert sim("export") == fresh
+
+
+def test_run_finds_stand_ins_and_module_from_a_build(sim):
+    done = sim.process("run", "--", "/usr/bin/env", LD_LIBRARY_PATH="/before", PYTHONPATH="/python")
+    assert done.returncode == 0, done
+    environment = dict(line.split("=", 1) for line in done.stdout.splitlines() if "=" in line)
+    libraries = environment["LD_LIBRARY_PATH"].split(":")
+    assert os.path.exists(os.path.join(libraries[0], "libryn.so")) and libraries[1] == "/before"
+    folders = environment["PYTHONPATH"].split(":")
+    assert any(name.startswith("_libryn") for name in os.listdir(folders[0])) and folders[1] == "/python"
+    assert environment["RYN_SIM_STATE"] == str(sim.path())
+
+
+def test_run_passes_on_arguments_and_exit_code(sim):
+    sim("init")
+    done = sim.process(
+        "run", "--host", "default", "--", "sh", "-c", 'printf "%s|" "$@"; exit 37', "-", "--json", "--", "-x"
+    )
+    assert (done.returncode, done.stdout) == (37, "--json|--|-x|")
+
+
+def test_run_says_what_it_cannot_run(sim):
+    sim("init")
+    assert "no-such-command" in sim.fails(1, "run", "--", "no-such-command")
+    assert 'no simulated host "typo"' in sim.fails(1, "run", "--host", "typo", "--", "true")
+
+
+def test_an_installed_tool_finds_its_own(sim, tmp_path):
+    prefix = tmp_path / "usr"
+    share = prefix / "lib" / "ryn-sim"
+    shutil.copytree(TOOL.parent / "ryn_sim", share / "ryn_sim")
+    shutil.copytree(PROFILES, share / "profiles")
+    for name in ("schema.sql", "host.schema.json"):
+        shutil.copy(ROOT / "simhost" / name, share)
+    for name in ("libryn.so", "libjorPublic.so"):
+        (share / name).write_bytes(b"")
+    (prefix / "bin").mkdir()
+    shutil.copy(TOOL, prefix / "bin")
+    environment = {name: value for name, value in sim.environment.items() if name != "RYN_SIM_LIBS"}
+    for arguments in (["init"], ["run", "--", "/usr/bin/env"]):
+        done = subprocess.run(
+            [str(prefix / "bin" / "ryn-sim"), *arguments], capture_output=True, text=True, env=environment, timeout=60
+        )
+        assert done.returncode == 0, done
+    assert f"\nLD_LIBRARY_PATH={share}" in "\n" + done.stdout
+
+
+def test_missing_stand_ins_are_named(sim, tmp_path):
+    sim("init")
+    assert str(tmp_path) in sim.fails(1, "run", "--", "true", RYN_SIM_LIBS=str(tmp_path))
+
+
+def test_a_reader_that_goes_away_is_no_crash(sim):
+    sim("init")
+    done = subprocess.run(
+        ["sh", "-c", f"/usr/bin/python3 {TOOL} export | head -1"], capture_output=True, text=True, env=sim.environment
+    )
+    assert done.stderr == "" and len(done.stdout.splitlines()) == 1
+
+
+def test_json_is_json_everywhere(sim):
+    assert json.loads(sim("init", "--json"))["switches"] == 2
+    sim("fault", "add", "Ryn_GetLRO", "--status", "0xbad0007")
+    for arguments in (
+        ["info"],
+        ["export"],
+        ["show", "all"],
+        ["fault", "list"],
+        ["event", "list"],
+        ["log"],
+        ["clock"],
+        ["init", "--list"],
+    ):
+        json.loads(sim(*arguments, "--json"))
+    for what in ("summary", "cores", "nics", "switches", "ports", "traffic", "mirrors", "properties", "balancer"):
+        assert json.loads(sim("show", what, "--json")), what
+
+
+def test_tables_fit_100_columns(sim):
+    sim("init")
+    for arguments in (["show", "all"], ["show"], ["info"], ["init", "--list"]):
+        text = sim(*arguments)
+        assert max(map(len, text.splitlines())) <= (100 if arguments[0] == "show" else 200), arguments
+
+
+def test_show_takes_a_switch_by_alias_or_number(sim):
+    sim("init")
+    by_alias = json.loads(sim("show", "ports", "dvs-2", "--json"))
+    assert by_alias == json.loads(sim("show", "ports", "1", "--json"))
+    assert {port["switch"] for port in by_alias} == {"dvs-2"} and len(by_alias) == 12
+    assert 'did you mean "dvs-2"?' in sim.fails(1, "show", "ports", "dvs-22")
+    assert 'did you mean "ports"?' in sim.fails(2, "show", "port")
+
+
+def test_light_commands_load_no_heavy_library(sim):
+    sim("init")
+    done = subprocess.run(
+        ["/usr/bin/python3", "-X", "importtime", str(TOOL), "info"], capture_output=True, text=True, env=sim.environment
+    )
+    loaded = {line.rpartition("|")[2].strip() for line in done.stderr.splitlines()}
+    assert done.returncode == 0 and not {"yaml", "jsonschema"} & loaded
