@@ -4,10 +4,11 @@ import contextlib
 import io
 import os
 import subprocess
+import sys
 
 import pytest
 
-from harness import ANY, BUFFER, DICT_ITEM, Bytes, Call, Outcome, capture_stderr, python, run
+from harness import ANY, BUFFER, DICT_ITEM, Bytes, Call, Outcome, capture_stderr, lost_blocks, python, run
 
 INVALID = "TypeError: Invalid parameter passed.\n"
 COMPLAINT = "returned a result with an (error|exception) set"
@@ -186,6 +187,27 @@ def test_calls_do_not_share_what_can_be_changed(ryn, double):
     first[0]["txQLM"].append(1)
     first[0].clear()
     assert ryn.ListPorts(0) == second
+
+
+ALL_ONES = b"\xff" * 1310736  # each count above its room, each number as large as can be
+SWITCHES = Bytes(2568).u32(0, 16).raw(8, bytes(2560).replace(b"\0", b"x"))
+
+
+@pytest.mark.skipif(sys.getallocatedblocks() == 0, reason="PYTHONMALLOC: no blocks are counted")
+@pytest.mark.parametrize("method, args, op, area", [
+    ("ListSwitches", (), "Ryn_Get_Switch_List", SWITCHES),
+    ("ListSwitches", (), "Ryn_Get_Switch_List", Bytes(2568).raw(0, SWITCHES).u8(8 + 15 * 160, 0xFF)),  # the last name
+    ("ListPorts", (0,), "Ryn_Get_Port_List", ALL_ONES),
+    ("GetPortStats", (0, 0), "Ryn_Get_Port_Stats", ALL_ONES),
+    ("GetPortConf", (0, 0), "Ryn_Get_Port_Conf", ALL_ONES),
+    ("ListPortMACTable", (0, 0), "Ryn_Dump_Port_MAC_Table", b"\xff\0" * 1000),
+    ("ListSwitchMACTable", (0,), "Ryn_Dump_Switch_MAC_Table", b"\xff\0" * 1000),
+], ids=lambda value: value if isinstance(value, str) else "")
+def test_no_large_result_leaves_anything_behind(ryn, double, method, args, op, area):
+    double.recording(False)
+    double.answer(op, area=area)
+    assert run(getattr(ryn, method), *args).error in (None, BUFFER)
+    assert lost_blocks(lambda: run(getattr(ryn, method), *args), 20) == 0
 
 
 def test_rows_share_their_keys(ryn, double):
