@@ -1,4 +1,5 @@
 import ctypes
+import gc
 import os
 
 import pytest
@@ -13,6 +14,11 @@ def pytest_configure(config: pytest.Config) -> None:
         raise pytest.UsageError(
             f"{error}\nThe tests need LD_LIBRARY_PATH=BUILD/tests/double PYTHONPATH=BUILD/module (LD_LIBRARY_PATH is "
             f"{os.environ.get('LD_LIBRARY_PATH', 'not set')!r}). ./dev test sets both.") from None
+
+
+def pytest_collection_finish(session: pytest.Session) -> None:
+    gc.collect()
+    gc.freeze()  # what is there now stays: the tests' own collections need not walk it each time
 
 
 @pytest.fixture(scope="session")

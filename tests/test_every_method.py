@@ -1,10 +1,7 @@
 """What every method has in common, tested for each row of method_table.py."""
 
 import ctypes
-import gc
 import re
-import sys
-from array import array
 from functools import partial
 from itertools import repeat
 from pathlib import Path
@@ -13,10 +10,8 @@ from typing import Callable
 import pytest
 
 import _probe
-from harness import ANY, Outcome, capture_stderr, run
+from harness import ANY, Outcome, capture_stderr, lost_blocks, run
 from method_table import METHODS, Failure, Method
-
-CALLS = 100  # of each leak check: more than any of the interpreter's free lists holds
 
 
 def methods(which: Callable[[Method], object]) -> pytest.MarkDecorator:
@@ -150,47 +145,24 @@ def test_every_operation_fails_in_some_row():
 # Leaks: exact counts over many calls, of the interpreter's blocks and of the C library's
 
 
-counts_blocks = pytest.mark.skipif(sys.getallocatedblocks() == 0, reason="PYTHONMALLOC: no blocks are counted")
-
-
-def lost_blocks(double, work: Callable[[], None]) -> float:
-    """The interpreter's blocks that each call of `work` loses."""
-    double.recording(False)
-    counts = array("q", [0, 0])  # an int object for the first count would be counted by the second
-    gc.collect()
-    gc.disable()
-    try:
-        with capture_stderr():
-            for place in (0, 1):
-                for _ in repeat(None, CALLS):  # the first round warms up and fills the free lists
-                    work()
-                counts[place] = sys.getallocatedblocks()
-    finally:
-        gc.enable()
-    return (counts[1] - counts[0]) / CALLS
-
-
-@counts_blocks
 @every_method
 def test_good_call_does_not_leak(ryn, double, method: Method):
     method.script(double)
-    assert lost_blocks(double, partial(_probe.call, getattr(ryn, method.name), method.args, -1)) == method.leaks
+    assert lost_blocks(partial(_probe.call, getattr(ryn, method.name), method.args, -1)) == method.leaks
 
 
-@counts_blocks
 @every_failure
 def test_failure_does_not_leak(ryn, double, method: Method, failure: Failure):
     method.script(double)
     failure.script(double)
     args = method.args if failure.args is None else failure.args
-    assert lost_blocks(double, partial(_probe.call, getattr(ryn, method.name), args, -1)) == failure.leaks
+    assert lost_blocks(partial(_probe.call, getattr(ryn, method.name), args, -1)) == failure.leaks
 
 
-@counts_blocks
 @methods(lambda method: method.format)
 def test_refused_arguments_do_not_leak(ryn, double, method: Method):
     for name, args, _ in wrong_arguments(method):
-        assert lost_blocks(double, partial(_probe.call, getattr(ryn, method.name), args, -1)) == 0, name
+        assert lost_blocks(partial(_probe.call, getattr(ryn, method.name), args, -1)) == 0, name
 
 
 class MallInfo2(ctypes.Structure):
@@ -260,7 +232,6 @@ def test_failing_allocations(ryn, double, method: Method):
     assert handed_out == freed
 
 
-@counts_blocks
 @methods(lambda method: method.no_memory and not method.leaks)
 def test_failing_allocations_do_not_leak(ryn, double, method: Method):
     method.script(double)
@@ -272,4 +243,4 @@ def test_failing_allocations_do_not_leak(ryn, double, method: Method):
             failed = _probe.call(function, args, n)[3]
             n += 1
 
-    assert lost_blocks(double, fail_each) == 0
+    assert lost_blocks(fail_each) == 0

@@ -5,49 +5,9 @@
 
 #include <array>
 
+#include "failing_allocation.h"
+
 namespace {
-
-constexpr std::array kDomains = {PYMEM_DOMAIN_RAW, PYMEM_DOMAIN_MEM, PYMEM_DOMAIN_OBJ};
-
-std::array<PyMemAllocatorEx, 3> originals;
-Py_ssize_t allocations;  // since the hooks went in
-Py_ssize_t failing;      // the allocation that fails; -1: none
-int and_all_following;   // they fail too
-
-bool Fails() {
-  const Py_ssize_t allocation = allocations++;
-  return allocation == failing || (and_all_following && allocation > failing);
-}
-
-const PyMemAllocatorEx& Original(void* context) { return *static_cast<PyMemAllocatorEx*>(context); }
-
-void* Malloc(void* context, size_t size) {
-  return Fails() ? nullptr : Original(context).malloc(Original(context).ctx, size);
-}
-
-void* Calloc(void* context, size_t count, size_t size) {
-  return Fails() ? nullptr : Original(context).calloc(Original(context).ctx, count, size);
-}
-
-void* Realloc(void* context, void* block, size_t size) {
-  return Fails() ? nullptr : Original(context).realloc(Original(context).ctx, block, size);
-}
-
-void Free(void* context, void* block) { Original(context).free(Original(context).ctx, block); }
-
-void InstallHooks() {
-  allocations = 0;
-  for (size_t i = 0; i < kDomains.size(); ++i) {
-    PyMem_GetAllocator(kDomains[i], &originals[i]);
-    PyMemAllocatorEx hook = {&originals[i], Malloc, Calloc, Realloc, Free};
-    PyMem_SetAllocator(kDomains[i], &hook);
-  }
-}
-
-void RemoveHooks() {
-  for (size_t i = 0; i < kDomains.size(); ++i)
-    PyMem_SetAllocator(kDomains[i], &originals[i]);
-}
 
 // Holds as many dicts and lists as the interpreter keeps for reuse, so that each new one takes an allocation. The
 // collector is off meanwhile: what it frees could be reused.
@@ -94,20 +54,23 @@ PyObject* OrNone(PyObject* object) {
 
 PyObject* CallBuiltin(PyObject*, PyObject* args) {
   PyObject *function, *arguments;
-  and_all_following = 0;
+  Py_ssize_t failing;
+  int following = 0;
   if (!PyArg_ParseTuple(args, "O!O!n|p:call", &PyCFunction_Type, &function, &PyTuple_Type, &arguments, &failing,
-                        &and_all_following))
+                        &following))
     return nullptr;
   const auto method = PyCFunction_GetFunction(function);
   PyObject* const self = PyCFunction_GetSelf(function);
+
+  bool allocation_failed = false;
   PyObject* result;
-  if (failing >= 0) {
-    const Spares taken;
-    InstallHooks();
+  if (failing < 0) {
     result = method(self, arguments);
-    RemoveHooks();
   } else {
+    const Spares taken;
+    const FailingAllocation failing_allocation(failing, following != 0);
     result = method(self, arguments);
+    allocation_failed = failing_allocation.HasFailed();
   }
 
   PyObject *type, *error, *traceback;
@@ -117,9 +80,8 @@ PyObject* CallBuiltin(PyObject*, PyObject* args) {
     Py_DECREF(type);
     Py_XDECREF(traceback);
   }
-  const bool has_result = result != nullptr, allocation_failed = failing >= 0 && allocations > failing;
-  return Py_BuildValue("(NNNN)", PyBool_FromLong(has_result), OrNone(result), OrNone(error),
-                       PyBool_FromLong(allocation_failed));
+  PyObject* const has_result = PyBool_FromLong(result != nullptr);
+  return Py_BuildValue("(NNNN)", has_result, OrNone(result), OrNone(error), PyBool_FromLong(allocation_failed));
 }
 
 PyMethodDef methods[] = {

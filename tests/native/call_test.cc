@@ -1,0 +1,90 @@
+#include "module/call.h"
+
+#include <gtest/gtest.h>
+
+#include "module/values.h"
+#include "python_error.h"
+
+namespace {
+
+TEST(ParseArgs, ReadsEachUnit) {
+  const Ref args(Py_BuildValue("(KLsO)", 1ULL << 32 | 5, -7LL, "text", Py_Ellipsis));
+  std::uint32_t number = 0;
+  long long wide = 0;
+  const char* text = nullptr;
+  PyObject* object = nullptr;
+  ASSERT_TRUE(ParseArgs(args.get(), &number, &wide, &text, &object));
+  EXPECT_EQ(number, 5U);  // wraps
+  EXPECT_EQ(wide, -7);
+  EXPECT_STREQ(text, "text");
+  EXPECT_EQ(object, Py_Ellipsis);
+}
+
+TEST(ParseArgs, LeavesPythonsErrorSet) {
+  const Ref args(Py_BuildValue("(s)", "no number"));
+  std::uint32_t number = 0;
+  EXPECT_FALSE(ParseArgs(args.get(), &number));
+  EXPECT_EQ(TakeError().substr(0, 9), "TypeError");
+}
+
+TEST(Ranges, EndAt15And127) {
+  EXPECT_TRUE(IsSwitch(0) && IsSwitch(15) && IsPort(0) && IsPort(127));
+  EXPECT_FALSE(IsSwitch(16) || IsSwitch(0xFFFFFFFF) || IsPort(128) || IsPort(0xFFFFFFFF));
+}
+
+TEST(Failures, WriteTheirTextAndAnswer) {
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(Ref(NoneAfter("number %u\n", 5U)).get(), Py_None);
+  EXPECT_EQ(Ref(FalseAfter("text %s", "abc")).get(), Py_False);
+  Report("\n\n");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "number 5\ntext abc\n\n");
+}
+
+TEST(LowWord, TakesTheLow32BitsOfASignedLong) {
+  KeptError error;
+  EXPECT_EQ(LowWord(Ref(PyLong_FromLongLong((1LL << 32) + 5)).get(), &error), 5U);
+  EXPECT_EQ(LowWord(Ref(PyLong_FromLong(-1)).get(), &error), 0xFFFFFFFFU);
+  EXPECT_FALSE(PyErr_Occurred());
+}
+
+TEST(LowWord, OfNoIntIsKeptAndSetAgainAtTheEnd) {
+  {
+    KeptError error;
+    EXPECT_EQ(LowWord(Py_None, &error), 0xFFFFFFFFU);
+    EXPECT_FALSE(PyErr_Occurred());  // the work goes on with a clean indicator
+    EXPECT_EQ(LowWord(Ref(PyLong_FromLongLong(7)).get(), &error), 7U);
+  }
+  EXPECT_EQ(TakeError().substr(0, 9), "TypeError");
+}
+
+TEST(KeptError, KeepsTheFirst) {
+  {
+    KeptError error;
+    PyErr_SetString(PyExc_KeyError, "first");
+    error.Keep();
+    PyErr_SetString(PyExc_ValueError, "second");
+    error.Keep();
+    EXPECT_FALSE(PyErr_Occurred());
+  }
+  EXPECT_EQ(TakeError(), "KeyError: 'first'");
+}
+
+TEST(KeptError, GivesWayToALaterFailuresOwn) {
+  {
+    KeptError error;
+    PyErr_SetString(PyExc_KeyError, "first");
+    error.Keep();
+    PyErr_SetString(PyExc_SystemError, "later");
+  }
+  EXPECT_EQ(TakeError(), "SystemError: later");
+}
+
+TEST(KeptError, WithoutOneLeavesNone) {
+  {
+    KeptError error;
+    error.Keep();
+  }
+  EXPECT_EQ(TakeError(), "");
+}
+
+}  // namespace

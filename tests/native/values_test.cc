@@ -1,0 +1,214 @@
+#include "module/values.h"
+
+#include <gtest/gtest.h>
+
+#include "failing_allocation.h"
+#include "python_error.h"
+
+namespace {
+
+constexpr char kNoBuffer[] = "SystemError: Failed to allocate buffer.\n";
+constexpr char kNoListItem[] = "SystemError: Failed to set list item.\n";
+constexpr char kNoDictItem[] = "SystemError: Failed to set dict item.\n";
+
+// A value that nobody else shares, to watch its references
+Ref Unshared() { return Ref(PyUnicode_FromString("a value of its own")); }
+
+Key TestKey() { return Key("testKey"); }
+
+TEST(Store, PutsTheValueUnderTheKeyAndTakesItOver) {
+  Ref dict(PyDict_New());
+  Key key = TestKey();
+  Ref value = Unshared();
+  EXPECT_TRUE(Store(dict.get(), key, Share(value.get())));
+  EXPECT_EQ(PyDict_GetItemString(dict.get(), "testKey"), value.get());
+  EXPECT_EQ(Py_REFCNT(value.get()), 2);
+  dict.reset();
+  EXPECT_EQ(Py_REFCNT(value.get()), 1);
+}
+
+TEST(Store, OfNoValueReportsThatItCouldNotBeCreated) {
+  Ref dict(PyDict_New());
+  Key key = TestKey();
+  EXPECT_FALSE(Store(dict.get(), key, nullptr));
+  EXPECT_EQ(TakeError(), kNoBuffer);
+  EXPECT_EQ(PyDict_Size(dict.get()), 0);
+}
+
+TEST(Store, ThatFailsReportsADictItemAndDropsTheValue) {
+  Ref no_dict(PyList_New(0));
+  Key key = TestKey();
+  Ref value = Unshared();
+  EXPECT_FALSE(Store(no_dict.get(), key, Share(value.get())));
+  EXPECT_EQ(TakeError(), kNoDictItem);
+  EXPECT_EQ(Py_REFCNT(value.get()), 1);
+}
+
+TEST(Store, UnderAKeyThatCannotBeMadeFailsAndIsTriedAgain) {
+  static constinit Key key("a key that is made nowhere else");
+  Ref dict(PyDict_New());
+  Ref value = Unshared();
+  {
+    const FailingAllocation failing(0);
+    EXPECT_FALSE(Store(dict.get(), key, Share(value.get())));
+    EXPECT_TRUE(failing.HasFailed());
+  }
+  EXPECT_EQ(TakeError(), kNoDictItem);
+  EXPECT_EQ(Py_REFCNT(value.get()), 1);
+  EXPECT_EQ(PyDict_Size(dict.get()), 0);
+
+  EXPECT_TRUE(Store(dict.get(), key, Share(value.get())));
+  EXPECT_EQ(TakeError(), "");
+  EXPECT_EQ(PyDict_GetItemString(dict.get(), "a key that is made nowhere else"), value.get());
+}
+
+TEST(Key, IsOneInternedObject) {
+  Key first("testKey"), second("testKey");
+  ASSERT_NE(first.Object(), nullptr);
+  EXPECT_EQ(first.Object(), first.Object());
+  EXPECT_EQ(first.Object(), second.Object());
+}
+
+TEST(Key, ThatCannotBeMadeLeavesPythonsError) {
+  static constinit Key key("another key that is made nowhere else");
+  {
+    const FailingAllocation failing(0);
+    EXPECT_EQ(key.Object(), nullptr);
+  }
+  EXPECT_EQ(TakeError(), "MemoryError: ");
+  EXPECT_NE(key.Object(), nullptr);
+}
+
+TEST(StoreItem, PutsTheValueAtItsPlaceAndTakesItOver) {
+  Ref list = NewList(2), value = Unshared();
+  EXPECT_TRUE(StoreItem(list.get(), 1, Share(value.get())));
+  EXPECT_EQ(PyList_GetItem(list.get(), 0), Py_None);
+  EXPECT_EQ(PyList_GetItem(list.get(), 1), value.get());
+  list.reset();
+  EXPECT_EQ(Py_REFCNT(value.get()), 1);
+}
+
+TEST(StoreItem, ThatFailsReportsAListItemAndDropsTheValue) {
+  Ref list = NewList(2), value = Unshared();
+  EXPECT_FALSE(StoreItem(list.get(), 2, Share(value.get())));
+  EXPECT_EQ(TakeError(), kNoListItem);
+  EXPECT_EQ(Py_REFCNT(value.get()), 1);
+}
+
+TEST(StoreItem, OfNoValueReportsThatItCouldNotBeCreated) {
+  Ref list = NewList(1);
+  EXPECT_FALSE(StoreItem(list.get(), 0, nullptr));
+  EXPECT_EQ(TakeError(), kNoBuffer);
+  EXPECT_EQ(PyList_GetItem(list.get(), 0), Py_None);
+}
+
+TEST(NewList, HasNoEmptySlot) {
+  for (const std::size_t size : {0, 1, 1000}) {
+    const Ref list = NewList(size);
+    ASSERT_EQ(PyList_GET_SIZE(list.get()), static_cast<Py_ssize_t>(size));
+    for (Py_ssize_t i = 0; i < PyList_GET_SIZE(list.get()); ++i)
+      EXPECT_EQ(PyList_GET_ITEM(list.get(), i), Py_None);
+  }
+}
+
+TEST(NewTuple, HasNoEmptySlot) {
+  const Ref tuple = NewTuple(64);
+  for (Py_ssize_t i = 0; i < 64; ++i)
+    EXPECT_EQ(PyTuple_GET_ITEM(tuple.get(), i), Py_None);
+}
+
+TEST(NewContainers, ThatCannotBeMadeAreNullWithPythonsError) {
+  {
+    const FailingAllocation failing(0);
+    EXPECT_EQ(NewList(1000), nullptr);
+  }
+  EXPECT_EQ(TakeError(), "MemoryError: ");
+  {
+    const FailingAllocation failing(0);
+    EXPECT_EQ(NewTuple(1000), nullptr);
+  }
+  EXPECT_EQ(TakeError(), "MemoryError: ");
+}
+
+TEST(StoreNewDict, StoresADictToFill) {
+  Ref list = NewList(1);
+  const Ref dict = StoreNewDict(list.get(), 0);
+  ASSERT_NE(dict, nullptr);
+  EXPECT_EQ(PyList_GetItem(list.get(), 0), dict.get());
+  EXPECT_EQ(Py_REFCNT(dict.get()), 2);
+  list.reset();
+  EXPECT_EQ(Py_REFCNT(dict.get()), 1);
+}
+
+TEST(StoreNewDict, ThatCannotBeStoredReportsAListItem) {
+  const Ref list = NewList(1);
+  EXPECT_EQ(StoreNewDict(list.get(), 1), nullptr);
+  EXPECT_EQ(TakeError(), kNoListItem);
+}
+
+TEST(StoreNewList, StoresAListToFill) {
+  Ref dict(PyDict_New());
+  Key key = TestKey();
+  const Ref list = StoreNewList(dict.get(), key, 3);
+  ASSERT_NE(list, nullptr);
+  EXPECT_EQ(PyList_GET_SIZE(list.get()), 3);
+  EXPECT_EQ(PyDict_GetItemString(dict.get(), "testKey"), list.get());
+}
+
+TEST(StoreNewList, ThatCannotBeStoredReportsADictItem) {
+  const Ref no_dict = NewList(0);
+  Key key = TestKey();
+  EXPECT_EQ(StoreNewList(no_dict.get(), key, 3), nullptr);
+  EXPECT_EQ(TakeError(), kNoDictItem);
+}
+
+TEST(StoreNewList, ThatCannotBeCreatedReportsIt) {
+  Ref dict(PyDict_New());
+  Key key = TestKey();
+  ASSERT_NE(key.Object(), nullptr);
+  {
+    const FailingAllocation failing(0);
+    EXPECT_EQ(StoreNewList(dict.get(), key, 1000), nullptr);
+  }
+  EXPECT_EQ(TakeError(), kNoBuffer);
+}
+
+TEST(Put, LeavesPythonsOwnError) {
+  const Ref no_dict = NewList(0), list = NewList(0);
+  Key key = TestKey();
+  EXPECT_FALSE(Put(no_dict.get(), key, Unshared()));
+  EXPECT_NE(TakeError(), "");
+  EXPECT_FALSE(Put(no_dict.get(), key, nullptr));
+  EXPECT_EQ(TakeError(), "");
+}
+
+TEST(PutItem, LeavesPythonsOwnError) {
+  const Ref tuple = NewTuple(1), value = Unshared();
+  EXPECT_TRUE(PutItem(tuple.get(), 0, Share(value.get())));
+  EXPECT_EQ(PyTuple_GetItem(tuple.get(), 0), value.get());
+  EXPECT_FALSE(PutItem(tuple.get(), 1, Share(value.get())));
+  EXPECT_EQ(TakeError().substr(0, 10), "IndexError");
+  EXPECT_EQ(Py_REFCNT(value.get()), 2);
+  EXPECT_FALSE(PutItem(tuple.get(), 0, nullptr));
+  EXPECT_EQ(TakeError(), "");
+}
+
+TEST(Int, IsTheSignedLongConversion) {
+  EXPECT_EQ(PyLong_AsLongLong(Int(std::uint32_t{0xFFFFFFFF}).get()), 0xFFFFFFFFLL);
+  EXPECT_EQ(PyLong_AsLongLong(Int(std::uint64_t{1} << 63).get()), std::numeric_limits<long long>::min());
+}
+
+TEST(Text, ThatIsNoUtf8LeavesTheDecodingError) {
+  EXPECT_EQ(Text("\xff"), nullptr);
+  EXPECT_EQ(TakeError().substr(0, 18), "UnicodeDecodeError");
+  const Ref text = Text("\xc3\xa9");
+  EXPECT_EQ(PyUnicode_GetLength(text.get()), 1);
+}
+
+TEST(NoneWithError, KeepsTheError) {
+  EXPECT_FALSE(ReportNoBuffer());
+  EXPECT_EQ(Ref(NoneWithError()).get(), Py_None);
+  EXPECT_EQ(TakeError(), kNoBuffer);
+}
+
+}  // namespace
