@@ -119,12 +119,12 @@ void ReplayTimeline(Store& store, Model& model, std::int64_t ms) {
   Balancer& balancer = model.balancer;
   const std::int64_t period = balancer.period_ms;
   bool looked = false;
-  // The first look of all, and one after a long pause, only remember what they saw: two looks make a window.
+  // At first, and after a long pause, the balancer begins anew, with two looks: they make a window.
   const std::int64_t latest = ms - ms % period;
   const std::int64_t first = balancer.fresh ? latest - period : latest - kMaxTicks * period;
-  if (balancer.tick_ms + period <= ms && balancer.tick_ms < first && first >= model.segment_ms) {
-    LookWithoutMoving(model, first);
-    looked = true;
+  if (balancer.tick_ms + period < first) {
+    balancer.tick_ms = first - period;
+    balancer.fresh = true;
   }
 
   while (true) {

@@ -267,8 +267,8 @@ class Builder {
       path.core_drop_ppm = drop_ppm[Index(CoreOf(PortAt(path.in)))];
       for (std::size_t i = 0; i < path.out.size(); ++i) {
         const Port& out = PortAt(path.out[i]);
-        if (!out.IsUplink())
-          path.out_drop_ppm[i] = drop_ppm[Index(out.rx_core)];
+        const std::uint64_t core = drop_ppm[Index(out.IsUplink() ? out.tx_core : out.rx_core)];
+        path.out_drop_ppm[i] += Share(kMillion - path.out_drop_ppm[i], core, kMillion);
       }
     }
   }
