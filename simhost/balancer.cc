@@ -71,7 +71,15 @@ class Judge {
  private:
   std::optional<Move> ByUsage() const {
     const auto busier = [&](int a, int b) { return BusyPermille(model_, a) < BusyPermille(model_, b); };
-    const int hot = *std::max_element(cores_.begin(), cores_.end(), busier);
+    // A core that others keep busy is none of this switch's business.
+    std::vector<int> own;
+    std::copy_if(cores_.begin(), cores_.end(), std::back_inserter(own), [&](int core) {
+      return std::any_of(sw_.ports.begin(), sw_.ports.end(),
+                         [&](int index) { return MayMove(model_.ports[Index(index)], core); });
+    });
+    if (own.empty())
+      return std::nullopt;
+    const int hot = *std::max_element(own.begin(), own.end(), busier);
     const std::uint64_t hot_permille = BusyPermille(model_, hot);
     if (hot_permille <= std::uint64_t{sw_.balancer.high} * 10)
       return std::nullopt;

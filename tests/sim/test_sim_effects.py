@@ -1,0 +1,299 @@
+"""Settings have effects that a script can see."""
+
+import pytest
+
+import simulated
+
+IDENTIFIER = "a91c20da-b05c-4387-a4701d270827"  # dvs-1's
+TCP_PORT = 14  # of the default profile's first switch; receives TCP from another port
+
+
+def growth(host, seconds: float, *call) -> dict:
+    """How much the counters that a call answers with grow in so much time."""
+    def read() -> dict:
+        value = getattr(host, call[0])(*call[1:])
+        return dict(value["uplinkStats"]) if isinstance(value, dict) and "uplinkStats" in value else value
+
+    before = read()
+    host.step(seconds)
+    after = read()
+    return {name: after[name] - before[name] for name in after}
+
+
+def flow_totals(host, sw: int = 0) -> dict:
+    records = host.GetFlowStats(sw, [], 0)
+    return {name: sum(record[name] for record in records) for name in records[0]}
+
+
+def test_receive_offload_makes_fewer_and_larger_packets(host):
+    host.SetPortLRO(0, TCP_PORT, 1)
+    on = growth(host, 10, "GetPortStats", 0, TCP_PORT)
+    host.SetPortLRO(0, TCP_PORT, 0)
+    off = growth(host, 10, "GetPortStats", 0, TCP_PORT)
+    assert off["rxPkts"] > 2 * on["rxPkts"] > 0
+    assert on["rxBytes"] / on["rxPkts"] > 2 * off["rxBytes"] / off["rxPkts"]
+    assert abs(on["rxBytes"] - off["rxBytes"]) < off["rxBytes"] // 10
+
+
+def uplink_shares(host) -> list[int]:
+    """Of what port 2 sends in some seconds while it alone sends, each uplink's packets."""
+    before = [dict(host.GetUplinkStats(0, uplink)["uplinkStats"])["txPkts"] for uplink in (0, 1)]
+    host.step(10)
+    after = [dict(host.GetUplinkStats(0, uplink)["uplinkStats"])["txPkts"] for uplink in (0, 1)]
+    return [b - a for a, b in zip(before, after)]
+
+
+def test_the_policy_decides_which_uplinks_counters_rise(host):
+    host.apply("DELETE FROM conversation")
+    host.apply("INSERT INTO conversation (id, sw, src_port, src_ip, dst_ip, milli_pps, size, flows)"
+               " VALUES (1, 0, 2, x'0a000001', x'0a000002', 1000000, 100, 4)")
+    shares = {}
+    for kind, uplinks in (("Single", [1, 0]), ("LAG", [0, 1]), ("All", [0, 1]), ("SrcMAC", [0, 1]), ("NoTeaming", [1])):
+        host.SetPortTxUplink(0, 2, {"txType": kind, "txUplinks": uplinks})
+        shares[kind] = uplink_shares(host)
+    assert shares["Single"] == shares["NoTeaming"] == [0, 10_000]
+    assert shares["LAG"] == [5_000, 5_000]
+    assert shares["All"] == [10_000, 10_000]
+    assert sorted(shares["SrcMAC"]) == [0, 10_000]
+
+
+def test_teams_fail_over_unless_there_is_no_team(host):
+    host.apply("DELETE FROM conversation")
+    host.apply("INSERT INTO conversation (id, sw, src_port, src_ip, dst_ip, milli_pps, size, flows)"
+               " VALUES (1, 0, 2, x'0a000001', x'0a000002', 1000000, 100, 4)")
+    begin = host.now_ms()
+    nics = dict(host.rows("SELECT port, nic FROM port WHERE sw = 0 AND kind = 2"))
+    host.apply("INSERT INTO event (kind, target, from_ms, until_ms)"
+               f" VALUES ('uplink-down', '{nics[0]}', {begin}, {begin + 100_000})")
+    host.SetPortTxUplink(0, 2, {"txType": "Single", "txUplinks": [0, 1]})
+    assert uplink_shares(host) == [0, 10_000]
+    host.SetPortTxUplink(0, 2, {"txType": "NoTeaming", "txUplinks": [0, 1]})
+    drops = host.GetPortStats(0, 2)["txDrops"]
+    assert uplink_shares(host) == [0, 0]
+    assert host.GetPortStats(0, 2)["txDrops"] - drops == 10_000
+    host.step(100)  # the link is up again
+    assert uplink_shares(host) == [10_000, 0]
+
+
+def test_clearing_the_flow_table_makes_a_burst_of_misses(host):
+    host.step(20)
+    before = flow_totals(host)
+    host.ClearSwitchFlowTable(0)
+    assert flow_totals(host)["numFlows"] == 0
+    host.step(0.1)
+    burst = flow_totals(host)
+    host.step(0.1)
+    later = flow_totals(host)
+    assert burst["miss"] - before["miss"] > 5 * (later["miss"] - burst["miss"])
+    assert 0 < burst["numFlows"] <= later["numFlows"]
+
+
+def test_without_the_flow_cache_everything_is_slow(host):
+    host.EnableSwitchFlowCache(0, 0)
+    before = flow_totals(host)
+    port = growth(host, 10, "GetPortStats", 0, 2)
+    assert port["txPkts"] == 0 and port["spTxPkts"] > 0
+    after = flow_totals(host)
+    assert after["hits"] == before["hits"] and after["numFlows"] == 0
+    assert host.DumpFlowTable(0, 0, 0, 0) == {"startIndex": 0, "list": []}
+    host.EnableSwitchFlowCache(0, 1)
+    port = growth(host, 10, "GetPortStats", 0, 2)
+    assert port["txPkts"] > 50 * port["spTxPkts"]
+
+
+def test_the_timeout_decides_how_large_the_table_grows(host):
+    usual = flow_totals(host)["numFlows"]
+    host.SetFlowTimeout(60)
+    assert flow_totals(host)["numFlows"] == pytest.approx(usual, rel=0.01)  # what has left the table stays out
+    host.step(60)
+    grown = flow_totals(host)["numFlows"]
+    assert grown > usual * 1.5
+    host.SetFlowTimeout(1)
+    assert flow_totals(host)["numFlows"] < usual
+
+
+def test_offload_takes_hits_from_the_cores(host):
+    names = {uplink: host.GetFPOUplinkStatus(sw, uplink)["level"] for sw in (0, 1) for uplink in (0, 1)}
+    levels = {host.GetFPOUplinkStatus(sw, uplink)["level"] for sw in (0, 1) for uplink in (0, 1)}
+    assert levels == {"Not Supported", "Model 1 Level 1", "Model 1 Level 2", "Model 2"}, names
+    before = flow_totals(host)
+    host.step(10)
+    on = flow_totals(host)
+    host.EnableFPO("dvs-1", 0)
+    still = flow_totals(host)
+    host.step(10)
+    off = flow_totals(host)
+    assert on["fpoHits"] - before["fpoHits"] > on["localHits"] - before["localHits"]
+    assert off["fpoHits"] == still["fpoHits"]
+    assert off["localHits"] - still["localHits"] > on["localHits"] - before["localHits"]
+    assert host.DumpFlowTable(0, 0, 0, 1)["list"] == []
+
+
+def test_small_rings_lose_packets(host):
+    host.SetUplinkRingSize(IDENTIFIER, "1000", 2048, 1024)
+    assert growth(host, 10, "GetUplinkStats", 0, 0)["rxDrops"] == 0
+    host.SetUplinkRingSize(IDENTIFIER, "1000", 64, 64)
+    small = growth(host, 10, "GetUplinkStats", 0, 0)
+    assert small["rxDrops"] > 0 and small["txDrops"] > 0
+    host.SetUplinkRingSize(IDENTIFIER, "1000", 0, 0)
+    none = growth(host, 10, "GetUplinkStats", 0, 0)
+    assert none["rxPkts"] == none["txPkts"] == 0
+
+
+def busy_ns(host) -> int:
+    host.step(10)
+    return sum(load for _, load in host.DumpLBPortStats(0, 0, 0)[5])
+
+
+def test_larger_bursts_cost_less_up_to_a_knee(host):
+    cost = {}
+    for size in (4, 32, 64, 4096):
+        host.SetSwitchBurstSize("dvs-1", size)
+        cost[size] = busy_ns(host)
+    assert cost[4] > cost[32] > cost[64]
+    assert cost[4096] == pytest.approx(cost[64], rel=0.02)
+
+
+def test_traffic_follows_a_port_that_is_migrated(host):
+    host.SetLBAlgorithm("dvs-1", "none")
+    host.SetLBAlgorithm("dvs-2", "none")
+
+    def loads() -> list[int]:
+        host.step(10)
+        return [load for _, load in host.DumpLBPortStats(0, 0, 0)[5]]
+
+    host.MigratePort(0, 3, 0, 0, 0)
+    before = loads()
+    host.MigratePort(0, 3, 10, 10, 0)
+    after = loads()
+    assert after[0] < before[0] and after[10] > before[10]
+    lcores = {queue for port in host.ListPorts(0) for queue in port["txQLM"] + port["rxQLM"]}
+    assert host.ListSwitches()[0]["lcores"] == sum(1 << core for core in lcores)
+
+
+def usage_of(host, core: int) -> int:
+    return host.DumpLBPortStats(0, 0, 0)[5][core][0]
+
+
+def test_the_balancer_balances(host):
+    for port in range(2, 19):
+        host.MigratePort(0, port, 0, 0, 0)
+    for alias in simulated.SWITCHES:
+        host.SetLBParams(alias, 50, 50, 5, 0)
+        host.SetLBAlgorithm(alias, "none")
+    host.step(30)
+    crowded = usage_of(host, 0)
+    moved = len(host.rows("SELECT * FROM move"))
+    host.SetLBAlgorithm("dvs-1", "cpu")
+    host.step(300)
+    assert usage_of(host, 0) <= 55 < crowded
+    assert len(host.rows("SELECT * FROM move")) > moved
+
+
+def test_the_balancer_counts_ports(host):
+    host.SetLBAlgorithm("dvs-1", "count")
+    for port in range(2, 19):
+        host.MigratePort(0, port, 0, 0, 0)
+    host.step(600)
+    ports = [port for port in host.ListPorts(0) if port["clientType"] != "UPLINK"]
+    count = [sum(core in port["txQLM"] + port["rxQLM"] for port in ports) for core in host.ListLCoreIDs(0)]
+    assert max(count) <= 8  # of 21 that began on one core
+
+
+def test_pinned_ports_stay(host):
+    host.SetLBAlgorithm("dvs-1", "count")
+    for port in range(2, 19):
+        host.MigratePort(0, port, 0, 0, 1)
+    host.step(600)
+    ports = {port["rynPortID"]: port["txQLM"] for port in host.ListPorts(0)}
+    assert all(set(ports[port]) == {0} for port in range(2, 19))
+
+
+def test_a_weight_changes_what_the_balancer_does(host):
+    for port in range(2, 19):
+        host.MigratePort(0, port, 0, 0, 0)
+    host.SetLBParams("dvs-1", 60, 60, 1, 0)
+    other = host.copy(host.state.with_name("other.db"))
+    other.SetLBWeights(-1, 1_000_000, -1, -1, -1, -1, -1, -1)  # never to the other node
+    host.step(300)
+    other.step(300)
+    host.ListPorts(0)
+    other.ListPorts(0)
+    nodes = {to >= 8 for (to,) in host.rows("SELECT to_core FROM move")}
+    assert nodes == {False, True}
+    assert {to >= 8 for (to,) in other.rows("SELECT to_core FROM move")} == {False}
+
+
+def test_a_reset_port_counts_from_nothing(host):
+    assert host.GetPortStats(0, 2)["txPkts"] > 0
+    host.ResetPort(0, 2)
+    assert set(host.GetPortStats(0, 2).values()) == {0}
+    host.step(1)
+    assert host.GetPortStats(0, 2)["txPkts"] > 0
+
+
+# MAC tables
+
+def macs(host, *call) -> set:
+    return {(row["macAddr"], row["vlanID"], row["rynPortID"]) for row in getattr(host, call[0])(*call[1:])["MacTableList"]}
+
+
+def test_the_switchs_table_is_its_ports_tables(host):
+    whole = macs(host, "ListSwitchMACTable", 0)
+    parts = [macs(host, "ListPortMACTable", 0, port["rynPortID"]) for port in host.ListPorts(0)]
+    assert whole == set().union(*parts) and len(whole) == sum(map(len, parts)) > 20
+    ports = {port["rynPortID"]: port["hwAddr"] for port in host.ListPorts(0)}
+    assert any(row[0] == ports[2] and row[2] == 2 for row in whole)
+
+
+def test_a_cleared_table_is_learned_again(host):
+    by_hand = {(bytes(mac).hex(":"), vlan, port) for port, mac, vlan in host.rows("SELECT port, mac, vlan FROM mac_entry")}
+    whole = macs(host, "ListSwitchMACTable", 0) - by_hand
+    host.ClearSwitchMACTable(0)
+    assert macs(host, "ListSwitchMACTable", 0) == set()
+    host.step(1.5)
+    assert 0 < len(macs(host, "ListSwitchMACTable", 0)) < len(whole)
+    host.step(1.5)
+    assert macs(host, "ListSwitchMACTable", 0) == whole
+    host.ClearPortMACTable(0, 2)
+    assert macs(host, "ListPortMACTable", 0, 2) == set()
+    assert macs(host, "ListPortMACTable", 0, 3) != set()
+
+
+def test_entries_by_hand(host):
+    # The method passes switch 0 whatever switch it is given.
+    host.AddMACEntry(1, 5, 0x554433221102, 77)
+    assert ("02:11:22:33:44:55", 77, 5) in macs(host, "ListPortMACTable", 0, 5)
+    host.step(100)
+    row = next(row for row in host.ListPortMACTable(0, 5)["MacTableList"] if row["vlanID"] == 77)
+    assert row["macGenDiff"] == 10
+    host.DelMACEntry(0, 5, 0x554433221102, 77)
+    assert ("02:11:22:33:44:55", 77, 5) not in macs(host, "ListPortMACTable", 0, 5)
+    assert host.complaint("DelMACEntry", 0, 5, 0x554433221102, 77) == "Failed to delete MAC entry.\n"
+    assert host.complaint("AddMACEntry", 0, 126, 0x554433221102, 77) == "Failed to add a MAC entry."
+
+
+def test_a_learned_entry_comes_back(host):
+    port = next(port for port in host.ListPorts(0) if port["rynPortID"] == 2)
+    entry = next(row for row in macs(host, "ListPortMACTable", 0, 2) if row[0] == port["hwAddr"])
+    address = int.from_bytes(bytes.fromhex(entry[0].replace(":", "")), "little")
+    host.DelMACEntry(0, 2, address, entry[1])
+    assert entry not in macs(host, "ListPortMACTable", 0, 2)
+    host.step(3)
+    assert entry in macs(host, "ListPortMACTable", 0, 2)
+
+
+def test_the_limit(host):
+    host.apply(f"INSERT INTO event (kind, target, value, from_ms) VALUES ('mac-limit', '0', 1, {host.now_ms()})")
+    assert host.ListSwitchMACTable(0)["MacLimit"] == 1
+    table = host.ListPortMACTable(0, 0)
+    assert table["LimitExceeded"] == 1 and len(table["MacTableList"]) == 1
+    assert host.complaint("AddMACEntry", 0, 0, 0x554433221102, 77) == "Failed to add a MAC entry."
+
+
+def test_uplinks_need_not_learn(host):
+    assert macs(host, "ListPortMACTable", 0, 0) != set()
+    host.SetUplinkMACLearn(0, 0)
+    assert macs(host, "ListPortMACTable", 0, 0) == set()
+    host.SetUplinkMACLearn(0, 5)
+    assert macs(host, "ListPortMACTable", 0, 0) != set()
