@@ -1,7 +1,9 @@
 """What is wrong with a description, on which line, and what was expected."""
 
 import pytest
-from conftest import PROFILES
+from simtool import PROFILES
+from ryn_sim import hosts
+from ryn_sim.errors import BadInput
 
 HEAD = "host: h\nnuma: [{lcores: [0, 1]}]\n"
 SWITCH = HEAD + "nics: {n0: {numa: 0}}\nswitches: [{alias: s, uplinks: [n0]}]\n"
@@ -86,11 +88,16 @@ PORT = SWITCH + "ports: [{switch: s, vm: a}, {switch: s, vm: b}]\n"
         ),
     ],
 )
-def test_a_message_names_line_key_and_expectation(sim, tmp_path, text, expected):
-    file = tmp_path / "host.yaml"
-    file.write_text(text)
-    message = sim.fails(2, "init", file)
-    assert f"{file}:" in message and expected in message
+def test_a_message_names_line_key_and_expectation(text, expected):
+    with pytest.raises(BadInput) as raised:
+        hosts.compiled(text, "host.yaml", "host.yaml")
+    assert str(raised.value).startswith("host.yaml:") and expected in str(raised.value)
+
+
+def test_a_wrong_description_makes_nothing(sim, tmp_path):
+    (tmp_path / "host.yaml").write_text(HEAD + "sede: 3\n")
+    expected = f'ryn-sim: {tmp_path / "host.yaml"}:3: sede: unknown key; did you mean "seed"?\n'
+    assert sim.fails(2, "init", tmp_path / "host.yaml") == expected
     assert not sim.path().exists()
 
 

@@ -5,7 +5,7 @@ import json
 import sqlite3
 
 import pytest
-from conftest import PROFILES, ROOT
+from simtool import PROFILES, ROOT
 from hypothesis import HealthCheck, given, settings
 from hypothesis import strategies as st
 from ryn_sim import export, hosts, store, words
@@ -76,9 +76,9 @@ def test_what_others_have_stored_comes_back_too(sim, tmp_path):
         assert before[table] == after[table], table
 
 
-def test_the_stand_ins_profile_is_what_the_description_compiles_to():
-    text = (PROFILES / "default.yaml").read_text()
-    assert sql(hosts.compiled(text, "default.yaml", "default")) == (PROFILES / "default.sql").read_text()
+def test_the_stand_ins_profile_is_what_the_description_compiles_to(sim):
+    """Made by: ryn-sim init --sql default > simhost/profiles/default.sql"""
+    assert sim("init", "--sql", "default") == (PROFILES / "default.sql").read_text()
 
 
 def test_large_is_as_large_as_the_platform_allows(sim):

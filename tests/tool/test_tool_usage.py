@@ -8,7 +8,7 @@ import subprocess
 import threading
 
 import pytest
-from conftest import PROFILES, ROOT, TOOL
+from simtool import PROFILES, ROOT, TOOL
 
 COMMANDS = ["init", "info", "show", "set", "export", "reset", "rm", "run", "clock", "fault", "event", "log"]
 

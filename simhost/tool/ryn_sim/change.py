@@ -88,7 +88,7 @@ def _set(description: dict, text: str) -> None:
         depth = at + 3 if keys[at + 1 : at + 2] == ["ports"] else at + 2
         keys = keys[:depth] + ([".".join(keys[depth:])] if keys[depth:] else [])
     for key in keys[:-1]:
-        if key not in place and not isinstance(place.get(key), dict):
+        if key not in place:
             place[key] = {}
         if not isinstance(place[key], dict):
             raise BadInput(f'set: {path_text}: there is nothing within "{key}"')

@@ -94,6 +94,7 @@ def _parser() -> argparse.ArgumentParser:
     init.add_argument("--force", action="store_true", help="replace the host if it is there already")
     init.add_argument("--seed", type=_number, help="another seed than the description's")
     init.add_argument("--check", action="store_true", help="only say whether the description is right")
+    init.add_argument("--sql", action="store_true", help="only print the SQL that the description compiles to")
     init.add_argument("--list", action="store_true", help="list the profiles")
 
     command("info", "say what is simulated, from where, and how far", as_json)

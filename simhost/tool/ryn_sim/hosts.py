@@ -74,6 +74,11 @@ def init_command(options) -> None:
         print_json(rows) if options.json else print_table(rows, ["profile", "about"])
         return
     text, name, profile = _source(options.what)
+    if options.sql:
+        from .compile import sql
+
+        sys.stdout.write(sql(compiled(text, name, profile, options.seed)))
+        return
     if not options.check and not options.force and os.path.exists(options.path):
         raise Failed(
             f'the host "{places.host_of(options.path)}" is there already ({options.path}); replace it with --force'
