@@ -1,0 +1,110 @@
+"""Answers and arguments that mean harm. Worth most under the sanitizers: ./dev asan.
+
+Whatever the platform answers and whatever a script passes, no call reads or writes outside its memory, takes more than
+a second or 64 MiB, writes a text that is not its own, or leaves an error that is not one of its own.
+"""
+
+from __future__ import annotations
+
+import os
+import re
+import resource
+import time
+
+import pytest
+
+from harness import BUFFER, MISSING, NULL, Bytes, Double, Outcome, python, run
+from hostile_answers import RESPONSES, Field, Response
+from method_table import METHODS, Method
+
+MEBIBYTE = 1 << 20
+UNDER_ASAN = "libasan" in os.environ.get("LD_PRELOAD", "")  # keeps freed memory for a while
+
+STATUSES = [1, 3, 7, 0x0BAD0003, 0x0BAD0007, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF]
+
+
+def peak_memory() -> int:
+    return resource.getrusage(resource.RUSAGE_SELF).ru_maxrss * 1024
+
+
+# The texts that a response alone can cause
+TEXTS = re.compile(r"(Invalid response returned\.\n|Invalid action\n|Failed to allocate memory\.\n)?")
+
+
+def check(ryn, response: Response, name: str) -> None:
+    start = time.process_time()
+    outcome = run(getattr(ryn, response.method), *response.args)
+    seconds = time.process_time() - start
+    assert seconds < 1, name
+    assert TEXTS.fullmatch(outcome.stderr), (name, outcome)
+    if outcome.error is None:
+        assert outcome.value is not NULL and (outcome.value is None) == bool(outcome.stderr), (name, outcome)
+    else:  # names and texts that are no UTF-8
+        assert outcome == Outcome(None, error=BUFFER) or outcome.error[0] is UnicodeDecodeError, (name, outcome)
+
+
+@pytest.mark.parametrize("response", RESPONSES, ids=lambda response: response.method)
+def test_fields_out_of_their_range(ryn, double: Double, response: Response):
+    double.recording(False)
+    if response.method == "GetUplinkStats":
+        double.answer("Ryn_Get_Uplink_Priv_Stats", area=b"x" * 200)
+    before = peak_memory()
+    for name, area in response.areas():
+        double.answer(response.op, area=area)
+        check(ryn, response, name)
+    for value in Field(0, 4, response.size).values():  # the length word as the library leaves it
+        double.answer(response.op, area=Bytes(response.size), length=value)
+        check(ryn, response, f"length {value:#x}")
+    double.answer(response.op)
+    check(ryn, response, "nothing filled in")
+    assert peak_memory() - before <= 64 * MEBIBYTE or UNDER_ASAN
+
+
+@pytest.mark.parametrize("method", METHODS, ids=lambda method: method.name)
+def test_status_codes(ryn, double: Double, method: Method):
+    """Which code a failing operation answers with makes no difference, but where a table says so."""
+    failures = {failure.name: failure for failure in method.failures if failure.name.startswith(("Ryn_", "DVSQOB_"))}
+    function = getattr(ryn, method.name)
+    for op in {call.op for call in method.calls} - {"DVSQOB_DataFree"}:
+        for status in STATUSES:
+            double.reset()
+            method.script(double)
+            double.answer(op, status=status)
+            outcome = run(function, *method.args)
+            expected = failures[op].outcome if op in failures else outcome
+            if op == "Ryn_DumpLBSnapshot":
+                expected = Outcome(None, f"ValueError: Failed to dump LB topology: {status:#x}.\n")
+            elif status == MISSING and op in ("DVSQOB_HostPropGet", "DVSQOB_PortDataGet"):
+                expected = outcome  # no such property: not a failure
+            assert outcome == expected, (op, hex(status))
+            assert outcome.value is not NULL or method.name == "GetUplinkStats"
+            handed_out, freed = double.blocks()
+            assert handed_out == freed
+
+
+@pytest.mark.parametrize("method", [method for method in METHODS if method.name.startswith("Get") and method.calls
+                                    and method.calls[0].op in ("DVSQOB_HostPropGet", "DVSQOB_PortDataGet")],
+                         ids=lambda method: method.name)
+def test_properties_of_any_length(ryn, double: Double, method: Method):
+    op = method.calls[0].op
+    function = getattr(ryn, method.name)
+    for size in [*range(33), 64, 255, 4096]:
+        for fill in (b"\0", b"\1", b"\xff"):
+            double.reset()
+            method.script(double)
+            double.answer(op, area=fill * size)
+            outcome = run(function, *method.args)
+            assert outcome.error is None and outcome.value is not NULL
+            assert double.blocks() == (1, 1)
+    for length in (0, 1, 24, 0xFFFFFFFF):  # success without a block
+        double.reset()
+        method.script(double)
+        double.answer(op, length=length)
+        outcome = run(function, *method.args)
+        assert outcome.value is None and outcome.stderr and outcome.error is None
+
+
+def test_arguments_and_hooks_that_mean_harm():
+    checked = {} if UNDER_ASAN else {"PYTHONMALLOC": "debug"}
+    done = python("import hostile_objects; hostile_objects.attack()", **checked)
+    assert (done.returncode, done.stdout, done.stderr) == (0, "unharmed\n", "")
