@@ -5,9 +5,8 @@ import shutil
 import tempfile
 from pathlib import Path
 
-import pytest
 from hypothesis import HealthCheck, settings, strategies as st
-from hypothesis.stateful import RuleBasedStateMachine, initialize, invariant, rule
+from hypothesis.stateful import RuleBasedStateMachine, initialize, invariant, rule, run_state_machine_as_test
 
 import simulated
 
@@ -17,7 +16,7 @@ FLOW_COUNTERS = ("hits", "miss", "fpoHits", "localHits", "keyInsertFailCount")
 class Figures:
     """Everything that is counted on a host, read at one moment (the clock stands)."""
 
-    def __init__(self, host: simulated.Host, whole_flow_table: bool = False) -> None:
+    def __init__(self, host: simulated.Host) -> None:
         self.switches = [switch["swID"] for switch in host.ListSwitches()]
         lists = host.many([["ListPorts", sw] for sw in self.switches])
         self.kind = {(sw, port["rynPortID"]): port["clientType"]
@@ -29,20 +28,23 @@ class Figures:
         self.uplink_keys = [key for key in keys if self.kind[key] == "UPLINK"]
         self.uplinks = {key: dict(stats["uplinkStats"]) for key, stats in
                         zip(self.uplink_keys, host.many([["GetUplinkStats", *key] for key in self.uplink_keys]))}
+        flows = host.many([["GetFlowStats", sw, [], 0] for sw in self.switches])
         self.flows = {(sw, record["lcoreID"]): record
-                      for sw, records in zip(self.switches, host.many([["GetFlowStats", sw, [], 0] for sw in self.switches]))
-                      for record in records}
+                      for sw, records in zip(self.switches, flows) for record in records}
         self.host = host
 
     def counters(self) -> dict:
         """Every counter by a name of its own."""
-        return {**{(key, name): value for key, stats in self.ports.items() for name, value in stats.items()},
-                **{(key, "uplink", name): value for key, stats in self.uplinks.items() for name, value in stats.items()},
-                **{(key, "flow", name): record[name] for key, record in self.flows.items() for name in FLOW_COUNTERS}}
+        counters = {(key, name): value for key, stats in self.ports.items() for name, value in stats.items()}
+        counters |= {(key, "uplink", name): value
+                     for key, stats in self.uplinks.items() for name, value in stats.items()}
+        counters |= {(key, "flow", name): record[name] for key, record in self.flows.items() for name in FLOW_COUNTERS}
+        return counters
 
     def queue_sums(self, key) -> dict:
         """The sums of an uplink's queues, receive and transmit queues together."""
-        calls = [["GetUplinkQueueStats", *key, kind, queue] for kind in (0, 1) for queue in range(self.queues[key][kind])]
+        calls = [["GetUplinkQueueStats", *key, kind, queue]
+                 for kind in (0, 1) for queue in range(self.queues[key][kind])]
         sums = dict.fromkeys(self.uplinks[key], 0)
         for queue in self.host.many(calls):
             for name, value in queue:
@@ -251,7 +253,8 @@ class Changes(RuleBasedStateMachine):
     def trouble(self, kind, device, ahead, length) -> None:
         begin = self.host.now_ms() + ahead
         end = "NULL" if length is None else begin + length
-        self.host.apply(f"INSERT INTO event (kind, target, from_ms, until_ms) VALUES ('{kind}', '{device}', {begin}, {end})")
+        self.host.apply("INSERT INTO event (kind, target, from_ms, until_ms)"
+                        f" VALUES ('{kind}', '{device}', {begin}, {end})")
 
     @rule(core=st.sampled_from((0, 3, 11)), length=st.integers(1, 9000))
     def stuck(self, core, length) -> None:
@@ -278,20 +281,13 @@ class Changes(RuleBasedStateMachine):
         self.last = now
         self.reset.clear()
         for sw, core in ((0, 0), (1, 9)):
-            assert len(flow_table_start(self.host, sw, core)) <= figures.flows.get((sw, core), {"numFlows": 0})["numFlows"]
+            flows = figures.flows[sw, core]["numFlows"] if (sw, core) in figures.flows else 0
+            assert len(self.host.DumpFlowTable(sw, core, 0, 0)["list"]) <= flows
         # Another process sees the same.
         assert Figures(simulated.Host(self.host.state, self.host.other, self.host.process)).counters() == now
 
 
-def flow_table_start(host: simulated.Host, sw: int, lcore: int) -> list[dict]:
-    page = host.DumpFlowTable(sw, lcore, 0, 0)
-    return page["list"]
-
-
-@pytest.mark.usefixtures("host")
 def test_any_sequence_of_changes(template, processes):
-    from hypothesis.stateful import run_state_machine_as_test
-
     machine = type("ChangesHere", (Changes,), {"template": template, "processes": processes})
     run_state_machine_as_test(machine, settings=settings(max_examples=15, stateful_step_count=12, deadline=None,
                                                          suppress_health_check=list(HealthCheck)))

@@ -235,7 +235,8 @@ def test_a_reset_port_counts_from_nothing(host):
 # MAC tables
 
 def macs(host, *call) -> set:
-    return {(row["macAddr"], row["vlanID"], row["rynPortID"]) for row in getattr(host, call[0])(*call[1:])["MacTableList"]}
+    table = getattr(host, call[0])(*call[1:])["MacTableList"]
+    return {(row["macAddr"], row["vlanID"], row["rynPortID"]) for row in table}
 
 
 def test_the_switchs_table_is_its_ports_tables(host):
@@ -247,7 +248,7 @@ def test_the_switchs_table_is_its_ports_tables(host):
 
 
 def test_a_cleared_table_is_learned_again(host):
-    by_hand = {(bytes(mac).hex(":"), vlan, port) for port, mac, vlan in host.rows("SELECT port, mac, vlan FROM mac_entry")}
+    by_hand = {(mac.hex(":"), vlan, port) for port, mac, vlan in host.rows("SELECT port, mac, vlan FROM mac_entry")}
     whole = macs(host, "ListSwitchMACTable", 0) - by_hand
     host.ClearSwitchMACTable(0)
     assert macs(host, "ListSwitchMACTable", 0) == set()

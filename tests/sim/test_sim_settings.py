@@ -4,6 +4,8 @@ import pytest
 
 import simulated
 
+IDENTIFIER = "a91c20da-b05c-4387-a4701d270827"  # dvs-1's
+
 
 @pytest.mark.parametrize("setting, getting, expected", [
     (["SetPortLRO", 0, 5, 0], ["GetPortLRO", 0, 5], False),
@@ -16,8 +18,8 @@ import simulated
      {"txType": "None", "txUplinks": []}),
     (["SetFlowTimeout", 33], ["GetFlowTimeout"], 33),
     (["SetPanicOnTxHang", 0, 1], ["GetPanicOnTxHang", 0], 1),
-    (["SetUplinkRingSize", "a91c20da-b05c-4387-a4701d270827", "1000", 4096, 512],
-     ["GetUplinkRingSize", "a91c20da-b05c-4387-a4701d270827", "1000"], [4096, 512]),
+    (["SetUplinkRingSize", IDENTIFIER, "1000", 4096, 512],
+     ["GetUplinkRingSize", IDENTIFIER, "1000"], [4096, 512]),
     (["SetSwitchNUMATeam", "dvs-1", 257], ["GetSwitchNUMATeam", "dvs-1"], True),
     (["SetSwitchBurstSize", "dvs-1", 8], ["GetSwitchBurstSize", "dvs-1"], 8),
     (["EnableFPO", "dvs-1", 7], ["GetFPOEnabled", "dvs-1"], 7),
@@ -44,7 +46,8 @@ def test_a_port_can_be_set_after_its_switch(host):
 def test_weights_are_set_and_reset(host):
     before = host.GetLBWeights()
     host.SetLBWeights(1, -1, 3, 4, 5, 6, 7, 4294967294)
-    assert [row["weight"] for row in host.elsewhere("GetLBWeights")] == [1, before[1]["weight"], 3, 4, 5, 6, 7, 4294967294]
+    after = [row["weight"] for row in host.elsewhere("GetLBWeights")]
+    assert after == [1, before[1]["weight"], 3, 4, 5, 6, 7, 4294967294]
     host.ResetLBWeights()
     assert host.elsewhere("GetLBWeights") == before
 
@@ -90,7 +93,7 @@ def test_migrating_and_unpinning(host):
     (["GetUplinkQueueStats", 0, 0, 0, 31], "Failed to get uplink stats.\n"),
     (["ListPorts", 5], "Failed to retrieve list of ports.\n"),
     (["ClearSwitchFlowTable", 5], "Failed clear switch flow table\n"),
-    (["GetUplinkRingSize", "a91c20da-b05c-4387-a4701d270827", "4"], "ValueError: Failed to read property data length.\n"),
+    (["GetUplinkRingSize", IDENTIFIER, "4"], "ValueError: Failed to read property data length.\n"),
     (["SetUplinkRingSize", "nothing", "1000", 32, 32], "ValueError: Failed to set port property.\n"),
 ])
 def test_what_means_nothing_is_refused(host, call, message):
@@ -98,14 +101,13 @@ def test_what_means_nothing_is_refused(host, call, message):
 
 
 def test_ring_sizes_before_they_are_set(host):
-    assert host.GetUplinkRingSize("a91c20da-b05c-4387-a4701d270827", "1001") == [2048, 1024]
+    assert host.GetUplinkRingSize(IDENTIFIER, "1001") == [2048, 1024]
 
 
 def test_look_ups_answer_as_loaded_and_properties_as_they_are_now(host):
-    identifier = "a91c20da-b05c-4387-a4701d270827"
-    host.apply(f"UPDATE dvs SET alias = 'renamed' WHERE switch_id = '{identifier}'")
+    host.apply(f"UPDATE dvs SET alias = 'renamed' WHERE switch_id = '{IDENTIFIER}'")
     assert host.GetFPOEnabled("dvs-1") == 1  # the old alias still leads to the switch
-    host.apply(f"INSERT INTO prop VALUES ('host', '{identifier}', '', 'com.talvor.kiv.ryn.fpo', x'05000000')")
+    host.apply(f"INSERT INTO prop VALUES ('host', '{IDENTIFIER}', '', 'com.talvor.kiv.ryn.fpo', x'05000000')")
     assert host.GetFPOEnabled("dvs-1") == 5
     late = simulated.Process(host.state)
     try:
@@ -119,7 +121,7 @@ def test_look_ups_answer_as_loaded_and_properties_as_they_are_now(host):
 
 def test_malformed_properties_are_kept_as_they_are(host):
     key = "com.talvor.kiv.ryn.loadbal"
-    host.apply(f"INSERT INTO prop VALUES ('host', 'a91c20da-b05c-4387-a4701d270827', '', '{key}', x'01000000')")
+    host.apply(f"INSERT INTO prop VALUES ('host', '{IDENTIFIER}', '', '{key}', x'01000000')")
     assert host.complaint("GetLBAlgorithm", "dvs-1") == f"Format of property {key} value is from unknown version.\n"
 
 
