@@ -66,7 +66,8 @@ PyObject* PyRYN_Get_Port_Stats(PyObject*, PyObject* args) {
   if (!StoreCounters(dict.get(), kFastPath, *stats))
     return NoneWithError();
 
-  // The length word goes in as the first call left it, but never above the room.
+  // The same area, cleared like any other, and the length word as the first call left it, but never above the room.
+  *stats = {};
   if (length > sizeof(PortStats))
     length = sizeof(PortStats);
   if (Ryn_Get_Port_Stats_Slowpath(swID, rynPortID, stats.get(), &length) != 0) {

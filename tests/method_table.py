@@ -323,7 +323,7 @@ METHODS = [
            no_memory=[reports("Failed to allocate port list.\n"), *BUILDS_KEYS]),
     Method("GetPortStats", "Get a port's statistics", "II", (3, 5), port_stats, PORT_STATS,
            [Call("Ryn_Get_Port_Stats", swID=3, rynPortID=5, length=128, zeroed=True),
-            Call("Ryn_Get_Port_Stats_Slowpath", swID=3, rynPortID=5, length=128, zeroed=False)],
+            Call("Ryn_Get_Port_Stats_Slowpath", swID=3, rynPortID=5, length=128, zeroed=True)],
            INVALID, maxima=SWITCH_PORT,
            failures=(failing("Ryn_Get_Port_Stats", "Failed to retrieve port stats.\n"),
                      # The dict with the fast path's counters is lost: itself, its table of keys and 16 ints
