@@ -35,7 +35,7 @@ std::string FlowKeyLine(const Record& key) {
   int at = std::snprintf(line, sizeof(line), "%02x:%02x:%02x:%02x:%02x:%02x  %02x:%02x:%02x:%02x:%02x:%02x  %-4u  %-7u",
                          key[0], key[1], key[2], key[3], key[4], key[5], key[6], key[7], key[8], key[9], key[10],
                          key[11], vlan, At<std::uint16_t>(key, 14) & 0x7FFFU);
-  for (const std::size_t place : {0, 1}) {
+  for (std::size_t place = 0; place < 2; ++place) {
     char address[46];
     if (key[12] & 2) {
       inet_ntop(AF_INET6, key.data() + 24 + 16 * place, address, sizeof(address));

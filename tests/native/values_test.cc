@@ -103,7 +103,7 @@ TEST(StoreItem, OfNoValueReportsThatItCouldNotBeCreated) {
 }
 
 TEST(NewList, HasNoEmptySlot) {
-  for (const std::size_t size : {0, 1, 1000}) {
+  for (const std::size_t size : {0u, 1u, 1000u}) {
     const Ref list = NewList(size);
     ASSERT_EQ(PyList_GET_SIZE(list.get()), static_cast<Py_ssize_t>(size));
     for (Py_ssize_t i = 0; i < PyList_GET_SIZE(list.get()); ++i)
