@@ -243,6 +243,30 @@ def test_searches_do_not_remember_each_other(resolve, double):
     assert resolve("DVSPortsetNameToAlias", b"none") == filled_up(b"")
 
 
+# A library that answers null where a text is due: nothing is there
+
+
+def test_switch_without_a_class(resolve, double):
+    double.add_switch("dvs-1", id="id-1")
+    double.answer("DVS_ClassName", status=1)
+    assert resolve("DVSAliasToSwitchId", b"dvs-1") == (BAD_PARAMETER, None)
+
+
+def test_switch_without_an_identifier(resolve, double):
+    double.add_switch("dvs-1", id="id-1", host={PORTSET: "portset-1"})
+    double.answer("DVS_SwitchId", status=1)
+    assert resolve("DVSAliasToSwitchId", b"dvs-1") == (0, bytes(64))
+    assert resolve("DVSAliasToPortsetName", b"dvs-1") == filled_up(b"")
+    assert resolve("DVSPortsetNameToAlias", b"portset-1") == filled_up(b"")
+
+
+def test_properties_without_bytes(resolve, double):
+    double.add_switch("dvs-1", host={PORTSET: "portset-1"}, global_={ALIAS: "alias-1"})
+    double.answer("DVSData_Data", status=1)
+    assert resolve("DVSAliasToPortsetName", b"dvs-1") == filled_up(b"")
+    assert resolve("DVSPortsetNameToAlias", b"portset-1") == filled_up(b"")
+
+
 # Distributed ports
 
 

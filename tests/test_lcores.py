@@ -164,6 +164,14 @@ def test_searches_do_not_remember_each_other(ryn, double):
     assert run(ryn.InitMbufFastslabs) == Outcome(None)
 
 
+def test_property_without_a_name_or_without_bytes(ryn, double):
+    double.add_switch("dvs-1", global_={MARKER: "false"})
+    double.answer("DVSData_Data", status=1)
+    assert run(ryn.InitMbufFastslabs) == Outcome(True)  # as a value of length 0
+    double.answer("DVSData_Name", status=1)
+    assert run(ryn.InitMbufFastslabs) == Outcome(None)
+
+
 @pytest.mark.parametrize("arguments", [(), (1,), ("x", None, [])])
 def test_arguments_are_ignored(ryn, double, arguments):
     double.add_switch("dvs-1", global_={MARKER: "true"})

@@ -1,5 +1,6 @@
 // The switch-state library's double. The configuration's switches answer look-ups and iterations; a scripted status
-// other than 0 makes a look-up fail whatever the configuration has.
+// other than 0 makes a look-up fail whatever the configuration has, and lets the operations that answer a text or the
+// bytes of a property answer null.
 #include "platform/jor_public.h"
 
 #include <cstdlib>
@@ -87,13 +88,13 @@ void DVSState_SwitchForEach(DVSSwitchVisitor visitor, void* context) {
 }
 
 const char* DVS_ClassName(DVSSwitch* dvs) {
-  Call(__func__).Text("dvs", Of(dvs).alias.c_str());
-  return Of(dvs).class_name.c_str();
+  const auto status = Call(__func__).Text("dvs", Of(dvs).alias.c_str()).Status();
+  return status ? nullptr : Of(dvs).class_name.c_str();
 }
 
 const char* DVS_SwitchId(DVSSwitch* dvs) {
-  Call(__func__).Text("dvs", Of(dvs).alias.c_str());
-  return Of(dvs).id.get();
+  const auto status = Call(__func__).Text("dvs", Of(dvs).alias.c_str()).Status();
+  return status ? nullptr : Of(dvs).id.get();
 }
 
 uint32_t DVSState_HostPropLookup(const char* switchId, const char* key, DVSData** datum) {
@@ -116,13 +117,13 @@ void DVSState_GlobalPropForEach(DVSSwitch* dvs, DVSDataVisitor visitor, void* co
 }
 
 const char* DVSData_Name(DVSData* datum) {
-  Call(__func__).Text("datum", Of(datum).name.c_str());
-  return Of(datum).name.c_str();
+  const auto status = Call(__func__).Text("datum", Of(datum).name.c_str()).Status();
+  return status ? nullptr : Of(datum).name.c_str();
 }
 
 uint32_t DVSData_Data(DVSData* datum, const void** value) {
-  Call(__func__).Text("datum", Of(datum).name.c_str());
-  *value = Of(datum).value.get();
+  const auto status = Call(__func__).Text("datum", Of(datum).name.c_str()).Status();
+  *value = status ? nullptr : Of(datum).value.get();
   return Of(datum).size;
 }
 
