@@ -250,3 +250,25 @@ def test_light_commands_load_no_heavy_library(sim):
     )
     loaded = {line.rpartition("|")[2].strip() for line in done.stderr.splitlines()}
     assert done.returncode == 0 and not {"yaml", "jsonschema"} & loaded
+
+
+def test_the_documentation_names_every_key_and_command(sim):
+    text = (ROOT / "docs" / "ryn-sim.md").read_text()
+    manual = (ROOT / "simhost" / "tool" / "ryn-sim.1").read_text()
+    keys = set()
+
+    def collect(schema):
+        for key, part in schema.get("properties", {}).items():
+            keys.add(key)
+            collect(part)
+        if "items" in schema:
+            collect(schema["items"])
+
+    schema = json.loads((ROOT / "simhost" / "host.schema.json").read_text())
+    for part in [schema, *schema["$defs"].values()]:
+        collect(part)
+    assert len(keys) > 120
+    assert [key for key in sorted(keys) if f"`{key}`" not in text] == []
+    for command in COMMANDS:
+        assert f"| `{command}" in text and f".B {command}" in manual
+    assert [profile.stem for profile in PROFILES.glob("*.yaml") if f"| `{profile.stem}` |" not in text] == []

@@ -137,7 +137,9 @@ def _parser() -> argparse.ArgumentParser:
         "add", parents=[which, as_json], allow_abbrev=False, help="add a fault; the first that fits a call is applied"
     )
     add.add_argument("operation", metavar="OPERATION", help="an operation's name, or a pattern such as 'Ryn_Get*'")
-    add.add_argument("--status", type=_number, help="the status to answer, instead of doing anything")
+    add.add_argument(
+        "--status", type=_number, help="the status to answer, instead of doing anything (0x0BAD0001 if nothing is said)"
+    )
     add.add_argument("--delay", metavar="TIME", help="wait first; a bare number means milliseconds")
     add.add_argument("--corrupt", choices=["zero", "ones", "random", "half"], help="spoil the answer's bytes")
     add.add_argument("--after", type=_number, metavar="N", help="let N calls pass first")

@@ -11,6 +11,10 @@ from .store import Store
 from .table import print_json, print_table
 
 
+# What a fault answers if nothing is said.
+_USUAL_STATUS = 0x0BAD0001
+
+
 def _milliseconds(option: str, text: str | None, bare: int = 1000) -> int | None:
     """A time of the command line. bare: what a number without a unit counts, in milliseconds."""
     if text is None:
@@ -50,7 +54,7 @@ def _add_fault(store: Store, options) -> None:
     if problem:
         raise BadInput(f"fault add: {problem}")
     if options.status is None and options.delay is None and options.corrupt is None:
-        raise BadInput("fault add: expected at least one of --status, --delay, --corrupt")
+        options.status = _USUAL_STATUS
     for option, number, low, high in (
         ("--status", options.status, 0, 2**32 - 1),
         ("--times", options.times, 1, 2**63 - 1),
