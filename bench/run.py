@@ -1,0 +1,293 @@
+"""What the methods cost, against everything else that a script could do.
+
+CPU time by time.thread_time_ns in one process: in each of many rounds every contender of a case runs once, in shuffled
+order, and its time is set in relation to the others' of the same round; the figures shown are medians over the rounds.
+The platform double answers from memory and records nothing, the collector is on, and the interpreter's arenas stay
+mapped. Before anything is timed, every contender's result is compared with the module's.
+
+    ./dev bench                            # tables on standard output
+    ./dev bench --json bench.json          # the same as JSON
+    ./dev bench --docs                     # writes the tables and the plot into docs/
+    ./dev bench --case ListPorts --rounds 51
+"""
+
+from __future__ import annotations
+
+import argparse
+import gc
+import importlib
+import json
+import marshal
+import pickle
+import platform
+import random
+import statistics
+import sys
+from dataclasses import dataclass
+from datetime import datetime, timezone
+from functools import partial
+from itertools import repeat
+from pathlib import Path
+from time import thread_time_ns
+from typing import Any, Callable
+
+ROOT = Path(__file__).resolve().parents[1]
+sys.path[:0] = [str(ROOT / "tests"), str(ROOT / "bench")]
+
+import harness  # noqa: E402
+
+DOUBLE = harness.set_up()
+
+import _libryn  # noqa: E402
+
+import cases  # noqa: E402
+
+MODULE = "module"
+PEERS = {
+    "_literal": "literal", "_pybind": "pybind11", "pure": "pure Python", "with_cffi": "cffi",
+    "structures": "ctypes",
+}
+FLOORS = ["marshal", "pickle"]
+SAMPLE_NS = 8_000_000  # a sample takes at least this long
+
+
+@dataclass
+class Contender:
+    name: str
+    call: Callable[[], Any]
+    calls: int = 1  # in one sample
+
+
+def run_for(contender: Contender) -> int:
+    call = contender.call
+    start = thread_time_ns()
+    for _ in repeat(None, contender.calls):
+        call()
+    return thread_time_ns() - start
+
+
+def calibrate(contender: Contender) -> None:
+    run_for(contender)  # warms up
+    while (elapsed := run_for(contender)) < SAMPLE_NS:
+        contender.calls = max(contender.calls + 1, int(contender.calls * min(10, 1.1 * SAMPLE_NS / max(elapsed, 1000))))
+
+
+def measure(contenders: list[Contender], rounds: int, chance: random.Random) -> dict[str, list[float]]:
+    """Nanoseconds per call of each contender in each round."""
+    for contender in contenders:
+        calibrate(contender)
+    times: dict[str, list[float]] = {contender.name: [] for contender in contenders}
+    for _ in range(rounds):
+        for contender in chance.sample(contenders, len(contenders)):
+            gc.collect()
+            times[contender.name].append(run_for(contender) / contender.calls)
+    return times
+
+
+def median_ratio(times: dict[str, list[float]], name: str, base: str) -> float:
+    return statistics.median(one / other for one, other in zip(times[name], times[base]))
+
+
+def floors(value: Any) -> list[Contender]:
+    """The ways in which the interpreter itself loads an equal value from bytes."""
+    found = [Contender(f"marshal {version}", partial(marshal.loads, marshal.dumps(value, version)))
+             for version in (2, 4)]
+    found += [Contender(f"pickle {protocol}", partial(pickle.loads, pickle.dumps(value, protocol)))
+              for protocol in (4, 5)]
+    return found
+
+
+def peers(case: cases.Case) -> list[Contender]:
+    return [Contender(title, partial(getattr(importlib.import_module(name), case.method), *case.args))
+            for name, title in PEERS.items()]
+
+
+def set_the_stage(case: cases.Case) -> None:
+    DOUBLE.reset()
+    DOUBLE.recording(False)
+    case.script(DOUBLE)
+
+
+def run_case(case: cases.Case, rounds: int, chance: random.Random) -> dict[str, Any]:
+    set_the_stage(case)
+    module = Contender(MODULE, partial(getattr(_libryn, case.method), *case.args))
+    value = module.call()
+    contenders = [module, *peers(case)]
+    if isinstance(value, (list, dict, tuple, str)):
+        contenders += floors(value)
+    else:
+        import _floor
+
+        contenders += [Contender("empty call", partial(_floor.nothing, 3, 1)),
+                       Contender("call with two numbers", partial(_floor.two_numbers, 3, 1))]
+    for contender in contenders:
+        result = contender.call()
+        if contender.name not in ("empty call", "call with two numbers"):
+            assert result == value and type(result) is type(value), f"{case.method}: {contender.name} differs"
+        del result
+    del value
+    times = measure(contenders, rounds, chance)
+
+    medians = {name: statistics.median(each) for name, each in times.items()}
+    found: dict[str, Any] = {"method": case.method, "title": case.title, "target": case.target, "ns": medians}
+    for floor in FLOORS:  # the best of its versions stands for it
+        versions = [name for name in medians if name.startswith(floor)]
+        if versions:
+            best = min(versions, key=medians.__getitem__)
+            medians[floor] = medians[best]
+            found[f"best {floor}"] = best
+            times[floor] = times[best]
+            for name in versions:
+                del medians[name]
+    found["module to each"] = {name: median_ratio(times, MODULE, name) for name in medians if name != MODULE}
+    return found
+
+
+def run_growth(rounds: int, chance: random.Random) -> dict[str, Any]:
+    """Nanoseconds per row of MAC tables of growing size."""
+    sizes = [1 << power for power in range(17)]
+    contenders: dict[str, list[list[float]]] = {}
+    for size in sizes:
+        case = cases.mac_table(size)
+        set_the_stage(case)
+        importable = [Contender(MODULE, partial(_libryn.ListSwitchMACTable, 3)), *peers(case)]
+        value = importable[0].call()
+        importable += [each for each in floors(value) if each.name == "marshal 4"]
+        for contender in importable:
+            assert contender.call() == value
+        del value
+        for name, each in measure(importable, rounds, chance).items():
+            contenders.setdefault(name, []).append([time / size for time in each])
+    DOUBLE.reset()
+    return {"rows": sizes,
+            "ns per row": {name: [statistics.median(each) for each in values] for name, values in contenders.items()}}
+
+
+def memory_per_row() -> dict[str, float]:
+    import tracemalloc
+
+    set_the_stage(cases.mac_table(65536))
+    _libryn.ListSwitchMACTable(3)
+    tracemalloc.start()
+    table = _libryn.ListSwitchMACTable(3)
+    size = tracemalloc.get_traced_memory()[0]
+    tracemalloc.stop()
+    rows = table["MacTableList"]
+    keys = {id(key) for row in rows for key in row}
+    return {"bytes": size / len(rows), "distinct keys": len(keys)}
+
+
+def machine() -> dict[str, str]:
+    info = Path("/proc/cpuinfo").read_text().splitlines()
+    model = next((line.partition(":")[2].strip() for line in info if line.startswith("model name")), platform.machine())
+    cores = sum(line.startswith("processor") for line in info)
+    return {
+        "processor": f"{model}, {cores} cores seen", "system": f"{platform.system()} {platform.release()}",
+        "interpreter": f"{platform.python_implementation()} {platform.python_version()}, {platform.python_compiler()}",
+        "C library": " ".join(platform.libc_ver()), "collector": "on" if gc.isenabled() else "off",
+        "date": datetime.now(timezone.utc).strftime("%Y-%m-%d"),
+    }
+
+
+def table(head: list[str], rows: list[list[str]]) -> str:
+    lines = [head, [":---"] + ["---:"] * (len(head) - 1), *rows]
+    return "\n".join("| " + " | ".join(line) + " |" for line in lines)
+
+
+def time_text(nanoseconds: float) -> str:
+    for unit, size in (("ms", 1e6), ("µs", 1e3)):
+        if nanoseconds >= size:
+            return f"{nanoseconds / size:.3g} {unit}"
+    return f"{nanoseconds:.0f} ns"
+
+
+def render(result: dict[str, Any]) -> str:
+    others = [*PEERS.values(), *FLOORS]
+    with_floors = [case for case in result["cases"] if "marshal" in case["ns"]]
+    calls = [case for case in result["cases"] if "empty call" in case["ns"]]
+    parts = ["Time of one call:", table(
+        ["case", MODULE, *others],
+        [[case["title"], *(time_text(case["ns"][name]) if name in case["ns"] else "" for name in [MODULE, *others])]
+         for case in result["cases"]])]
+    if with_floors:
+        parts += ["Time of the module relative to each contender (below 1, the module is faster):", table(
+            ["case", *others, "at most, to marshal"],
+            [[case["title"], *(f"{case['module to each'][name]:.2f}" for name in others),
+              f"{case['target']:.2f}" if case["target"] else ""] for case in with_floors])]
+    if calls:
+        names = [*PEERS.values(), "empty call", "call with two numbers"]
+        parts += ["The same for calls that carry next to nothing:", table(
+            ["case", *names],
+            [[case["title"], *(f"{case['module to each'][name]:.2f}" for name in names)] for case in calls])]
+    if "growth" in result:
+        growth = result["growth"]
+        parts += ["Time per row of MAC tables:", table(
+            ["rows", *growth["ns per row"]],
+            [[f"{rows:,}", *(f"{each[i]:.0f} ns" for each in growth["ns per row"].values())]
+             for i, rows in enumerate(growth["rows"])])]
+    if "memory" in result:
+        memory = result["memory"]
+        parts += [f"Memory of a row of the MAC table: {memory['bytes']:.0f} bytes; distinct key objects in all 65,536 "
+                  f"rows: {memory['distinct keys']}."]
+    parts += ["Measured on: " + "; ".join(f"{name} {value}" for name, value in result["machine"].items())
+              + f"; {result['rounds']} rounds."]
+    return "\n\n".join(parts) + "\n"
+
+
+def plot(growth: dict[str, Any], file: Path) -> None:
+    import matplotlib
+
+    matplotlib.use("svg")
+    matplotlib.rcParams["svg.hashsalt"] = "libryn"
+    from matplotlib import pyplot
+
+    figure, axes = pyplot.subplots(figsize=(8, 4.5), layout="constrained")
+    for name, values in growth["ns per row"].items():
+        axes.plot(growth["rows"], values, marker="o", markersize=3, label=name,
+                  linewidth=2.5 if name == MODULE else 1.2)
+    axes.set(xscale="log", yscale="log", xlabel="rows of the MAC table", ylabel="CPU time per row, ns")
+    axes.set_xscale("log", base=2)
+    axes.grid(True, which="major", alpha=0.3)
+    axes.legend()
+    figure.savefig(file, metadata={"Date": None})
+
+
+def write_docs(result: dict[str, Any]) -> None:
+    page = ROOT / "docs" / "performance.md"
+    begin, end = "<!-- written by ./dev bench --docs: begin -->\n", "<!-- end -->\n"
+    before, _, rest = page.read_text().partition(begin)
+    page.write_text(before + begin + "\n" + render(result) + "\n" + end + rest.partition(end)[2])
+    plot(result["growth"], ROOT / "docs" / "performance-growth.svg")
+
+
+def main() -> None:
+    parser = argparse.ArgumentParser(description="What the methods cost, against what else a script could do.")
+    parser.add_argument("--rounds", type=int, default=31)
+    parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--case", action="append", help="a method's name; may be given several times")
+    parser.add_argument("--json", type=Path, help="also write the result into this file")
+    parser.add_argument("--docs", action="store_true", help="write the tables and the plot into docs/")
+    options = parser.parse_args()
+
+    import _floor
+
+    _floor.keep_arenas()
+    chance = random.Random(options.seed)
+    chosen = [case for case in cases.CASES if not options.case or case.method in options.case]
+    result: dict[str, Any] = {"machine": machine(), "rounds": options.rounds, "cases": []}
+    for case in chosen:
+        print(f"{case.title} ...", file=sys.stderr)
+        result["cases"].append(run_case(case, options.rounds, chance))
+    if not options.case:
+        print("growth ...", file=sys.stderr)
+        result["growth"] = run_growth(max(15, options.rounds // 2), chance)
+        result["memory"] = memory_per_row()
+    print(render(result))
+    if options.json:
+        options.json.write_text(json.dumps(result, indent=1) + "\n")
+    if options.docs:
+        write_docs(result)
+
+
+if __name__ == "__main__":
+    main()
