@@ -1,7 +1,9 @@
 """What is wrong with a description, on which line, and what was expected."""
 
+import textwrap
+
 import pytest
-from simtool import PROFILES
+from simtool import PROFILES, ROOT
 from ryn_sim import hosts
 from ryn_sim.errors import BadInput
 
@@ -158,3 +160,12 @@ def test_every_profile_says_what_it_is(sim):
     for file in PROFILES.glob("*.yaml"):
         about = next(line for line in file.read_text().splitlines() if line.startswith("about:"))
         assert file.stem in text and about[7:] in text
+
+
+def test_the_documentations_example_is_a_host(sim):
+    text = (ROOT / "docs" / "ryn-sim.md").read_text()
+    begin = text.index("    host: hv0\n")
+    example = textwrap.dedent(text[begin : text.index("\n\n", begin)])
+    assert "1 switch, 14 ports, 13 conversations" in sim("init", "-", text=example)
+    daily = sim("init", "--sql", "-", text=example.replace("swing: 0.4", "daily: 0.4"))
+    assert daily == sim("init", "--sql", "-", text=example)

@@ -312,6 +312,19 @@ def test_an_event_can_be_ended_or_called_off(host):
     assert 'there is no event "2"' in host.fails(1, "event", "end", "2")
 
 
+def test_moves_of_the_balancer_are_shown(host):
+    program = """
+ryn.SetLBWeights(-1, 0, -1, 0, -1, -1, -1, -1)
+for port in range(2, 16): ryn.MigratePort(0, port, 0, 0, 0)
+print("null")"""
+    on_host(host, program)
+    host("clock", "step", "1m")
+    on_host(host, "print(json.dumps(ryn.ListPorts(0)))")
+    moves = json.loads(host("show", "moves", "dvs-1", "--json"))
+    assert moves and all(move["switch"] == "dvs-1" and move["from"] != move["to"] for move in moves)
+    assert moves[-1]["client"] in host("show", "moves")
+
+
 def test_counters_come_near_their_wrap(host):
     host("event", "counters-near-wrap", "web-0", "--value", "63")
     host("clock", "step", "1ms")

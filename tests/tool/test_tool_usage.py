@@ -223,8 +223,19 @@ def test_json_is_json_everywhere(sim):
         ["init", "--list"],
     ):
         json.loads(sim(*arguments, "--json"))
-    for what in ("summary", "cores", "nics", "switches", "ports", "traffic", "mirrors", "properties", "balancer"):
-        assert json.loads(sim("show", what, "--json")), what
+    for what in (
+        "summary",
+        "cores",
+        "nics",
+        "switches",
+        "ports",
+        "traffic",
+        "mirrors",
+        "properties",
+        "balancer",
+        "moves",
+    ):
+        assert json.loads(sim("show", what, "--json")) or what == "moves", what
 
 
 def test_tables_fit_100_columns(sim):
@@ -272,3 +283,8 @@ def test_the_documentation_names_every_key_and_command(sim):
     for command in COMMANDS:
         assert f"| `{command}" in text and f".B {command}" in manual
     assert [profile.stem for profile in PROFILES.glob("*.yaml") if f"| `{profile.stem}` |" not in text] == []
+
+
+def test_the_version_is_the_projects(sim):
+    version = sim("--version").split()[1]
+    assert f"version: '{version}'" in (ROOT / "meson.build").read_text()

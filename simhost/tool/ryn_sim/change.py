@@ -9,6 +9,7 @@ from .document import Document, _Loader
 from .errors import BadInput, Failed, nearest
 from .export import describe
 from .store import Store
+from .table import counted
 
 # The columns by which a table's rows are known.
 _KEYS = {
@@ -57,7 +58,7 @@ def set_command(options) -> None:
         raise Failed("the host's conversations are not numbered from 1 on; export it and make it anew to change them")
     if statements:
         store.apply(";\n".join(statements))
-    print(f"changed {len(statements)} row{'s' if len(statements) != 1 else ''}" if statements else "nothing to change")
+    print(f"changed {counted(len(statements), 'rows')}" if statements else "nothing to change")
 
 
 def _copy(value):

@@ -6,6 +6,7 @@ import argparse
 import os
 import sys
 
+from . import VERSION
 from .errors import BadInput, Failed
 
 _EPILOG = """\
@@ -70,6 +71,7 @@ def _parser() -> argparse.ArgumentParser:
         parents=[which],
         allow_abbrev=False,
     )
+    parser.add_argument("--version", action="version", version=f"ryn-sim {VERSION}")
     commands = parser.add_subparsers(dest="command", metavar="COMMAND", required=True)
 
     def command(name: str, summary: str, *further, **options) -> argparse.ArgumentParser:
@@ -105,7 +107,7 @@ def _parser() -> argparse.ArgumentParser:
         nargs="?",
         default="summary",
         metavar="WHAT",
-        help="summary (default), cores, nics, switches, ports, traffic, mirrors, properties, balancer, all",
+        help="summary (default), cores, nics, switches, ports, traffic, mirrors, properties, balancer, moves, all",
     )
     show.add_argument("switch", nargs="?", help="only of this switch (its alias or number)")
 

@@ -578,6 +578,8 @@ class Compiler:
         if exact.denominator != 1 or exact > 10**12:
             self.problems.add((*path, "pps"), f"expected a multiple of 0.001 up to 1000M, got {shown(entry['pps'])}")
         pattern = entry.get("pattern", {})
+        if "daily" in pattern and {"swing", "period"} & set(pattern):
+            self.problems.add((*path, "pattern", "daily"), "daily is a swing with a period of a day, expected no other")
         burst = pattern.get("burst", {"every": 0, "for": 0, "times": 1})
         at = (*path, "pattern")
         period = self._within(
@@ -620,7 +622,7 @@ class Compiler:
             flows=entry.get("flows", 1),
             churn_ppm=entry.get("churn_ppm", 0),
             slow_permille=self._scaled((*path, "slow"), entry.get("slow", 0.001), 1000),
-            swing_permille=self._scaled((*at, "swing"), pattern.get("swing", 0), 1000),
+            swing_permille=self._scaled((*at, "swing"), pattern.get("swing", pattern.get("daily", 0)), 1000),
             period_ms=period,
             phase_ms=self._ms((*at, "phase"), pattern.get("phase", 0)),
             burst_every_ms=every,

@@ -8,7 +8,7 @@ import sys
 from . import places, units, words
 from .errors import BadInput, Failed, nearest
 from .store import Store
-from .table import Progress, print_json, print_table
+from .table import Progress, counted, print_json, print_table
 
 
 def _source(what: str | None) -> tuple[str, str, str]:
@@ -98,7 +98,7 @@ def init_command(options) -> None:
             }
         )
     else:
-        what = ", ".join(f"{number} {noun}" for noun, number in counts.items())
+        what = ", ".join(counted(number, noun) for noun, number in counts.items())
         print(
             f"{name} is right: {what}"
             if options.check

@@ -19,6 +19,7 @@ def show_command(options) -> None:
         "mirrors": _mirrors,
         "properties": _properties,
         "balancer": _balancer,
+        "moves": _moves,
     }
     if options.what not in (*sections, "all"):
         raise BadInput(f'show: there is no "{options.what}" to show{nearest(options.what, [*sections, "all"])}')
@@ -282,3 +283,22 @@ def _balancer(store: Store, _):
         for row in store.rows("SELECT * FROM weight ORDER BY position")
     ]
     return rows, ["weight", "value", "default"]
+
+
+def _moves(store: Store, sw):
+    rows = [
+        {
+            "at": units.age_text(row["at_ms"] * 10**6),
+            "at_ms": row["at_ms"],
+            "switch": row["alias"],
+            "port": row["port"],
+            "client": row["client"],
+            "from": row["from_core"],
+            "to": row["to_core"],
+        }
+        for row in store.rows(
+            "SELECT move.*, alias, client FROM move JOIN sw USING (sw) JOIN dvs USING (switch_id)"
+            f" LEFT JOIN port ON port.sw = move.sw AND port.port = move.port{_only(sw, 'move')} ORDER BY move.id"
+        )
+    ]
+    return rows, ["at", "switch", "port", "client", "from", "to"]

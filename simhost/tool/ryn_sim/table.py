@@ -14,6 +14,12 @@ def width() -> int:
     return min(shutil.get_terminal_size((_WIDEST, 24)).columns, _WIDEST) if sys.stdout.isatty() else _WIDEST
 
 
+def counted(number: int, nouns: str) -> str:
+    """1 port, 2 ports; 1 switch, 2 switches."""
+    one = nouns[:-2] if nouns.endswith("ches") else nouns[:-1]
+    return f"{number} {one if number == 1 else nouns}"
+
+
 def print_json(value) -> None:
     print(json.dumps(value, indent=2, ensure_ascii=False))
 

@@ -8,7 +8,7 @@ from . import units, words
 from .compile import literal, unknown_operation, unknown_target
 from .errors import BadInput, Failed, nearest
 from .store import Store
-from .table import print_json, print_table
+from .table import counted, print_json, print_table
 
 
 # What a fault answers if nothing is said.
@@ -42,7 +42,7 @@ def fault_command(options) -> None:
         with store.writing() as db:
             if options.action == "clear":
                 count = db.execute("DELETE FROM fault").rowcount
-                print(f"removed {count} fault{'s' if count != 1 else ''}")
+                print(f"removed {counted(count, 'faults')}")
                 return
             for number in options.ids:
                 if db.execute("DELETE FROM fault WHERE id = ?", (number,)).rowcount == 0:
@@ -252,7 +252,7 @@ def log_command(options) -> None:
     if options.clear:
         with store.writing() as db:
             count = db.execute("DELETE FROM log").rowcount
-        print(f"removed {count} line{'s' if count != 1 else ''}")
+        print(f"removed {counted(count, 'lines')}")
         return
     pattern = options.operation or "*"
     rows = store.rows(
