@@ -1,7 +1,9 @@
-// The flow-cache formatters against the print formats that define their layout, on random records.
+// The flow-cache formatters against the print formats that define their layout, on 100,000 random records each and at
+// every size of the area.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <random>
@@ -24,10 +26,36 @@ T At(const Record& record, std::size_t offset) {
 
 Record Random(std::mt19937_64& random, std::size_t size) {
   Record record(size);
-  for (auto& byte : record)
-    byte = static_cast<unsigned char>(random());
+  for (std::size_t at = 0; at < size; at += sizeof(std::uint64_t)) {
+    const std::uint64_t word = random();
+    std::memcpy(record.data() + at, &word, std::min(sizeof(word), size - at));
+  }
   return record;
 }
+
+// An area between guard bytes.
+class Area {
+ public:
+  explicit Area(std::size_t size) : size_(size), bytes_(kGuards + size + kGuards, kGuard) {}
+  char* Start() { return bytes_.data() + kGuards; }
+
+  // The text; it ends inside the area, and no byte is written behind its NUL or outside of the area.
+  std::string Text() const {
+    const auto start = bytes_.begin() + kGuards, end = start + static_cast<std::ptrdiff_t>(size_);
+    const auto nul = std::find(start, end, '\0');
+    EXPECT_TRUE(nul != end || size_ == 0) << "not terminated";
+    EXPECT_EQ(std::count(bytes_.begin(), start, kGuard), kGuards);
+    EXPECT_EQ(std::count(nul == end ? end : nul + 1, bytes_.end(), kGuard), bytes_.end() - nul - (nul != end));
+    return {start, nul};
+  }
+
+ private:
+  static constexpr std::ptrdiff_t kGuards = 32;
+  static constexpr char kGuard = '#';
+
+  std::size_t size_;
+  std::vector<char> bytes_;
+};
 
 std::string FlowKeyLine(const Record& key) {
   char line[256];
@@ -55,15 +83,15 @@ std::string FlowKeyLine(const Record& key) {
 
 TEST(FlowKey, EqualsItsPrint) {
   std::mt19937_64 random(3);
-  for (int round = 0; round < 20000; ++round) {
+  for (int round = 0; round < 100000; ++round) {
     Record key = Random(random, 64);
     if (round % 4 == 0)
       key[23] = round % 8 == 0 ? 1 : 58;
     if (round % 3 == 0)  // addresses with runs of zeros
       std::memset(key.data() + 24, 0, random() % 33);
-    std::vector<char> text(256, '#');
-    FCFlowKeyToStr(key.data(), text.data());
-    ASSERT_EQ(std::string(text.data()), FlowKeyLine(key));
+    Area area(LIBRYN_FLOW_KEY_TEXT_SIZE);
+    FCFlowKeyToStr(key.data(), area.Start());
+    ASSERT_EQ(area.Text(), FlowKeyLine(key));
   }
 }
 
@@ -128,7 +156,7 @@ std::pair<std::string, int> ActionsLine(const Record& actions, std::uint32_t siz
       for (unsigned i = 0; i < actions[256]; ++i) {
         if (line.IsFull())
           return {line.Text(), 1};
-        line.Print("INST %u: 0x%x; ", i + 1, At<std::uint32_t>(actions, 274 + 32 * i));
+        line.Print("INST %u: 0x%x; ", i + 1, At<std::uint32_t>(actions, 274 + 32 * std::size_t{i}));
       }
     }
     if (bit == 20 || bit == 21)
@@ -141,40 +169,68 @@ std::pair<std::string, int> ActionsLine(const Record& actions, std::uint32_t siz
   return {line.Text(), 0};
 }
 
+void ExpectActions(const Record& actions, std::uint32_t size) {
+  Area area(size);
+  const int result = FCActionsToStr(actions.data(), area.Start(), size, 0);
+  const auto [line, expected] = ActionsLine(actions, size);
+  ASSERT_EQ(area.Text(), line) << size;
+  ASSERT_EQ(result, expected) << line;
+}
+
+Record RandomActions(std::mt19937_64& random, unsigned max_instances) {
+  const auto instances = static_cast<unsigned char>(random() % (max_instances + 1));
+  Record actions = Random(random, 274 + 32 * std::size_t{std::max<unsigned>(instances, 1)});
+  actions[256] = instances;
+  std::uint32_t bitmap = static_cast<std::uint32_t>(random());
+  for (std::uint64_t thinning = random() % 4; thinning; --thinning)
+    bitmap &= static_cast<std::uint32_t>(random());
+  if (random() % 4)
+    bitmap &= ~0x20U;  // without "DROP; ", which ends the line
+  std::memcpy(actions.data() + 56, &bitmap, sizeof(bitmap));
+  if (random() % 5 == 0)
+    std::memset(actions.data() + 8, 0, 8);
+  return actions;
+}
+
 TEST(Actions, EqualTheirPrints) {
   std::mt19937_64 random(4);
-  for (int round = 0; round < 20000; ++round) {
-    Record actions = Random(random, 274 + 32 * 255);
-    actions[256] = static_cast<unsigned char>(random() % 12);
-    std::uint32_t bitmap = static_cast<std::uint32_t>(random());
-    for (std::uint64_t thinning = random() % 4; thinning; --thinning)
-      bitmap &= static_cast<std::uint32_t>(random());
-    if (round % 4)
-      bitmap &= ~0x20U;  // without "DROP; ", which ends the line
+  for (int round = 0; round < 100000 && !HasFatalFailure(); ++round)
+    ExpectActions(RandomActions(random, round % 8 ? 12 : 255),
+                  round % 2 ? static_cast<std::uint32_t>(random() % 601) : 512);
+}
+
+TEST(Actions, EqualTheirPrintsAtEverySize) {
+  std::mt19937_64 random(6);
+  for (int round = 0; round < 40 && !HasFatalFailure(); ++round) {
+    const Record actions = RandomActions(random, 20);
+    for (std::uint32_t size = 0; size <= 600 && !HasFatalFailure(); ++size)
+      ExpectActions(actions, size);
+  }
+}
+
+TEST(Actions, EachBitAloneEqualsItsPrintsAtEverySize) {
+  std::mt19937_64 random(7);
+  for (int bit = 0; bit < 32; ++bit) {
+    Record actions = RandomActions(random, 3);
+    const std::uint32_t bitmap = 1U << bit;
     std::memcpy(actions.data() + 56, &bitmap, sizeof(bitmap));
-    if (round % 5 == 0)
-      std::memset(actions.data() + 8, 0, 8);
-    const auto size = static_cast<std::uint32_t>(round % 2 ? 1 + random() % 512 : 512);
-    std::vector<char> text(size, '#');
-    const int result = FCActionsToStr(actions.data(), text.data(), size, 0);
-    const auto [line, expected] = ActionsLine(actions, size);
-    ASSERT_EQ(std::string(text.data()), line);
-    ASSERT_EQ(result, expected) << line;
+    for (std::uint32_t size = 0; size <= 600 && !HasFatalFailure(); ++size)
+      ExpectActions(actions, size);
   }
 }
 
 TEST(Statistics, EqualTheirPrint) {
   std::mt19937_64 random(5);
-  for (int round = 0; round < 2000; ++round) {
+  for (int round = 0; round < 100000; ++round) {
     const Record actions = Random(random, 62);
     char expected[128] = "Not Applicable";
     if (actions[61] & 8)
       std::snprintf(expected, sizeof(expected), "pktsSinceLastFlush:%lu bytesSinceLastFlush:%lu",
                     At<std::uint64_t>(actions, 24), At<std::uint64_t>(actions, 40));
-    const auto size = static_cast<std::uint32_t>(1 + random() % 128);
-    std::vector<char> text(size, '#');
-    EXPECT_EQ(FCActionsStatsToStr(actions.data(), text.data(), size), actions[61] & 8 ? 0 : 14);
-    EXPECT_EQ(std::string(text.data()), std::string(expected).substr(0, size - 1));
+    const auto size = static_cast<std::uint32_t>(random() % 129);
+    Area area(size);
+    ASSERT_EQ(FCActionsStatsToStr(actions.data(), area.Start(), size), actions[61] & 8 ? 0 : 14);
+    ASSERT_EQ(area.Text(), std::string(expected).substr(0, size > 0 ? size - 1 : 0));
   }
 }
 
