@@ -121,5 +121,6 @@ PyModuleDef module_definition = {
 
 }  // namespace
 
-PyMODINIT_FUNC PyInit__libryn();
+// Python 3.8 does not say by itself that it is exported.
+PyMODINIT_FUNC PyInit__libryn [[gnu::visibility("default")]] ();
 PyMODINIT_FUNC PyInit__libryn() { return PyModule_Create2(&module_definition, kApiVersion); }

@@ -7,12 +7,12 @@ being that of a str constant that is made at its first use. `expected(method, tr
 
 from __future__ import annotations
 
-from typing import Any, Callable
+from typing import Any, Callable, List, Optional, Tuple
 
 from harness import ANY, BUFFER, DICT_ITEM, LIST_ITEM, NULL, Outcome
 from method_table import UPLINK_COUNTERS, WEIGHT_NAMES, Method
 
-Trace = list[tuple[str, "str | None"]]
+Trace = List[Tuple[str, Optional[str]]]
 Rule = Callable[[Trace, int, Outcome], Outcome]
 
 INJECTED = (MemoryError, "injected")

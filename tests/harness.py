@@ -70,8 +70,6 @@ from pathlib import Path
 from typing import Any, Callable, Iterator
 from unittest.mock import ANY
 
-import pytest
-
 __all__ = ["ANY", "BUFFER", "DICT_ITEM", "LIST_ITEM", "MISSING", "NULL", "Bytes", "Call", "Double", "Outcome",
            "capture_stderr", "lost_blocks", "python", "run", "u8", "u16", "u32", "u64"]
 
@@ -150,6 +148,8 @@ def lost_blocks(work: Callable[[], object], calls: int = 100) -> float:
     partial(_probe.call, function, args, -1): an exception that is raised takes memory of its own.
     """
     if sys.getallocatedblocks() == 0:
+        import pytest  # not there for every interpreter that uses this file
+
         pytest.skip("PYTHONMALLOC: the interpreter counts no blocks")
     double = Double()
     double.recording(False)

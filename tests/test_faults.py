@@ -1,29 +1,19 @@
 """Each call that the module makes of the interpreter or the allocator fails once, in each method and each branch of it.
 
-The result, Python's error and the text on standard error are what the method's table of failures says (fault_rules.py),
-and nothing is kept: no block of the interpreter, no byte of the allocator, no property block, no reference to a
-singleton, but for what a method keeps on purpose.
+failing_calls.py does the work.
 """
 
 from __future__ import annotations
 
 import ctypes
-import gc
-import importlib
-import os
-import pickle
 import subprocess
-import sys
-import traceback
-from pathlib import Path
-from typing import Any, Callable
+from typing import Any
 
 import pytest
 
-import harness
-from branches import branches
-from fault_rules import INJECTED, expected, item
-from harness import Bytes, Double, Outcome, capture_stderr, python, run
+from failing_calls import fail_each_call, load_faults
+from fault_rules import INJECTED, item
+from harness import Bytes, Double, capture_stderr, python
 from method_table import METHODS, Method
 
 # Functions that the module uses and that cannot fail, or whose failure is their answer.
@@ -33,11 +23,6 @@ CANNOT_FAIL = {
 }
 ALLOCATORS = {"malloc", "calloc", "realloc", "aligned_alloc", "posix_memalign", "memalign", "reallocarray", "strdup",
               "strndup", "asprintf", "vasprintf", "_Znwm", "_Znam"}
-
-
-def load_faults(double: Double) -> Any:
-    sys.path.insert(0, str(double.folder.parent / "faults"))
-    return importlib.import_module("_faults")
 
 
 @pytest.fixture(scope="module")
@@ -57,73 +42,14 @@ def test_every_import_that_can_fail_is_let_fail(_module, faults):
     assert len(functions & set(faults.imports())) > 15
 
 
-def kept_on_purpose(method: Method, function: str, leaks: int) -> tuple[int, int]:
-    """Blocks, and references to None, that are kept when this call of the method fails."""
-    if method.name == "GetPortTxUplink" and function == "Py_BuildValue":
-        return leaks, 0
-    if method.name == "GetUplinkStats":
-        if function == "Py_BuildValue":
-            return leaks, 0
-        if function not in ("PyArg_ParseTuple", "calloc"):
-            return 0, 1  # the None that stands for the list
-    return 0, 0
-
-
-def run_failing(faults: Any, function: Callable, args: tuple, n: int) -> tuple[Outcome, list]:
-    faults.arm(n)
-    outcome = run(function, *args)
-    return outcome, faults.trace()
-
-
-CALLS = 20  # of each measurement: more than the allocator caches of one size
-MEASUREMENTS = 3
 POINTS: dict[str, int] = {}
 
 
-def assert_kept(faults: Any, function: Callable, args: tuple, n: int, wanted: tuple[int, int, int], point: str) -> None:
-    """What is kept at each call shows in each measurement; what the allocator keeps in reserve does not."""
-    for _ in range(MEASUREMENTS):
-        gc.collect()  # empties the free lists
-        with capture_stderr():
-            kept = faults.measure(function, args, n, CALLS)
-        if not sys.getallocatedblocks():  # PYTHONMALLOC: nothing but references is counted
-            kept = *wanted[:2], kept[2]
-        if kept == wanted:
-            break
-    assert kept == wanted, point
-
-
 @pytest.mark.parametrize("method", METHODS, ids=lambda method: method.name)
-def test_every_call_fails(ryn, double, faults, method: Method):
-    function = getattr(ryn, method.name)
-    points = 0
-    for branch in branches(method):
-        double.reset()
-        double.recording(False)
-        branch.script(double)
-        run(function, *branch.args)  # the constants are made
-        base, whole_trace = run_failing(faults, function, branch.args, -1)
-        gc.collect()
-        gc.freeze()
-        gc.disable()
-        try:
-            for n, (name, _) in enumerate(whole_trace):
-                point = f"{branch.name}: call {n}, {name}"
-                outcome, trace = run_failing(faults, function, branch.args, n)
-                assert trace[:n + 1] == whole_trace[:n + 1], point
-                assert outcome == expected(method, whole_trace, n, base), point
-                blocks, nones = kept_on_purpose(method, name, branch.leaks)
-                assert_kept(faults, function, branch.args, n, (CALLS * blocks, 0, CALLS * nones), point)
-                points += 1
-        finally:
-            gc.enable()
-            gc.unfreeze()
-        assert run(function, *branch.args) == base  # as if nothing had happened
-        handed_out, freed = double.blocks()
-        assert handed_out == freed
-    POINTS[method.name] = points
+def test_every_call_fails(ryn, double: Double, faults, method: Method):
+    POINTS[method.name] = fail_each_call(ryn, double, faults, method)
     if method.format is not None:
-        assert points > 0
+        assert POINTS[method.name] > 0
 
 
 def test_number_of_points():
@@ -135,58 +61,8 @@ def test_number_of_points():
 # Constants that are made at their first use: a fresh process for each
 
 
-def fail_constants() -> None:
-    """Run by a fresh interpreter: in a child for each, the first making of each constant of each method fails."""
-    double = harness.set_up()
-    import _libryn
-
-    faults = load_faults(double)
-    faults.bind(_libryn.__file__)
-    points = 0
-    for method in METHODS:
-        function = getattr(_libryn, method.name)
-        for branch in branches(method):
-            double.reset()
-            double.recording(False)
-            branch.script(double)
-
-            def answer(n: int) -> tuple:
-                outcome, trace = run_failing(faults, function, branch.args, n)
-                return outcome, trace, run(function, *branch.args)
-
-            base, trace, _ = in_child(lambda: answer(-1))
-            for n in [n for n, (name, _) in enumerate(trace) if name == "PyUnicode_InternFromString"]:
-                outcome, _, again = in_child(lambda: answer(n))
-                point = f"{method.name}, {branch.name}: call {n}, {trace[n][1]!r}"
-                assert outcome == expected(method, trace, n, base), (point, outcome)
-                assert again == base, (point, again)  # made at the next use
-                points += 1
-    print(points)
-
-
-def in_child(work: Callable[[], Any]) -> Any:
-    """What the work returns in a child, which leaves this process as it was."""
-    reading, writing = os.pipe()
-    if os.fork() == 0:
-        status = 1
-        try:
-            with os.fdopen(writing, "wb") as pipe:
-                pipe.write(pickle.dumps(work()))
-            status = 0
-        except BaseException:
-            traceback.print_exc()
-        finally:
-            os._exit(status)
-    os.close(writing)
-    with os.fdopen(reading, "rb") as pipe:
-        answer = pipe.read()
-    _, status = os.wait()
-    assert status == 0, f"the child ended with {status:#x}"
-    return pickle.loads(answer)
-
-
 def test_every_constant_fails_at_its_first_use():
-    done = python("import test_faults; test_faults.fail_constants()")
+    done = python("import failing_calls; failing_calls.fail_constants()")
     assert done.stderr == ""
     assert int(done.stdout) > 200
 

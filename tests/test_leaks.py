@@ -13,9 +13,9 @@ from typing import Any, Callable
 import pytest
 
 from branches import branches
+from failing_calls import load_faults
 from harness import Double, capture_stderr, run
 from method_table import METHODS, Method
-from test_faults import load_faults
 
 CALLS = 10_000
 RESERVE = 4096  # bytes that the allocator may move between its lists: less than half a byte a call

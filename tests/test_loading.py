@@ -10,7 +10,7 @@ from pathlib import Path
 
 import pytest
 
-from harness import Double, Outcome, python
+from harness import Double, python
 from test_hostile import UNDER_ASAN
 
 ROOT = Path(__file__).parents[1]

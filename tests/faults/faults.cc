@@ -140,11 +140,8 @@ struct Import {
   const void* wrapper;
 };
 
-// A name of Python's may be a macro for another.
-#define TEXT_OF(name) #name
-#define NAME(name) TEXT_OF(name)
 #define IMPORT(name, wrapper) \
-  { NAME(name), #name, Address(name), Address(wrapper) }
+  { #name, #name, Address(name), Address(wrapper) }
 #define FALLIBLE(name) IMPORT(name, Fallible<name>::Call)
 
 const Import kImports[] = {
@@ -166,8 +163,11 @@ const Import kImports[] = {
     FALLIBLE(PyUnicode_FromStringAndSize),
     FALLIBLE(PyUnicode_InternFromString),
     FALLIBLE(PyUnicode_New),
-    IMPORT(PyArg_ParseTuple, ParseTuple),
-    IMPORT(Py_BuildValue, BuildValue),
+    // Their names depend on the version, and may be macros
+    {"PyArg_ParseTuple", "PyArg_ParseTuple", Address(PyArg_ParseTuple), Address(ParseTuple)},
+    {"_PyArg_ParseTuple_SizeT", "PyArg_ParseTuple", Address(PyArg_ParseTuple), Address(ParseTuple)},
+    {"Py_BuildValue", "Py_BuildValue", Address(Py_BuildValue), Address(BuildValue)},
+    {"_Py_BuildValue_SizeT", "Py_BuildValue", Address(Py_BuildValue), Address(BuildValue)},
     {"malloc", "malloc", Address(std::malloc), Address(Malloc)},
     {"calloc", "calloc", Address(std::calloc), Address(Calloc)},
 };

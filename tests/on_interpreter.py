@@ -1,0 +1,38 @@
+"""The checks that need no test runner, for an interpreter that the module is built for.
+
+`python -c "import on_interpreter; on_interpreter.check()"` prints how many outcomes and failures it went through.
+"""
+
+from __future__ import annotations
+
+import sys
+
+import allocations
+import harness
+import hostile_objects
+from failing_calls import fail_each_call, load_faults
+from harness import Outcome, run
+from method_table import METHODS
+
+
+def check() -> None:
+    double = harness.set_up()
+    import _libryn
+
+    outcomes = 0
+    for method in METHODS:
+        for failure in (None, *method.failures):
+            double.reset()
+            method.script(double)
+            if failure:
+                failure.script(double)
+            args = method.args if failure is None or failure.args is None else failure.args
+            expected = failure.outcome if failure else Outcome(method.value)
+            assert run(getattr(_libryn, method.name), *args) == expected, (method.name, failure)
+            outcomes += 1
+    faults = load_faults(double)
+    faults.bind(_libryn.__file__)
+    points = sum(fail_each_call(_libryn, double, faults, method) for method in METHODS)
+    print(f"{sys.version.split()[0]}: {outcomes} outcomes, {points} failing calls")
+    allocations.sweep()
+    hostile_objects.attack()

@@ -1,0 +1,67 @@
+"""Every interpreter that is there: the module is built for it and goes through the checks of on_interpreter.py.
+
+Takes about half a minute of work for each, so only with RYN_SOAK=1.
+"""
+
+from __future__ import annotations
+
+import os
+import re
+import subprocess
+from pathlib import Path
+
+import pytest
+
+from harness import Double
+
+ROOT = Path(__file__).parents[1]
+OLDEST = (3, 8)
+SOURCE_FOLDERS = ["module", "dvs", "ports", "flowcache", "uplinks", "loadbal"]
+
+
+def interpreters() -> list[Path]:
+    """Those of ~/.pyenv that are not too old."""
+    found = []
+    for folder in Path.home().glob(".pyenv/versions/*"):
+        version = re.match(r"(\d+)\.(\d+)\.", folder.name)
+        if version and tuple(map(int, version.groups())) >= OLDEST and (folder / "bin/python").exists():
+            found.append(folder / "bin/python")
+    return sorted(found)
+
+
+@pytest.mark.parametrize("interpreter", interpreters() or [None], ids=lambda path: path and path.parts[-3])
+def test_module_on(double: Double, interpreter: Path | None, tmp_path: Path):
+    if interpreter is None:
+        pytest.skip("no other interpreter is there")
+    if "RYN_SOAK" not in os.environ:
+        pytest.skip("takes half a minute: RYN_SOAK=1 asks for it")
+
+    def tool(*command: str | Path) -> str:
+        done = subprocess.run(command, cwd=ROOT, text=True, capture_output=True)
+        assert done.returncode == 0, done.stdout + done.stderr
+        return done.stdout
+
+    # By the compiler alone: Debian's meson knows no interpreter newer than 3.11
+    include, suffix = tool(interpreter, "-c", "import sysconfig; print(sysconfig.get_path('include'), "
+                                              "sysconfig.get_config_var('EXT_SUFFIX'))").split()
+    folder = tmp_path / "tests/double"
+    folder.mkdir(parents=True)
+    (tmp_path / "tests/faults").mkdir()
+    for library in ("libryn.so", "libjorPublic.so"):
+        (folder / library).symlink_to(double.folder / library)
+    compiler = ["g++", "-std=c++20", "-O1", "-fPIC", "-shared", "-I.", f"-I{include}"]
+    sources = [path for name in SOURCE_FOLDERS for path in sorted((ROOT / name).glob("*.cc"))]
+    tool(*compiler, "-fno-exceptions", "-fno-rtti", "-fvisibility=hidden", *sources, "-Wl,-z,now",
+         "-Wl,--version-script=module/exports.map", f"-L{folder}", "-lryn", "-ljorPublic", "-o",
+         tmp_path / f"_libryn{suffix}")
+    tool(*compiler, "tests/double/probe.cc", "-o", folder / "_probe.so")
+    tool(*compiler, "tests/faults/faults.cc", "-o", tmp_path / "tests/faults/_faults.so")
+
+    environment = {name: value for name, value in os.environ.items() if not name.startswith("PYTHON")}
+    environment |= {"LD_LIBRARY_PATH": str(folder), "PYTHONDONTWRITEBYTECODE": "1",
+                    "PYTHONPATH": os.pathsep.join([str(tmp_path), str(ROOT / "tests")])}
+    done = subprocess.run([interpreter, "-c", "import on_interpreter; on_interpreter.check()"], text=True,
+                          capture_output=True, timeout=600, env=environment)
+    print(done.stdout)
+    assert (done.returncode, done.stderr) == (0, "")
+    assert done.stdout.endswith("unharmed\n")
