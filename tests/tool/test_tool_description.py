@@ -40,7 +40,10 @@ PORT = SWITCH + "ports: [{switch: s, vm: a}, {switch: s, vm: b}]\n"
         ("host: h\nnuma: [{lcores: [1]}, {lcores: [1]}]\n", "2: numa[1].lcores[0]: core 1 is there already"),
         ("host: a/b\nnuma: [{lcores: [1]}]\n", "1: host: expected a name of up to 63"),
         (HEAD + "nics: {n: {numa: 1}}\n", "3: nics.n.numa: expected one of the 1 NUMA nodes (from 0), got 1"),
-        (HEAD + "nics: {n: {numa: 0, link: 5}}\n", "3: nics.n.link: expected a multiple of 1M, got 5"),
+        (
+            HEAD + "nics: {n: {numa: 0, link: 5}}\n",
+            "3: nics.n.link: expected bits a second, a multiple of 1M, from 1M to 1T, got 5",
+        ),
         (HEAD + "nics: {n: {numa: 0, fpo: Model 3}}\n", "nics.n.fpo: expected one of none,"),
         (SWITCH + "ports: [{switch: t}]\n", '5: ports[0].switch: there is no switch "t"; known: s'),
         (SWITCH + "ports: [{switch: s, nic: n1}]\n", '5: ports[0].nic: there is no NIC "n1"; known: n0'),
@@ -152,7 +155,7 @@ def test_a_mac_address_without_quotes_is_a_text():
     from ryn_sim.document import Document
 
     assert Document("a: 10:20:30:40:50:55", "x").value == {"a": "10:20:30:40:50:55"}
-    assert Document("[yes, off, 0x10, 1e3, null, 010, '5']", "x").value == [True, False, 16, 1000.0, None, 10, "5"]
+    assert Document("[yes, off, 0x10, 1e3, null, 010, '5']", "x").value == [True, False, 16, 1000, None, 10, "5"]
 
 
 def test_every_profile_says_what_it_is(sim):

@@ -44,6 +44,7 @@ COLUMNS = {
 COLUMNS = {table: tuple(columns.split()) for table, columns in COLUMNS.items()}
 
 _GLOB = frozenset("*?[")
+_LONGEST_NS = 100 * 365 * 86400 * 10**9
 
 
 class Compiler:
@@ -74,11 +75,30 @@ class Compiler:
 
     # Single values, each with its limit -----------------------------------------------------------------------------
 
-    def _ms(self, path, value) -> int:
+    def _ns(self, path, value) -> int:
         ns = units.nanoseconds(value)
+        if ns > _LONGEST_NS:
+            self.problems.add(path, f"expected at most 100 years, got {shown(value)}")
+            return 0
+        return ns
+
+    def _ms(self, path, value) -> int:
+        ns = self._ns(path, value)
         if ns % 10**6:
             self.problems.add(path, f"expected whole milliseconds, got {shown(value)}")
         return ns // 10**6
+
+    def _quantity(self, path, value, low: int, high: int, unit: int, what: str) -> int:
+        """A quantity in multiples of a unit, in that unit."""
+        try:
+            number = units.quantity(value)
+        except ValueError:
+            number = -1
+        if number % unit or not low <= number // unit <= high:
+            least, most = units.quantity_text(low * unit), units.quantity_text(high * unit)
+            self.problems.add(path, f"expected {what} from {least} to {most}, got {shown(value)}")
+            return low
+        return number // unit
 
     def _optional_ms(self, path, mapping: dict, key: str) -> int | None:
         return self._ms((*path, key), mapping[key]) if key in mapping else None
@@ -98,7 +118,7 @@ class Compiler:
 
     def _host(self, profile: str) -> None:
         host = self.description
-        timeout = units.nanoseconds(host.get("flow_timeout", 10))
+        timeout = self._ns(("flow_timeout",), host.get("flow_timeout", 10))
         if timeout % 10**9 or timeout > 4294967295 * 10**9:
             self.problems.add(
                 ("flow_timeout",), f"expected whole seconds up to 4294967295, got {shown(host['flow_timeout'])}"
@@ -121,7 +141,7 @@ class Compiler:
             id=1,
             mode="freeze" if clock.get("frozen") else "run",
             base_wall_ns=0,
-            base_host_ns=units.nanoseconds(clock.get("uptime", 0)),
+            base_host_ns=self._ns(("clock", "uptime"), clock.get("uptime", 0)),
             speed_permille=self._scaled(("clock", "speed"), clock.get("speed", 1), 1000),
         )
         balancer = host.get("balancer", {})
@@ -139,12 +159,8 @@ class Compiler:
         nodes = self.description["numa"]
         self._cores: set[int] = set()
         for index, node in enumerate(nodes):
-            capacity = self._within(
-                ("numa", index, "capacity"),
-                units.quantity(node.get("capacity", "1M")),
-                1000,
-                10**9,
-                "packets a second",
+            capacity = self._quantity(
+                ("numa", index, "capacity"), node.get("capacity", "1M"), 1000, 10**9, 1, "packets a second"
             )
             for place, lcore in enumerate(node["lcores"]):
                 if lcore in self._cores:
@@ -160,9 +176,9 @@ class Compiler:
                 self.problems.add(
                     (*path, "numa"), f"expected one of the {len(nodes)} NUMA nodes (from 0), got {nic['numa']}"
                 )
-            link = units.quantity(nic.get("link", "25G"))
-            if link % 10**6 or not link:
-                self.problems.add((*path, "link"), f"expected a multiple of 1M, got {shown(nic['link'])}")
+            link_mbps = self._quantity(
+                (*path, "link"), nic.get("link", "25G"), 1, 10**6, 10**6, "bits a second, a multiple of 1M,"
+            )
             level = words.FPO_LEVELS[nic.get("fpo", "none")]
             limits = dict(zip(words.FPO_LIMITS, words.FPO_DEFAULTS[level])) | nic.get("fpo_limits", {})
             limits["actions"] = values.signed(limits["actions"])
@@ -171,7 +187,7 @@ class Compiler:
                 name=name,
                 node=nic["numa"],
                 affinity=nic.get("affinity", nic["numa"]),
-                link_mbps=link // 10**6,
+                link_mbps=link_mbps,
                 driver_text=int(nic.get("driver_text", True)),
                 crc_ppm=nic.get("crc_ppm", 0),
                 drop_ppm=nic.get("drop_ppm", 0),

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import math
 import re
 
 import yaml
@@ -101,7 +102,10 @@ class Document:
         if kind == "int":
             return int(text, 16 if text.lower().startswith("0x") else 10)
         if kind == "float":
-            return float(text)
+            number = float(text)
+            if not math.isfinite(number):
+                self._refuse(node, f"{text} is too large")
+            return int(number) if number.is_integer() else number
         if kind == "str":
             return text
         self._refuse(node, f'the tag "{node.tag}" is not understood here')
