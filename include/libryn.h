@@ -41,8 +41,9 @@ LIBRYN_API uint32_t DVSAliasToSwitchId(const char* alias, char* switchId);
 // more is cut and NOT terminated. 0x0BAD0003: `portsetName` is not touched.
 LIBRYN_API uint32_t DVSAliasToPortsetName(const char* alias, char* portsetName);
 
-// Writes the alias of the switch whose portset name `portsetName` begins with, 128 bytes, not terminated when it is
-// that long; all zeros, with status 0, when there is none. 0x0BAD0007 for a null or empty name: `alias` is not touched.
+// Writes the alias of the switch whose portset name `portsetName` begins with, or `portsetName` itself when that switch
+// has no alias: 128 bytes, an alias that fills them is not terminated. All zeros, with status 0, when there is no such
+// switch. 0x0BAD0007 for a null or empty name: `alias` is not touched.
 LIBRYN_API uint32_t DVSPortsetNameToAlias(const char* portsetName, char* alias);
 
 // 1 when the switch-state library finds the distributed port, else 0. The arguments are handed on as they are.

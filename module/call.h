@@ -3,6 +3,8 @@
 // A method that fails for a reason of its own (an argument, a native area, a status of a platform library) writes one
 // fixed message to standard error and returns None; nothing is raised, and an error that Python has already set
 // stays set. Failures while Python containers are built are reported by values.h.
+//
+// Deliberate: the texts are fixed to the byte. Some end in two line ends, and words like "TypeError: " are only words.
 #pragma once
 
 #include <cstdint>

@@ -27,7 +27,7 @@ HeapArea<Record> AllocateRecord() {
   return HeapArea<Record>(static_cast<Record*>(std::calloc(1, sizeof(Record))));
 }
 
-// The little-endian integer at a position that need not be aligned.
+// The integer or the record at a position that need not be aligned.
 template <class T>
 T Load(const void* bytes, std::size_t position) {
   T value;

@@ -41,7 +41,7 @@ bool StoreEntries(PyObject* dict, const MacEntry* entries, std::uint32_t count) 
 constexpr std::uint32_t kAdd = 1;
 constexpr std::uint32_t kDelete = 0;
 
-PyObject* MacEntryOps(PyObject* args, std::uint32_t operation) {
+PyObject* PyRYN_MAC_Entry_Ops(PyObject* args, std::uint32_t operation) {
   std::uint32_t swID, rynPortID, vlanID;
   long long mac;
   if (!ParseArgs(args, &swID, &rynPortID, &mac, &vlanID))
@@ -126,6 +126,6 @@ PyObject* PyRYN_Clear_Switch_MACTable(PyObject*, PyObject* args) {
   return None();
 }
 
-PyObject* PyRYN_Add_MAC_Entry(PyObject*, PyObject* args) { return MacEntryOps(args, kAdd); }
+PyObject* PyRYN_Add_MAC_Entry(PyObject*, PyObject* args) { return PyRYN_MAC_Entry_Ops(args, kAdd); }
 
-PyObject* PyRYN_Del_MAC_Entry(PyObject*, PyObject* args) { return MacEntryOps(args, kDelete); }
+PyObject* PyRYN_Del_MAC_Entry(PyObject*, PyObject* args) { return PyRYN_MAC_Entry_Ops(args, kDelete); }
