@@ -8,8 +8,9 @@ namespace simhost {
 
 namespace {
 
-constexpr std::uint64_t kMostShortFlows = 65536;  // that one path keeps
-constexpr std::int64_t kFlushMs = 10'000;         // the counters of a flow are flushed this often
+constexpr std::uint64_t kFirstShortPort = 32768;  // of the ports that short flows come from
+constexpr std::uint64_t kShortPorts = 16384;
+constexpr std::int64_t kFlushMs = 10'000;  // the counters of a flow are flushed this often
 
 std::size_t Index(std::int64_t value) { return static_cast<std::size_t>(value); }
 
@@ -103,7 +104,8 @@ LiveFlows FindLive(const Model& model, const Switch& sw, const Path& path, std::
   live.first = live.lasting == path.flows ? 0 : before % path.flows;
   const std::uint64_t short_before = ShortFlowsUntil(model, path, since);
   const std::uint64_t short_now = ShortFlowsUntil(model, path, ms);
-  live.short_lived = std::min(short_now - short_before, kMostShortFlows);
+  // A conversation's parts share its ports; when they begin anew, the flow that had one before is gone.
+  live.short_lived = std::min(short_now - short_before, kShortPorts / static_cast<std::uint64_t>(path.parts));
   live.first_short = short_now - live.short_lived;
   live.offloaded = Share(live.lasting, path.offload_permille, 1000);
   return live;
@@ -195,7 +197,7 @@ class Entry {
                Mix(static_cast<std::uint64_t>(talk_.id) << 32 | flow_.number << 1 | (flow_.lasting ? 1 : 0)));
   }
 
-  // The number of a lasting flow within its conversation: the parts take turns.
+  // The number of a flow within its conversation, the lasting and the short ones apart: the parts take turns.
   std::uint64_t NumberInTalk() const {
     return flow_.number * static_cast<std::uint64_t>(path_.parts) + static_cast<std::uint64_t>(path_.part);
   }
@@ -226,7 +228,7 @@ class Entry {
     page.PutBytes(at + (v6 ? kKeyAddressB6 : kKeyAddressB4), second.data(), second.size());
   }
 
-  // Lasting flows of a conversation count up from its source port; a short flow's port comes from the ephemeral range.
+  // Lasting flows of a conversation count up from its source port; short flows take turns at the ports from 32768 on.
   void WriteTransport(Area& page, std::size_t at) const {
     if (talk_.protocol == 1 || talk_.protocol == 58) {  // type and code, as host values
       page.Put16(at + kKeyL4A, talk_.source_l4);
@@ -234,7 +236,7 @@ class Entry {
       return;
     }
     const std::uint64_t source =
-        flow_.lasting ? (talk_.source_l4 + NumberInTalk()) & 0xFFFF : 32768 + flow_.number % 28232;
+        flow_.lasting ? (talk_.source_l4 + NumberInTalk()) & 0xFFFF : kFirstShortPort + NumberInTalk() % kShortPorts;
     const std::uint64_t ports[2] = {source, talk_.destination_l4};
     const auto put = [&](std::size_t offset, std::uint64_t port) {
       page.Put8(at + offset, port >> 8);
