@@ -21,19 +21,26 @@ namespace simhost {
 
 namespace {
 
-std::mutex config_mutex;
-std::shared_ptr<Config> config = std::make_shared<Config>();
+// What a process has loaded. Handles lead into it and hold until it is reset or loaded again.
+struct Loading {
+  std::mutex mutex;
+  std::shared_ptr<Config> config = std::make_shared<Config>();
+};
 
-// Handles lead into the configuration and hold until it is reset or loaded again.
+Loading& OwnLoading() {
+  static Loading loading;
+  return loading;
+}
+
 std::shared_ptr<Config> Loaded() {
-  const std::lock_guard lock(config_mutex);
-  return config;
+  const std::lock_guard lock(OwnLoading().mutex);
+  return OwnLoading().config;
 }
 
 void Install(Config loaded) {
   auto next = std::make_shared<Config>(std::move(loaded));
-  const std::lock_guard lock(config_mutex);
-  config = std::move(next);
+  const std::lock_guard lock(OwnLoading().mutex);
+  OwnLoading().config = std::move(next);
 }
 
 ConfigSwitch* SwitchOf(DVSSwitch* handle) { return reinterpret_cast<ConfigSwitch*>(handle); }

@@ -245,13 +245,11 @@ void Corrupt(const FaultOutcome& outcome, Area& answer) {
   const std::size_t size = answer.used();
   std::uint64_t random = outcome.random;
   for (std::size_t i = 0; i < size; ++i) {
-    if (outcome.corrupt == "zero")
-      answer.bytes()[i] = 0;
-    else if (outcome.corrupt == "ones")
+    if (outcome.corrupt == "ones")
       answer.bytes()[i] = 0xFF;
     else if (outcome.corrupt == "random")
       answer.bytes()[i] = static_cast<std::uint8_t>(random = Mix(random));
-    else if (i >= size / 2)  // "half": the rest of the answer never came
+    else if (outcome.corrupt == "zero" || i >= size / 2)  // "half": the rest of the answer never came
       answer.bytes()[i] = 0;
   }
 }
