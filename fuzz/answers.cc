@@ -1,5 +1,5 @@
 // Methods over whatever the datapath library answers.
-#include <cstdio>
+#include <iterator>
 
 #include "flowcache/flowcache.h"
 #include "loadbal/loadbal.h"
@@ -11,7 +11,8 @@
 namespace {
 
 constexpr std::size_t kFlowPage = 10260, kSnapshot = 4096, kBalancerStats = 9224, kMirrorConf = 2048, kNetQ = 524288,
-                      kSwitchList = 2568, kDevices = 1156;
+                      kSwitchList = 2568, kPortList = 11532, kPortConf = 1272, kDevices = 1156, kFlowStats = 1544,
+                      kFPOStats = 1800;
 
 bool IsNone(const Ref& result) { return result.get() == Py_None; }
 
@@ -25,23 +26,48 @@ Bytes Resized(Bytes bytes, std::size_t size) {
   return bytes;
 }
 
-// A list of records whose names of fixed width stand at their start: each ends at its NUL or with its field, and a name
-// that is not UTF-8 ends the method. The count stands at the start of the area.
-void CheckNames(const Ref& list, const Bytes& area, std::size_t head, std::size_t record, std::size_t width,
-                std::size_t room, const char* key) {
+// The rest of an input as an area whose count, of that width, stands as it is for one first byte in 16 and is small
+// otherwise: tables of tens of thousands of records would take all the time.
+template <class T>
+Bytes TakeCounted(Input input, std::size_t count_at) {
+  const bool as_it_is = input.Take<std::uint8_t>() % 16 == 0;
+  Bytes area = input.Rest();
+  if (!as_it_is && area.size() >= count_at + sizeof(T)) {
+    const T small = At<T>(area, count_at) % 300;
+    std::memcpy(area.data() + count_at, &small, sizeof(small));
+  }
+  return area;
+}
+
+// A list with as many items as there is room for, each shown as its model says: of a long one the first and the last.
+template <class Model>
+void CheckItems(PyObject* list, std::size_t count, std::size_t room, Model model) {
+  constexpr std::size_t kLooked = 300;
+  const std::size_t items = std::min(count, room);
+  Expect(PyList_Check(list) && PyList_GET_SIZE(list) == static_cast<Py_ssize_t>(items), "as many as there is room for");
+  for (std::size_t i = 0; i < items; i += i < kLooked || i + 1 == items ? 1 : items - i - 1)
+    ExpectEqual(Shown(Share(PyList_GET_ITEM(list, static_cast<Py_ssize_t>(i)))), "{" + model(i) + "}", "an item");
+}
+
+// The same for records that begin with a name of fixed width: each ends at its NUL or with its field, and one that is
+// not UTF-8 ends the method. The count stands at the start of the area.
+void CheckNamed(const Ref& list, const Bytes& area, std::size_t head, std::size_t record, std::size_t width,
+                std::size_t room, const char* key, std::initializer_list<Cell> cells) {
   const std::size_t count = std::min<std::size_t>(At<std::uint32_t>(area, 0), room);
-  bool decoded = true;
-  for (std::size_t i = 0; i < count && decoded; ++i) {
+  std::vector<std::string> names;
+  for (std::size_t i = 0; i < count; ++i) {
     std::string name;
     for (std::size_t at = head + record * i; name.size() < width && At<char>(area, at + name.size());)
       name += At<char>(area, at + name.size());
-    decoded = Ref(PyUnicode_DecodeUTF8(name.data(), static_cast<Py_ssize_t>(name.size()), nullptr)) != nullptr;
+    const Ref text(PyUnicode_DecodeUTF8(name.data(), static_cast<Py_ssize_t>(name.size()), nullptr));
     PyErr_Clear();
-    if (decoded && !IsNone(list))
-      ExpectEqual(TextOf(PyList_GET_ITEM(list.get(), static_cast<Py_ssize_t>(i)), key), name, "a name");
+    if (!text)
+      return Expect(IsNone(list), "a name that is not UTF-8 ends the method");
+    names.push_back(Shown(text));
   }
-  Expect(IsNone(list) != decoded, "a name that is not UTF-8 ends the method");
-  Expect(IsNone(list) || PyList_GET_SIZE(list.get()) == static_cast<Py_ssize_t>(count), "as many as there is room for");
+  CheckItems(list.get(), count, room, [&](std::size_t i) {
+    return std::string("'") + key + "': " + names[i] + ", " + CellsModel(area, head + record * i, cells);
+  });
 }
 
 }  // namespace
@@ -79,16 +105,53 @@ void FuzzFlowPage(Input input) {
 }
 
 void FuzzFlowStats(Input input) {
-  Answer("Ryn_Get_Flow_Stats", input.Rest());
-  Run(PyRYN_Get_Flow_Stats, Args("(i(iii)i)", 1, 2, 3, 4, 5));
+  const Bytes area = input.Rest();
+  Answer("Ryn_Get_Flow_Stats", area);
+  const Ref list = Run(PyRYN_Get_Flow_Stats, Args("(i(iii)i)", 1, 2, 3, 4, 5));
+  CheckItems(list.get(), At<std::uint32_t>(area, 0), 32, [&](std::size_t i) {
+    return CellsModel(Resized(area, kFlowStats), 8 + 48 * i,
+                      {{"lcoreID", 0},
+                       {"numFlows", 4},
+                       {"hits", 8, Kind::kLowWord},
+                       {"miss", 16, Kind::kLowWord},
+                       {"fpoHits", 24, Kind::kLowWord},
+                       {"localHits", 32, Kind::kLowWord},
+                       {"keyInsertFailCount", 40, Kind::kLowWord}});
+  });
 }
 
 void FuzzFPOStats(Input input) {
   const Bytes area = input.Rest();
   Answer("Ryn_Get_FPO_Stats", area);
   Answer("Ryn_Get_FPO_Uplink_Status", area);
-  Run(PyRYN_Get_FPO_Stats, Args("(i(ii))", 1, 2, 3));
-  Run(PyRYN_Get_FPO_Uplink_Status, Args("(ii)", 1, 2));
+  const Ref list = Run(PyRYN_Get_FPO_Stats, Args("(i(ii))", 1, 2, 3));
+  CheckItems(list.get(), At<std::uint32_t>(area, 0), 32, [&](std::size_t i) {
+    return CellsModel(Resized(area, kFPOStats), 8 + 56 * i,
+                      {{"lcoreID", 0},
+                       {"hits", 8, Kind::kLowWord},
+                       {"markMismatched", 16, Kind::kLowWord},
+                       {"pnicMismatched", 24, Kind::kLowWord},
+                       {"delayMarkMatching", 32, Kind::kLowWord},
+                       {"ephemeralFlows", 40, Kind::kLowWord},
+                       {"transientFlows", 48, Kind::kLowWord}});
+  });
+
+  const Ref status = Run(PyRYN_Get_FPO_Uplink_Status, Args("(ii)", 1, 2));
+  static constexpr const char* kLevels[] = {"Not Supported", "Model 1 Level 1", "Model 1 Level 2", "Model 2"};
+  const auto level = At<std::uint32_t>(area, 0);
+  ExpectEqual(Shown(status),
+              std::string("{'level': '") + kLevels[level < 4 ? level : 0] + "', " +
+                  CellsModel(Resized(area, 40), 0,
+                             {{"numGroupSupported", 4},
+                              {"numPrioritySupported", 8},
+                              {"maxMarkActionBits", 12},
+                              {"maxFlowsSupported", 16},
+                              {"maxCountersSupported", 20},
+                              {"maxFlowKeyLengthInBits", 24},
+                              {"maxDecTTLActions", 28},
+                              {"actionsSupported", 32, Kind::kSigned}}) +
+                  "}",
+              "what an uplink can offload");
 }
 
 // ---- Load balancer -------------------------------------------------------------------------------------------------
@@ -156,37 +219,130 @@ void FuzzBalancerFigures(Input input) {
 void FuzzSwitchList(Input input) {
   const Bytes area = Resized(input.Rest(), kSwitchList);
   Answer("Ryn_Get_Switch_List", area);
-  CheckNames(Run(PyRYN_List_Switches, Args("()")), area, 8, 160, 128, 16, "name");
+  CheckNamed(Run(PyRYN_List_Switches, Args("()")), area, 8, 160, 128, 16, "name",
+             {{"swID", 128},
+              {"maxPorts", 132},
+              {"numActivePorts", 136},
+              {"numPorts", 140},
+              {"mtu", 144},
+              {"numLcores", 148},
+              {"lcores", 152, Kind::kSigned}});
 }
 
 void FuzzPortList(Input input) {
-  Answer("Ryn_Get_Port_List", input.Rest());
-  Run(PyRYN_List_Ports, Args("(i)", 1));
+  const Bytes area = Resized(input.Rest(), kPortList);
+  Answer("Ryn_Get_Port_List", area);
+  const Ref list = Run(PyRYN_List_Ports, Args("(i)", 1));
+  CheckItems(list.get(), At<std::uint32_t>(area, 4), 128, [&](std::size_t i) {
+    const std::size_t record = 12 + 90 * i;
+    static constexpr const char* kClients[] = {"UNKNOWN", "VNIC", "UPLINK", "GENERIC", "QOBNIC"};
+    const auto client = At<std::uint32_t>(area, record + 18);
+    std::string text = CellsModel(area, record,
+                                  {{"portID", 0},
+                                   {"rynPortID", 4},
+                                   {"numTxQ", 8, Kind::kByte},
+                                   {"numRxQ", 9, Kind::kByte},
+                                   {"hwAddr", 10, Kind::kMac},
+                                   {"numMACs", 16, Kind::kHalf}}) +
+                       ", 'clientType': '" + kClients[client < 5 ? client : 0] + "'";
+    for (const std::size_t received : {0U, 1U}) {
+      text += received ? ", 'rxQLM': [" : ", 'txQLM': [";
+      const std::size_t queues = std::min<std::size_t>(area[record + 8 + received], 32);
+      for (std::size_t queue = 0; queue < queues; ++queue)
+        text += (queue ? ", " : "") + Number(area[record + 26 + 32 * received + queue]);
+      text += "]";
+    }
+    return text;
+  });
 }
 
 void FuzzPortStats(Input input) {
   const std::uint32_t length = input.Take<std::uint32_t>(), failing = input.Take<std::uint8_t>() % 4;
-  AnswerWithLength("Ryn_Get_Port_Stats", input.Take(200), length);
+  const Bytes fast = input.Take(200), slow = input.Rest();
+  AnswerWithLength("Ryn_Get_Port_Stats", fast, length);
   if (failing == 1)
-    Answer("Ryn_Get_Port_Stats_Slowpath", input.Rest(), 7);
+    Answer("Ryn_Get_Port_Stats_Slowpath", slow, 7);
   else
-    AnswerWithLength("Ryn_Get_Port_Stats_Slowpath", input.Rest(), length);
-  Run(PyRYN_Get_Port_Stats, Args("(ii)", 1, 2), failing == 1 ? kMayLeak : kPlain);
+    AnswerWithLength("Ryn_Get_Port_Stats_Slowpath", slow, length);
+  const Ref dict = Run(PyRYN_Get_Port_Stats, Args("(ii)", 1, 2), failing == 1 ? kMayLeak : kPlain);
+  if (failing == 1)
+    return Expect(IsNone(dict), "counters of the slow path that cannot be read end the method");
+
+  std::string expected;
+  const auto counters = [&](const Bytes& record, const char* sent, const char* received) {
+    struct Counter {
+      const char* name;
+      std::size_t offset;
+    };
+    static constexpr Counter kCounters[] = {{"Pkts", 8},        {"Bytes", 0},      {"McastPkts", 24},
+                                            {"McastBytes", 16}, {"BcastPkts", 40}, {"BcastBytes", 32},
+                                            {"Drops", 48},      {"Errors", 56}};
+    for (const std::size_t base : {0U, 64U})
+      for (const Counter& counter : kCounters)
+        expected += (expected.empty() ? "'" : ", '") + std::string(base ? received : sent) + counter.name +
+                    "': " + std::to_string(At<std::int64_t>(record, base + counter.offset));
+  };
+  counters(Resized(fast, 128), "tx", "rx");
+  counters(Resized(Resized(slow, std::min<std::size_t>({length, slow.size(), 128})), 128), "spTx", "spRx");
+  ExpectEqual(Shown(dict), "{" + expected + "}", "counters of both paths");
 }
 
 void FuzzPortConf(Input input) {
-  Answer("Ryn_Get_Port_Conf", input.Rest());
-  Run(PyRYN_Get_Port_Conf, Args("(ii)", 1, 2));
+  const Bytes area = Resized(input.Rest(), kPortConf);
+  Answer("Ryn_Get_Port_Conf", area);
+  const Ref dict = Run(PyRYN_Get_Port_Conf, Args("(ii)", 1, 2));
+  const std::size_t addresses = At<std::uint32_t>(area, 16), ranges = At<std::uint32_t>(area, 48);
+  std::string expected = CellsModel(area, 0, {{"portID", 0}}) + ", 'flags': '" +
+                         FlagsModel(At<std::uint32_t>(area, 20)) + "', " +
+                         CellsModel(area, 0,
+                                    {{"ladrf", 24, Kind::kSigned},
+                                     {"hwAddr", 32, Kind::kMac},
+                                     {"untaggedVlanID", 38, Kind::kHalf},
+                                     {"forgedMACAllowed", 40, Kind::kByte},
+                                     {"numMcastAddrs", 16},
+                                     {"vni", 44},
+                                     {"sampleRate", 244}});
+  for (std::size_t i = 0; i < std::min<std::size_t>(addresses, 32); ++i)
+    expected += (i ? ", '" : ", 'mcastAddrList': ['") + MacModel(area, 52 + 6 * i) + "'";
+  expected += (addresses ? "], " : ", ") + CellsModel(area, 0, {{"numTaggedVlanRanges", 48}});
+  for (std::size_t at = 248; at < 248 + 4 * std::min<std::size_t>(ranges, 256); at += 4)
+    expected += (at > 248 ? ", '" : ", 'vlanRanges': ['") + Number(At<std::uint16_t>(area, at)) + "-" +
+                Number(At<std::uint16_t>(area, at + 2)) + "'";
+  ExpectEqual(Shown(dict), "{" + expected + (ranges ? "]}" : "}"), "a port's configuration");
 }
 
+namespace {
+
+void CheckMacTable(const Ref& dict, const Bytes& area, std::size_t room) {
+  PyObject* const list = PyDict_GetItemString(dict.get(), "MacTableList");
+  Expect(list != nullptr, "a table has a list");
+  CheckItems(list, At<std::uint32_t>(area, 0), room, [&](std::size_t i) {
+    return CellsModel(area, 16 + 20 * i,
+                      {{"macAddr", 0, Kind::kMac}, {"vlanID", 6, Kind::kHalf}, {"rynPortID", 8}, {"macGenDiff", 16}});
+  });
+}
+
+std::string ShownUnder(const Ref& dict, const char* key) { return Shown(Share(PyDict_GetItemString(dict.get(), key))); }
+
+}  // namespace
+
 void FuzzPortMacs(Input input) {
-  Answer("Ryn_Dump_Port_MAC_Table", input.Rest());
-  Run(PyRYN_List_Port_MACTable, Args("(ii)", 1, 2));
+  const Bytes area = TakeCounted<std::uint32_t>(input, 0);  // zeros behind it
+  Answer("Ryn_Dump_Port_MAC_Table", area);
+  const Ref dict = Run(PyRYN_List_Port_MACTable, Args("(ii)", 1, 2));
+  CheckMacTable(dict, area, 16384);
+  Expect(PyDict_GET_SIZE(dict.get()) == 3, "three keys");
+  ExpectEqual(ShownUnder(dict, "MacLimit"), Number(At<std::uint32_t>(area, 8)), "a limit");
+  ExpectEqual(ShownUnder(dict, "LimitExceeded"), Number(At<std::uint32_t>(area, 12)), "a limit's excess");
 }
 
 void FuzzSwitchMacs(Input input) {
-  Answer("Ryn_Dump_Switch_MAC_Table", input.Rest());
-  Run(PyRYN_List_Switch_MACTable, Args("(i)", 1));
+  const Bytes area = TakeCounted<std::uint32_t>(input, 0);
+  Answer("Ryn_Dump_Switch_MAC_Table", area);
+  const Ref dict = Run(PyRYN_List_Switch_MACTable, Args("(i)", 1));
+  CheckMacTable(dict, area, 65536);
+  Expect(PyDict_GET_SIZE(dict.get()) == 2, "two keys");
+  ExpectEqual(ShownUnder(dict, "MacLimit"), Number(At<std::uint32_t>(area, 8)), "a limit");
 }
 
 // ---- Uplinks -------------------------------------------------------------------------------------------------------
@@ -195,12 +351,12 @@ void FuzzTxUplink(Input input) {
   const Bytes area = Resized(input.Rest(), 18);
   Answer("Ryn_Get_Port_Tx_Uplink", area);
   const Ref dict = Run(PyRYN_Get_Port_Tx_Uplink, Args("(ii)", 1, 2), kMayLeak);
-  PyObject* const list = PyDict_GetItemString(dict.get(), "txUplinks");
-  Expect(list && PyList_GET_SIZE(list) == area[1], "the list is as long as the count");
-  for (Py_ssize_t i = 0; i < area[1]; ++i)
-    Expect(PyLong_AsLong(PyList_GET_ITEM(list, i)) ==
-               (i < 8 ? At<std::uint16_t>(area, 2 + 2 * static_cast<std::size_t>(i)) : 0),
-           "an identifier of 16 bits, or 0 behind the room");
+  static constexpr const char* kTypes[] = {"None", "Single", "LAG", "SrcMAC", "All", "NoTeaming"};
+  std::string expected =
+      std::string("{'txType': '") + (area[0] < 6 ? kTypes[area[0]] : "Unknown") + "', 'txUplinks': [";
+  for (std::size_t i = 0; i < area[1]; ++i)  // 0 behind the room
+    expected += (i ? ", " : "") + Number(i < 8 ? At<std::uint16_t>(area, 2 + 2 * i) : 0);
+  ExpectEqual(Shown(dict), expected + "]}", "a transmit policy");
 }
 
 void FuzzMirrorConf(Input input) {
@@ -245,32 +401,50 @@ void FuzzUplinkStats(Input input) {
   const auto length = input.Take<std::uint32_t>() % 100000;  // the module allocates what it is told
   const auto kind = input.Take<std::uint8_t>();
   const auto status = [&](int bit) { return std::uint32_t{kind} >> bit & 1; };
-  Answer("Ryn_Get_Uplink_Stats", input.Take(192), status(0));
+  const Bytes counters = input.Take(192), text = input.Rest();
+  Answer("Ryn_Get_Uplink_Stats", counters, status(0));
+  Answer("Ryn_Get_Uplink_Queue_Stats", counters, status(4));
   Bytes word(4);
   std::memcpy(word.data(), &length, 4);
   Answer("Ryn_Get_Uplink_Priv_Stats_Len", word, status(1));
   if (status(2))
-    Answer("Ryn_Get_Uplink_Priv_Stats", input.Rest(), status(3));
+    Answer("Ryn_Get_Uplink_Priv_Stats", text, status(3));
   else
-    AnswerWithLength("Ryn_Get_Uplink_Priv_Stats", input.Rest(), length);
-  Run(PyRYN_Get_Uplink_Stats, Args("(ii)", 1, 2), kMayBeNull | kMayLeak);
-  Answer("Ryn_Get_Uplink_Queue_Stats", word, status(4));
-  Run(PyRYN_Get_Uplink_Queue_Stats, Args("(iiii)", 1, 2, 3, 1));
+    AnswerWithLength("Ryn_Get_Uplink_Priv_Stats", text, length);
+
+  static constexpr const char* kNames[] = {
+      "rxPkts",       "txPkts",          "rxBytes",          "txBytes",         "rxErrors",           "txErrors",
+      "rxDrops",      "txDrops",         "rxMulticastPkts",  "rxBroadcastPkts", "txMulticastPkts",    "txBroadcastPkts",
+      "collisions",   "rxLengthErrors",  "rxOverflowErrors", "rxCRCErrors",     "rxFrameAlignErrors", "rxFifoErrors",
+      "rxMissErrors", "txAbortedErrors", "txCarrierErrors",  "txFifoErrors",    "txHeartbeatErrors",  "txWindowErrors"};
+  std::string list;
+  for (std::size_t i = 0; i < std::size(kNames); ++i)
+    list +=
+        (i ? ", ('" : "[('") + std::string(kNames[i]) + "', " + std::to_string(At<std::int64_t>(counters, 8 * i)) + ")";
+  list += "]";
+
+  const std::size_t reported = status(1) ? 0 : length;
+  const bool failing = (reported && status(2) && status(3)) || status(0);
+  Bytes shown = Resized(text, std::min<std::size_t>(reported, text.size()));
+  shown.resize(static_cast<std::size_t>(std::find(shown.begin(), shown.end(), 0) - shown.begin()));
+  const Ref decoded(PyUnicode_DecodeUTF8(reinterpret_cast<const char*>(shown.data()),
+                                         static_cast<Py_ssize_t>(shown.size()), nullptr));
+  PyErr_Clear();
+  const Ref dict = Run(PyRYN_Get_Uplink_Stats, Args("(ii)", 1, 2), kMayBeNull | kMayLeak);
+  Expect((dict == nullptr) == (failing || !decoded), "null is for what failed, or is not UTF-8");
+  if (dict)
+    ExpectEqual(Shown(dict), "{'uplinkStats': " + list + ", 'privStats': " + Shown(decoded) + "}", "an uplink");
+  const Ref queue = Run(PyRYN_Get_Uplink_Queue_Stats, Args("(iiii)", 1, 2, 3, 1));
+  ExpectEqual(Shown(queue), status(4) ? "None" : list, "an uplink's queue");
 }
 
 void FuzzNetQ(Input input) {
-  const Bytes response = input.Rest();  // zeros behind it
+  const Bytes response = TakeCounted<std::uint16_t>(input, 14);  // zeros behind it
   Answer("Ryn_Get_Port_NetQ_Info", response);
   const Ref dict = Run(PyRYN_Get_Port_NetQ_Info, Args("(ii)", 1, 2));
 
-  const auto byte = [&](std::size_t at) { return unsigned{At<std::uint8_t>(response, at)}; };
   const auto half = [&](std::size_t at) { return std::size_t{At<std::uint16_t>(response, at)}; };
-  const auto mac = [&](std::size_t at) {
-    char text[18];
-    std::snprintf(text, sizeof(text), "%02x:%02x:%02x:%02x:%02x:%02x", byte(at), byte(at + 1), byte(at + 2),
-                  byte(at + 3), byte(at + 4), byte(at + 5));
-    return std::string(text);
-  };
+  const auto mac = [&](std::size_t at) { return MacModel(response, at); };
   const auto word = [&](std::size_t at) { return Number(At<std::uint32_t>(response, at)); };
   std::string filters;
   std::size_t at = 16;
@@ -299,5 +473,5 @@ void FuzzNetQ(Input input) {
 void FuzzDeviceAffinity(Input input) {
   const Bytes area = Resized(input.Rest(), kDevices);
   Answer("Ryn_List_Dev_Affinity", area);
-  CheckNames(Run(PyRYN_List_Device_Affinity, Args("()")), area, 4, 36, 32, 32, "devname");
+  CheckNamed(Run(PyRYN_List_Device_Affinity, Args("()")), area, 4, 36, 32, 32, "devname", {{"affinity", 32}});
 }

@@ -181,6 +181,38 @@ std::string SnapshotModel(const Bytes& snapshot) {
   return text;
 }
 
+std::string MacModel(const Bytes& bytes, std::size_t offset) {
+  const auto byte = [&](std::size_t i) { return unsigned{At<std::uint8_t>(bytes, offset + i)}; };
+  return Print("%02x:%02x:%02x:%02x:%02x:%02x", byte(0), byte(1), byte(2), byte(3), byte(4), byte(5));
+}
+
+std::string CellsModel(const Bytes& area, std::size_t record, std::initializer_list<Cell> cells) {
+  std::string text;
+  for (const Cell& cell : cells) {
+    const std::size_t at = record + cell.offset;
+    text += Print("%s'%s': ", text.empty() ? "" : ", ", cell.key);
+    switch (cell.kind) {
+      case Kind::kByte:
+        text += std::to_string(At<std::uint8_t>(area, at));
+        break;
+      case Kind::kHalf:
+        text += std::to_string(At<std::uint16_t>(area, at));
+        break;
+      case Kind::kWord:
+      case Kind::kLowWord:  // of 64 bits
+        text += std::to_string(At<std::uint32_t>(area, at));
+        break;
+      case Kind::kSigned:
+        text += std::to_string(At<std::int64_t>(area, at));
+        break;
+      case Kind::kMac:
+        text += "'" + MacModel(area, at) + "'";
+        break;
+    }
+  }
+  return text;
+}
+
 std::string FlagsModel(std::uint32_t flags) {
   static constexpr const char* kWords[] = {"UNICAST", "MULTICAST", "ALLMULTI", "BROADCAST", "PROMISC", "USE_LADRF"};
   std::string text;

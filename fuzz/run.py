@@ -1,12 +1,14 @@
 #!/usr/bin/env python3
-"""Builds the fuzz targets with clang and runs them one after the other.
+"""Builds the fuzz targets with clang and runs them, as many at a time as there are processors.
 
     fuzz/run.py                            each target for 10 seconds
     fuzz/run.py --seconds 600 flow_page    one target for ten minutes
+    fuzz/run.py --jobs 1                   one target after the other
     fuzz/run.py --replay                   only the inputs of fuzz/corpus and of seeds.py
     fuzz/run.py --keep                     keep new inputs in fuzz/corpus, the fewest that cover the same
 
-What ends a target is left in build-fuzz/found; build-fuzz/fuzz/ryn_fuzz --target=NAME FILE repeats it.
+What ends a target is left in build-fuzz/found; build-fuzz/fuzz/ryn_fuzz --target=NAME FILE repeats it. The figures of
+the last run stand in build-fuzz/figures.md.
 """
 
 from __future__ import annotations
@@ -18,6 +20,10 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import threading
+import time
+from concurrent.futures import ThreadPoolExecutor, as_completed
+from dataclasses import dataclass, field
 from pathlib import Path
 
 import seeds
@@ -30,12 +36,13 @@ FOUND = BUILD / "found"
 
 SLOWEST_INPUT = 25  # seconds
 LARGEST_KEPT = 16384  # bytes
+PROGRESS = 30  # seconds between two lines on what is going on
 
 
 def build() -> None:
     if not (BUILD / "build.ninja").exists():
         subprocess.run(["/usr/bin/meson", "setup", BUILD, ROOT, "-Dfuzz=true", "-Dtests=false"], check=True,
-                       env={**os.environ, "CC": "clang-14", "CXX": "clang++-14"})
+                       stdout=subprocess.DEVNULL, env={**os.environ, "CC": "clang-14", "CXX": "clang++-14"})
     subprocess.run(["ninja", "-C", BUILD, "--quiet", "fuzz/ryn_fuzz"], check=True)
 
 
@@ -43,31 +50,87 @@ def all_targets() -> list[str]:
     return subprocess.run([PROGRAM, "--list"], check=True, text=True, capture_output=True).stdout.split()
 
 
-def fuzz(target: str, *arguments: object) -> bool:
-    """False, after the end of its report, when an input broke the target."""
-    command = [PROGRAM, f"--target={target}", "-close_fd_mask=2", "-detect_leaks=0", f"-timeout={SLOWEST_INPUT}",
-               "-rss_limit_mb=4096", f"-artifact_prefix={FOUND}/{target}-", *map(str, arguments)]
-    done = subprocess.run(command, text=True, capture_output=True, errors="replace")
-    report = done.stdout + done.stderr
-    if done.returncode != 0:
-        print(report[-6000:])
-    progress = re.findall(r"^#\d.*", report, re.MULTILINE)
-    verdict = "passed" if done.returncode == 0 else "FAILED"
-    print(f"{target:17} {verdict}  {progress[-1] if progress else ''}", flush=True)
-    return done.returncode == 0
+@dataclass
+class Run:
+    """One target at work: what it last said of itself, and what it came to."""
+
+    target: str
+    report: list[str] = field(default_factory=list)
+    start: float = field(default_factory=time.monotonic)
+    passed: bool | None = None  # None while it is at work
+
+    def execute(self, *arguments: object) -> Run:
+        command = [PROGRAM, f"--target={self.target}", "-close_fd_mask=2", "-detect_leaks=0", "-print_final_stats=1",
+                   f"-timeout={SLOWEST_INPUT}", "-rss_limit_mb=4096", f"-artifact_prefix={FOUND}/{self.target}-",
+                   *map(str, arguments)]
+        self.start = time.monotonic()
+        with subprocess.Popen(command, text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                              errors="replace") as process:
+            self.report.extend(process.stdout)
+        self.passed = process.returncode == 0
+        return self
+
+    @property
+    def seconds(self) -> float:
+        return time.monotonic() - self.start
+
+    def figure(self, pattern: str) -> int:
+        """The last number that the report gives behind that, or 0."""
+        for line in reversed(self.report):
+            if found := re.search(pattern + r"\s*(\d+)", line):
+                return int(found[1])
+        return 0
+
+    @property
+    def executions(self) -> int:
+        return self.figure("stat::number_of_executed_units:") or self.figure("^#")
+
+    @property
+    def edges(self) -> int:
+        return self.figure(r"\bcov:")
+
+    @property
+    def features(self) -> int:
+        return self.figure(r"\bft:")
+
+    def __str__(self) -> str:
+        return f"{self.executions:>10} executions {self.edges:>5} edges {self.features:>6} features"
+
+
+def run_target(run: Run, options: argparse.Namespace) -> float:
+    """Returns how many seconds it took."""
+    kept = CORPUS / run.target
+    kept.mkdir(parents=True, exist_ok=True)
+    with tempfile.TemporaryDirectory() as grown:  # libFuzzer adds what it finds to the first folder
+        seeds.write(run.target, Path(grown))
+        run.execute("-runs=0" if options.replay else f"-max_total_time={options.seconds}", grown, kept)
+        seconds = run.seconds
+        if options.keep and run.passed:
+            keep(run.target, Path(grown))
+    return seconds
 
 
 def keep(target: str, grown: Path) -> None:
     """Replaces a target's kept inputs by the fewest and smallest that cover the same as all together."""
     with tempfile.TemporaryDirectory() as fewest:
-        if fuzz(target, "-merge=1", f"-max_len={LARGEST_KEPT}", fewest, CORPUS / target, grown):
-            shutil.rmtree(CORPUS / target)
-            shutil.copytree(fewest, CORPUS / target)
+        merged = Run(target).execute("-merge=1", f"-max_len={LARGEST_KEPT}", fewest, CORPUS / target, grown)
+        if not merged.passed:
+            raise SystemExit("".join(merged.report[-40:]))
+        shutil.rmtree(CORPUS / target)
+        shutil.copytree(fewest, CORPUS / target)
+
+
+def tell_progress(runs: list[Run], done: threading.Event) -> None:
+    while not done.wait(PROGRESS):
+        for run in runs:
+            if run.passed is None and run.report:
+                print(f"{run.target:17} {run.seconds:5.0f} s {run}", flush=True)
 
 
 def main() -> int:
     parser = argparse.ArgumentParser(description="Builds the fuzz targets with clang and runs them.")
     parser.add_argument("--seconds", type=int, default=10, help="for each target (default: 10)")
+    parser.add_argument("--jobs", type=int, default=len(os.sched_getaffinity(0)), help="targets at a time")
     parser.add_argument("--replay", action="store_true", help="only the inputs that are there")
     parser.add_argument("--keep", action="store_true", help="keep new inputs that cover more")
     parser.add_argument("targets", nargs="*", metavar="TARGET", help="default: all")
@@ -80,16 +143,31 @@ def main() -> int:
     if unknown:
         parser.error(f"no such target: {', '.join(unknown)}; there are {', '.join(known)}")
 
-    passed = True
-    for target in options.targets or known:
-        kept = CORPUS / target
-        kept.mkdir(parents=True, exist_ok=True)
-        with tempfile.TemporaryDirectory() as grown:  # libFuzzer adds what it finds to the first folder
-            seeds.write(target, Path(grown))
-            passed &= fuzz(target, "-runs=0" if options.replay else f"-max_total_time={options.seconds}", grown, kept)
-            if options.keep:
-                keep(target, Path(grown))
-    return 0 if passed else 1
+    runs = [Run(target) for target in options.targets or known]
+    seconds: dict[str, float] = {}
+    done = threading.Event()
+    threading.Thread(target=tell_progress, args=(runs, done), daemon=True).start()
+    with ThreadPoolExecutor(options.jobs) as pool:
+        futures = {pool.submit(run_target, run, options): run for run in runs}
+        for number, future in enumerate(as_completed(futures), 1):
+            run = futures[future]
+            seconds[run.target] = future.result()
+            if not run.passed:
+                print("".join(run.report)[-6000:])
+            print(f"[{number}/{len(runs)}] {run.target:17} {'passed' if run.passed else 'FAILED'} "
+                  f"{seconds[run.target]:4.0f} s {run}", flush=True)
+    done.set()
+
+    failed = [run.target for run in runs if not run.passed]
+    total = sum(seconds.values()), sum(run.executions for run in runs)
+    print(f"{len(runs) - len(failed)} of {len(runs)} targets passed: {total[1]} executions in {total[0]:.0f} seconds of "
+          f"fuzzing" + (f"; failed: {', '.join(failed)}" if failed else ""))
+    rows = [f"| `{run.target}` | {seconds[run.target]:.0f} | {run.executions:,} | {run.edges} | {run.features} "
+            f"| {'none' if run.passed else 'FAILED'} |" for run in runs]
+    (BUILD / "figures.md").write_text("\n".join([
+        "| Target | Seconds | Executions | Edges | Features | Findings |", "|---|---|---|---|---|---|", *rows,
+        f"| all | {total[0]:.0f} | {total[1]:,} | | | {len(failed) or 'none'} |", ""]))
+    return 1 if failed else 0
 
 
 if __name__ == "__main__":

@@ -111,39 +111,138 @@ void FuzzAlias(Input input) {
   ExpectEqual({back.get(), 128}, Padded(expected.substr(0, expected.find('\0')), 128), "an alias");
 }
 
+namespace {
+
+// Each method that reads or writes a property, on one switch, against what the property and the datapath hold.
+class PropertyModel {
+ public:
+  PropertyModel(const Bytes* property, std::uint32_t failure, Bytes running)
+      : property_(property), failure_(failure), running_(std::move(running)) {}
+
+  // The record of that size: the property's, or the datapath's without one; none when the property is not one.
+  std::unique_ptr<Bytes> Record(std::size_t size) const {
+    if (!property_)
+      return std::make_unique<Bytes>(running_.begin(), running_.begin() + static_cast<std::ptrdiff_t>(size));
+    const bool taken = At<std::uint32_t>(*property_, 0) == 0 && property_->size() == size;
+    return taken ? std::make_unique<Bytes>(*property_) : nullptr;
+  }
+
+  std::string Params() const {
+    const auto record = Record(24);
+    if (!record)
+      return "None";
+    static constexpr const char* kNames[] = {"LCore usage threshold high", "LCore usage threshold low",
+                                             "LCore usage diff to pause balancing", "Traffic variation sensitivity"};
+    std::string text;
+    for (std::size_t i = 0; i < 4; ++i)
+      text += std::string(i ? ", ('" : "('") + kNames[i] + "', " +
+              std::to_string(At<std::uint32_t>(*record, 8 + 4 * i)) + ")";
+    return "(" + text + ")";
+  }
+
+  std::string Algorithm() const {
+    const auto record = Record(24);
+    static constexpr const char* kNames[] = {"'none'", "'cpu'", "'count'"};
+    const std::uint32_t metric = record ? At<std::uint32_t>(*record, 4) : 0;
+    return !record ? "None" : metric < 3 ? kNames[metric] : "'invalid'";
+  }
+
+  // The datapath answers with the value alone, at the start of its area.
+  std::string Team() const {
+    const auto record = Record(5);
+    return !record ? "None" : (property_ ? (*record)[4] : running_[0]) ? "True" : "False";
+  }
+  std::string Burst() const {
+    const auto record = Record(8);
+    return !record ? "None" : std::to_string(At<std::uint32_t>(property_ ? *record : running_, property_ ? 4 : 0));
+  }
+
+  // These two have a fixed value for a property that is not there, and no version.
+  std::string Offload() const { return Unversioned(4, "1"); }
+  std::string Rings() const { return Unversioned(8, "(2048, 1024)"); }
+
+ private:
+  std::string Unversioned(std::size_t size, const char* absent) const {
+    if (!property_)
+      return failure_ == kNoSuchSwitch ? absent : "None";
+    if (property_->size() != size)
+      return "None";
+    const std::string first = std::to_string(At<std::uint32_t>(*property_, 0));
+    return size == 4 ? first : "(" + first + ", " + std::to_string(At<std::uint32_t>(*property_, 4)) + ")";
+  }
+
+  const Bytes* property_;
+  std::uint32_t failure_;
+  Bytes running_;
+};
+
+// A setter of the balancer's options stores the whole record as `change` leaves it, or answers False and stores
+// nothing.
+template <class Change>
+void CheckStored(Method method, Ref args, std::unique_ptr<Bytes> record, Change change) {
+  const bool stores = record && change(record.get());
+  double_forget_calls();
+  double_recording(1);
+  const Ref result(method(nullptr, args.get()));
+  double_recording(0);
+  Expect(result.get() == (stores ? Py_True : Py_False), "True when a record was stored");
+  const std::string_view calls = double_calls();
+  const std::size_t call = calls.find("\"DVSQOB_HostPropSet\"");
+  Expect((call != calls.npos) == stores, "a record is stored once it is whole");
+  if (!stores)
+    return;
+  std::string digits;
+  for (const unsigned char byte : *record) {
+    static constexpr char kHex[] = "0123456789abcdef";
+    digits += {kHex[byte >> 4], kHex[byte & 15]};
+  }
+  constexpr std::string_view kValue = "\"value\": {\"bytes\": \"";
+  ExpectEqual(calls.substr(calls.find(kValue, call) + kValue.size(), digits.size()), digits, "a stored record");
+}
+
+void Put(Bytes* record, std::size_t offset, std::uint32_t value) { std::memcpy(record->data() + offset, &value, 4); }
+
+}  // namespace
+
 void FuzzProperties(Input input) {
   const std::uint32_t status = input.Take<std::uint8_t>() % 3 * 0x5D68001;  // 0, or one that fails
   const bool absent = input.Take<std::uint8_t>() & 1;
-  const Bytes running = input.Take(24), value = input.Rest();
+  Bytes running = input.Take(24);
+  running.resize(24);
+  const Bytes value = input.Rest();
+  const std::uint32_t failure = absent ? kNoSuchSwitch : status;
   double_add_switch("dvs-1", "vswitch", "id-1", 4);
   for (const char* read : {"DVSQOB_HostPropGet", "DVSQOB_PortDataGet"}) {
-    if (absent || status != 0)
-      Fail(read, absent ? kNoSuchSwitch : status);
+    if (failure)
+      Fail(read, failure);
     else
       Answer(read, value);
   }
   for (const char* read : {"Ryn_GetCurrentLBData", "Ryn_GetSwitchNUMATeam", "Ryn_GetSwitchBurstSize"})
     Answer(read, running);
 
-  const bool there = !absent && status == 0;
-  const bool version0 = At<std::uint32_t>(value, 0) == 0;
-  const auto check = [&](const Ref& result, std::size_t size, bool versioned) {
-    if (there)
-      Expect((result.get() == Py_None) == (value.size() != size || (versioned && !version0)),
-             "a value is taken when its length and its version are right");
+  const PropertyModel model(failure ? nullptr : &value, failure, running);
+  const auto check = [](const Ref& result, const std::string& expected, const char* what) {
+    ExpectEqual(TextOf(Ref(PyObject_Repr(result.get())).get()), expected, what);
   };
-  check(Run(PyRYN_GetLBParams, Args("(s)", "dvs-1")), 24, true);
-  Run(PyRYN_GetLBAlgorithm, Args("(s)", "dvs-1"));
-  check(Run(PyRYN_GetSwitchNUMATeam, Args("(s)", "dvs-1")), 5, true);
-  const Ref burst = Run(PyRYN_GetSwitchBurstSize, Args("(s)", "dvs-1"));
-  check(burst, 8, true);
-  if (there && burst.get() != Py_None)
-    Expect(PyLong_AsUnsignedLong(burst.get()) == At<std::uint32_t>(value, 4), "a burst size");
-  check(Run(PyRYN_GetFPOEnabled, Args("(s)", "dvs-1")), 4, false);
-  const Ref rings = Run(PyRYN_Get_Uplink_Ring_Size, Args("(ss)", "id-1", "port-1"));
-  check(rings, 8, false);
-  Run(PyRYN_SetLBParams, Args("(siiii)", "dvs-1", -1, 5, -1, 6));
-  Run(PyRYN_SetLBAlgorithm, Args("(ss)", "dvs-1", "cpu"));
+  check(Run(PyRYN_GetLBParams, Args("(s)", "dvs-1")), model.Params(), "the balancer's options");
+  check(Run(PyRYN_GetLBAlgorithm, Args("(s)", "dvs-1")), model.Algorithm(), "the balancer's metric");
+  check(Run(PyRYN_GetSwitchNUMATeam, Args("(s)", "dvs-1")), model.Team(), "teaming");
+  check(Run(PyRYN_GetSwitchBurstSize, Args("(s)", "dvs-1")), model.Burst(), "a burst size");
+  check(Run(PyRYN_GetFPOEnabled, Args("(s)", "dvs-1")), model.Offload(), "offload");
+  check(Run(PyRYN_Get_Uplink_Ring_Size, Args("(ss)", "id-1", "port-1")), model.Rings(), "ring sizes");
+
+  CheckStored(PyRYN_SetLBParams, Args("(siiii)", "dvs-1", -1, 5, -1, 6), model.Record(24), [](Bytes* record) {
+    Put(record, 0, 0);
+    Put(record, 12, 5);
+    Put(record, 20, 6);
+    return At<std::uint32_t>(*record, 8) >= 5;
+  });
+  CheckStored(PyRYN_SetLBAlgorithm, Args("(ss)", "dvs-1", "cpu"), model.Record(24), [](Bytes* record) {
+    Put(record, 0, 0);
+    Put(record, 4, 1);
+    return true;
+  });
   Run(PyRYN_SetSwitchNUMATeam, Args("(si)", "dvs-1", 1));
   Run(PyRYN_SetSwitchBurstSize, Args("(si)", "dvs-1", 9));
 }
