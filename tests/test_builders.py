@@ -6,7 +6,8 @@ import struct
 
 import pytest
 
-from harness import Bytes, capture_stderr, lost_blocks
+from harness import Bytes, capture_stderr, lost_blocks, python
+from test_hostile import UNDER_ASAN
 
 NO_DATA = 0
 
@@ -185,6 +186,45 @@ def test_netq_response_whose_length_is_not_used(builders, length):
     found = builders.netq(netq(), length)
     assert found == NETQ
     assert list(found) == ["isUplink", "swID", "rynPortID", "filters"]
+
+
+TO_THE_LAST_BYTE = """
+import ctypes, struct
+import _libryn
+
+PAGE = 4096
+libc = ctypes.CDLL(None)
+libc.malloc.argtypes, libc.malloc.restype = [ctypes.c_size_t], ctypes.c_void_p
+libc.mprotect.argtypes = [ctypes.c_void_p, ctypes.c_size_t, ctypes.c_int]
+function = ctypes.PyDLL(_libryn.__file__)["PyRYN_PortNetQInfo"]
+function.argtypes, function.restype = [ctypes.c_void_p, ctypes.c_uint32], ctypes.py_object
+
+def info(response):
+    # So large that the allocator takes it from the system and gives it back whole. The response ends with a page,
+    # and the page behind it must not be touched.
+    block = libc.malloc(64 << 20)
+    room = -block % PAGE
+    if room < 16 + 8 + len(response):
+        room += PAGE
+    skipped = struct.pack("<HHHH", 9, 0, room - 16 - 8 - len(response), 0)
+    area = (struct.pack("<IIIHH", 3, 5, 0, 1, 2) + skipped).ljust(room - len(response)) + response
+    ctypes.memmove(block, area, room)
+    assert libc.mprotect(block + room, PAGE, 0) == 0
+    return function(block, 524288)["filters"][1]["rxf"]
+
+mac = bytes.fromhex("02112201020a")
+for kind, body in ((0, mac), (1, mac + mac + struct.pack("<I", 5001)), (7, b"")):
+    print(info(struct.pack("<HHHH", kind, 0, len(body), 0) + body))
+"""
+
+
+def test_netq_response_is_read_no_further_than_it_reaches(ryn):
+    if UNDER_ASAN:
+        pytest.skip("the sanitizer's allocator keeps what is freed")
+    done = python(TO_THE_LAST_BYTE)
+    assert (done.returncode, done.stderr) == (0, "")
+    assert done.stdout.splitlines() == [
+        "macOnly:02:11:22:01:02:0a", "geneve:outer:02:11:22:01:02:0a:inner:02:11:22:01:02:0a:vni:5001", "UnknownFilter"]
 
 
 class MallInfo2(ctypes.Structure):

@@ -35,11 +35,11 @@ void AppendMac(const std::uint8_t* mac, BoundedText* text) {
   text->Append({macText, sizeof(macText)});
 }
 
-Ref MacOnlyText(const GeneveBody& body) {
+Ref MacOnlyText(const MacOnlyBody& body) {
   char area[120];
   BoundedText text(area, sizeof(area));
   text.Append("macOnly:");
-  AppendMac(body.outerMac, &text);
+  AppendMac(body.mac, &text);
   return Text(text.View());
 }
 
@@ -55,15 +55,21 @@ Ref GeneveText(const GeneveBody& body) {
   return Text(text.View());
 }
 
-// A body may be shorter than its kind reads: what lies behind the response are zeros.
-Ref FilterText(std::uint16_t kind, const NetQResponse& response, std::size_t position) {
-  GeneveBody body = {};
+// Reads of a body what its kind reads, and no byte more. A body may be shorter than that: what lies behind the response
+// are zeros.
+template <class Body>
+Body LoadBody(const NetQResponse& response, std::size_t position) {
+  Body body = {};
   std::memcpy(&body, response.bytes + position, std::min(sizeof(body), sizeof(response) - position));
+  return body;
+}
+
+Ref FilterText(std::uint16_t kind, const NetQResponse& response, std::size_t position) {
   switch (kind) {
     case kMacOnlyFilter:
-      return MacOnlyText(body);
+      return MacOnlyText(LoadBody<MacOnlyBody>(response, position));
     case kGeneveFilter:
-      return GeneveText(body);
+      return GeneveText(LoadBody<GeneveBody>(response, position));
     default:
       return Share(kUnknownFilter.Object());
   }

@@ -83,6 +83,11 @@ static_assert(sizeof(NetQFilter) == 8);
 constexpr std::uint16_t kMacOnlyFilter = 0;
 constexpr std::uint16_t kGeneveFilter = 1;
 
+struct MacOnlyBody {
+  std::uint8_t mac[6];
+};
+static_assert(sizeof(MacOnlyBody) == 6);
+
 struct GeneveBody {
   std::uint8_t outerMac[6];
   std::uint8_t innerMac[6];
