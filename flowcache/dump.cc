@@ -30,8 +30,8 @@ constexpr std::size_t kMaxEntries =
 // Null with Python's error set.
 Ref EntryDict(std::string_view key, std::string_view actions, std::string_view stats) {
   Ref dict(PyDict_New());
-  const bool built = dict && Put(dict.get(), kKey, Text(key)) && Put(dict.get(), kActions, Text(actions)) &&
-                     Put(dict.get(), kStats, Text(stats));
+  const bool built = dict && Put(dict.get(), kKey, AsciiText(key)) && Put(dict.get(), kActions, AsciiText(actions)) &&
+                     Put(dict.get(), kStats, AsciiText(stats));
   return built ? std::move(dict) : nullptr;
 }
 
@@ -46,8 +46,8 @@ bool FillEntries(PyObject* list, const FlowPage& page) {
       return false;
     }
 
-    char key[LIBRYN_FLOW_KEY_TEXT_SIZE + 1];
-    FCFlowKeyToStr(bytes + position, key);
+    char key[kFlowKeyLineLength];
+    const std::size_t keyLength = WriteFlowKey(bytes + position, key);
 
     // Arguments of an action may lie behind the page: they are zeros then.
     const View actions(bytes + position + sizeof(FlowKey), sizeof(FlowPage) - position - sizeof(FlowKey));
@@ -57,13 +57,12 @@ bool FillEntries(PyObject* list, const FlowPage& page) {
       Report("Invalid action\n");
       return false;
     }
-    actionsText.Terminate();
 
     char stats[128];
     BoundedText statsText(stats, sizeof(stats));
     AppendStatistics(actions, &statsText);
 
-    if (!StoreItem(list, i, EntryDict(key, line, statsText.View())))
+    if (!StoreItem(list, i, EntryDict({key, keyLength}, actionsText.Terminate(), statsText.View())))
       return false;
     position += sizeof(FlowKey) + actions.Get(kLength);
   }

@@ -4,8 +4,12 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <bit>
+#include <charconv>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 
 #include "flowcache/records.h"
@@ -42,32 +46,64 @@ enum Action : int {
 
 constexpr bool Has(std::uint32_t bitmap, Action action) { return (bitmap >> action & 1) != 0; }
 
-void AppendMac(const std::uint8_t* mac, BoundedText* line) {
-  char text[kMacTextLength];
-  WriteMac(mac, text);
-  line->Append({text, sizeof(text)});
+// A flow key's line is written onto blanks. The next column begins two blanks behind the room of this one, or behind
+// its text where that is longer.
+char* NextColumn(char* column, const char* end, std::ptrdiff_t width) {
+  return column + std::max(end - column, width) + 2;
 }
 
-void AppendColumn(std::string_view text, std::size_t width, BoundedText* line) {
-  line->Append("  ");
-  line->AppendLeft(text, width);
+char* WriteNumberColumn(std::uint32_t number, std::ptrdiff_t width, char* column) {
+  return NextColumn(column, std::to_chars(column, column + 10, number).ptr, width);
 }
 
-void AppendIPv4Column(const std::uint8_t* address, BoundedText* line) {
-  char area[16];
-  BoundedText quad(area, sizeof(area));
+char* WriteIPv4(const std::uint8_t* address, char* out) {
   for (int i = 0; i < 4; ++i) {
     if (i > 0)
-      quad.Append(".");
-    quad.Append(Decimal(address[i]));
+      *out++ = '.';
+    const Octet& octet = kOctets[address[i]];
+    std::memcpy(out, octet.digits, octet.length);
+    out += octet.length;
   }
-  AppendColumn(quad.View(), 45, line);
+  return out;
 }
 
-void AppendIPv6Column(const std::uint8_t* address, BoundedText* line) {
-  char text[INET6_ADDRSTRLEN];
-  inet_ntop(AF_INET6, address, text, sizeof(text));
-  AppendColumn(text, 45, line);
+char* WriteWord(std::uint32_t word, char* out) { return std::to_chars(out, out + 4, word, 16).ptr; }
+
+// As inet_ntop writes it. That function prints word by word, which took longer than the rest of the line.
+char* WriteIPv6(const std::uint8_t* address, char* out) {
+  constexpr int kWords = 8;
+  std::uint32_t words[kWords];
+  for (int i = 0; i < kWords; ++i)
+    words[i] = static_cast<std::uint32_t>(address[2 * i] << 8 | address[2 * i + 1]);
+
+  // The first of the longest runs of zeros is left out, unless it is a single word.
+  int gap = kWords, gapEnd = kWords + 1;
+  for (int begin = 0; begin < kWords; ++begin) {
+    int end = begin;
+    while (end < kWords && words[end] == 0)
+      ++end;
+    if (end - begin > gapEnd - gap) {
+      gap = begin;
+      gapEnd = end;
+    }
+    begin = end;
+  }
+  // The last two words are shown as an IPv4 address when nothing but zeros, or zeros and 0xffff, stands before them.
+  const bool endsInIPv4 = gap == 0 && (gapEnd == 6 || (gapEnd == 5 && words[5] == 0xFFFF));
+
+  for (int i = 0; i < kWords; ++i) {
+    if (i > gap && i < gapEnd)
+      continue;
+    if (i > 0 || i == gap)
+      *out++ = ':';
+    if (i == 6 && endsInIPv4)
+      return WriteIPv4(address + 12, out);
+    if (i != gap)
+      out = WriteWord(words[i], out);
+  }
+  if (gapEnd == kWords)
+    *out++ = ':';
+  return out;
 }
 
 // As the C library prints a pointer.
@@ -80,8 +116,9 @@ void AppendPointer(std::uint64_t value, BoundedText* line) {
   }
 }
 
-void AppendNumber(std::string_view name, std::uint64_t value, BoundedText* line) {
-  line->Append(name);
+template <std::size_t size>
+void AppendNumber(const char (&name)[size], std::uint64_t value, BoundedText* line) {
+  line->Append(std::string_view(name, size - 1));
   line->Append(Decimal(value));
   line->Append("; ");
 }
@@ -127,6 +164,33 @@ std::uint32_t EncapVni(const View& actions) {
 View Unbounded(const void* record) { return View(record, std::numeric_limits<std::size_t>::max()); }
 
 }  // namespace
+
+std::size_t WriteFlowKey(const void* key, char* line) {
+  FlowKey flow;
+  std::memcpy(&flow, key, sizeof(flow));
+
+  std::memset(line, ' ', kFlowKeyLineLength);
+  WriteMac(flow.mac1, line);
+  char* column = NextColumn(line, line, kMacTextLength);
+  WriteMac(flow.mac2, column);
+  column = NextColumn(column, column, kMacTextLength);
+  column = WriteNumberColumn(flow.flagsAndVlan >> 4, 4, column);
+  column = WriteNumberColumn(flow.number14 & 0x7FFF, 7, column);
+  if (flow.flagsAndVlan & kFlowKeyIsIPv6) {
+    column = NextColumn(column, WriteIPv6(flow.address1, column), 45);
+    column = NextColumn(column, WriteIPv6(flow.address2, column), 45);
+  } else {
+    column = NextColumn(column, WriteIPv4(flow.address1, column), 45);
+    column = NextColumn(column, WriteIPv4(flow.address1 + 4, column), 45);
+  }
+  column = WriteNumberColumn(flow.protocol, 5, column);
+  column = WriteNumberColumn(std::uint32_t{flow.number20High} << 16 | flow.number20Low, 7, column);
+
+  const bool isIcmp = flow.protocol == kProtocolIcmp || flow.protocol == kProtocolIcmpV6;
+  for (const std::uint16_t field : flow.transport)
+    column = WriteNumberColumn(isIcmp ? field : ntohs(field), 12, column);
+  return static_cast<std::size_t>(column - line) - 2;  // no column follows the last
+}
 
 bool AppendActions(const View& actions, BoundedText* line) {
   const std::uint32_t bitmap = actions.Get(kBitmap);
@@ -213,31 +277,7 @@ bool AppendStatistics(const View& actions, BoundedText* text) {
   return true;
 }
 
-void FCFlowKeyToStr(const void* key, char* text) {
-  FlowKey flow;
-  std::memcpy(&flow, key, sizeof(flow));
-
-  BoundedText line(text, LIBRYN_FLOW_KEY_TEXT_SIZE);
-  AppendMac(flow.mac1, &line);
-  line.Append("  ");
-  AppendMac(flow.mac2, &line);
-  AppendColumn(Decimal(flow.flagsAndVlan >> 4), 4, &line);
-  AppendColumn(Decimal(flow.number14 & 0x7FFF), 7, &line);
-  if (flow.flagsAndVlan & kFlowKeyIsIPv6) {
-    AppendIPv6Column(flow.address1, &line);
-    AppendIPv6Column(flow.address2, &line);
-  } else {
-    AppendIPv4Column(flow.address1, &line);
-    AppendIPv4Column(flow.address1 + 4, &line);
-  }
-  AppendColumn(Decimal(flow.protocol), 5, &line);
-  AppendColumn(Decimal(std::uint32_t{flow.number20High} << 16 | flow.number20Low), 7, &line);
-
-  const bool isIcmp = flow.protocol == kProtocolIcmp || flow.protocol == kProtocolIcmpV6;
-  for (const std::uint16_t field : flow.transport)
-    AppendColumn(Decimal(isIcmp ? field : ntohs(field)), 12, &line);
-  line.Terminate();
-}
+void FCFlowKeyToStr(const void* key, char* text) { text[WriteFlowKey(key, text)] = '\0'; }
 
 int FCActionsToStr(const void* actions, char* text, std::uint32_t size, std::uint16_t) {
   BoundedText line(text, size);

@@ -4,6 +4,10 @@
 #include "module/native.h"
 #include "module/text.h"
 
+// Writes the line of a flow key, which is at most kFlowKeyLineLength long; no NUL. Its length.
+constexpr std::size_t kFlowKeyLineLength = 190;
+std::size_t WriteFlowKey(const void* key, char* line);
+
 // The line of an actions record; loads past the end of `actions` give 0. False when there was an action or an instance
 // left and no room to begin it.
 bool AppendActions(const View& actions, BoundedText* line);

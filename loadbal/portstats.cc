@@ -42,9 +42,19 @@ Ref BuildTuple(std::size_t size, Make make) {
   return tuple;
 }
 
+// All ints are made before the tuple, so that no empty place is ever seen.
 template <std::size_t size>
 Ref FigureTuple(const std::uint64_t (&figures)[size]) {
-  return BuildTuple(size, [&](std::size_t i) { return UnsignedInt(figures[i]); });
+  Ref ints[size];
+  for (std::size_t i = 0; i < size; ++i) {
+    ints[i] = UnsignedInt(figures[i]);
+    if (!ints[i])
+      return nullptr;
+  }
+  Ref tuple(PyTuple_New(size));
+  for (std::size_t i = 0; tuple && i < size; ++i)
+    PyTuple_SET_ITEM(tuple.get(), static_cast<Py_ssize_t>(i), ints[i].release());
+  return tuple;
 }
 
 }  // namespace

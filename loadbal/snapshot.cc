@@ -19,7 +19,7 @@ LBSnapshot snapshot_area;
 char text_area[16384];
 
 // The text shows the balancer's unsigned figures as signed ones.
-Digits Signed(std::uint32_t figure) { return SignedDecimal(static_cast<std::int32_t>(figure)); }
+SignedDecimal Signed(std::uint32_t figure) { return SignedDecimal(static_cast<std::int32_t>(figure)); }
 
 void AppendPorts(LBPortSet ports, std::string_view suffix, BoundedText* text) {
   for (std::uint32_t word = 0; word < 2; ++word) {
@@ -117,5 +117,5 @@ PyObject* PyRYN_DumpLBSnapshot(PyObject*, PyObject* args) {
   std::memset(text_area, 0, sizeof(text_area));
   BoundedText text(text_area, sizeof(text_area));
   AppendSnapshot(snapshot_area, &text);
-  return Text(text.View()).release();
+  return AsciiText(text.View()).release();
 }

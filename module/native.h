@@ -54,10 +54,12 @@ class View {
 
   template <class T>
   T Get(Field<T> field, std::size_t position = 0) const {
-    T value = 0;
     const std::size_t start = position + field.offset;
+    if (start + sizeof(T) <= size_)
+      return Load<T>(bytes_, start);
+    T value = 0;
     if (start < size_)
-      std::memcpy(&value, bytes_ + start, std::min(sizeof(T), size_ - start));
+      std::memcpy(&value, bytes_ + start, size_ - start);
     return value;
   }
 

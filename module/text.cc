@@ -1,18 +1,5 @@
 #include "module/text.h"
 
-#include <algorithm>
-#include <cstring>
-
-void WriteMac(const std::uint8_t* mac, char* out) {
-  static constexpr char kHexDigits[] = "0123456789abcdef";
-  for (int i = 0; i < 6; ++i) {
-    if (i > 0)
-      *out++ = ':';
-    *out++ = kHexDigits[mac[i] >> 4];
-    *out++ = kHexDigits[mac[i] & 0x0F];
-  }
-}
-
 Ref MacText(const std::uint8_t* mac) {
   Ref text(PyUnicode_New(kMacTextLength, 127));
   if (text)
@@ -20,20 +7,23 @@ Ref MacText(const std::uint8_t* mac) {
   return text;
 }
 
-void BoundedText::Append(std::string_view piece) {
+Ref AsciiText(std::string_view text) {
+  Ref str(PyUnicode_New(static_cast<Py_ssize_t>(text.size()), 127));
+  if (str && !text.empty())  // the empty str is shared, and not to be written to
+    std::memcpy(PyUnicode_1BYTE_DATA(str.get()), text.data(), text.size());
+  return str;
+}
+
+void BoundedText::AppendCut(std::string_view piece) {
   if (!IsFull())
     std::memcpy(area_ + length_, piece.data(), std::min(piece.size(), capacity_ - length_));
   length_ += piece.size();
 }
 
-void BoundedText::AppendLeft(std::string_view piece, std::size_t width) {
-  Append(piece);
-  AppendBlanks(width - std::min(width, piece.size()));
-}
-
-void BoundedText::AppendRight(std::string_view piece, std::size_t width) {
-  AppendBlanks(width - std::min(width, piece.size()));
-  Append(piece);
+void BoundedText::AppendPaddedOrCut(std::string_view piece, std::size_t blanksBehind, std::size_t blanksBefore) {
+  AppendBlanks(blanksBefore);
+  AppendCut(piece);
+  AppendBlanks(blanksBehind);
 }
 
 void BoundedText::AppendBlanks(std::size_t count) {
@@ -42,7 +32,10 @@ void BoundedText::AppendBlanks(std::size_t count) {
   length_ += count;
 }
 
-void BoundedText::Terminate() {
-  if (capacity_ > 0)
-    area_[std::min(length_, capacity_ - 1)] = '\0';
+std::string_view BoundedText::Terminate() {
+  if (capacity_ == 0)
+    return {};
+  const std::size_t length = std::min(length_, capacity_ - 1);
+  area_[length] = '\0';
+  return {area_, length};
 }

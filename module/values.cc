@@ -39,10 +39,6 @@ Ref NewTuple(std::size_t size) {
   return tuple;
 }
 
-bool PutItem(PyObject* tuple, std::size_t index, Ref value) {
-  return value && PyTuple_SetItem(tuple, static_cast<Py_ssize_t>(index), value.release()) == 0;
-}
-
 Ref StoreNewDict(PyObject* list, std::size_t index) {
   Ref dict(PyDict_New());
   return StoreItem(list, index, Share(dict.get())) ? std::move(dict) : nullptr;

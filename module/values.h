@@ -69,7 +69,9 @@ inline bool Put(PyObject* dict, Key& key, Ref value) {
   PyObject* const name = value ? key.Object() : nullptr;
   return name && PyDict_SetItem(dict, name, value.get()) == 0;
 }
-bool PutItem(PyObject* tuple, std::size_t index, Ref value);
+inline bool PutItem(PyObject* tuple, std::size_t index, Ref value) {
+  return value && PyTuple_SetItem(tuple, static_cast<Py_ssize_t>(index), value.release()) == 0;
+}
 
 // Stores a value in a dict, an item in a list; takes the value over. They report: a null value could not be created.
 inline bool Store(PyObject* dict, Key& key, Ref value) {

@@ -38,7 +38,7 @@ Ref RangeText(VlanRange range) {
   text.Append(Decimal(range.first));
   text.Append("-");
   text.Append(Decimal(range.last));
-  return Text(text.View());
+  return AsciiText(text.View());
 }
 
 bool StoreMcastAddrs(PyObject* dict, const PortConf& conf) {

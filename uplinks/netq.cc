@@ -40,7 +40,7 @@ Ref MacOnlyText(const MacOnlyBody& body) {
   BoundedText text(area, sizeof(area));
   text.Append("macOnly:");
   AppendMac(body.mac, &text);
-  return Text(text.View());
+  return AsciiText(text.View());
 }
 
 Ref GeneveText(const GeneveBody& body) {
@@ -52,7 +52,7 @@ Ref GeneveText(const GeneveBody& body) {
   AppendMac(body.innerMac, &text);
   text.Append(":vni:");
   text.Append(Decimal(body.vni));
-  return Text(text.View());
+  return AsciiText(text.View());
 }
 
 // Reads of a body what its kind reads, and no byte more. A body may be shorter than that: what lies behind the response

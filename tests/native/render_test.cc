@@ -89,6 +89,14 @@ TEST(FlowKey, EqualsItsPrint) {
       key[23] = round % 8 == 0 ? 1 : 58;
     if (round % 3 == 0)  // addresses with runs of zeros
       std::memset(key.data() + 24, 0, random() % 33);
+    if (round % 5 == 0) {  // and anywhere, some before an IPv4 address
+      for (std::size_t at = 24; at < 56; at += 2) {
+        if (random() % 2 == 0)
+          std::memset(key.data() + at, 0, 2);
+      }
+      if (round % 2 == 0)
+        std::memset(key.data() + 34, 0xFF, 2);
+    }
     Area area(LIBRYN_FLOW_KEY_TEXT_SIZE);
     FCFlowKeyToStr(key.data(), area.Start());
     ASSERT_EQ(area.Text(), FlowKeyLine(key));
