@@ -266,7 +266,10 @@ void LoadMirrors(Store& store, Model& model) {
   while (ports.Step()) {
     const std::string role = ports.Text(2);
     if (MirrorSession* session = session_of(ports))
-      session->ports[role == "in" ? 0 : role == "out" ? 1 : 2].push_back(static_cast<int>(ports.Int(3)));
+      session->ports[role == "in"    ? kMirrorIn
+                     : role == "out" ? kMirrorOut
+                                     : kMirrorTo]
+          .push_back(static_cast<int>(ports.Int(3)));
   }
   Statement vlans = store.Prepare("SELECT sw, session, vlan FROM mirror_vlan ORDER BY sw, session, seq");
   while (vlans.Step()) {

@@ -122,13 +122,16 @@ struct Port {
   bool IsUplink() const { return kind == kUplink; }
 };
 
+enum MirrorRole : std::size_t { kMirrorIn = 0, kMirrorOut = 1, kMirrorTo = 2 };
+inline constexpr std::uint16_t kMirrorVlanEncap = 4;  // of its flags
+
 struct MirrorSession {
   std::uint16_t index = 0;
   std::uint16_t encap_vlan = 0;
   std::uint16_t snap_len = 0;
   std::uint16_t sampling_rate = 0;
   std::uint16_t flags = 0;
-  std::array<std::vector<int>, 3> ports;  // in, out, destination
+  std::array<std::vector<int>, 3> ports;  // by MirrorRole
   std::vector<std::uint16_t> vlans;
 };
 
@@ -260,6 +263,15 @@ struct Base {
   std::vector<std::array<std::uint64_t, 2>> passed;  // by conversation: packets since its flows were cleared
 };
 
+// Copies that a mirror session makes of packets on their way.
+struct MirrorCopy {
+  int port = -1;               // index of the port that gets them
+  std::uint64_t one_of = 1;    // so many packets make one copy
+  std::uint64_t size = 0;      // bytes of each
+  std::uint64_t drop_ppm = 0;  // what the port or its core loses
+  std::uint64_t fast_ns = 0;
+};
+
 // One way that packets of a conversation take: in by one port, out by others. Derived from the settings when a segment
 // begins, so everything in it holds until the segment ends.
 struct Path {
@@ -278,6 +290,7 @@ struct Path {
   std::uint64_t in_fast_ns = 0, in_offload_ns = 0, in_slow_half_ns = 0;
   std::vector<std::uint64_t> out_drop_ppm;
   std::vector<std::uint64_t> out_fast_ns, out_slow_half_ns;
+  std::vector<MirrorCopy> copies;
 };
 
 struct BalancerPort {

@@ -302,6 +302,7 @@ uint32_t Ryn_Dump_Switch_MAC_Table(uint32_t swID, void* table, uint32_t* length)
   return MacTable("Ryn_Dump_Switch_MAC_Table", swID, 0, true, table, length);
 }
 
+// What was learned is cleared, and learned again; entries that were added by hand stay.
 uint32_t Ryn_Clear_Port_MAC_Table(uint32_t swID, uint32_t rynPortID) {
   const Call call{"Ryn_Clear_Port_MAC_Table", {{"sw", swID}, {"port", rynPortID}}};
   return ChangeHost(call, Bears::kNotOnCounts, [&](Change& host) {
@@ -312,7 +313,7 @@ uint32_t Ryn_Clear_Port_MAC_Table(uint32_t swID, uint32_t rynPortID) {
         .Bind(int64_t{swID})
         .Bind(int64_t{rynPortID})
         .Run();
-    host.store.Prepare("DELETE FROM mac_entry WHERE sw = ? AND port = ?")
+    host.store.Prepare("DELETE FROM mac_entry WHERE sw = ? AND port = ? AND present = 0")
         .Bind(int64_t{swID})
         .Bind(int64_t{rynPortID})
         .Run();
@@ -325,7 +326,7 @@ uint32_t Ryn_Clear_Switch_MAC_Table(uint32_t swID) {
     if (host.model.FindSwitch(swID) == nullptr)
       return kNotFound;
     host.store.Prepare("UPDATE sw SET mac_cleared_ms = ? WHERE sw = ?").Bind(host.ms).Bind(int64_t{swID}).Run();
-    host.store.Prepare("DELETE FROM mac_entry WHERE sw = ?").Bind(int64_t{swID}).Run();
+    host.store.Prepare("DELETE FROM mac_entry WHERE sw = ? AND present = 0").Bind(int64_t{swID}).Run();
     return kOk;
   });
 }

@@ -80,13 +80,23 @@ void BringNearWrap(Model& model, const Event& event) {
   }
 }
 
+// Whether the device that hangs is an uplink of a switch that shall panic then.
+bool PanicsOn(const Model& model, const Event& event) {
+  const int nic = event.kind == "uplink-hang" ? model.FindNic(event.target) : -1;
+  return nic >= 0 && std::any_of(model.switches.begin(), model.switches.end(), [&](const Switch& sw) {
+           return sw.panic_on_tx_hang != 0 && std::any_of(sw.uplinks.begin(), sw.uplinks.end(), [&](int uplink) {
+                    return model.ports[Index(uplink)].nic == nic;
+                  });
+         });
+}
+
 void MoveEvent(Store& store, Model& model, Event& event, std::int64_t ms) {
   CloseSegment(model, std::max(ms, model.segment_ms));
   if (event.stage == kEventAhead) {
     event.stage = event.kind == "counters-near-wrap" ? kEventOver : kEventOn;
     if (event.kind == "counters-near-wrap")
       BringNearWrap(model, event);
-    Log(store, ms, event, "begins");
+    Log(store, ms, event, PanicsOn(model, event) ? "begins; a real host, set to panic on this, would stop" : "begins");
   } else {
     event.stage = kEventOver;
     Log(store, ms, event, "ends");

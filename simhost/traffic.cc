@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <set>
 
 namespace simhost {
 
@@ -14,6 +15,11 @@ constexpr std::uint64_t kSlowCost = 8;    // a packet on the slow path costs as 
 constexpr std::uint64_t kAggregated = 4;  // frames that large receive offload makes one of
 
 std::size_t Index(std::int64_t value) { return static_cast<std::size_t>(value); }
+
+template <class T, class Value>
+bool Has(const std::vector<T>& values, Value value) {
+  return std::find(values.begin(), values.end(), value) != values.end();
+}
 
 // Which of a port's uplinks are usable now, in the order of its policy.
 std::vector<int> UsableUplinks(const Model& model, const Switch& sw, const Port& port) {
@@ -91,20 +97,30 @@ class Builder {
       }
     }
     AddCosts();
+    AddCopies();
+    FillLinks(false);
     AddSaturation();
+    FillLinks(true);
     for (std::size_t i = 0; i < model_.paths.size(); ++i) {
       const Path& path = model_.paths[i];
       const Port& in = model_.ports[Index(path.in)];
-      model_.paths_of_port[Index(path.in)].push_back(static_cast<int>(i));
+      const auto concerns = [&](int port) {
+        std::vector<int>& paths = model_.paths_of_port[Index(port)];
+        if (paths.empty() || paths.back() != static_cast<int>(i))
+          paths.push_back(static_cast<int>(i));
+      };
       model_.paths_of_flow_core[Index(in.sw * kCores + CoreOf(in))].push_back(static_cast<int>(i));
-      for (const int out : path.out)
-        model_.paths_of_port[Index(out)].push_back(static_cast<int>(i));
+      concerns(path.in);
+      std::for_each(path.out.begin(), path.out.end(), concerns);
+      for (const MirrorCopy& copy : path.copies)
+        concerns(copy.port);
     }
   }
 
  private:
   // Packets from a port are looked up where it sends, packets from the wire where the uplink receives.
   static int CoreOf(const Port& in) { return in.IsUplink() ? in.rx_core : in.tx_core; }
+  static int CoreTo(const Port& out) { return out.IsUplink() ? out.tx_core : out.rx_core; }
 
   const Port& PortAt(int index) const { return model_.ports[Index(index)]; }
   const Nic& NicOf(const Port& port) const { return model_.nics[Index(port.nic)]; }
@@ -202,17 +218,15 @@ class Builder {
       const int in_node = model_.NodeOfCore(CoreOf(in));
       for (const int index : path.out) {
         const Port& out = PortAt(index);
-        std::uint64_t drop = 0;
         if (out.IsUplink()) {
           const Nic& nic = NicOf(out);
-          drop = nic.hung ? kMillion : AtMostAll(nic.drop_ppm + RingLossPpm(out.tx_ring));
           level = std::max(level, nic.fpo_level);
           far |= nic.node != in_node;
         } else {
           far |= model_.NodeOfCore(out.rx_core) != in_node;
         }
-        path.out_drop_ppm.push_back(drop);
-        const std::uint64_t whole = CostNs(sw, out.IsUplink() ? out.tx_core : out.rx_core, false);
+        path.out_drop_ppm.push_back(SendLossPpm(out));
+        const std::uint64_t whole = CostNs(sw, CoreTo(out), false);
         path.out_fast_ns.push_back(whole * 3 / 10);
         path.out_slow_half_ns.push_back(whole * 3 / 10 * kSlowCost / 2);
       }
@@ -224,6 +238,92 @@ class Builder {
       path.in_offload_ns = path.in_fast_ns * 4 / 10;
       path.in_slow_half_ns = path.in_fast_ns * kSlowCost / 2;
     }
+  }
+
+  // A session copies a packet once, however many of its conditions hold, to each of its destinations but the port that
+  // the packet came in by.
+  void AddCopies() {
+    constexpr std::uint64_t kVlanTag = 4;
+    for (Path& path : model_.paths) {
+      const Conversation& talk = model_.conversations[Index(path.conversation)];
+      const Switch& sw = *model_.FindSwitch(static_cast<std::uint32_t>(talk.sw));
+      const auto sessions = model_.mirrors.find(talk.sw);
+      if (sessions == model_.mirrors.end() || path.oversize)
+        continue;
+      for (const MirrorSession& session : sessions->second) {
+        const auto lists = [&](MirrorRole role, int index) { return Has(session.ports[role], PortAt(index).id); };
+        if (!lists(kMirrorIn, path.in) &&
+            std::none_of(path.out.begin(), path.out.end(), [&](int out) { return lists(kMirrorOut, out); }))
+          continue;
+        if (!session.vlans.empty() && !Has(session.vlans, talk.vlan))
+          continue;
+        const std::uint64_t whole = talk.size[Index(path.back)];
+        const std::uint64_t cut = session.snap_len != 0 ? std::min<std::uint64_t>(whole, session.snap_len) : whole;
+        for (const int id : session.ports[kMirrorTo]) {
+          const int index = sw.index[Index(id)];
+          if (index < 0 || index == path.in ||
+              !(PortAt(index).IsUplink() ? Sends(PortAt(index)) : PortAt(index).active))
+            continue;
+          MirrorCopy& copy = path.copies.emplace_back();
+          copy.port = index;
+          copy.one_of = std::max<std::uint64_t>(1, session.sampling_rate);
+          copy.size = cut + ((session.flags & kMirrorVlanEncap) != 0 ? kVlanTag : 0);
+          copy.drop_ppm = SendLossPpm(PortAt(index));
+          copy.fast_ns = CostNs(sw, CoreTo(PortAt(index)), false) * 3 / 10;
+        }
+      }
+    }
+  }
+
+  // What a link has no room for is lost: by the mean rates, as with cores. What comes in is judged before the cores
+  // have dropped anything, what goes out afterwards.
+  void FillLinks(bool transmit) {
+    constexpr std::uint64_t kGap = 24;  // bytes of the wire's time that a frame takes beside its own
+    std::vector<std::uint64_t> kbps(model_.nics.size());
+    const auto each = [&](const auto& visit) {
+      for (Path& path : model_.paths) {
+        const Conversation& talk = model_.conversations[Index(path.conversation)];
+        const std::uint64_t size = talk.size[Index(path.back)];
+        if (!transmit) {
+          if (PortAt(path.in).IsUplink())
+            visit(PortAt(path.in), path.in_drop_ppm, MilliPps(path), size);
+          continue;
+        }
+        const std::uint64_t passed = Share(Arriving(path), kMillion - path.core_drop_ppm, kMillion);
+        for (std::size_t i = 0; i < path.out.size(); ++i) {
+          if (PortAt(path.out[i]).IsUplink())
+            visit(PortAt(path.out[i]), path.out_drop_ppm[i], passed, size);
+        }
+        for (MirrorCopy& copy : path.copies) {
+          if (PortAt(copy.port).IsUplink())
+            visit(PortAt(copy.port), copy.drop_ppm, passed / copy.one_of, copy.size);
+        }
+      }
+    };
+    each([&](const Port& port, std::uint64_t& drop_ppm, std::uint64_t milli_pps, std::uint64_t size) {
+      kbps[Index(port.nic)] += Share(Share(milli_pps, kMillion - drop_ppm, kMillion), 8 * (size + kGap), kMillion);
+    });
+    each([&](const Port& port, std::uint64_t& drop_ppm, std::uint64_t, std::uint64_t) {
+      const std::uint64_t room = static_cast<std::uint64_t>(NicOf(port).link_mbps) * 1000;
+      if (kbps[Index(port.nic)] > room)
+        drop_ppm += Share(kMillion - drop_ppm, kbps[Index(port.nic)] - room, kbps[Index(port.nic)]);
+    });
+  }
+
+  // Mean packets per 1000 s of a path: what it is offered, and what of it gets in.
+  std::uint64_t MilliPps(const Path& path) const {
+    const Conversation& talk = model_.conversations[Index(path.conversation)];
+    return Share(static_cast<std::uint64_t>(talk.pattern[Index(path.back)].milli_pps), path.flows, talk.flows);
+  }
+  std::uint64_t Arriving(const Path& path) const {
+    return path.oversize ? 0 : Share(MilliPps(path), kMillion - path.in_drop_ppm, kMillion);
+  }
+
+  // What the device of an uplink loses of what it shall send.
+  std::uint64_t SendLossPpm(const Port& port) const {
+    if (!port.IsUplink())
+      return 0;
+    return NicOf(port).hung ? kMillion : AtMostAll(NicOf(port).drop_ppm + RingLossPpm(port.tx_ring));
   }
 
   std::uint64_t CostNs(const Switch& sw, int core, bool far) const {
@@ -240,8 +340,7 @@ class Builder {
     for (const Path& path : model_.paths) {
       const Conversation& talk = model_.conversations[Index(path.conversation)];
       const Switch& sw = *model_.FindSwitch(static_cast<std::uint32_t>(talk.sw));
-      const std::uint64_t milli_pps =
-          Share(static_cast<std::uint64_t>(talk.pattern[Index(path.back)].milli_pps), path.flows, talk.flows);
+      const std::uint64_t milli_pps = Arriving(path);
       const std::uint64_t slow = sw.flow_cache ? path.slow_permille + talk.churn_ppm / 1000 : 1000;
       const auto demand = [&](std::uint64_t fast_ns, std::uint64_t slow_half_ns) {
         return Share(milli_pps, (1000 - std::min<std::uint64_t>(slow, 1000)) * fast_ns + slow * 2 * slow_half_ns,
@@ -251,9 +350,10 @@ class Builder {
       demand_ns[Index(CoreOf(in))] += demand(path.in_fast_ns, path.in_slow_half_ns);
       for (std::size_t i = 0; i < path.out.size(); ++i) {
         const Port& out = PortAt(path.out[i]);
-        demand_ns[Index(out.IsUplink() ? out.tx_core : out.rx_core)] +=
-            demand(path.out_fast_ns[i], path.out_slow_half_ns[i]);
+        demand_ns[Index(CoreTo(out))] += demand(path.out_fast_ns[i], path.out_slow_half_ns[i]);
       }
+      for (const MirrorCopy& copy : path.copies)
+        demand_ns[Index(CoreTo(PortAt(copy.port)))] += Share(milli_pps / copy.one_of, copy.fast_ns, 1000);
     }
 
     std::array<std::uint64_t, kCores> drop_ppm{};
@@ -266,10 +366,11 @@ class Builder {
     for (Path& path : model_.paths) {
       path.core_drop_ppm = drop_ppm[Index(CoreOf(PortAt(path.in)))];
       for (std::size_t i = 0; i < path.out.size(); ++i) {
-        const Port& out = PortAt(path.out[i]);
-        const std::uint64_t core = drop_ppm[Index(out.IsUplink() ? out.tx_core : out.rx_core)];
+        const std::uint64_t core = drop_ppm[Index(CoreTo(PortAt(path.out[i])))];
         path.out_drop_ppm[i] += Share(kMillion - path.out_drop_ppm[i], core, kMillion);
       }
+      for (MirrorCopy& copy : path.copies)
+        copy.drop_ppm += Share(kMillion - copy.drop_ppm, drop_ppm[Index(CoreTo(PortAt(copy.port)))], kMillion);
     }
   }
 
@@ -354,6 +455,29 @@ void AddOutgoing(const Model& model, const Path& path, const PathCounts& counts,
   words[kWork + (uplink ? 2 : 3)] += out.fast * path.out_fast_ns[leg];
 }
 
+struct Copied {
+  std::uint64_t made = 0;
+  std::uint64_t lost = 0;
+
+  std::uint64_t Arrived() const { return made - lost; }
+};
+
+Copied CountCopies(const MirrorCopy& copy, const PathCounts& counts) {
+  Copied copied;
+  copied.made = counts.passed / copy.one_of;
+  copied.lost = Share(copied.made, copy.drop_ppm, kMillion);
+  return copied;
+}
+
+void AddCopy(const Model& model, const Path& path, const PathCounts& counts, const MirrorCopy& copy,
+             PortCounts& words) {
+  const bool uplink = model.ports[Index(copy.port)].IsUplink();
+  const Copied copied = CountCopies(copy, counts);
+  AddTraffic(words, uplink ? kTxBytes : kRxBytes, TalkOf(model, path), copied.Arrived(), copied.Arrived() * copy.size);
+  words[uplink ? kTxDrops : kRxDrops] += copied.lost;
+  words[kWork + (uplink ? 2 : 3)] += copied.Arrived() * copy.fast_ns;
+}
+
 // Receive queues are told apart by the port that a frame is for, transmit queues by the one that it is from.
 int QueueOf(const Model& model, const Path& path, bool transmit) {
   if (transmit)
@@ -365,31 +489,37 @@ void AddQueue(const Model& model, const Path& path, const PathCounts& counts, in
               QueueCounts& words) {
   const Conversation& talk = TalkOf(model, path);
   const std::uint64_t size = talk.size[Index(path.back)];
-  const auto add = [&](std::uint64_t packets) {
+  const auto add = [&](std::uint64_t packets, std::uint64_t bytes) {
     words[kQueuePackets] += packets;
-    words[kQueueBytes] += packets * size;
+    words[kQueueBytes] += packets * bytes;
     if (talk.delivery != Delivery::kUnicast)
       words[talk.delivery == Delivery::kMulticast ? kQueueMulticast : kQueueBroadcast] += packets;
   };
   if (!transmit) {
-    add(counts.fast + counts.slow);
+    add(counts.fast + counts.slow, size);
     words[path.oversize ? kQueueLength : kQueueCrc] += counts.errors;
     words[kQueueFifo] += counts.wire_lost;
     words[kQueueMissed] += counts.core_lost;
     words[kQueueDrops] += counts.wire_lost + counts.core_lost;
     return;
   }
+  const auto lose = [&](std::uint64_t lost) {
+    words[kQueueDrops] += lost;
+    words[model.nics[Index(model.ports[Index(port)].nic)].hung ? kQueueAborted : kQueueFifo] += lost;
+  };
   for (std::size_t leg = 0; leg < path.out.size(); ++leg) {
     if (path.out[leg] != port)
       continue;
     const Outgoing out = CountOutgoing(path, counts, leg);
-    add(out.fast + out.slow);
-    const std::uint64_t lost = out.fast_lost + out.slow_lost;
-    words[kQueueDrops] += lost;
-    if (model.nics[Index(model.ports[Index(port)].nic)].hung)
-      words[kQueueAborted] += lost;
-    else
-      words[kQueueFifo] += lost;
+    add(out.fast + out.slow, size);
+    lose(out.fast_lost + out.slow_lost);
+  }
+  for (const MirrorCopy& copy : path.copies) {
+    if (copy.port != port)
+      continue;
+    const Copied copied = CountCopies(copy, counts);
+    add(copied.Arrived(), copy.size);
+    lose(copied.lost);
   }
 }
 
@@ -413,6 +543,10 @@ void AddBusy(const Model& model, const Path& path, const PathCounts& counts, std
     const Outgoing out = CountOutgoing(path, counts, leg);
     busy[Index(port.IsUplink() ? port.tx_core : port.rx_core)] +=
         2 * out.slow * path.out_slow_half_ns[leg] + out.fast * path.out_fast_ns[leg];
+  }
+  for (const MirrorCopy& copy : path.copies) {
+    const Port& port = model.ports[Index(copy.port)];
+    busy[Index(port.IsUplink() ? port.tx_core : port.rx_core)] += CountCopies(copy, counts).Arrived() * copy.fast_ns;
   }
 }
 
@@ -487,6 +621,10 @@ PortCounts CountPort(const Model& model, int port, std::int64_t ms) {
       if (path.out[leg] == port)
         AddOutgoing(model, path, counts, leg, words);
     }
+    for (const MirrorCopy& copy : path.copies) {
+      if (copy.port == port)
+        AddCopy(model, path, counts, copy, words);
+    }
   }
   return words;
 }
@@ -536,10 +674,18 @@ void CloseSegment(Model& model, std::int64_t ms) {
       };
       if (in.IsUplink())
         add_queue(path.in, false);
+      std::set<int> sending;  // AddQueue adds all that goes out by a port at once
       for (std::size_t leg = 0; leg < path.out.size(); ++leg) {
         AddOutgoing(model, path, counts, leg, base.ports[Index(path.out[leg])]);
-        if (model.ports[Index(path.out[leg])].IsUplink())
-          add_queue(path.out[leg], true);
+        sending.insert(path.out[leg]);
+      }
+      for (const MirrorCopy& copy : path.copies) {
+        AddCopy(model, path, counts, copy, base.ports[Index(copy.port)]);
+        sending.insert(copy.port);
+      }
+      for (const int port : sending) {
+        if (model.ports[Index(port)].IsUplink())
+          add_queue(port, true);
       }
       AddFlows(counts, model.FindSwitch(static_cast<std::uint32_t>(in.sw))->flow_cache,
                base.flows[Index(in.sw * kCores + core)]);

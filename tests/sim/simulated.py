@@ -11,8 +11,11 @@ import subprocess
 import sys
 from pathlib import Path
 
-BUILD = Path(os.environ.get("RYN_BUILD", Path(__file__).parents[2] / "build"))
+ROOT = Path(__file__).parents[2]
+BUILD = Path(os.environ.get("RYN_BUILD", ROOT / "build"))
 NOT_FOUND, BAD_PARAMETER, NO_STORE = 0x0BAD0003, 0x0BAD0007, 0x0BAD0001
+
+sys.path.insert(0, str(ROOT / "simhost" / "tool"))
 
 # The default profile's switches and ports, as the tests use them
 SWITCHES = ("dvs-1", "dvs-2")
@@ -127,3 +130,19 @@ def make_template(path: Path, process: Process) -> Path:
         store.commit()
         store.execute("PRAGMA wal_checkpoint(TRUNCATE)")
     return path
+
+
+def make(path: Path, description: str, name: str = "test") -> Path:
+    """Makes a host from a description, in YAML; its clock stands."""
+    from ryn_sim import hosts, store
+    from ryn_sim.compile import sql
+
+    store.create(str(path), sql(hosts.compiled(description, name, name)))
+    with contextlib.closing(sqlite3.connect(path)) as db:
+        db.execute("UPDATE clock SET mode = 'freeze', base_wall_ns = 0")
+        db.commit()
+    return path
+
+
+def make_profile(path: Path, profile: str) -> Path:
+    return make(path, (ROOT / "simhost" / "profiles" / f"{profile}.yaml").read_text(), profile)

@@ -140,6 +140,82 @@ def test_small_rings_lose_packets(host):
     assert none["rxPkts"] == none["txPkts"] == 0
 
 
+def test_a_link_carries_no_more_than_it_can(tmp_path, processes):
+    description = """
+host: h
+numa: [{lcores: [0, 1, 2, 3], capacity: 4M}]
+nics: {slow: {numa: 0, link: 1G}, fast: {numa: 0, link: 100G}}
+switches: [{alias: s, mtu: 9000, uplinks: [slow, fast]}]
+ports:
+  - {switch: s, vm: a, teaming: {type: Single, uplinks: [slow]}}
+  - {switch: s, vm: b, teaming: {type: Single, uplinks: [fast]}}
+traffic:
+  - {from: a, to: uplink, pps: 200k, size: 1000, reply: 1, reply_size: 1500}
+  - {from: b, to: uplink, pps: 200k, size: 1000, reply: 1, reply_size: 1500}
+"""
+    host = simulated.Host(simulated.make(tmp_path / "host.db", description), *processes)
+    slow, fast = growth(host, 10, "GetUplinkStats", 0, 0), growth(host, 10, "GetUplinkStats", 0, 1)
+    for way in ("tx", "rx"):
+        # A frame takes 24 bytes more of the wire than its own.
+        assert 0.99e9 < 8 * (slow[way + "Bytes"] + 24 * slow[way + "Pkts"]) / 10 < 1.0001e9
+        assert slow[way + "Drops"] > 0 and fast[way + "Drops"] == 0
+        assert slow[way + "Pkts"] + slow[way + "Drops"] == pytest.approx(2_000_000, abs=4)
+        assert fast[way + "Pkts"] == pytest.approx(2_000_000, abs=4)
+    assert slow["txFifoErrors"] == slow["txDrops"] and slow["rxFifoErrors"] == slow["rxDrops"]
+
+
+# Two machines that talk to each other and to the world, one that listens, and sessions that may copy it to them.
+MIRRORED = """
+host: h
+numa: [{lcores: [0, 1, 2, 3]}]
+nics: {n0: {numa: 0}, n1: {numa: 0}}
+switches: [{alias: s, uplinks: [n0, n1], mirrors: [%s]}]
+ports:
+  - {switch: s, vm: a, vlan: 5, teaming: {type: Single, uplinks: [n0]}}
+  - {switch: s, vm: b, vlan: 5, teaming: {type: Single, uplinks: [n0]}}
+  - {switch: s, vm: tap, kind: GENERIC}
+traffic:
+  - {from: a, to: b, pps: 1000, size: 500, reply: 0.5, reply_size: 90, flows: 3}
+  - {from: a, to: uplink, pps: 300, size: 700, reply: 1, reply_size: 80}
+"""
+
+
+@pytest.mark.parametrize("session, packets, size", [
+    ("{session: 1, in: [a], to: [tap]}", 13_000, (10_000 * 500 + 3_000 * 700) / 13_000),
+    ("{session: 1, out: [a], to: [tap]}", 8_000, (5_000 * 90 + 3_000 * 80) / 8_000),
+    ("{session: 1, in: [a], out: [a], to: [tap]}", 21_000, None),
+    ("{session: 1, in: [a, b], out: [a, b], to: [tap]}", 21_000, None),  # each packet once
+    ("{session: 1, in: [a], to: [tap]}, {session: 2, in: [a], to: [tap]}", 26_000, None),
+    ("{session: 1, in: [a], to: [tap], snap_len: 64}", 13_000, 64),
+    ("{session: 1, in: [a], to: [tap], snap_len: 64, encap_vlan: 9, flags: [vlanEncap]}", 13_000, 68),
+    ("{session: 1, in: [a], to: [tap], sampling_rate: 10}", 1_300, None),
+    ("{session: 1, in: [a], to: [tap], vlans: [4, 5]}", 13_000, None),
+    ("{session: 1, in: [a], to: [tap], vlans: [4, 6]}", 0, None),
+    ("{session: 1, in: [tap], to: [tap]}", 0, None),
+    ("{session: 1, in: [s/0], to: [tap]}", 3_000, 80),  # an uplink's packets from the wire
+    ("{session: 1, in: [a], to: [a]}", 0, None),  # nobody gets back what he sends
+])
+def test_mirror_copies_reach_their_destination(tmp_path, processes, session, packets, size):
+    host = simulated.Host(simulated.make(tmp_path / "host.db", MIRRORED % session), *processes)
+    got = growth(host, 10, "GetPortStats", 0, 4)
+    assert got["rxPkts"] == pytest.approx(packets, abs=6) and got["spRxPkts"] == 0
+    if size is not None:
+        assert got["rxBytes"] / got["rxPkts"] == pytest.approx(size, rel=0.001)
+
+
+def test_mirror_copies_may_leave_by_an_uplink(tmp_path, processes):
+    session = "{session: 1, in: [a], to: [s/1], snap_len: 100}"
+    host = simulated.Host(simulated.make(tmp_path / "host.db", MIRRORED % session), *processes)
+    copies = growth(host, 10, "GetUplinkStats", 0, 1)
+    assert copies["txPkts"] == pytest.approx(13_000, abs=6) and copies["txBytes"] == 100 * copies["txPkts"]
+    port = host.GetPortStats(0, 1)
+    assert port["txPkts"] + port["spTxPkts"] == dict(host.GetUplinkStats(0, 1)["uplinkStats"])["txPkts"]
+    queues = host.many([["GetUplinkQueueStats", 0, 1, 1, queue] for queue in range(4)])
+    assert sum(dict(queue)["txPkts"] for queue in queues) == port["txPkts"] + port["spTxPkts"]
+    host.SetSwitchLRO(0, 0)  # a change makes no difference to what was counted
+    assert host.GetPortStats(0, 1) == port
+
+
 def busy_ns(host) -> int:
     host.step(10)
     return sum(load for _, load in host.DumpLBPortStats(0, 0, 0)[5])
@@ -251,14 +327,16 @@ def test_a_cleared_table_is_learned_again(host):
     by_hand = {(mac.hex(":"), vlan, port) for port, mac, vlan in host.rows("SELECT port, mac, vlan FROM mac_entry")}
     whole = macs(host, "ListSwitchMACTable", 0) - by_hand
     host.ClearSwitchMACTable(0)
-    assert macs(host, "ListSwitchMACTable", 0) == set()
+    assert macs(host, "ListSwitchMACTable", 0) == by_hand != set()
     host.step(1.5)
-    assert 0 < len(macs(host, "ListSwitchMACTable", 0)) < len(whole)
+    assert 0 < len(macs(host, "ListSwitchMACTable", 0)) - len(by_hand) < len(whole)
     host.step(1.5)
-    assert macs(host, "ListSwitchMACTable", 0) == whole
+    assert macs(host, "ListSwitchMACTable", 0) == whole | by_hand
     host.ClearPortMACTable(0, 2)
-    assert macs(host, "ListPortMACTable", 0, 2) == set()
-    assert macs(host, "ListPortMACTable", 0, 3) != set()
+    assert macs(host, "ListPortMACTable", 0, 2) == {entry for entry in by_hand if entry[2] == 2} != set()
+    host.ClearPortMACTable(0, 3)
+    assert macs(host, "ListPortMACTable", 0, 3) == set()
+    assert macs(host, "ListPortMACTable", 0, 4) != set()
 
 
 def test_entries_by_hand(host):

@@ -150,6 +150,17 @@ def test_a_hung_uplink_sends_nothing_and_says_so(host):
     assert [what for (what,) in host.rows("SELECT what FROM log WHERE operation = 'uplink-hang'")] == ["begins", "ends"]
 
 
+def test_a_hang_that_a_real_host_would_not_survive(host):
+    host.SetPanicOnTxHang(0, 1)
+    begin = host.now_ms()
+    for nic in ("lunic0", "lunic2"):  # of switch 0 and of switch 1
+        event(host, "uplink-hang", nic, begin, begin + 1000)
+    host.step(1)
+    host.GetFlowTimeout()
+    logged = dict(host.rows("SELECT arguments, what FROM log WHERE what <> 'ends'"))
+    assert logged == {"lunic0": "begins; a real host, set to panic on this, would stop", "lunic2": "begins"}
+
+
 def test_an_event_between_two_looks_leaves_its_mark(host):
     """Nobody looked while the link was down; its packets are missing all the same."""
     begin = host.now_ms() + 1000

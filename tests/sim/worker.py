@@ -48,6 +48,8 @@ def raw(operation: str, *arguments) -> dict:
 def perform(name: str, *arguments):
     if name == "apply":  # SQL, through the stand-ins
         return ryn.ryn_sim_apply(arguments[0].encode()) & 0xFFFFFFFF
+    if name == "methods":
+        return [name for name in dir(_libryn) if not name.startswith("_")]
     if name == "now_ms":
         return ryn.ryn_sim_now_ms()
     if name == "fork":  # the same calls in a child; True: it ended well
@@ -61,6 +63,8 @@ def perform(name: str, *arguments):
         except Exception as error:
             return repr(error)
         return None
+    if name == "unanswered":  # those of the calls that answer None
+        return [call for call in arguments if perform(*call) is None]
     if name == "time":  # seconds that the calls took
         started = time.perf_counter()
         for call in arguments:
