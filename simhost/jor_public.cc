@@ -53,11 +53,9 @@ std::string_view View64(const char* switch_id) {
 }
 std::string_view TextOf(const char* text) { return text != nullptr ? std::string_view(text) : std::string_view(); }
 
-// Only a fault makes a look-up in the loaded configuration fail; that the store cannot be reached does not.
-std::uint32_t FaultOf(const Call& call) {
-  const std::uint32_t status = ReadHost(call, nullptr, [](const simhost::View&) { return kOk; });
-  return status == kNoStore ? kOk : status;
-}
+// Only a fault makes a look-up in the loaded configuration fail; that the store cannot be reached does not. Operations
+// that answer no status then answer as if there was nothing.
+bool Fails(const char* operation) { return FaultOf({operation, {}}) != kOk; }
 
 std::uint32_t Lookup(const char* operation, const char* switch_id, const char* key,
                      std::vector<ConfigData> ConfigSwitch::*scope, DVSData** datum) {
@@ -194,7 +192,7 @@ DVSSwitch* DVSState_SwitchFindByAlias(const char* alias) {
 
 // The visit stops when the visitor has found what it looks for.
 void DVSState_SwitchForEach(DVSSwitchVisitor visitor, void* context) {
-  if (visitor == nullptr || FaultOf({"DVSState_SwitchForEach", {}}) != kOk)
+  if (visitor == nullptr || Fails("DVSState_SwitchForEach"))
     return;
   const std::shared_ptr<Config> loaded = Loaded();
   for (ConfigSwitch& dvs : *loaded) {
@@ -203,11 +201,13 @@ void DVSState_SwitchForEach(DVSSwitchVisitor visitor, void* context) {
   }
 }
 
-const char* DVS_ClassName(DVSSwitch* dvs) { return dvs != nullptr ? SwitchOf(dvs)->class_name.c_str() : ""; }
+const char* DVS_ClassName(DVSSwitch* dvs) {
+  return dvs == nullptr || Fails("DVS_ClassName") ? "" : SwitchOf(dvs)->class_name.c_str();
+}
 
 const char* DVS_SwitchId(DVSSwitch* dvs) {
   static const std::array<char, 128> kNone{};
-  return dvs != nullptr ? SwitchOf(dvs)->id.data() : kNone.data();
+  return dvs == nullptr || Fails("DVS_SwitchId") ? kNone.data() : SwitchOf(dvs)->id.data();
 }
 
 uint32_t DVSState_HostPropLookup(const char* switchId, const char* key, DVSData** datum) {
@@ -219,7 +219,7 @@ uint32_t DVSState_GlobalPropLookup(const char* switchId, const char* key, DVSDat
 }
 
 void DVSState_GlobalPropForEach(DVSSwitch* dvs, DVSDataVisitor visitor, void* context) {
-  if (dvs == nullptr || visitor == nullptr || FaultOf({"DVSState_GlobalPropForEach", {}}) != kOk)
+  if (dvs == nullptr || visitor == nullptr || Fails("DVSState_GlobalPropForEach"))
     return;
   for (ConfigData& datum : SwitchOf(dvs)->global) {
     if (visitor(HandleOf(datum), context) != 0)
@@ -227,10 +227,12 @@ void DVSState_GlobalPropForEach(DVSSwitch* dvs, DVSDataVisitor visitor, void* co
   }
 }
 
-const char* DVSData_Name(DVSData* datum) { return datum != nullptr ? DataOf(datum)->name.c_str() : ""; }
+const char* DVSData_Name(DVSData* datum) {
+  return datum == nullptr || Fails("DVSData_Name") ? "" : DataOf(datum)->name.c_str();
+}
 
 uint32_t DVSData_Data(DVSData* datum, const void** value) {
-  if (datum == nullptr || value == nullptr)
+  if (datum == nullptr || value == nullptr || Fails("DVSData_Data"))
     return 0;
   *value = DataOf(datum)->value.data();
   return static_cast<uint32_t>(DataOf(datum)->value.size());
@@ -238,7 +240,7 @@ uint32_t DVSData_Data(DVSData* datum, const void** value) {
 
 // a: the number of a distributed port. The other arguments mean nothing here.
 DVSPort* DVSState_PortFind(uintptr_t a, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t) {
-  if (FaultOf({"DVSState_PortFind", {}}) != kOk)
+  if (Fails("DVSState_PortFind"))
     return nullptr;
   const std::shared_ptr<Config> loaded = Loaded();
   for (ConfigSwitch& dvs : *loaded) {

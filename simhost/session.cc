@@ -335,6 +335,16 @@ std::uint32_t ChangeHost(const Call& call, Bears bears, const std::function<std:
   });
 }
 
+std::uint32_t FaultOf(const Call& call) {
+  std::uint32_t status = kOk;
+  Guarded([&](Session& session, std::unique_lock<std::mutex>& lock) -> std::uint32_t {
+    Arrive(session);
+    status = TakeFaults(session, lock, call).status.value_or(kOk);
+    return kOk;
+  });
+  return status;
+}
+
 std::int64_t HostNowMs() {
   std::int64_t ms = -1;
   Guarded([&](Session& session, std::unique_lock<std::mutex>&) -> std::uint32_t {

@@ -56,6 +56,10 @@ std::uint32_t ReadHost(const Call& call, Area* answer, const std::function<std::
 // The change is kept if the body answers kOk, and undone otherwise.
 std::uint32_t ChangeHost(const Call& call, Bears bears, const std::function<std::uint32_t(Change&)>& body);
 
+// For an operation that needs nothing of the store: the status of a fault that concerns it, else kOk, also if there is
+// no store.
+std::uint32_t FaultOf(const Call& call);
+
 // Without faults and arguments, for the tool's own entry points.
 std::int64_t HostNowMs();
 std::uint32_t ApplySql(const char* sql);

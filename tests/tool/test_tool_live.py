@@ -256,7 +256,9 @@ def test_a_fault_holds_in_its_time(host):
     "arguments, expected",
     [
         (["Ryn_GetLr0", "--status", "1"], 'did you mean "Ryn_GetLRO"?'),
-        (["Ryn_GetLRO", "--status", "4294967296"], "--status: expected a number from 0 to 4294967295"),
+        (["Ryn_GetLRO", "--status", "4294967296"], "--status: expected a number from 1 to 4294967295"),
+        (["Ryn_GetLRO", "--status", "0"], "--status: expected a number from 1 to 4294967295"),
+        (["DVSQOB_DataFree", "--status", "1"], "has nothing to answer, so it cannot fail"),
         (["Ryn_GetLRO", "--status", "no"], "is not a number"),
         (["Ryn_GetLRO", "--status", "1", "--times", "0"], "--times: expected a number from 1"),
         (["Ryn_GetLRO", "--status", "1", "--probability", "2"], "--probability: expected a number from 0 to 1"),

@@ -81,7 +81,7 @@ def _parser() -> argparse.ArgumentParser:
             help=summary,
             parents=[which, *further],
             allow_abbrev=False,
-            **{"description": summary.capitalize() + ".", **options},
+            **{"description": summary[0].upper() + summary[1:] + ".", **options},
             **raw,
         )
 

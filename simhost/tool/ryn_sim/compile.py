@@ -746,6 +746,9 @@ def conversation_defaults(source: dict, target: dict | None, protocol: int, posi
 
 
 def unknown_operation(operation: str) -> str | None:
+    """Why no fault can be made for this operation or pattern, if none can."""
+    if operation == words.CANNOT_FAIL:
+        return f"{operation} has nothing to answer, so it cannot fail"
     if any(fnmatch.fnmatchcase(known, operation) for known in words.OPERATIONS):
         return None
     return f"there is no operation {shown(operation)}{nearest(operation, words.OPERATIONS)}"

@@ -56,7 +56,7 @@ def _add_fault(store: Store, options) -> None:
     if options.status is None and options.delay is None and options.corrupt is None:
         options.status = _USUAL_STATUS
     for option, number, low, high in (
-        ("--status", options.status, 0, 2**32 - 1),
+        ("--status", options.status, 1, 2**32 - 1),
         ("--times", options.times, 1, 2**63 - 1),
         ("--after", options.after, 0, 2**63 - 1),
         ("--seed", options.seed, 0, 2**63 - 1),

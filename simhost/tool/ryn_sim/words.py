@@ -83,6 +83,7 @@ DVS_ClassName DVS_SwitchId DVSState_HostPropLookup DVSState_GlobalPropLookup DVS
 DVSData_Data DVSState_PortFind DVSQOB_HostPropGet DVSQOB_HostPropSet DVSQOB_PortDataGet DVSQOB_PortDataSet
 DVSQOB_DataFree
 """.split()
+CANNOT_FAIL = "DVSQOB_DataFree"
 
 
 def name_of(table: dict, number: int):
