@@ -61,7 +61,8 @@ def readings(found: Inventory) -> list:
 
 def settings(found: Inventory) -> list:
     """A call of each method that sets or clears something, for one thing of each kind."""
-    calls: list = [["SetFlowTimeout", 7], ["SetLBWeights", *range(8)], ["ResetLBWeights"], ["SetDevAffinity", "lunic0", 0]]
+    calls: list = [["SetFlowTimeout", 7], ["SetLBWeights", *range(8)], ["ResetLBWeights"],
+                   ["SetDevAffinity", "lunic0", 0]]
     calls += [["InitMbufFastslabs"]] if found.switches else []  # without switches nobody serves them
     for sw in found.switches[:1]:
         calls += [["SetSwitchLRO", sw, 0], ["SetUplinkMACLearn", sw, 1], ["SetPanicOnTxHang", sw, 1],
