@@ -18,10 +18,10 @@ inline bool IsSwitch(std::uint32_t swID) { return swID <= kMaxSwitchId; }
 inline bool IsPort(std::uint32_t rynPortID) { return rynPortID <= kMaxPortId; }
 
 // The unit of Python's argument parser for a variable's type. Any other type does not compile.
-constexpr char ArgUnit(const std::uint32_t*) { return 'I'; }  // wraps, no range check
-constexpr char ArgUnit(const long long*) { return 'L'; }
-constexpr char ArgUnit(const char* const*) { return 's'; }  // borrowed from the argument
-constexpr char ArgUnit(PyObject* const*) { return 'O'; }    // borrowed from the argument
+consteval char ArgUnit(const std::uint32_t*) { return 'I'; }  // wraps, no range check
+consteval char ArgUnit(const long long*) { return 'L'; }
+consteval char ArgUnit(const char* const*) { return 's'; }  // borrowed from the argument
+consteval char ArgUnit(PyObject* const*) { return 'O'; }    // borrowed from the argument
 
 // Reads the positional arguments into the variables, whose types spell the format. False with Python's error set when
 // they do not fit; the variables are then not to be read.

@@ -76,11 +76,11 @@ constexpr PyMethodDef kMethods[] = {
 constexpr std::size_t kMethodCount = sizeof(kMethods) / sizeof(kMethods[0]) - 1;
 
 // The handler's address is left to the linker: under a sanitizer it is no constant expression.
-constexpr bool IsComplete(const PyMethodDef& row) {
+consteval bool IsComplete(const PyMethodDef& row) {
   return row.ml_name && row.ml_flags == METH_VARARGS && row.ml_doc && *row.ml_doc;
 }
 
-constexpr bool AllRowsAreComplete() {
+consteval bool AllRowsAreComplete() {
   for (std::size_t i = 0; i < kMethodCount; ++i) {
     if (!IsComplete(kMethods[i]))
       return false;
@@ -88,7 +88,7 @@ constexpr bool AllRowsAreComplete() {
   return true;
 }
 
-constexpr bool NamesAreUnique() {
+consteval bool NamesAreUnique() {
   for (std::size_t i = 0; i < kMethodCount; ++i) {
     for (std::size_t j = 0; j < i; ++j) {
       if (std::string_view(kMethods[i].ml_name) == kMethods[j].ml_name)

@@ -28,7 +28,7 @@ inline Ref Share(PyObject* object) {
 // listing share their keys.
 class Key {
  public:
-  explicit constexpr Key(const char* text) : text_(text) {}
+  explicit consteval Key(const char* text) : text_(text) {}
 
   // Borrowed; null with Python's error set when the str cannot be made, which is tried again at the next use.
   PyObject* Object() {
@@ -77,13 +77,17 @@ inline bool PutItem(PyObject* tuple, std::size_t index, Ref value) {
 inline bool Store(PyObject* dict, Key& key, Ref value) {
   if (!value)
     return ReportNoBuffer();
-  return Put(dict, key, std::move(value)) || ReportNoDictItem();
+  if (Put(dict, key, std::move(value)))
+    return true;
+  return ReportNoDictItem();
 }
 
 inline bool StoreItem(PyObject* list, std::size_t index, Ref value) {
   if (!value)
     return ReportNoBuffer();
-  return PyList_SetItem(list, static_cast<Py_ssize_t>(index), value.release()) == 0 || ReportNoListItem();
+  if (PyList_SetItem(list, static_cast<Py_ssize_t>(index), value.release()) == 0)
+    return true;
+  return ReportNoListItem();
 }
 
 // Creates an empty dict and stores it in a list, or a list of `size` Nones and stores it in a dict, to be filled

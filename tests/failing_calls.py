@@ -18,7 +18,7 @@ from typing import Any, Callable
 import harness
 from branches import branches
 from fault_rules import expected
-from harness import Double, Outcome, capture_stderr, run
+from harness import Double, Outcome, capture_stderr, leave, run
 from method_table import METHODS, Method
 
 
@@ -138,7 +138,7 @@ def in_child(work: Callable[[], Any]) -> Any:
         except BaseException:
             traceback.print_exc()
         finally:
-            os._exit(status)
+            leave(status)
     os.close(writing)
     with os.fdopen(reading, "rb") as pipe:
         answer = pipe.read()

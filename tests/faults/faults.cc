@@ -24,8 +24,7 @@
 
 namespace {
 
-constexpr Py_ssize_t kOff = -2;         // calls pass unseen
-constexpr Py_ssize_t kRecordOnly = -1;  // calls pass and are recorded
+constexpr Py_ssize_t kOff = -2;  // calls pass unseen
 
 struct Event {
   const void* function;
