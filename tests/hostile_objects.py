@@ -212,6 +212,8 @@ def attack() -> None:
     double = harness.set_up()
     import _libryn
 
+    gc.collect()
+    gc.freeze()  # what is there now stays: the collections of the harm need not walk it each time
     attack_numbers(_libryn, double)
     attack_texts(_libryn)
     double.answer("Ryn_Get_LCore_ID_Bitmap", area=u64((1 << 64) - 1))
