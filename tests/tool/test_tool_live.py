@@ -88,6 +88,13 @@ print("null")""",
     assert found["nics"]["lunic1"]["affinity"] == 1
 
 
+def test_an_uplink_is_set_by_its_name(host):
+    host("set", "ports.lunic0.rings={tx: 64, rx: 96}", "ports.dvs-1/1.queues=2")
+    (found,) = on_host(host, "print(json.dumps([[port['numTxQ'] for port in ryn.ListPorts(0)[:2]]]))")
+    assert found == [4, 2]
+    assert "rings: {tx: 64, rx: 96}" in host("export")
+
+
 def test_a_setting_taken_back_is_as_if_never_made(host):
     host("set", "about=the first change also stores where the datapath has placed the ports")
     before = host("export")

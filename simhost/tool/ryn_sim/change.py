@@ -44,7 +44,7 @@ _ELSEWHERE = {
 
 def set_command(options) -> None:
     store = Store(options.path)
-    before = describe(store)
+    before = describe(store, every_port=True)
     after = _copy(before)
     for text in options.settings:
         _set(after, text)

@@ -33,15 +33,19 @@ class _Entry(dict):
             self[key] = value if shown is None else shown(value)
 
 
-def describe(store) -> dict:
-    """The description of the host as it stands: compiled again, it gives the same rows (but for counts and history)."""
+def describe(store, every_port: bool = False) -> dict:
+    """The description of the host as it stands: compiled again, it gives the same rows (but for counts and history).
+
+    every_port: uplinks stand among the ports even if their switch's list of names says all.
+    """
     with store.reading():
-        return _Describer(store).description
+        return _Describer(store, every_port).description
 
 
 class _Describer:
-    def __init__(self, store):
+    def __init__(self, store, every_port: bool):
         self._store = store
+        self._every_port = every_port
         rows = store.rows
         self._switches = {
             row["sw"]: dict(row) for row in rows("SELECT sw.*, alias, class FROM sw JOIN dvs USING (switch_id)")
@@ -151,7 +155,8 @@ class _Describer:
         self._plain_uplinks = {
             sw
             for sw, uplinks in self._uplinks.items()
-            if uplinks == list(range(len(uplinks)))
+            if not self._every_port
+            and uplinks == list(range(len(uplinks)))
             and all(set(self._port(self._ports[sw, port])) <= {"switch", "nic", "port"} for port in uplinks)
         }
         return sorted(dvs, key=lambda row: (numbers.get(row["switch_id"], 16), row["alias"]))
