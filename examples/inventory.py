@@ -6,6 +6,7 @@ reason stands, so a script leaves standard error alone, checks for None, and end
 """
 
 import argparse
+import itertools
 import json
 import sys
 
@@ -31,8 +32,23 @@ def core_numbers(bitmap):
     return [core for core in range(64) if bitmap >> core & 1]
 
 
+def ranges(numbers):
+    """Ascending numbers, neighbours together: 0-3,8-11."""
+    spans = []
+    for number in numbers:
+        if spans and spans[-1][1] == number - 1:
+            spans[-1][1] = number
+        else:
+            spans.append([number, number])
+    return ",".join(f"{first}-{last}" if last > first else str(first) for first, last in spans)
+
+
 def text_of(value):
-    return ",".join(map(str, value)) if isinstance(value, list) else str(value)
+    """A list as its items, with three or more equal ones in a row as 5*3."""
+    if not isinstance(value, list):
+        return str(value)
+    runs = [(item, len(list(run))) for item, run in itertools.groupby(value)]
+    return ",".join(f"{item}*{count}" if count > 2 else ",".join([str(item)] * count) for item, count in runs)
 
 
 def print_table(columns, rows):
@@ -48,7 +64,7 @@ def print_inventory(switches):
     for switch in switches:
         print(
             f"Switch {switch['swID']}, {switch['name']}: {switch['numPorts']} of {switch['maxPorts']} ports"
-            f" ({switch['numActivePorts']} active), MTU {switch['mtu']}, cores {text_of(core_numbers(switch['lcores']))}"
+            f" ({switch['numActivePorts']} active), MTU {switch['mtu']}, cores {ranges(core_numbers(switch['lcores']))}"
         )
         if switch["ports"]:
             print_table(PORT_COLUMNS, switch["ports"])

@@ -1,12 +1,16 @@
 #!/usr/bin/python3
-"""A tour of a simulated host, through _libryn: what is there, what flows, what the balancer does, what a failure looks like.
+"""A tour of a simulated host: what is there, what flows, what the balancer does, what a failure looks like.
 
 Run it on a host of its own, since it changes settings and the clock:
 
     ryn-sim init --host tour
     ryn-sim run --host tour -- examples/tour.py
+
+With --still the host's clock is stepped instead of waited for, so that a new host gives the same figures each time.
 """
 
+import argparse
+import json
 import os
 import pathlib
 import subprocess
@@ -36,6 +40,13 @@ def ryn_sim(*arguments):
     return subprocess.run([TOOL, *arguments], check=True, stdout=subprocess.PIPE, text=True).stdout
 
 
+def stand_still():
+    """Stops the host's clock at the next full minute, so that it does not matter when the host was made."""
+    ryn_sim("clock", "freeze")
+    passed = json.loads(ryn_sim("clock", "--json"))["time"] % 60
+    ryn_sim("clock", "step", f"{60 - passed:.3f}s")
+
+
 def headline(text):
     print(f"\n-- {text} ".ljust(WIDTH, "-"))
 
@@ -63,7 +74,7 @@ def inventory():
     )
 
 
-def rates(seconds=2):
+def rates(still, seconds=2):
     headline(f"Rates over {seconds} seconds: the busiest ports")
     ports = [
         (switch["swID"], port)
@@ -75,11 +86,15 @@ def rates(seconds=2):
         return [ask(_libryn.GetPortStats, number, port["rynPortID"]) for number, port in ports], time.monotonic()
 
     before, begun = read()
-    time.sleep(seconds)
+    if still:
+        ryn_sim("clock", "step", f"{seconds}s")
+    else:
+        time.sleep(seconds)
     after, ended = read()
+    passed = seconds if still else ended - begun
     rows = []
     for (number, port), old, new in zip(ports, before, after):
-        pace = {key: (new[key] - old[key]) / (ended - begun) for key in new}
+        pace = {key: (new[key] - old[key]) / passed for key in new}
         rows.append((pace["txPkts"] + pace["rxPkts"], number, port, pace))
     rows.sort(key=lambda row: -row[0])
     print("switch  port  kind      sent pkt/s     bit/s   received pkt/s     bit/s   slow path pkt/s  drops/s")
@@ -117,7 +132,10 @@ def busiest_flows():
         address = f"{fields[4]} -> {fields[5]}, protocol {fields[6]}, ports {fields[8]} -> {fields[9]}"
         print(f"{packets:10}  switch {number}, core {core:2}  {address}"[:WIDTH])
         # What follows the header of the line are the actions.
-        print("            " + flow["actions"].partition("len:")[2].partition("; ")[2][: WIDTH - 12].rstrip())
+        actions = flow["actions"].partition("len:")[2].partition("; ")[2].rstrip()
+        if len(actions) > WIDTH - 12:
+            actions = actions[: WIDTH - 16].rpartition("; ")[0] + "; ..."
+        print("            " + actions)
 
 
 def core_usage(number):
@@ -152,9 +170,8 @@ def balancer(number=0):
     busy = [
         port["rynPortID"] for port in ask(_libryn.ListPorts, number) if port["clientType"] == "VNIC" and port["numTxQ"]
     ]
-    print(
-        f"Nobody may move anything: the weights of migration are set high. Ports {busy[0]} to {busy[13]} go to core {cores[0]}."
-    )
+    print("Nobody may move anything: the weights of migration are set high.")
+    print(f"Ports {busy[0]} to {busy[13]} go to core {cores[0]}.")
     _libryn.SetLBWeights(-1, 1000000, -1, 1000000, -1, -1, -1, -1)
     for port in busy[:14]:
         _libryn.MigratePort(number, port, cores[0], cores[0], 0)
@@ -176,18 +193,24 @@ def failure():
     result = _libryn.GetPortStats(0, 2)
     print(f"{result!r}")
     print("ryn-sim log")
-    print(ryn_sim("log", "-n", "1"), end="")
+    (line,) = json.loads(ryn_sim("log", "-n", "1", "--json"))
+    print(f"    {line['operation']}({line['arguments']}): {line['what']}")
     ryn_sim("fault", "clear")
 
 
 def main():
+    parser = argparse.ArgumentParser(description="A tour of a simulated host.")
+    parser.add_argument("--still", action="store_true", help="step the clock instead of waiting for it")
+    still = parser.parse_args().still
     if "RYN_SIM_STATE" not in os.environ:
         print("the tour changes the host: run it on a simulated one, with ryn-sim run", file=sys.stderr)
         return 1
     print("This host is simulated: what follows is computed from a description, not measured on hardware.")
     try:
+        if still:
+            stand_still()
         inventory()
-        rates()
+        rates(still)
         busiest_flows()
         balancer()
         failure()

@@ -1,6 +1,7 @@
 """A host in use: what the tool changes is seen by programs, and no counter jumps back."""
 
 import json
+import os
 import pathlib
 import shutil
 import subprocess
@@ -8,6 +9,7 @@ import sys
 import time
 
 import pytest
+import readme
 from simtool import ROOT, Sim
 
 
@@ -414,7 +416,14 @@ def test_the_inventory_is_a_table_or_a_document(host):
     document = json.loads(example(host, "inventory.py", "--json").stdout)
     assert [len(switch["ports"]) for switch in document] == [23, 12]
     assert all(port["hwAddr"] in text for switch in document for port in switch["ports"])
-    assert "cores 0,1,2,3,8,9,10,11" in text
+    assert "cores 0-3,8-11" in text
+
+
+@pytest.mark.parametrize("profile", ["default", "asymmetric", "large"])
+def test_the_inventory_fits_100_columns(live, profile):
+    live("init", profile)
+    lines = example(live, "inventory.py").stdout.splitlines()
+    assert 100 >= max(map(len, lines)) > 80
 
 
 def test_the_inventory_passes_a_failure_on(host):
@@ -453,6 +462,18 @@ def test_the_tour_goes_its_way(live):
     for heading in ("simulated", "Inventory", "Rates", "busiest flows", "load balancer", "A failure", "0x0BAD0001"):
         assert heading in done.stdout
     assert "no port is moved" in done.stdout and "cores [0] -> [" in done.stdout
+
+
+def test_the_readme_shows_the_tour_as_it_is(live):
+    text = readme.README.read_text()
+    shown = text.partition(readme.BEGIN)[2].partition(readme.END)[0]
+    assert 40 < len(shown.splitlines()) < 90 and max(map(len, shown.splitlines())) <= 100
+    environment, os.environ["RYN_SIM_LIBS"] = dict(os.environ), live.environment["RYN_SIM_LIBS"]
+    try:
+        assert readme.with_tour(text, readme.tour()) == text  # else: ./dev demo --readme
+    finally:
+        os.environ.clear()
+        os.environ.update(environment)
 
 
 def test_the_tour_stays_off_a_host_that_is_real():

@@ -55,6 +55,8 @@ def _change(store: Store, running: bool | None, speed: int | None = None, ahead:
         if base >= 1 << 62:
             raise BadInput("clock: that is more than the clock can count (about 146 years)")
         mode = "run" if (ran if running is None else running) else "freeze"
+        if mode == "freeze":  # at a full millisecond, which is as exact as its time is shown
+            base = -(-base // 10**6) * 10**6
         db.execute(
             "UPDATE clock SET mode = ?, base_wall_ns = ?, base_host_ns = ?, speed_permille = ?",
             (mode, wall, base, speed or row["speed_permille"]),
