@@ -58,22 +58,6 @@ constexpr std::size_t kRouterStride = 32;
 constexpr std::uint32_t kMostRouters = 12;
 constexpr std::size_t kLongestActionText = 500;  // readers have room for 511 characters
 
-enum Action : std::uint32_t {
-  kInputChildPort = 1U << 2,
-  kLro = 1U << 3,
-  kDrop = 1U << 5,
-  kHasDestination = 1U << 7,
-  kSlowPath = 1U << 8,
-  kInsertVlan = 1U << 10,
-  kRemoveVlan = 1U << 11,
-  kInsertPriority = 1U << 12,
-  kVdr = 1U << 18,
-  kHasVni = 1U << 20,
-  kEncap = 1U << 21,
-  kDecap = 1U << 22,
-  kSetOutputVlan = 1U << 28
-};
-
 // What a path's flows are at one moment: some of the lasting ones, numbered from `first` on and around, then short
 // ones.
 struct LiveFlows {

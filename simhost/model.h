@@ -146,6 +146,23 @@ struct MacCandidate {
 
 enum class Delivery { kUnicast, kMulticast, kBroadcast };
 
+// What a flow's entry says shall happen to its packets, those of the platform's bits that mean something here.
+enum FlowAction : std::uint32_t {
+  kInputChildPort = 1U << 2,
+  kLro = 1U << 3,
+  kDrop = 1U << 5,
+  kHasDestination = 1U << 7,
+  kSlowPath = 1U << 8,
+  kInsertVlan = 1U << 10,
+  kRemoveVlan = 1U << 11,
+  kInsertPriority = 1U << 12,
+  kVdr = 1U << 18,
+  kHasVni = 1U << 20,
+  kEncap = 1U << 21,
+  kDecap = 1U << 22,
+  kSetOutputVlan = 1U << 28
+};
+
 struct Conversation {
   int id = 0;
   int sw = 0;

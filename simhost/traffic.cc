@@ -207,7 +207,7 @@ class Builder {
       const Port& in = PortAt(path.in);
       const std::uint32_t size = talk.size[Index(path.back)];
       path.oversize = size > sw.mtu + 18;
-      path.slow_permille = talk.slow_permille;
+      path.slow_permille = (talk.actions & kSlowPath) != 0 ? 1000 : talk.slow_permille;
       if (talk.delivery != Delivery::kUnicast)
         path.slow_permille = std::max<std::uint64_t>(path.slow_permille, 200);
       if (in.IsUplink())
@@ -225,7 +225,7 @@ class Builder {
         } else {
           far |= model_.NodeOfCore(out.rx_core) != in_node;
         }
-        path.out_drop_ppm.push_back(SendLossPpm(out));
+        path.out_drop_ppm.push_back((talk.actions & kDrop) != 0 ? kMillion : SendLossPpm(out));
         const std::uint64_t whole = CostNs(sw, CoreTo(out), false);
         path.out_fast_ns.push_back(whole * 3 / 10);
         path.out_slow_half_ns.push_back(whole * 3 / 10 * kSlowCost / 2);

@@ -164,6 +164,25 @@ traffic:
     assert slow["txFifoErrors"] == slow["txDrops"] and slow["rxFifoErrors"] == slow["rxDrops"]
 
 
+def test_flows_do_what_their_actions_say(tmp_path, processes):
+    description = """
+host: h
+numa: [{lcores: [0, 1]}]
+nics: {n0: {numa: 0}}
+switches: [{alias: s, uplinks: [n0]}]
+ports: [{switch: s, vm: a}, {switch: s, vm: b}, {switch: s, vm: c}]
+traffic:
+  - {from: a, to: b, pps: 1000, size: 100, actions: [DROP]}
+  - {from: a, to: c, pps: 1000, size: 100, actions: [SP]}
+"""
+    host = simulated.Host(simulated.make(tmp_path / "host.db", description), *processes)
+    dropped, slow = growth(host, 10, "GetPortStats", 0, 2), growth(host, 10, "GetPortStats", 0, 3)
+    assert (dropped["rxPkts"], dropped["rxDrops"] + dropped["spRxDrops"]) == (0, 10_000)
+    assert (slow["rxPkts"], slow["spRxPkts"]) == (0, 10_000)
+    flows = [flow["actions"] for core in (0, 1) for flow in host.DumpFlowTable(0, core, 0, 0)["list"]]
+    assert sorted(flow.rpartition("; ")[0].rpartition("; ")[2] for flow in flows) == ["DROP", "SP"]
+
+
 # Two machines that talk to each other and to the world, one that listens, and sessions that may copy it to them.
 MIRRORED = """
 host: h

@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 import shutil
 import sqlite3
 import subprocess
@@ -283,6 +284,17 @@ def test_the_documentation_names_every_key_and_command(sim):
     for command in COMMANDS:
         assert f"| `{command}" in text and f".B {command}" in manual
     assert [profile.stem for profile in PROFILES.glob("*.yaml") if f"| `{profile.stem}` |" not in text] == []
+
+
+def test_the_page_on_the_model_says_what_each_setting_does():
+    text = (ROOT / "docs" / "simulated-host.md").read_text()
+    table = text.partition("## What settings do\n")[2].partition("\n## ")[0]
+    methods = set(re.findall(r"^def (\w+)", (ROOT / "stubs" / "_libryn-stubs" / "__init__.pyi").read_text(), re.M))
+    verbs = ("Set", "Enable", "Clear", "Reset", "Migrate", "Unpin", "Init")
+    changing = {name for name in methods if name.startswith(verbs)}
+    # What clears and resets without a word about it there: MAC tables and weights
+    left_out = {"ClearPortMACTable", "ClearSwitchMACTable", "ResetLBWeights"}
+    assert changing - set(re.findall(r"`(\w+)`", table)) == left_out
 
 
 def test_the_version_is_the_projects(sim):
