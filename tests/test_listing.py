@@ -306,6 +306,9 @@ def test_every_byte_of_a_mac_address_is_two_lower_case_digits(ryn, double):
             rows = listed(ryn, double, port_area(*records))
             assert [row["hwAddr"] for row in rows] == [
                 ":".join(["00"] * place + ["%02x" % (half + i)] + ["00"] * (5 - place)) for i in range(128)]
+            # Made in place: the str must know by itself that it is plain ASCII
+            assert {(row["hwAddr"].isascii(), sys.getsizeof(row["hwAddr"])) for row in rows} == {
+                (True, sys.getsizeof("00:00:00:00:00:00"))}
 
 
 @pytest.mark.parametrize("status", [1, 0x0BAD0007, 0x80000000, 0xFFFFFFFF])
