@@ -1,9 +1,12 @@
-"""The module as the loader and the interpreter take it in: modes of loading, missing operations, threads, stacks."""
+"""The module as the loader and the interpreter take it in: modes of loading, missing operations, threads, stacks; and
+what native code sees of it, against reviewed lists.
+"""
 
 from __future__ import annotations
 
 import os
 import re
+import shutil
 import subprocess
 import sys
 from pathlib import Path
@@ -12,6 +15,7 @@ import pytest
 
 from harness import Double, python
 from test_hostile import UNDER_ASAN
+from test_module import plain_build  # noqa: F401, a fixture
 
 ROOT = Path(__file__).parents[1]
 
@@ -150,3 +154,50 @@ print("unharmed")
 """
     done = python(code)
     assert (done.returncode, done.stdout, done.stderr) == (0, "unharmed\n", "")
+
+
+# What it takes from others, and how its entry points are called
+
+
+def test_takes_what_was_reviewed(plain_build):  # noqa: F811
+    """tests/imports.txt holds all that the module may take; what a sanitizer, a new compiler or a slip adds fails."""
+    listing = subprocess.run(["nm", "-D", "--undefined-only", "--format=posix", plain_build], check=True, text=True,
+                             capture_output=True).stdout
+    taken = {line.split()[0].split("@")[0] for line in listing.splitlines()}
+    reviewed = set((ROOT / "tests/imports.txt").read_text().split())
+    assert taken - reviewed == set()
+    assert "__stack_chk_fail" in taken  # the stack is guarded
+    if sys.version_info[:2] == (3, 11):  # others have functions of other names
+        assert reviewed - taken == set()
+
+
+ABI = ROOT / "tests/exports.abi"
+IGNORED = ["--suppressions", ROOT / "tests/exports.abignore"]
+ABIDW = ["abidw", "--exported-interfaces-only", "--no-corpus-path", "--no-show-locs", "--no-comp-dir-path",
+         "--no-architecture", "--no-elf-needed", "--drop-undefined-syms", "--type-id-style", "hash", *IGNORED]
+
+
+def difference(reference: Path, seen: Path) -> str:
+    """What native callers would notice, or nothing."""
+    done = subprocess.run(["abidiff", *IGNORED, reference, seen], text=True, capture_output=True)
+    assert done.returncode & 3 == 0, done.stderr  # the tool itself failed
+    return done.stdout if done.returncode else ""
+
+
+def test_entry_points_are_called_as_before(plain_build, tmp_path: Path):  # noqa: F811
+    """Their prototypes, from the debug information, against the kept reference.
+
+    A change that is meant is taken over with: abidw with the options above, --out-file tests/exports.abi MODULE
+    """
+    if shutil.which("abidiff") is None:
+        pytest.skip("abidiff is not there: ./dev test installs abigail-tools")
+    seen = tmp_path / "seen.abi"
+    subprocess.run([*ABIDW, "--out-file", seen, plain_build], check=True)
+    assert difference(ABI, seen) == ""
+
+    text = ABI.read_text()
+    for old, new in [("name='FlagsToStr'", "name='FlagsToString'"), ("size-in-bits='16' id=", "size-in-bits='32' id="),
+                     ("      <parameter type-id='eaa32e2f' name='key'/>\n", "")]:
+        other = tmp_path / "other.abi"
+        other.write_text(text.replace(old, new))
+        assert text != other.read_text() and difference(other, seen) != ""

@@ -9,6 +9,7 @@ from hypothesis import HealthCheck, settings, strategies as st
 from hypothesis.stateful import RuleBasedStateMachine, initialize, invariant, rule, run_state_machine_as_test
 
 import simulated
+from hostile_answers import SOAK
 
 FLOW_COUNTERS = ("hits", "miss", "fpoHits", "localHits", "keyInsertFailCount")
 
@@ -290,5 +291,6 @@ class Changes(RuleBasedStateMachine):
 
 def test_any_sequence_of_changes(template, processes):
     machine = type("ChangesHere", (Changes,), {"template": template, "processes": processes})
-    run_state_machine_as_test(machine, settings=settings(max_examples=15, stateful_step_count=12, deadline=None,
-                                                         suppress_health_check=list(HealthCheck)))
+    run_state_machine_as_test(machine, settings=settings(
+        max_examples=300 if SOAK else 15, stateful_step_count=12, deadline=None,
+        suppress_health_check=list(HealthCheck)))

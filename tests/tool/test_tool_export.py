@@ -5,6 +5,7 @@ import json
 import sqlite3
 
 import pytest
+from hostile_answers import SOAK
 from simtool import PROFILES, ROOT
 from hypothesis import HealthCheck, given, settings
 from hypothesis import strategies as st
@@ -205,7 +206,7 @@ def descriptions(draw):
     return host
 
 
-@settings(max_examples=100, deadline=None, suppress_health_check=list(HealthCheck))
+@settings(max_examples=2000 if SOAK else 100, deadline=None, suppress_health_check=list(HealthCheck))
 @given(description=descriptions())
 def test_any_host_comes_back_as_it_was(tmp_path_factory, description):
     text = export.to_yaml(description)
