@@ -9,6 +9,7 @@ from types import SimpleNamespace
 import pytest
 
 import flow
+from harness import python
 
 GUARD = 0xA5
 
@@ -359,3 +360,54 @@ def test_statistics_are_cut_at_any_size(render, flags):
     for size in range(1, 100):
         text, result = render.stats(record, size)
         assert (text, result) == (flow.stats_text(record)[:size - 1], 0 if flags else 14)
+
+
+# ---- What is read ---------------------------------------------------------------------------------------------------
+
+TO_THE_LAST_BYTE = """
+import ctypes, mmap
+import _libryn, flow
+
+area = mmap.mmap(-1, 3 * mmap.PAGESIZE)
+start = ctypes.addressof(ctypes.c_char.from_buffer(area))
+end = start + 2 * mmap.PAGESIZE
+libc = ctypes.CDLL(None)
+libc.mprotect.argtypes = [ctypes.c_void_p, ctypes.c_size_t, ctypes.c_int]
+assert libc.mprotect(end, mmap.PAGESIZE, 0) == 0
+native = ctypes.PyDLL(_libryn.__file__)
+text = ctypes.create_string_buffer(1 << 15)
+
+def ends_here(record):
+    ctypes.memmove(end - len(record), record, len(record))
+    return ctypes.c_void_p(end - len(record))
+
+def check(size, **fields):
+    record = flow.actions(**fields)[:size]
+    assert native.FCActionsToStr(ends_here(record), text, 1 << 15, 0) == 0
+    assert text.value.decode() == flow.actions_line(record)[0]
+    print(text.value.decode().split("; ", 1)[1].strip())
+
+check(72, bitmap=0xFFFFFFFF & ~0x10341424)
+check(73, bitmap=1 << 12, pi=1)
+check(76, bitmap=1 << 10, vi=2)
+check(80, bitmap=1 << 20, vni=3)
+check(118, bitmap=1 << 2, child_port=4)
+check(120, bitmap=1 << 28, output_vlan=5)
+check(247, bitmap=1 << 21, encap_vni=6)
+check(257, bitmap=1 << 18)
+check(278 + 32, bitmap=1 << 18, instances=[7, 8])
+native.FCActionsStatsToStr(ends_here(flow.actions(flags=8)[:62]), text, 128)
+print(text.value.decode())
+native.FCFlowKeyToStr(ends_here(flow.key()), text)
+"""
+
+
+def test_record_is_read_no_further_than_what_its_actions_show(ryn):
+    """A native caller's record may end with the last field that its bits name."""
+    done = python(TO_THE_LAST_BYTE)
+    assert (done.returncode, done.stderr) == (0, "")
+    assert done.stdout.splitlines() == [
+        "LRO; IPFIX Ingress; DFW on srcPort; SP; VR; PR; GVLAN Insert; DECAP; GVLAN Remove; IPFIX Egress; "
+        "DFW on dstPort;",
+        "PI: 1;", "VI: 2;", "VNI: 3;", "KCPInputChildPort: 4;", "KCPOutputVLAN: 5;", "VNI: 0; ENCAP VNI: 6;",
+        "VDR inst: 0;", "VDR inst: 2; INST 1: 0x7; INST 2: 0x8;", "pktsSinceLastFlush:0 bytesSinceLastFlush:0"]
