@@ -133,6 +133,17 @@ def test_whatever_the_status_of_the_read_the_datapath_stands_in(ryn, double, cur
     assert run(ryn.GetLBParams, dvs) == Outcome(params(80, 20, 10, 5))
 
 
+@every_method
+def test_a_block_that_comes_with_a_failed_read_is_neither_looked_at_nor_released(ryn, double, current, name, arguments,
+                                                                                failure):
+    dvs = current(1, 80, 20, 10, 5)
+    double.answer("DVSQOB_HostPropGet", status=MISSING, area=u32(1, 2, 3, 4, 5))
+    assert run(getattr(ryn, name), dvs, *arguments) == Outcome(
+        {"GetLBAlgorithm": "cpu", "GetLBParams": params(80, 20, 10, 5)}.get(name, True))
+    assert double.calls()[:len(FALLBACK)] == FALLBACK
+    assert "DVSQOB_DataFree" not in double.ops()
+
+
 @pytest.mark.parametrize("version", [1, 0x80000000, 0xFFFFFFFF])
 def test_the_version_of_the_datapath_is_not_looked_at_and_is_written_as_0(ryn, double, current, version):
     dvs = current(2, 80, 20, 10, 5, version=version)

@@ -262,10 +262,20 @@ def test_last_vertex_may_end_with_the_area(dump):
     assert dump(exact.u32(8 + 12, 1)) == Outcome(HEADINGS)  # one edge more
 
 
+def test_last_vertex_may_end_with_the_area_without_an_edge(dump):
+    first = [vertex(1, out=[(4, 5, 6)] * 334), vertex(2), vertex(3)]
+    assert 8 + sum(map(len, first)) + VERTEX == AREA
+    area = snapshot([], [*first, vertex(9)])
+    assert dump(area) == Outcome(full_text(area))
+    assert dump(area).value.endswith("\n[ 9 WID:         0 Num:  0 F:       0] <-\n")
+
+
 @pytest.mark.parametrize("out, into", [
     (336, 0), (0, 336), (1, 335), (168, 168), (0xFFFFFFFF, 0), (0, 0xFFFFFFFF), (0xFFFFFFFF, 1),
     (0x80000000, 0x80000000), (0xFFFFFFFF, 0xFFFFFFFF),
-    (0x15555556, 0), (0x15555555, 1),  # 12 times the count wraps in 32 bits
+    # 12 times the count wraps in 32 bits, to an end inside the area
+    (0x15555556, 0), (0, 0x15555556), (0x40000000, 0), (0, 0x40000000), (0x15555556, 0x15555556),
+    (0x15555555, 1), (1, 0x15555555),
 ])
 def test_vertex_whose_edges_reach_past_the_area_ends_the_walk(dump, out, into):
     area = snapshot([group(3)], [vertex(8)], vertex_count=5)
@@ -283,10 +293,13 @@ def test_vertices_start_behind_the_groups_that_the_count_tells_of(dump):
     assert dump(area).value.endswith("\nVeticies and Edges\n")
 
 
-@pytest.mark.parametrize("groups", [0x0DD67C8A, 0x06EB3E45, 0xFFFFFFFF])
-def test_place_of_the_vertices_does_not_wrap(dump, groups):
-    # 37 times the first count is 2 in 32 bits
+@pytest.mark.parametrize("groups, place", [(0x2298375A, 2), (0x8A60DD68, 8), (0x5306EB40, 64), (0xFFFFFFFF, None)])
+def test_place_of_the_vertices_does_not_wrap(dump, groups, place):
+    """In 32 bits, 37 times the first counts comes to a place inside the area, and there a vertex lies."""
     area = snapshot([], group_count=groups, vertex_count=1)
+    if place is not None:
+        assert groups * GROUP % (1 << 32) == place
+        area.raw(8 + place, vertex(77))
     assert dump(area).value.endswith("\nVeticies and Edges\n")
 
 

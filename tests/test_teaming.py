@@ -150,6 +150,14 @@ def test_burst_size_of_the_datapath(double, get, status):
 
 
 @both
+def test_a_block_that_comes_with_a_failed_read_is_neither_looked_at_nor_released(double, get, setting):
+    double.answer("DVSQOB_HostPropGet", status=MISSING, area=u32(1, 2, 3))
+    double.answer(setting.datapath.op, area=b"\1")
+    assert get(setting) == Outcome(True if setting is TEAMING else 1)
+    assert double.calls() == setting.fallback()
+
+
+@both
 def test_a_datapath_that_fills_nothing(double, get, setting):
     double.answer("DVSQOB_HostPropGet", status=MISSING)
     assert get(setting) == Outcome(False if setting is TEAMING else 0)
