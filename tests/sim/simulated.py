@@ -5,6 +5,7 @@ from __future__ import annotations
 import contextlib
 import json
 import os
+import select
 import signal
 import sqlite3
 import subprocess
@@ -20,6 +21,7 @@ sys.path.insert(0, str(ROOT / "simhost" / "tool"))
 # The default profile's switches and ports, as the tests use them
 SWITCHES = ("dvs-1", "dvs-2")
 START_MS = 3_600_000
+PATIENCE_S = 120
 
 
 def environment(**more: str) -> dict[str, str]:
@@ -49,6 +51,8 @@ class Process:
         self._child.stdin.flush()
 
     def receive(self) -> list:
+        if not select.select([self._child.stdout], [], [], PATIENCE_S)[0]:
+            raise RuntimeError(f"no answer within {PATIENCE_S} seconds")
         line = self._child.stdout.readline()
         if not line:
             raise RuntimeError(f"the process ended with {self._child.wait()}")

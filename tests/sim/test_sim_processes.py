@@ -1,8 +1,12 @@
 """Several processes share one host; any of them may die at any moment."""
 
 import contextlib
+import random
 import sqlite3
+import subprocess
+import sys
 import time
+from pathlib import Path
 
 import pytest
 
@@ -93,42 +97,90 @@ def test_a_reader_does_not_write(host):
         assert (watcher.execute("PRAGMA data_version").fetchone(), version()) == before
 
 
-def test_a_killed_writer_leaves_a_good_store(host):
-    """Kills a process in the middle of its writing, again and again."""
+# Sets three things to the same number, says so, and goes on with the next number.
+COUNTING = """
+import os, _libryn
+n = 0
+while True:
+    n += 1
+    _libryn.SetLBWeights(*[n] * 8)
+    _libryn.SetSwitchBurstSize("dvs-1", n)
+    _libryn.SetFlowTimeout(n)
+    os.write(1, b"%d\\n" % n)
+"""
+
+
+def start(code: str, host: Path) -> subprocess.Popen:
+    return subprocess.Popen([sys.executable, "-c", code], stdout=subprocess.PIPE,
+                            env=simulated.environment(RYN_SIM_STATE=str(host)))
+
+
+def test_a_killed_writer_loses_no_setting_that_it_had_finished(host):
     host.run()
+    chance = random.Random(5)
     last = host.GetPortStats(0, 2)["txPkts"]
-    for attempt in range(12):
-        victim = simulated.Process(host.state)
-        victim.calls(host.state, [["now_ms"]])
-        victim.send(host.state, [["SetPortLRO", 0, 2 + n % 8, n % 2] for n in range(5000)])
-        time.sleep(0.01 + attempt * 0.007)
-        victim.kill()
+    for _ in range(20):
+        with start(COUNTING, host.state) as victim:
+            done = victim.stdout.readline()
+            time.sleep(chance.uniform(0, 0.03))
+            victim.kill()
+            done += victim.stdout.read()
+        finished = int(done.splitlines()[-1])
         assert host.rows("PRAGMA integrity_check") == [("ok",)]
-        host.SetFlowTimeout(attempt + 1)
-        assert host.elsewhere("GetFlowTimeout") == attempt + 1
+        weights = {row["weight"] for row in host.GetLBWeights()}
+        assert weights in ({finished}, {finished + 1})  # all of them, or none
+        assert host.GetSwitchBurstSize("dvs-1") in (finished, finished + 1)
+        assert host.elsewhere("GetFlowTimeout") in (finished, finished + 1)
         now = host.GetPortStats(0, 2)["txPkts"]
         assert now >= last
         last = now
 
 
+def test_a_host_is_made_whole_or_not_at_all(tmp_path):
+    """Kills processes while they make a host."""
+    chance = random.Random(6)
+    half_made = 0
+    for attempt in range(10):
+        path = tmp_path / str(attempt) / "host.db"
+        with start("import _libryn", path) as victim:
+            while not path.parent.exists() and victim.poll() is None:
+                pass
+            time.sleep(chance.uniform(0, 0.005))
+            victim.kill()
+        half_made += not path.exists()
+        late = simulated.Process(path)
+        try:
+            assert [switch["swID"] for switch in late.calls(path, [["ListSwitches"]])[0]] == [0, 1]
+        finally:
+            late.close()
+    assert half_made > 0
+
+
 def test_eight_processes_at_once(host):
+    """Readers and writers, with a look of the balancer every 100 ms and a fault that counts all calls."""
+    host.apply("UPDATE balancer SET period_ms = 100")
+    host.apply("INSERT INTO fault (operation, delay_ms, probability_ppm) VALUES ('Ryn_GetLRO', 1, 0)")
     host.run()
     processes = [simulated.Process(host.state) for _ in range(8)]
     try:
         for number, process in enumerate(processes):
             calls: list = []
             for n in range(40):
-                calls += [["SetPortLRO", 0, 2 + number, n % 2], ["GetPortLRO", 0, 2 + number], ["GetPortStats", 0, 2]]
+                calls += [["SetPortLRO", 0, 2 + number, n % 2], ["GetPortLRO", 0, 2 + number], ["GetPortStats", 0, 2],
+                          ["SetPortTxUplink", 0, 2 + number, {"txType": "LAG", "txUplinks": [n % 2]}],
+                          ["GetPortTxUplink", 0, 2 + number]]
             process.send(host.state, calls)
         for process in processes:
             values = process.receive()
             assert process.stderr == ""
-            assert values[1::3] == [bool(n % 2) for n in range(40)]  # nobody's setting is lost
-            counts = [stats["txPkts"] for stats in values[2::3]]
+            assert values[1::5] == [bool(n % 2) for n in range(40)]  # nobody's setting is lost
+            assert [policy["txUplinks"] for policy in values[4::5]] == [[n % 2] for n in range(40)]
+            counts = [stats["txPkts"] for stats in values[2::5]]
             assert counts == sorted(counts)
     finally:
         for process in processes:
             process.close()
+    assert host.rows("SELECT calls, hits FROM fault") == [(8 * 40, 0)]
     assert host.rows("PRAGMA integrity_check") == [("ok",)]
 
 
