@@ -44,7 +44,6 @@ const char* GlobalText(const char* switchId, const char* key) {
 }
 
 struct Search {
-  bool found = false;
   const char* portsetName = nullptr;
   char alias[LIBRYN_ALIAS_SIZE] = {};
 };
@@ -59,7 +58,6 @@ int MatchPortset(DVSSwitch* dvs, void* context) {
   if (!portset || std::strncmp(portset, search.portsetName, std::strlen(portset)) != 0)
     return 0;
 
-  search.found = true;
   if (const char* const alias = GlobalText(switchId, kAliasKey)) {
     // Deliberate: no terminator is copied, so a shorter alias keeps the tail of a longer one found before it.
     std::memcpy(search.alias, alias, strnlen(alias, sizeof(search.alias)));
@@ -105,7 +103,7 @@ std::uint32_t DVSPortsetNameToAlias(const char* portsetName, char* alias) {
   Search search;
   search.portsetName = portsetName;
   DVSState_SwitchForEach(MatchPortset, &search);
-  CopyText(alias, search.found ? search.alias : "", LIBRYN_ALIAS_SIZE);
+  CopyText(alias, search.alias, LIBRYN_ALIAS_SIZE);  // all zeros when nothing matched
   return 0;
 }
 

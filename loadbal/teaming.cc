@@ -34,7 +34,7 @@ PyObject* PyRYN_SetSwitchNUMATeam(PyObject*, PyObject* args) {
   if (!ParseArgs(args, &alias, &setting))
     return NoneAfter("TypeError: Invalid parameter passed.\n");
   // Deliberate: only the low 8 bits of the setting are stored, so 256 switches it off.
-  Teaming teaming = {0, static_cast<std::uint8_t>(setting)};
+  Teaming teaming = {.version = 0, .numaAware = static_cast<std::uint8_t>(setting)};
   WriteSetting(alias, kTeamingProperty, &teaming);
   return None();
 }
@@ -56,7 +56,7 @@ PyObject* PyRYN_SetSwitchBurstSize(PyObject*, PyObject* args) {
   std::uint32_t packets;
   if (!ParseArgs(args, &alias, &packets))
     return NoneAfter("TypeError: Invalid parameter passed.\n");
-  BurstSize burst = {0, packets};
+  BurstSize burst = {.version = 0, .packets = packets};
   WriteSetting(alias, kBurstSizeProperty, &burst);
   return None();
 }

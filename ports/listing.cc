@@ -1,6 +1,8 @@
 // ListSwitches, ListPorts: the inventory of the datapath.
 
 #include <algorithm>
+#include <cstdint>
+#include <string_view>
 
 #include "module/call.h"
 #include "module/native.h"
