@@ -40,7 +40,8 @@ def descriptions(draw, identifiers: dict) -> dict:
         machines = [f"vm-{n}-{m}" for m in range(draw(st.integers(1, 5)))]
         switch: dict = {
             "alias": alias, "name": alias + "-set", "id": identifiers[alias], "uplinks": uplinks,
-            "mtu": draw(st.sampled_from((1500, 9000))), "marker": "poll", "flow_cache": draw(st.booleans()), "numa_team": draw(st.booleans()),
+            "mtu": draw(st.sampled_from((1500, 9000))), "marker": "poll",
+            "flow_cache": draw(st.booleans()), "numa_team": draw(st.booleans()),
             "burst": draw(st.sampled_from((1, 32, 64))), "mac_limit": draw(st.sampled_from((3, 65536))),
             "balancer": {"metric": draw(st.sampled_from(("none", "cpu", "count"))), "high": 30, "low": 20, "pause": 1}}
         if draw(st.booleans()):
