@@ -461,8 +461,13 @@ int Model::NodeOfCore(int id) const {
   return core != nullptr ? core->node : -1;
 }
 
+bool Model::IsOn(const Conversation& talk) const {
+  const Pattern& pattern = talk.pattern[0];
+  return pattern.start_ms <= segment_ms && (!pattern.stop_ms || segment_ms < *pattern.stop_ms);
+}
+
 std::int64_t Model::NextDueMs() const {
-  std::int64_t due = balancer.tick_ms + balancer.period_ms;
+  std::int64_t due = std::min(balancer.tick_ms + balancer.period_ms, next_turn_ms);
   for (const Event& event : events) {
     if (event.stage == kEventAhead)
       due = std::min(due, event.from_ms);

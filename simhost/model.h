@@ -352,6 +352,7 @@ struct Model {
 
   // Derived
   std::vector<Path> paths;
+  std::int64_t next_turn_ms = 0;                     // when a conversation begins or ends next
   std::vector<std::vector<int>> paths_of_port;       // by port index
   std::vector<std::vector<int>> paths_of_flow_core;  // by switch * kCores + core of the port they come in by
   mutable std::map<int, std::vector<MacCandidate>> mac_cache;
@@ -364,7 +365,8 @@ struct Model {
   int FindNic(std::string_view name) const;                   // -1: no such device
   const Core* FindCore(std::uint32_t id) const;
   int NodeOfCore(int id) const;
-  std::int64_t NextDueMs() const;  // when something happens by itself next
+  bool IsOn(const Conversation& talk) const;  // in this segment; it begins and ends with one
+  std::int64_t NextDueMs() const;             // when something happens by itself next
 };
 
 // An address of the simulation's own making; the same arguments give the same address.

@@ -149,6 +149,9 @@ void ReplayTimeline(Store& store, Model& model, std::int64_t ms) {
     }
     if (next != nullptr) {
       MoveEvent(store, model, *next, due);
+    } else if (due == model.next_turn_ms) {
+      CloseSegment(model, due);
+      BuildPaths(model);
     } else if (due < model.segment_ms) {
       // Counts before the segment are not known any more: look again at its start.
       LookWithoutMoving(model, due);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <set>
 
 namespace simhost {
@@ -313,6 +314,8 @@ class Builder {
   // Mean packets per 1000 s of a path: what it is offered, and what of it gets in.
   std::uint64_t MilliPps(const Path& path) const {
     const Conversation& talk = model_.conversations[Index(path.conversation)];
+    if (!model_.IsOn(talk))
+      return 0;
     return Share(static_cast<std::uint64_t>(talk.pattern[Index(path.back)].milli_pps), path.flows, talk.flows);
   }
   std::uint64_t Arriving(const Path& path) const {
@@ -567,6 +570,14 @@ void BuildPaths(Model& model) {
   model.paths_of_port.assign(model.ports.size(), {});
   model.paths_of_flow_core.assign(kSwitches * kCores, {});
   Builder(model).Build();
+
+  model.next_turn_ms = std::numeric_limits<std::int64_t>::max();
+  for (const Conversation& talk : model.conversations) {
+    for (const std::int64_t turn : {talk.pattern[0].start_ms, talk.pattern[0].stop_ms.value_or(0)}) {
+      if (turn > model.segment_ms)
+        model.next_turn_ms = std::min(model.next_turn_ms, turn);
+    }
+  }
 }
 
 std::uint64_t Offered(const Model& model, const Path& path, std::int64_t ms) {

@@ -164,6 +164,25 @@ traffic:
     assert slow["txFifoErrors"] == slow["txDrops"] and slow["rxFifoErrors"] == slow["rxDrops"]
 
 
+def test_a_conversation_weighs_on_its_core_while_it_lasts(tmp_path, processes):
+    description = """
+host: h
+numa: [{lcores: [0], capacity: 1M}]
+switches: [{alias: s}]
+ports: [{switch: s, vm: a}, {switch: s, vm: b}]
+traffic:
+  - {from: a, to: b, pps: 600k, size: 100, dport: 1}
+  - {from: a, to: b, pps: 600k, size: 100, dport: 2, start: 10s, stop: 20s}
+"""
+    host = simulated.Host(simulated.make(tmp_path / "host.db", description), *processes)
+    drops = [growth(host, 10, "GetPortStats", 0, 0)["txDrops"] for _ in range(3)]
+    assert drops[0] == drops[2] == 0 and drops[1] > 1_000_000
+    # Nobody looked in between, and the figures are the same.
+    late = simulated.Host(simulated.make(tmp_path / "late.db", description), *processes)
+    late.step(30)
+    assert late.GetPortStats(0, 0) == host.GetPortStats(0, 0)
+
+
 def test_flows_do_what_their_actions_say(tmp_path, processes):
     description = """
 host: h

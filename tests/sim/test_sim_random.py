@@ -176,7 +176,7 @@ class Host(simulated.Host):
     def check(self) -> None:
         figures = Figures(self)
         now = figures.counters()
-        fallen = [name for name in now if now[name] < self.last[name]
+        fallen = [name for name in now if now[name] < self.last.get(name, 0)
                   and name[1] != "flow"  # those show their low 32 bits only
                   and name[0] not in self.reset]
         assert fallen == []
