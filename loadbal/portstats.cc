@@ -17,57 +17,56 @@ std::uint64_t LoadUnits(std::uint64_t work) { return (work + kLoadUnit - 1) / kL
 // A difference of marks in units of 2 to the power 20, rounded up.
 std::uint64_t RoundedDifference(std::uint64_t now, std::uint64_t before) { return (now + 0xFFFFF - before) >> 20; }
 
-// What a counter's share of the work of a core makes of the core's usage, times `scale`.
-std::uint64_t Usage(const LBCoreRecord (&cores)[kMaxStatsCores], std::uint32_t core, std::uint64_t counter,
-                    std::uint64_t scale) {
-  if (core >= kMaxStatsCores)
-    return 0;
-  const LBCoreRecord& record = cores[core];
-  const std::uint64_t period = RoundedDifference(record.timeNow, record.timeBefore);
-  const std::uint64_t busy = RoundedDifference(record.busyNow, record.busyBefore);
-  const std::uint64_t divisor = period * record.workTotal;  // may wrap, to 0 as well
-  return divisor == 0 ? 0 : busy * scale * counter / divisor;
-}
+// What turns a counter of work into a share of a core's usage: times the core's busy time, by the divisor.
+struct CoreShare {
+  std::uint64_t busy;
+  std::uint64_t divisor;  // may have wrapped, to 0 as well
 
-Ref UnsignedInt(std::uint64_t figure) { return Ref(PyLong_FromUnsignedLong(figure)); }
+  std::uint64_t Usage(std::uint64_t counter, std::uint64_t scale) const {
+    return divisor == 0 ? 0 : busy * scale * counter / divisor;
+  }
+};
+
+CoreShare ShareOf(const LBCoreRecord (&cores)[kMaxStatsCores], std::uint32_t core) {
+  if (core >= kMaxStatsCores)
+    return {0, 0};
+  const LBCoreRecord& record = cores[core];
+  return {RoundedDifference(record.busyNow, record.busyBefore),
+          RoundedDifference(record.timeNow, record.timeBefore) * record.workTotal};
+}
 
 // A tuple of `size` items, item i being make(i); null with Python's error set.
 template <class Make>
 Ref BuildTuple(std::size_t size, Make make) {
-  Ref tuple = NewTuple(size);
-  for (std::size_t i = 0; tuple && i < size; ++i) {
-    if (!PutItem(tuple.get(), i, make(i)))
-      tuple.reset();
+  Ref tuple(PyTuple_New(static_cast<Py_ssize_t>(size)));
+  if (!tuple || size == 0)
+    return tuple;
+  const Unwalked unwalked(tuple.get());
+  for (std::size_t i = 0; i < size; ++i) {
+    Ref item = make(i);
+    if (!item)
+      return nullptr;
+    PyTuple_SET_ITEM(tuple.get(), static_cast<Py_ssize_t>(i), item.release());
   }
   return tuple;
 }
 
-// All ints are made before the tuple, so that no empty place is ever seen.
 template <std::size_t size>
 Ref FigureTuple(const std::uint64_t (&figures)[size]) {
-  Ref ints[size];
-  for (std::size_t i = 0; i < size; ++i) {
-    ints[i] = UnsignedInt(figures[i]);
-    if (!ints[i])
-      return nullptr;
-  }
-  Ref tuple(PyTuple_New(size));
-  for (std::size_t i = 0; tuple && i < size; ++i)
-    PyTuple_SET_ITEM(tuple.get(), static_cast<Py_ssize_t>(i), ints[i].release());
-  return tuple;
+  return BuildTuple(size, [&](std::size_t i) { return Ref(PyLong_FromUnsignedLong(figures[i])); });
 }
 
 }  // namespace
 
 PortFigures FiguresOf(const LBPortRecord& port, const LBCoreRecord (&cores)[kMaxStatsCores]) {
   const std::uint64_t(&c)[4] = port.counters;
-  const auto [a, b] = port.cores;
+  const CoreShare a = ShareOf(cores, port.cores[0]), b = ShareOf(cores, port.cores[1]);
   // The first two counters count double.
   return {{
-      Usage(cores, a, c[0], 200),
-      Usage(cores, b, c[1], 200),
-      Usage(cores, a, c[2], 100),
-      Usage(cores, b, c[3], 100),
+      a.Usage(c[0], 200),
+      b.Usage(c[1], 200),
+      a.Usage(c[2], 100),
+      b.Usage(c[3], 100),
       LoadUnits(2 * c[0] + c[2]),
       LoadUnits(2 * c[1] + c[3]),
   }};

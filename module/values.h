@@ -58,6 +58,19 @@ Ref NewList(std::size_t size);
 // The same as a tuple, for results that are built place by place.
 Ref NewTuple(std::size_t size);
 
+// Keeps the collector from walking a new list or tuple while it is filled: it is known to be alive, and may have empty
+// places if nobody else can reach it. Not for an empty tuple, which is shared.
+class Unwalked {
+ public:
+  explicit Unwalked(PyObject* container) : container_(container) { PyObject_GC_UnTrack(container); }
+  Unwalked(const Unwalked&) = delete;
+  Unwalked& operator=(const Unwalked&) = delete;
+  ~Unwalked() { PyObject_GC_Track(container_); }
+
+ private:
+  PyObject* container_;
+};
+
 // Report what could not be created, or not be stored in a list or a dict. They return false.
 bool ReportNoBuffer();
 bool ReportNoListItem();
