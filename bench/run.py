@@ -144,23 +144,44 @@ def run_case(case: cases.Case, rounds: int, chance: random.Random) -> dict[str, 
 
 
 def run_growth(rounds: int, chance: random.Random) -> dict[str, Any]:
-    """Nanoseconds per row of MAC tables of growing size."""
+    """Nanoseconds that each row adds to MAC tables of growing size: the time of a table less that of an empty one in the
+    same round, by the number of rows."""
     sizes = [1 << power for power in range(17)]
-    contenders: dict[str, list[list[float]]] = {}
+    empty = cases.mac_table(0)
+    per_row: dict[str, list[float]] = {}
+    whole: list[float] = []
     for size in sizes:
         case = cases.mac_table(size)
         set_the_stage(case)
-        importable = [Contender(MODULE, partial(_libryn.ListSwitchMACTable, 3)), *peers(case)]
-        value = importable[0].call()
-        importable += [each for each in floors(value) if each.name == "marshal 4"]
-        for contender in importable:
+        value = _libryn.ListSwitchMACTable(3)
+        pairs = []
+        for contender in (Contender(MODULE, partial(_libryn.ListSwitchMACTable, 3)), *peers(case)):
             assert contender.call() == value
+            pairs.append((contender, Contender(contender.name, contender.call)))
+        full, none = (marshal.dumps(each, 4) for each in (value, {**value, "MacTableList": []}))
+        pairs.append((Contender("marshal", partial(marshal.loads, full)),
+                      Contender("marshal", partial(marshal.loads, none))))
         del value
-        for name, each in measure(importable, rounds, chance).items():
-            contenders.setdefault(name, []).append([time / size for time in each])
+        for stage, place in ((case, 0), (empty, 1)):
+            set_the_stage(stage)
+            for pair in pairs:
+                calibrate(pair[place])
+
+        times: dict[str, list[tuple[float, float]]] = {}
+        for _ in range(rounds):
+            for pair in chance.sample(pairs, len(pairs)):
+                samples = []
+                for stage, contender in ((case, pair[0]), (empty, pair[1])):
+                    set_the_stage(stage)
+                    gc.collect()
+                    samples.append(run_for(contender) / contender.calls)
+                times.setdefault(pair[0].name, []).append((samples[0], samples[1]))
+        for name, samples in times.items():
+            per_row.setdefault(name, []).append(statistics.median((time - base) / size for time, base in samples))
+        whole.append(statistics.median(time for time, _ in times[MODULE]))
+        nothing = statistics.median(base for _, base in times[MODULE])
     DOUBLE.reset()
-    return {"rows": sizes,
-            "ns per row": {name: [statistics.median(each) for each in values] for name, values in contenders.items()}}
+    return {"rows": sizes, "ns per row": per_row, "ns per call": whole, "ns of an empty table": nothing}
 
 
 def memory_per_row() -> dict[str, float]:

@@ -7,7 +7,9 @@
 // Deliberate: the texts are fixed to the byte. Some end in two line ends, and words like "TypeError: " are only words.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "module/python.h"
 
@@ -23,11 +25,34 @@ consteval char ArgUnit(const long long*) { return 'L'; }
 consteval char ArgUnit(const char* const*) { return 's'; }  // borrowed from the argument
 consteval char ArgUnit(PyObject* const*) { return 'O'; }    // borrowed from the argument
 
+// Takes an argument of the very type that its unit wants. False leaves it to the parser, which decides all else and
+// takes as long as the rest of a setter.
+inline bool Take(PyObject* argument, std::uint32_t* variable) {
+  if (!PyLong_CheckExact(argument))
+    return false;
+  *variable = static_cast<std::uint32_t>(PyLong_AsUnsignedLongMask(argument));
+  return true;
+}
+inline bool Take(PyObject* argument, const char** variable) {
+  if (!PyUnicode_CheckExact(argument) || !PyUnicode_IS_COMPACT_ASCII(argument))
+    return false;
+  *variable = static_cast<const char*>(PyUnicode_DATA(argument));
+  return std::strlen(*variable) == static_cast<std::size_t>(PyUnicode_GET_LENGTH(argument));
+}
+inline bool Take(PyObject* argument, PyObject** variable) {
+  *variable = argument;
+  return true;
+}
+inline bool Take(PyObject*, long long*) { return false; }
+
 // Reads the positional arguments into the variables, whose types spell the format. False with Python's error set when
 // they do not fit; the variables are then not to be read.
 template <class... Variable>
 bool ParseArgs(PyObject* args, Variable*... variables) {
   static constexpr char kFormat[] = {ArgUnit(static_cast<Variable*>(nullptr))..., '\0'};
+  Py_ssize_t i = 0;
+  if (PyTuple_GET_SIZE(args) == sizeof...(Variable) && (Take(PyTuple_GET_ITEM(args, i++), variables) && ...))
+    return true;
   return PyArg_ParseTuple(args, kFormat, variables...) != 0;
 }
 

@@ -20,6 +20,7 @@ from branches import branches
 from fault_rules import expected
 from harness import Double, Outcome, capture_stderr, leave, run
 from method_table import METHODS, Method
+from objects import for_the_parser
 
 
 def load_faults(double: Double) -> Any:
@@ -74,24 +75,25 @@ def fail_each_call(ryn: Any, double: Double, faults: Any, method: Method) -> int
         double.reset()
         branch.script(double)
         double.recording(False)
-        run(function, *branch.args)  # the constants are made
-        base, whole_trace = run_failing(faults, function, branch.args, -1)
+        args = tuple(map(for_the_parser, branch.args))
+        run(function, *args)  # the constants are made
+        base, whole_trace = run_failing(faults, function, args, -1)
         gc.collect()
         gc.freeze()
         gc.disable()
         try:
             for n, (name, _) in enumerate(whole_trace):
                 point = f"{method.name}, {branch.name}: call {n}, {name}"
-                outcome, trace = run_failing(faults, function, branch.args, n)
+                outcome, trace = run_failing(faults, function, args, n)
                 assert trace[:n + 1] == whole_trace[:n + 1], point
                 assert outcome == expected(method, whole_trace, n, base), (point, outcome)
                 blocks, nones = kept_on_purpose(method, name, branch.leaks)
-                assert_kept(faults, function, branch.args, n, (CALLS * blocks, 0, CALLS * nones), point)
+                assert_kept(faults, function, args, n, (CALLS * blocks, 0, CALLS * nones), point)
                 points += 1
         finally:
             gc.enable()
             gc.unfreeze()
-        assert run(function, *branch.args) == base, method.name  # as if nothing had happened
+        assert run(function, *args) == base, method.name  # as if nothing had happened
         handed_out, freed = double.blocks()
         assert handed_out == freed, method.name
     return points
@@ -111,10 +113,11 @@ def fail_constants() -> None:
             double.reset()
             double.recording(False)
             branch.script(double)
+            args = tuple(map(for_the_parser, branch.args))
 
             def answer(n: int) -> tuple:
-                outcome, trace = run_failing(faults, function, branch.args, n)
-                return outcome, trace, run(function, *branch.args)
+                outcome, trace = run_failing(faults, function, args, n)
+                return outcome, trace, run(function, *args)
 
             base, trace, _ = in_child(lambda: answer(-1))
             for n in [n for n, (name, _) in enumerate(trace) if name == "PyUnicode_InternFromString"]:

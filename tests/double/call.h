@@ -13,7 +13,11 @@ class Call {
   Call(const Call&) = delete;
   Call& operator=(const Call&) = delete;
 
-  Call& Number(const char* name, std::uint64_t value);
+  Call& Number(const char* name, std::uint64_t value) {
+    if (recording_)
+      RecordNumber(name, value);
+    return *this;
+  }
   Call& Numbers(const char* name, const std::uint32_t* values, std::size_t count);
   Call& Text(const char* name, const char* text, std::size_t bound = SIZE_MAX);
   Call& Bytes(const char* name, const void* bytes, std::size_t size);
@@ -27,6 +31,7 @@ class Call {
   std::uint32_t Status(std::uint32_t unscripted = 0) const;
 
  private:
+  void RecordNumber(const char* name, std::uint64_t value);
   void Name(const char* name);
   void Hex(const char* kind, const void* bytes, std::size_t size);
   void Fill(void* area, std::size_t room);

@@ -135,12 +135,9 @@ void Call::Hex(const char* kind, const void* bytes, std::size_t size) {
   calls += "\"}";
 }
 
-Call& Call::Number(const char* name, std::uint64_t value) {
-  if (recording_) {
-    Name(name);
-    AppendNumber(TheDouble().calls, value);
-  }
-  return *this;
+void Call::RecordNumber(const char* name, std::uint64_t value) {
+  Name(name);
+  AppendNumber(TheDouble().calls, value);
 }
 
 Call& Call::Numbers(const char* name, const std::uint32_t* values, std::size_t count) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "module/values.h"
 #include "python_error.h"
 
@@ -18,6 +20,37 @@ TEST(ParseArgs, ReadsEachUnit) {
   EXPECT_EQ(wide, -7);
   EXPECT_STREQ(text, "text");
   EXPECT_EQ(object, Py_Ellipsis);
+}
+
+// Arguments of the exact type are taken without the parser; all else is for it to judge.
+TEST(ParseArgs, AgreesWithTheParser) {
+  const char* const kMakers[] = {
+      "5",      "-1",        "2**32 + 5", "2**80",   "-2**80",   "True", "type('N', (int,), {})(7)",
+      "'abc'",  "'\\u20ac'", "'\\udc80'", "'a\\0b'", "'abc\\0'", "''",   "type('S', (str,), {})('sub')",
+      "b'abc'", "None",      "1.5",       "[]",
+  };
+  const Ref globals(PyDict_New());
+  PyDict_SetItemString(globals.get(), "__builtins__", PyEval_GetBuiltins());
+  for (const char* maker : kMakers) {
+    const Ref object(PyRun_String(maker, Py_eval_input, globals.get(), globals.get()));
+    ASSERT_TRUE(object) << maker;
+    const Ref args(PyTuple_Pack(2, object.get(), object.get()));
+
+    std::uint32_t number = 0, parsedNumber = 0;
+    PyObject *rest = nullptr, *parsedRest = nullptr;
+    const bool taken = ParseArgs(args.get(), &number, &rest);
+    const std::string error = taken ? "" : TakeError();
+    ASSERT_EQ(taken, PyArg_ParseTuple(args.get(), "IO", &parsedNumber, &parsedRest) != 0) << maker;
+    ASSERT_EQ(error, taken ? "" : TakeError()) << maker;
+    ASSERT_TRUE(!taken || (number == parsedNumber && rest == parsedRest)) << maker;
+
+    const char *text = nullptr, *parsedText = nullptr;
+    const bool textTaken = ParseArgs(args.get(), &text, &rest);
+    const std::string textError = textTaken ? "" : TakeError();
+    ASSERT_EQ(textTaken, PyArg_ParseTuple(args.get(), "sO", &parsedText, &parsedRest) != 0) << maker;
+    ASSERT_EQ(textError, textTaken ? "" : TakeError()) << maker;
+    ASSERT_TRUE(!textTaken || std::string(text) == parsedText) << maker;
+  }
 }
 
 TEST(ParseArgs, LeavesPythonsErrorSet) {
