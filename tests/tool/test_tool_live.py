@@ -277,7 +277,7 @@ def test_a_fault_holds_in_its_time(host):
         ),
         (["Ryn_GetLRO", "--delay", "soon"], "--delay: expected a time"),
         (["Ryn_GetLRO", "--delay", "1", "--from", "5s", "--until", "5s"], "--until: expected a time after --from"),
-        (["Ryn_GetLRO", "--corrupt", "badly"], "invalid choice"),
+        (["Ryn_GetLRO", "--corrupt", "badly"], 'there is no "badly"; known: zero, ones, random, half'),
     ],
 )
 def test_a_wrong_fault_is_refused(host, arguments, expected):

@@ -18,7 +18,7 @@ COMMANDS = ["init", "info", "show", "set", "export", "reset", "rm", "run", "cloc
 def test_every_command_has_help_that_fits(sim, command):
     text = sim(command, "--help", COLUMNS="100")
     assert text.startswith("usage: ryn-sim " + command)
-    assert max(map(len, text.splitlines())) <= 120
+    assert max(map(len, text.splitlines())) <= 100
     assert command in sim("--help")
 
 
@@ -53,6 +53,41 @@ def test_a_host_that_is_not_there_is_exit_code_1(sim, command):
 
 def test_a_profile_that_is_nearly_right_is_proposed(sim):
     assert 'did you mean "asymmetric"?' in sim.fails(2, "init", "asymetric")
+
+
+@pytest.mark.parametrize(
+    "arguments, expected",
+    [
+        (["evnt"], 'there is no "evnt"; did you mean "event"?'),
+        (["clock", "setp", "5s"], 'there is no "setp"; did you mean "step"?'),
+        (["fault", "lst"], 'there is no "lst"; did you mean "list"?'),
+        (["fault", "add", "Ryn_GetLRO", "--stats", "5"], 'did you mean "--status"?'),
+        (["fault", "add", "Ryn_GetLRO", "--corrupt", "zeroes"], 'did you mean "zero"?'),
+        (["init", "--forse"], 'did you mean "--force"?'),
+        (["info", "--follow"], "unrecognized arguments: --follow"),
+    ],
+)
+def test_what_is_nearly_right_is_proposed(sim, arguments, expected):
+    assert expected in sim.fails(2, *arguments)
+
+
+def test_a_host_of_nearly_that_name_is_proposed(sim):
+    sim("init", "empty", "--host", "lab-7")
+    message = 'ryn-sim: there is no simulated host "lab7" (make it with: ryn-sim init); did you mean "lab-7"?\n'
+    assert sim.fails(1, "show", "--host", "lab7") == message
+    assert sim.fails(1, "run", "--host", "lab7", "--", "true") == message
+
+
+def test_the_manual_page_is_sound_and_names_all_options(sim):
+    page = ROOT / "simhost" / "tool" / "ryn-sim.1"
+    if shutil.which("groff") is None:
+        pytest.skip("there is no groff to set the page")
+    done = subprocess.run(["groff", "-man", "-Tascii", "-ww", page], capture_output=True, text=True)
+    assert (done.returncode, done.stderr) == (0, "")
+    text = re.sub(r"\x1b\[[0-9;]*m|.\x08|-\n *", "", done.stdout)
+    for command in [*([name] for name in COMMANDS), ["fault", "add"]]:
+        options = set(re.findall(r"(--[a-z]+)", sim(*command, "--help").partition("\noptions:")[2]))
+        assert [option for option in sorted(options) if option not in text] == [], command
 
 
 def test_hosts_stand_side_by_side(sim):

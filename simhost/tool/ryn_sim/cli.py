@@ -3,24 +3,27 @@
 from __future__ import annotations
 
 import argparse
+import difflib
 import os
+import re
 import sys
 
 from . import VERSION
-from .errors import BadInput, Failed
+from .errors import BadInput, Failed, nearest
 
 _EPILOG = """\
-A simulated host stands in for a virtualisation host: scripts written with _libryn run against it with
-"ryn-sim run -- COMMAND". It is one file that all processes share; its clock runs and its traffic flows
-without any process of its own.
+A simulated host stands in for a virtualisation host: scripts written with _libryn run against it
+with "ryn-sim run -- COMMAND". It is one file that all processes share; its clock runs and its
+traffic flows without any process of its own.
 
 exit codes: 0 done, 1 could not be done, 2 wrong usage or input (run: those of COMMAND)
 """
 
 _SET_HELP = """\
-Changes settings of the host. Each PATH is a key's place in what "ryn-sim export" writes, its parts separated by dots.
-Switches, ports and NICs are named, conversations counted from 0. VALUE is written as in YAML; null takes the setting
-back to what it is when nothing is said. All changes are made at once, or none.
+Changes settings of the host. Each PATH is a key's place in what "ryn-sim export" writes, its
+parts separated by dots. Switches, ports and NICs are named, conversations counted from 0. VALUE is
+written as in YAML; null takes the setting back to what it is when nothing is said. All changes are
+made at once, or none.
 
   ryn-sim set flow_timeout=30s switches.dvs-1.mtu=9000
   ryn-sim set ports.web-0.lro=off ports.dvs-1/18.teaming='{type: LAG}'
@@ -30,9 +33,11 @@ back to what it is when nothing is said. All changes are made at once, or none.
 _CLOCK_HELP = """\
 Without a word: shows the clock. The host's clock never goes back.
 
-  run            let it run          speed N      let it run N times as fast as the wall's (0.001 to 1000000)
-  freeze         stop it             step TIME    stop it TIME later, such as 5s
-                                     warp TIME    jump TIME ahead, such as 2h, and go on as before
+  run          let it run
+  freeze       stop it
+  speed N      let it run N times as fast as the wall's (0.001 to 1000000)
+  step TIME    stop it TIME later, such as 5s
+  warp TIME    jump TIME ahead, such as 2h, and go on as before
 """
 
 _FAULT_HELP = """\
@@ -56,6 +61,28 @@ Lets something happen to the host, at once or --in some time, for good or --for 
 """
 
 
+class _Parser(argparse.ArgumentParser):
+    """Names what comes nearest to a word or an option that it does not know."""
+
+    def error(self, message: str):
+        wrong = re.fullmatch(r"argument (\S+): invalid choice: '(.*)' \(choose from (.*)\)", message)
+        if wrong:
+            known = re.findall(r"'([^']*)'", wrong[3])
+            message = f'argument {wrong[1]}: there is no "{wrong[2]}"{nearest(wrong[2], known)}'
+        unknown = re.fullmatch(r"unrecognized arguments: (-\S+).*", message)
+        if unknown:
+            close = difflib.get_close_matches(unknown[1].partition("=")[0], sorted(self._all_options()), n=1)
+            message += f'; did you mean "{close[0]}"?' if close else ""
+        super().error(message)
+
+    def _all_options(self) -> set[str]:
+        found = set(self._option_string_actions)
+        for action in self._actions:
+            if isinstance(action, argparse._SubParsersAction):
+                found = found.union(*(parser._all_options() for parser in action.choices.values()))
+        return found
+
+
 def _parser() -> argparse.ArgumentParser:
     which = argparse.ArgumentParser(add_help=False, argument_default=argparse.SUPPRESS)
     which.add_argument("--host", metavar="NAME", help="the host's name (else RYN_SIM_HOST, else default)")
@@ -63,7 +90,7 @@ def _parser() -> argparse.ArgumentParser:
     as_json = argparse.ArgumentParser(add_help=False)
     as_json.add_argument("--json", action="store_true", help="print JSON")
 
-    parser = argparse.ArgumentParser(
+    parser = _Parser(
         prog="ryn-sim",
         description="Makes, shows and changes simulated hosts.",
         epilog=_EPILOG,

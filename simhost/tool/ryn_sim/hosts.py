@@ -109,7 +109,10 @@ def init_command(options) -> None:
 _MODELLED = """\
 Every operation of both platform libraries answers from one model of the host. Counters are
 exact sums of the described traffic over the host's clock. Settings have effects and stay.
-Only made up: the meaning of fields that the platform leaves open, and all names of hardware."""
+Modelled: cores and what packets cost them, links and rings, fast and slow path, flow cache and
+offload, MAC tables, teaming, mirror copies, network queues, the balancer, faults and events.
+Not modelled: traffic that reacts to what becomes of it, real hardware's speed and quirks.
+Made up: what fields mean that the platform leaves open, and all names of hardware."""
 
 
 def info_command(options) -> None:
@@ -226,7 +229,7 @@ def rm_command(options) -> None:
     if not os.path.exists(options.path):
         if options.force:
             return
-        raise Failed(f'there is no simulated host "{places.host_of(options.path)}"')
+        raise places.missing(options.path)
     if not options.force:
         Store(options.path).close()  # what is not a store stays where it is
         if in_use(options.path):
@@ -242,7 +245,7 @@ def run_command(options) -> None:
     if not command:
         raise BadInput("run: expected a command after --, such as: ryn-sim run -- python3 script.py")
     if options.named and not os.path.exists(options.path):
-        raise Failed(f'there is no simulated host "{places.host_of(options.path)}"; make it with: ryn-sim init')
+        raise places.missing(options.path)
     environment = dict(os.environ, RYN_SIM_STATE=options.path)
     _prepend(environment, "LD_LIBRARY_PATH", places.libraries())
     module = places.module_folder()

@@ -6,7 +6,7 @@ import glob
 import os
 import re
 
-from .errors import BadInput, Failed
+from .errors import BadInput, Failed, nearest
 
 _PACKAGE = os.path.dirname(os.path.realpath(__file__))
 _HOST_NAME = re.compile(r"[A-Za-z0-9][A-Za-z0-9._-]{0,62}")
@@ -80,6 +80,13 @@ def host_of(path: str) -> str:
 
 def all_hosts() -> list[str]:
     return sorted(os.path.basename(path)[:-3] for path in glob.glob(os.path.join(glob.escape(state_folder()), "*.db")))
+
+
+def missing(path: str) -> Failed:
+    """That there is no host in this place; one of nearly that name is proposed."""
+    name = host_of(path)
+    close = "" if "/" in name else nearest(name, all_hosts())
+    return Failed(f'there is no simulated host "{name}" (make it with: ryn-sim init){close}')
 
 
 def profiles() -> list[str]:

@@ -20,7 +20,7 @@ class Store:
     def __init__(self, path: str):
         self.path = path
         if not os.path.exists(path):
-            raise Failed(f'there is no simulated host "{places.host_of(path)}"; make it with: ryn-sim init')
+            raise places.missing(path)
         try:
             self.db = sqlite3.connect(f"file:{_quoted(path)}?mode=rw", uri=True, timeout=5, isolation_level=None)
             self.db.row_factory = sqlite3.Row
