@@ -45,6 +45,13 @@ std::uint64_t Pattern::PacketsUntil(std::int64_t ms) const {
   return static_cast<std::uint64_t>(milli_pps * weighted / (static_cast<Int128>(1'000'000) * 1000 * wave));
 }
 
+std::int64_t Pattern::MeanMilliPps() const {
+  if (burst_every_ms == 0 || burst_permille <= 1000)
+    return milli_pps;
+  const Int128 more = static_cast<Int128>(milli_pps) * (burst_permille - 1000) * burst_for_ms;
+  return milli_pps + static_cast<std::int64_t>(more / (1000 * static_cast<Int128>(burst_every_ms)));
+}
+
 std::uint64_t Share(std::uint64_t n, std::uint64_t part, std::uint64_t whole) {
   return whole == 0 ? 0 : static_cast<std::uint64_t>(static_cast<UInt128>(n) * part / whole);
 }

@@ -22,6 +22,7 @@ struct Pattern {
   std::optional<std::int64_t> stop_ms;
 
   std::uint64_t PacketsUntil(std::int64_t ms) const;
+  std::int64_t MeanMilliPps() const;  // while it lasts, bursts included
 };
 
 // n * part / whole, rounded down. Both the share and the rest grow, or stay, as n grows, so that a count may be divided

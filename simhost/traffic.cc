@@ -316,7 +316,7 @@ class Builder {
     const Conversation& talk = model_.conversations[Index(path.conversation)];
     if (!model_.IsOn(talk))
       return 0;
-    return Share(static_cast<std::uint64_t>(talk.pattern[Index(path.back)].milli_pps), path.flows, talk.flows);
+    return Share(static_cast<std::uint64_t>(talk.pattern[Index(path.back)].MeanMilliPps()), path.flows, talk.flows);
   }
   std::uint64_t Arriving(const Path& path) const {
     return path.oversize ? 0 : Share(MilliPps(path), kMillion - path.in_drop_ppm, kMillion);

@@ -140,7 +140,8 @@ def test_small_rings_lose_packets(host):
     assert none["rxPkts"] == none["txPkts"] == 0
 
 
-def test_a_link_carries_no_more_than_it_can(tmp_path, processes):
+@pytest.mark.parametrize("bursts", [False, True])
+def test_a_link_carries_no_more_than_it_can(bursts, tmp_path, processes):
     description = """
 host: h
 numa: [{lcores: [0, 1, 2, 3], capacity: 4M}]
@@ -153,6 +154,8 @@ traffic:
   - {from: a, to: uplink, pps: 200k, size: 1000, reply: 1, reply_size: 1500}
   - {from: b, to: uplink, pps: 200k, size: 1000, reply: 1, reply_size: 1500}
 """
+    if bursts:
+        description = description.replace("200k", "100k, pattern: {burst: {every: 1s, for: 250ms, times: 5}}")
     host = simulated.Host(simulated.make(tmp_path / "host.db", description), *processes)
     slow, fast = growth(host, 10, "GetUplinkStats", 0, 0), growth(host, 10, "GetUplinkStats", 0, 1)
     for way in ("tx", "rx"):
