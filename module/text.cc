@@ -9,7 +9,7 @@ Ref MacText(const std::uint8_t* mac) {
 
 Ref AsciiText(std::string_view text) {
   Ref str(PyUnicode_New(static_cast<Py_ssize_t>(text.size()), 127));
-  if (str && !text.empty())  // the empty str is shared, and not to be written to
+  if (str)
     std::memcpy(PyUnicode_1BYTE_DATA(str.get()), text.data(), text.size());
   return str;
 }
@@ -20,10 +20,9 @@ void BoundedText::AppendCut(std::string_view piece) {
   length_ += piece.size();
 }
 
-void BoundedText::AppendPaddedOrCut(std::string_view piece, std::size_t blanksBehind, std::size_t blanksBefore) {
-  AppendBlanks(blanksBefore);
+void BoundedText::AppendPaddedOrCut(std::string_view piece, std::size_t blanks) {
+  AppendBlanks(blanks);
   AppendCut(piece);
-  AppendBlanks(blanksBehind);
 }
 
 void BoundedText::AppendBlanks(std::size_t count) {

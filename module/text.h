@@ -87,24 +87,10 @@ class BoundedText {
     length_ = static_cast<std::size_t>(Write(number, area_ + length_) - area_);
   }
 
-  // Padded with blanks behind it.
-  void AppendLeft(std::string_view piece, std::size_t width) {
-    if (piece.size() > width || length_ + width > capacity_)
-      return AppendPaddedOrCut(piece, width - std::min(width, piece.size()), 0);
-    std::memset(area_ + length_, ' ', width);
-    std::memcpy(area_ + length_, piece.data(), piece.size());
-    length_ += width;
-  }
-
-  template <class Integer, int base>
-  void AppendLeft(Number<Integer, base> number, std::size_t width) {
-    AppendLeft(std::string_view(Digits(number)), width);
-  }
-
   // Padded with blanks before it.
   void AppendRight(std::string_view piece, std::size_t width) {
     if (piece.size() > width || length_ + width > capacity_)
-      return AppendPaddedOrCut(piece, 0, width - std::min(width, piece.size()));
+      return AppendPaddedOrCut(piece, width - std::min(width, piece.size()));
     std::memset(area_ + length_, ' ', width);
     length_ += width;
     std::memcpy(area_ + length_ - piece.size(), piece.data(), piece.size());
@@ -144,7 +130,7 @@ class BoundedText {
   };
 
   void AppendCut(std::string_view piece);
-  void AppendPaddedOrCut(std::string_view piece, std::size_t blanksBehind, std::size_t blanksBefore);
+  void AppendPaddedOrCut(std::string_view piece, std::size_t blanks);
   void AppendBlanks(std::size_t count);
 
   char* area_;

@@ -36,8 +36,8 @@ TEST(BoundedText, EqualsAChainOfBoundedPrints) {
           prints.Print("%lu", value);
           break;
         case 1:
-          text.AppendLeft(Decimal(value), static_cast<std::size_t>(width));
-          prints.Print("%-*lu", width, value);
+          text.AppendRight(Decimal(value), static_cast<std::size_t>(width));
+          prints.Print("%*lu", width, value);
           break;
         case 2:
           text.AppendRight(SignedDecimal(small), static_cast<std::size_t>(width));
@@ -64,7 +64,7 @@ TEST(BoundedText, LeavesAnAreaOfSizeZeroAlone) {
   char byte = '#';
   BoundedText text(&byte, 0);
   text.Append("abc");
-  text.AppendLeft("abc", 10);
+  text.AppendRight("abc", 10);
   text.Terminate();
   EXPECT_EQ(byte, '#');
   EXPECT_EQ(text.Length(), 13U);
