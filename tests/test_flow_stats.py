@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import random
 import struct
+import sys
 
 import pytest
 
@@ -98,6 +99,32 @@ def test_first_error_of_several_cores_is_the_one_that_stays(ryn, double):
     cores = RaisingIndex(KeyError("first")), "second", RaisingIndex(IndexError("third"))
     assert run(ryn.GetFlowStats, 0, cores, 0) == Outcome([], "", (KeyError, "'first'"))
     assert double.calls()[0].lcores == [0xFFFFFFFF] * 3
+
+
+def test_error_of_an_item_gives_way_to_a_later_one_and_is_not_kept(ryn, double):
+    class First(Exception):
+        pass
+
+    double.answer("Ryn_Get_Flow_Stats", area=stats([(1, 2, 3, 4, 5, 6, 7)]))
+    errors = First(), KeyError("the second")
+    cores = tuple(map(RaisingIndex, errors))  # a traceback that is kept would keep them
+
+    def call(n: int) -> tuple[bool, tuple[str, str]]:
+        outcome = run(ryn.GetFlowStats, 0, cores, 0, failing_allocation=n)
+        for error in errors:
+            error.__traceback__ = None
+        return outcome.allocation_failed, (outcome.stderr, outcome.error[0].__name__)
+
+    watched = [First, *errors, *cores]
+    references = list(map(sys.getrefcount, watched))
+    seen, n, failed = [], 0, True
+    while failed:
+        failed, outcome = call(n)
+        assert list(map(sys.getrefcount, watched)) == references, outcome
+        seen.append(outcome)
+        n += 1
+    assert seen[-1] == ("", "First")
+    assert {("Failed to allocate memory.\n", "MemoryError"), ("", "SystemError")} <= set(seen)
 
 
 def test_conversion_of_a_core_runs_without_a_pending_error(ryn, double):

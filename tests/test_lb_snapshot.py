@@ -2,8 +2,13 @@
 
 from __future__ import annotations
 
+import ctypes
 import random
+import re
 import struct
+import subprocess
+from pathlib import Path
+from typing import Callable
 
 import pytest
 
@@ -319,23 +324,45 @@ def test_random_bytes_match_the_model(dump):
 # ---- The text area --------------------------------------------------------------------------------------------------
 
 
-def area_of_text_length(length: int) -> Bytes:
-    """A snapshot whose whole text has exactly that many characters."""
+def groups_of_text_length(length: int) -> list[bytes]:
+    """Groups that make a snapshot whose whole text has exactly that many characters."""
     everything = (1 << 128) - 1
     groups = [group(0, everything, everything)] * 7
     rest = length - len(full_text(snapshot(groups)))
     empty, wider = divmod(rest, len("[  0 load   0] :\n"))
     widths = [min(wider, 8), max(wider - 8, 0)]  # a load takes 3 to 11 characters
     groups += [group(-(10 ** (width + 1)) if width else 0) for width in widths] + [group()] * (empty - len(widths))
-    area = snapshot(groups)
-    assert len(full_text(area)) == length
-    return area
+    assert len(full_text(snapshot(groups))) == length
+    return groups
 
 
 @pytest.mark.parametrize("length", [TEXT - 1, TEXT, TEXT + 1, TEXT + 2, TEXT + 18, TEXT + 40, TEXT + 100])
 def test_text_is_the_first_16384_bytes_of_the_full_text(dump, length):
-    area = area_of_text_length(length)
+    area = snapshot(groups_of_text_length(length))
     assert dump(area) == Outcome(full_text(area)[:TEXT])
+
+
+@pytest.fixture
+def records(ryn) -> Callable[[], bytes]:
+    """Reads the module's own area of records, which lies behind that of the text."""
+    symbols = subprocess.run(["nm", ryn.__file__], text=True, capture_output=True, check=True).stdout
+    text, area = (int(match[1], 16) if (match := re.search(rf"^([0-9a-f]+) b \S*{name}E?$", symbols, re.MULTILINE))
+                  else 0 for name in ("text_area", "snapshot_area"))
+    if not area or area != text + TEXT:
+        pytest.skip("the areas lie otherwise in this build")
+    base = next(int(line.split("-")[0], 16) for line in Path("/proc/self/maps").read_text().splitlines()
+                if line.endswith(ryn.__file__))
+    return lambda: ctypes.string_at(base + area, AREA)
+
+
+def test_cut_text_writes_nothing_behind_its_area(dump, records):
+    """Every piece of a line, at every character, meets the end of the area."""
+    behind = group(-5, 1 << 127 | 1 << 9 | 1, 1 << 100)
+    vertices = [vertex(7, 8, 9, out=[(1, 2, 3)], into=[(4, 5, 6), (-1, 100, 1000)])]
+    for room in range(400):
+        area = snapshot([*groups_of_text_length(TEXT - room), behind], vertices)
+        assert dump(area) == Outcome(full_text(area)[:TEXT])
+        assert records() == area
 
 
 def test_longest_text_is_cut(dump):
