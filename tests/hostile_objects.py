@@ -212,6 +212,7 @@ def attack() -> None:
     double = harness.set_up()
     import _libryn
 
+    gc.enable()  # whoever ran before may have switched it off
     gc.collect()
     gc.freeze()  # what is there now stays: the collections of the harm need not walk it each time
     attack_numbers(_libryn, double)
