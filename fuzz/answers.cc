@@ -26,15 +26,18 @@ Bytes Resized(Bytes bytes, std::size_t size) {
   return bytes;
 }
 
-// The rest of an input as an area whose count, of that width, stands as it is for one first byte in 16 and is small
-// otherwise: tables of tens of thousands of records would take all the time.
+// The rest of an input as an area whose counts at these places are made small, unless its first byte is kAsItIs:
+// results of tens of thousands of values would take all the time.
 template <class T>
-Bytes TakeCounted(Input input, std::size_t count_at) {
-  const bool as_it_is = input.Take<std::uint8_t>() % 16 == 0;
+Bytes TakeCounted(Input input, std::initializer_list<std::size_t> counts) {
+  constexpr std::uint8_t kAsItIs = 0xFF;
+  const bool as_it_is = input.Take<std::uint8_t>() == kAsItIs;
   Bytes area = input.Rest();
-  if (!as_it_is && area.size() >= count_at + sizeof(T)) {
-    const T small = At<T>(area, count_at) % 300;
-    std::memcpy(area.data() + count_at, &small, sizeof(small));
+  for (const std::size_t at : counts) {
+    if (!as_it_is && area.size() >= at + sizeof(T)) {
+      const T small = At<T>(area, at) % 300;
+      std::memcpy(area.data() + at, &small, sizeof(small));
+    }
   }
   return area;
 }
@@ -327,7 +330,7 @@ std::string ShownUnder(const Ref& dict, const char* key) { return Shown(Share(Py
 }  // namespace
 
 void FuzzPortMacs(Input input) {
-  const Bytes area = TakeCounted<std::uint32_t>(input, 0);  // zeros behind it
+  const Bytes area = TakeCounted<std::uint32_t>(input, {0});  // zeros behind it
   Answer("Ryn_Dump_Port_MAC_Table", area);
   const Ref dict = Run(PyRYN_List_Port_MACTable, Args("(ii)", 1, 2));
   CheckMacTable(dict, area, 16384);
@@ -337,7 +340,7 @@ void FuzzPortMacs(Input input) {
 }
 
 void FuzzSwitchMacs(Input input) {
-  const Bytes area = TakeCounted<std::uint32_t>(input, 0);
+  const Bytes area = TakeCounted<std::uint32_t>(input, {0});
   Answer("Ryn_Dump_Switch_MAC_Table", area);
   const Ref dict = Run(PyRYN_List_Switch_MACTable, Args("(i)", 1));
   CheckMacTable(dict, area, 65536);
@@ -360,7 +363,7 @@ void FuzzTxUplink(Input input) {
 }
 
 void FuzzMirrorConf(Input input) {
-  const Bytes conf = Resized(input.Rest(), kMirrorConf);
+  const Bytes conf = Resized(TakeCounted<std::uint16_t>(input, {8 + 14, 8 + 16, 8 + 18}), kMirrorConf);
   Answer("Ryn_Get_Mirror_Conf", conf);
   const Ref list = Run(PyRYN_Get_Mirror_Conf, Args("(i)", 1));
 
@@ -439,7 +442,7 @@ void FuzzUplinkStats(Input input) {
 }
 
 void FuzzNetQ(Input input) {
-  const Bytes response = TakeCounted<std::uint16_t>(input, 14);  // zeros behind it
+  const Bytes response = TakeCounted<std::uint16_t>(input, {14, 16 + 6});  // zeros behind it
   Answer("Ryn_Get_Port_NetQ_Info", response);
   const Ref dict = Run(PyRYN_Get_Port_NetQ_Info, Args("(ii)", 1, 2));
 

@@ -105,11 +105,11 @@ def counted(head: int, at: int, record: bytes, room: int) -> Iterator[bytes]:
     yield bytes(out) + record * min(room, 40)
 
 
-def both_ways(inputs: Iterable[bytes]) -> Iterator[bytes]:
-    """For targets whose first byte says whether the count stands as it is."""
+def made_small(inputs: Iterable[bytes]) -> Iterator[bytes]:
+    """For targets whose first byte says whether large counts stand as they are; the last input comes that way too."""
     for data in inputs:
         yield b"\0" + data
-        yield b"\1" + data
+    yield b"\xff" + data
 
 
 def mirrors() -> Iterator[bytes]:
@@ -177,20 +177,20 @@ SEEDS: dict[str, Iterable[bytes]] = {
     "flow_statistics": (bytes([size]) + actions(flags=flags)[:62] for size in (0, 1, 15, 50, 128) for flags in (0, 8)),
     "flow_stats": counted(8, 0, u32(1, 2) + u64(1 << 32, 4, 5, 6, 7), 32),
     "fpo_stats": counted(8, 0, u32(1, 2) + u64(1 << 32, 4, 5, 6, 7, 8), 32),
-    "mirror_conf": mirrors(),
-    "netq": both_ways(netqs()),
+    "mirror_conf": made_small(mirrors()),
+    "netq": made_small(netqs()),
     "port_conf": [area(1272, at16=u32(addresses), at20=u32(0x3F), at24=u64(1 << 63), at48=u32(ranges))
                   for addresses, ranges in ((0, 0), (1, 1), (32, 256), (33, 257), (0xFFFFFFFF, 0xFFFFFFFF))],
     "port_flags": (bytes([size]) + u32(flags) for size in (0, 1, 9, 255) for flags in (0, 0x11, 0x3F, 0xFFFFFFC0)),
     "port_list": counted(12, 4, u32(67108864, 5) + b"\2\41" + b"\2\0\0\n\v\f" + u16(3) + u32(2) + bytes(4)
                          + bytes(range(64)), 128),
-    "port_macs": both_ways(counted(16, 0, b"\2\0\0\0\0\1" + u16(4095) + u32(5, 0, 1 << 31), 16384)),
+    "port_macs": made_small(counted(16, 0, b"\2\0\0\0\0\1" + u16(4095) + u32(5, 0, 1 << 31), 16384)),
     "port_stats": [u32(length) + bytes([kind]) + u64(*range(32)) for length in (0, 128, 0xFFFFFFFF) for kind in (0, 1)],
     "properties": properties(),
     "snapshot": snapshots(),
     "snapshot_text": (u16(size) + snapshot for size in (0, 30, 16384) for snapshot in snapshots()),
     "switch_list": counted(8, 0, b"dvs-1".ljust(128, b"1") + u32(1, 2, 3, 4, 1500, 6) + u64(1 << 63), 16),
-    "switch_macs": both_ways(counted(16, 0, b"\2\0\0\0\0\1" + u16(4095) + u32(5, 0, 1 << 31), 65536)),
+    "switch_macs": made_small(counted(16, 0, b"\2\0\0\0\0\1" + u16(4095) + u32(5, 0, 1 << 31), 65536)),
     "tx_uplink": (bytes([kind, count]) + u16(*range(8)) for kind in (0, 3, 255) for count in (0, 1, 8, 9, 255)),
     "uplink_stats": [u32(length) + bytes([kind]) + u64(*range(24)) + b"private text" for length in (0, 5, 12, 50)
                      for kind in (0, 1, 2, 4, 12)],
