@@ -1,5 +1,5 @@
-"""What of the module the tests reach: `./dev coverage` builds the module with clang's counters, runs the tests, and asks
-this file for the report. Ends with 1 when something is not reached.
+"""What of the module the tests reach: `./dev coverage` builds the module with clang's counters, runs the tests, and
+asks this file for the report. Ends with 1 when something is not reached.
 
 Counted are regions (stretches of code that run together), branches (each condition both true and false) and conditions
 (each one alone turned the outcome of its decision: MC/DC), by their place in the source: what is compiled several
