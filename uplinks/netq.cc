@@ -100,6 +100,7 @@ bool StoreFilters(PyObject* dict, const NetQResponse& response, std::uint16_t co
   const Ref list = StoreNewList(dict, kFilters, count);
   if (!list)
     return false;
+  const Unwalked unwalked(list.get());
 
   std::size_t position = sizeof(NetQHeader);
   for (std::size_t i = 0; i < count; ++i) {
