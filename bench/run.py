@@ -184,6 +184,7 @@ def run_growth(rounds: int, chance: random.Random) -> dict[str, Any]:
         whole.append(statistics.median(time for time, _ in times[MODULE]))
         nothing = statistics.median(base for _, base in times[MODULE])
     DOUBLE.reset()
+    per_row = {name: per_row[name] for name in (MODULE, *PEERS.values(), "marshal")}
     return {"rows": sizes, "ns per row": per_row, "ns per call": whole, "ns of an empty table": nothing}
 
 
@@ -278,7 +279,9 @@ def plot(growth: dict[str, Any], file: Path) -> None:
     axes.set(xscale="log", yscale="log", xlabel="rows of the MAC table", ylabel="CPU time that a row adds, ns")
     axes.set_xscale("log", base=2)
     axes.grid(True, which="major", alpha=0.3)
-    axes.legend()
+    axes.yaxis.set_major_formatter("{x:.0f}")
+    axes.yaxis.set_minor_formatter("{x:.0f}")
+    axes.legend(bbox_to_anchor=(1.02, 1), loc="upper left")
     figure.savefig(file, metadata={"Date": None})
 
 

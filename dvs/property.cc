@@ -1,9 +1,9 @@
 #include "dvs/property.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "module/call.h"
+#include "module/native.h"
 
 std::uint32_t PropertyValue::ReadHost(const char* switchId, const char* property) {
   void* block = nullptr;
@@ -27,12 +27,7 @@ std::uint32_t PropertyValue::Own(std::uint32_t status, void* block, std::uint32_
   return status;
 }
 
-std::uint32_t PropertyValue::FirstWord() const {
-  std::uint32_t word = 0;
-  if (length_ > 0)
-    std::memcpy(&word, Bytes(), std::min(length_, sizeof(word)));
-  return word;
-}
+std::uint32_t PropertyValue::FirstWord() const { return View(Bytes(), length_).Get(Field<std::uint32_t>{0}); }
 
 bool FindSwitchId(const char* alias, SwitchId* switchId) {
   if (DVSAliasToSwitchId(alias, switchId->text) == 0)
