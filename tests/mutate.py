@@ -256,6 +256,7 @@ class Mutation:
         child = Child(lambda file: watch_tests(file, session, unknown, mutants, self.build))
         os.waitpid(child.pid, 0)
         new: list[Test] = child.said()
+        self.keep(session, module, [*tests, *(test for test in new if test.passed)])
         failing = [session.items[test.index].nodeid for test in new if not test.passed]
         if not failing and len(new) != len(unknown):  # ended abruptly
             failing = [session.items[unknown[len(new)]].nodeid]
@@ -263,7 +264,6 @@ class Mutation:
             print("The module as it is does not pass:", *failing, sep="\n  ")
             return True
         tests += new
-        self.keep(session, module, tests)
         print(f"All pass on the module as it is; {len(new)} were run: {time.monotonic() - start:.0f} s", flush=True)
         tests.sort(key=lambda test: test.seconds)
         tests = [test for test in tests if test.seconds < LONGEST_TEST]
