@@ -124,9 +124,13 @@ Ref Run(Method method, Ref args, unsigned rules) {
     return result;
   // What the interpreter and the module keep on purpose is there by now.
   result.reset();
-  const std::size_t before = __sanitizer_get_current_allocated_bytes();
-  call();
-  Expect(__sanitizer_get_current_allocated_bytes() == before, "nothing is left behind");
+  const auto leaves_something = [&] {
+    const std::size_t before = __sanitizer_get_current_allocated_bytes();
+    call();
+    return __sanitizer_get_current_allocated_bytes() != before;
+  };
+  // A thread of libFuzzer's own may allocate meanwhile; what a call leaves it leaves each time.
+  Expect(!leaves_something() || !leaves_something() || !leaves_something(), "nothing is left behind");
   return call();
 }
 
