@@ -11,7 +11,7 @@ from array import array
 
 import pytest
 
-from harness import ANY, NULL, Bytes, Call, Outcome, capture_stderr, lost_blocks, run
+from harness import ANY, NULL, Bytes, Call, Outcome, capture_stderr, lost_blocks, python, run
 
 INVALID = "TypeError: Invalid parameter passed.\n"
 NO_TYPE = "Missing txType.\n"
@@ -117,6 +117,21 @@ def test_failed_read_does_not_leak(ryn, double):
     double.recording(False)
     with capture_stderr():
         assert lost_blocks(lambda: ryn.GetPortTxUplink(0, 0)) == 0
+
+
+def test_no_memory_for_the_name_of_an_item():
+    """The name is made at the first call of the process: without it the item is not found, and is found the next time."""
+    done = python("""
+import harness
+harness.set_up()
+import _libryn
+for failing_allocation in (0, -1):
+    print(harness.run(_libryn.SetPortTxUplink, 0, 0, {"txType": "None", "txUplinks": []},
+                      failing_allocation=failing_allocation))
+""")
+    assert (done.returncode, done.stderr) == (0, "")
+    assert done.stdout.splitlines() == [
+        str(Outcome(None, NO_TYPE, (MemoryError, ""), allocation_failed=True)), str(Outcome(None))]
 
 
 def test_no_memory_when_reading(ryn, double):
