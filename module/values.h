@@ -4,9 +4,11 @@
 // NoneWithError(). All others leave whatever error Python set.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "module/python.h"
 
@@ -101,6 +103,22 @@ inline bool StoreItem(PyObject* list, std::size_t index, Ref value) {
   if (PyList_SetItem(list, static_cast<Py_ssize_t>(index), value.release()) == 0)
     return true;
   return ReportNoListItem();
+}
+
+// Stores a list of `size` values, ints or strs, that `make` makes by index. Nobody can meet the list before it is full:
+// making such values runs no code of others. Reports.
+template <class Make>
+bool StoreValues(PyObject* dict, Key& key, std::size_t size, Make make) {
+  Ref list(PyList_New(static_cast<Py_ssize_t>(size)));
+  if (!list)
+    return ReportNoBuffer();
+  for (std::size_t i = 0; i < size; ++i) {
+    Ref value = make(i);
+    if (!value)
+      return ReportNoBuffer();
+    PyList_SET_ITEM(list.get(), static_cast<Py_ssize_t>(i), value.release());
+  }
+  return Store(dict, key, std::move(list));
 }
 
 // Creates an empty dict and stores it in a list, or a list of `size` Nones and stores it in a dict, to be filled

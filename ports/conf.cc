@@ -1,6 +1,10 @@
 // GetPortConf: the configuration of one port; FlagsToStr.
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <string_view>
 
 #include "include/libryn.h"
 #include "module/call.h"
@@ -27,13 +31,13 @@ constinit Key kNumTaggedVlanRanges{"numTaggedVlanRanges"};
 constinit Key kVlanRanges{"vlanRanges"};
 
 Ref FlagsText(std::uint32_t flags) {
-  char words[119];
+  char words[119];  // all words together take 55 characters
   FlagsToStr(flags, words, sizeof(words));
   return Text(words);
 }
 
 Ref RangeText(VlanRange range) {
-  char area[16];
+  char area[48];  // more than it takes, so that each number finds the room for the longest
   BoundedText text(area, sizeof(area));
   text.Append(Decimal(range.first));
   text.Append("-");
@@ -42,21 +46,13 @@ Ref RangeText(VlanRange range) {
 }
 
 bool StoreMcastAddrs(PyObject* dict, const PortConf& conf) {
-  const std::uint32_t count = std::min(conf.numMcastAddrs, kMaxMcastAddrs);
-  const Ref list = StoreNewList(dict, kMcastAddrList, count);
-  bool stored = list != nullptr;
-  for (std::uint32_t i = 0; stored && i < count; ++i)
-    stored = StoreItem(list.get(), i, MacText(conf.mcastAddrs[i]));
-  return stored;
+  return StoreValues(dict, kMcastAddrList, std::min(conf.numMcastAddrs, kMaxMcastAddrs),
+                     [&](std::size_t i) { return MacText(conf.mcastAddrs[i]); });
 }
 
 bool StoreVlanRanges(PyObject* dict, const PortConf& conf) {
-  const std::uint32_t count = std::min(conf.numTaggedVlanRanges, kMaxVlanRanges);
-  const Ref list = StoreNewList(dict, kVlanRanges, count);
-  bool stored = list != nullptr;
-  for (std::uint32_t i = 0; stored && i < count; ++i)
-    stored = StoreItem(list.get(), i, RangeText(conf.vlanRanges[i]));
-  return stored;
+  return StoreValues(dict, kVlanRanges, std::min(conf.numTaggedVlanRanges, kMaxVlanRanges),
+                     [&](std::size_t i) { return RangeText(conf.vlanRanges[i]); });
 }
 
 bool FillConf(PyObject* dict, const PortConf& conf) {

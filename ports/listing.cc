@@ -44,14 +44,9 @@ bool FillSwitch(PyObject* dict, const SwitchRecord& record) {
          Store(dict, kNumLcores, Int(record.numLcores)) && Store(dict, kLcores, Int(record.lcores));
 }
 
-// Stores one value per queue; a queue count above the room of the record is cut to it.
+// One value per queue; a queue count above the room of the record is cut to it.
 bool StoreQueues(PyObject* dict, Key& key, std::uint32_t count, const std::uint8_t (&values)[kMaxQueues]) {
-  const std::uint32_t queues = std::min(count, kMaxQueues);
-  const Ref list = StoreNewList(dict, key, queues);
-  bool stored = list != nullptr;
-  for (std::uint32_t i = 0; stored && i < queues; ++i)
-    stored = StoreItem(list.get(), i, Int(values[i]));
-  return stored;
+  return StoreValues(dict, key, std::min(count, kMaxQueues), [&](std::size_t i) { return Int(values[i]); });
 }
 
 bool FillPort(PyObject* dict, const PortRecord& record) {

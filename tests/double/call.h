@@ -4,12 +4,20 @@
 #include <cstddef>
 #include <cstdint>
 
-struct Answer;
+#include "script.h"
 
 class Call {
  public:
-  explicit Call(const char* operation);
-  ~Call();
+  Call(const char* operation, Script& script) : recording_(TheDouble().recording), answer_(script.standing.get()) {
+    if (recording_)
+      RecordOperation(operation);
+    if (!script.counted.empty())
+      NextOf(script);
+  }
+  ~Call() {
+    if (recording_)
+      RecordEnd();
+  }
   Call(const Call&) = delete;
   Call& operator=(const Call&) = delete;
 
@@ -28,9 +36,12 @@ class Call {
   // A fresh block from malloc of exactly the scripted bytes; true when one was handed out
   bool Block(void** block, std::uint32_t* length);
 
-  std::uint32_t Status(std::uint32_t unscripted = 0) const;
+  std::uint32_t Status(std::uint32_t unscripted = 0) const { return answer_ ? answer_->status : unscripted; }
 
  private:
+  void RecordOperation(const char* operation);
+  void RecordEnd();
+  void NextOf(Script& script);
   void RecordNumber(const char* name, std::uint64_t value);
   void Name(const char* name);
   void Hex(const char* kind, const void* bytes, std::size_t size);
@@ -39,3 +50,12 @@ class Call {
   bool recording_;
   const Answer* answer_;
 };
+
+// The call of the function that this stands in. Its script is looked up once: what the double takes of a call's time
+// is not what the benchmarks are there to measure.
+#define THIS_CALL CALL_OF(__func__)
+#define CALL_OF(operation)                             \
+  Call(operation, [](const char* name) -> Script& {    \
+    static Script& script = TheDouble().scripts[name]; \
+    return script;                                     \
+  }(operation))

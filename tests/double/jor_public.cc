@@ -43,11 +43,11 @@ uint32_t LookUp(const Call& call, std::deque<Property> Switch::*kind, const char
 void CallLogHooks() {
   // Formats and arguments that no hook could read without harm
   Log("%s %n", nullptr, nullptr);
-  Call("Log");
+  CALL_OF("Log");
   Warning(nullptr);
-  Call("Warning");
+  CALL_OF("Warning");
   Panic("%s");
-  Call("Panic");
+  CALL_OF("Panic");
 }
 
 }  // namespace
@@ -57,22 +57,22 @@ extern "C" {
 uint32_t DVSState_ConfigReset() {
   if (TheDouble().log_hooks)
     CallLogHooks();
-  return Call(__func__).Status();
+  return THIS_CALL.Status();
 }
 
 uint32_t DVSQOB_StateGet(void** state, uint32_t* length) {
-  Call call(__func__);
+  Call call = THIS_CALL;
   call.Number("stateIsNull", *state == nullptr);
   call.Block(state, length);
   return call.Status();
 }
 
 uint32_t DVSState_ConfigDeserialize(const void* state, uint32_t length) {
-  return Call(__func__).Bytes("state", state, state ? length : 0).Number("length", length).Status();
+  return THIS_CALL.Bytes("state", state, state ? length : 0).Number("length", length).Status();
 }
 
 DVSSwitch* DVSState_SwitchFindByAlias(const char* alias) {
-  const auto status = Call(__func__).Text("alias", alias).Status();
+  const auto status = THIS_CALL.Text("alias", alias).Status();
   for (auto& dvs : TheDouble().switches)
     if (status == 0 && dvs.alias == alias)
       return Handle(dvs);
@@ -80,7 +80,7 @@ DVSSwitch* DVSState_SwitchFindByAlias(const char* alias) {
 }
 
 void DVSState_SwitchForEach(DVSSwitchVisitor visitor, void* context) {
-  Call(__func__).Number("contextIsNull", context == nullptr);
+  THIS_CALL.Number("contextIsNull", context == nullptr);
   auto& d = TheDouble();
   for (auto& dvs : d.switches)
     if (visitor(Handle(dvs), context) && !d.visit_all)
@@ -88,53 +88,53 @@ void DVSState_SwitchForEach(DVSSwitchVisitor visitor, void* context) {
 }
 
 const char* DVS_ClassName(DVSSwitch* dvs) {
-  const auto status = Call(__func__).Text("dvs", Of(dvs).alias.c_str()).Status();
+  const auto status = THIS_CALL.Text("dvs", Of(dvs).alias.c_str()).Status();
   return status ? nullptr : Of(dvs).class_name.c_str();
 }
 
 const char* DVS_SwitchId(DVSSwitch* dvs) {
-  const auto status = Call(__func__).Text("dvs", Of(dvs).alias.c_str()).Status();
+  const auto status = THIS_CALL.Text("dvs", Of(dvs).alias.c_str()).Status();
   return status ? nullptr : Of(dvs).id.get();
 }
 
 uint32_t DVSState_HostPropLookup(const char* switchId, const char* key, DVSData** datum) {
-  Call call(__func__);
+  Call call = THIS_CALL;
   call.Text("switchId", switchId, kSwitchIdSize).Text("key", key);
   return LookUp(call, &Switch::host, switchId, key, datum);
 }
 
 uint32_t DVSState_GlobalPropLookup(const char* switchId, const char* key, DVSData** datum) {
-  Call call(__func__);
+  Call call = THIS_CALL;
   call.Text("switchId", switchId, kSwitchIdSize).Text("key", key);
   return LookUp(call, &Switch::global, switchId, key, datum);
 }
 
 void DVSState_GlobalPropForEach(DVSSwitch* dvs, DVSDataVisitor visitor, void* context) {
-  Call(__func__).Text("dvs", Of(dvs).alias.c_str()).Number("contextIsNull", context == nullptr);
+  THIS_CALL.Text("dvs", Of(dvs).alias.c_str()).Number("contextIsNull", context == nullptr);
   for (auto& property : Of(dvs).global)
     if (visitor(Handle(property), context) && !TheDouble().visit_all)
       return;
 }
 
 const char* DVSData_Name(DVSData* datum) {
-  const auto status = Call(__func__).Text("datum", Of(datum).name.c_str()).Status();
+  const auto status = THIS_CALL.Text("datum", Of(datum).name.c_str()).Status();
   return status ? nullptr : Of(datum).name.c_str();
 }
 
 uint32_t DVSData_Data(DVSData* datum, const void** value) {
-  const auto status = Call(__func__).Text("datum", Of(datum).name.c_str()).Status();
+  const auto status = THIS_CALL.Text("datum", Of(datum).name.c_str()).Status();
   *value = status ? nullptr : Of(datum).value.get();
   return Of(datum).size;
 }
 
 DVSPort* DVSState_PortFind(uintptr_t a, uintptr_t b, uintptr_t c, uintptr_t d, uintptr_t e, uintptr_t f) {
-  Call(__func__).Number("a", a).Number("b", b).Number("c", c).Number("d", d).Number("e", e).Number("f", f);
+  THIS_CALL.Number("a", a).Number("b", b).Number("c", c).Number("d", d).Number("e", e).Number("f", f);
   static char port;
   return TheDouble().find_port ? reinterpret_cast<DVSPort*>(&port) : nullptr;
 }
 
 uint32_t DVSQOB_HostPropGet(const char* switchId, const char* key, void** value, uint32_t* length) {
-  Call call(__func__);
+  Call call = THIS_CALL;
   call.Text("switchId", switchId, kSwitchIdSize).Text("key", key);
   TheDouble().blocks_out += call.Block(value, length);
   return call.Status();
@@ -142,8 +142,7 @@ uint32_t DVSQOB_HostPropGet(const char* switchId, const char* key, void** value,
 
 uint32_t DVSQOB_HostPropSet(const char* switchId, const char* key, const void* value, uint32_t length,
                             uint32_t option) {
-  return Call(__func__)
-      .Text("switchId", switchId, kSwitchIdSize)
+  return THIS_CALL.Text("switchId", switchId, kSwitchIdSize)
       .Text("key", key)
       .Bytes("value", value, length)
       .Number("length", length)
@@ -152,7 +151,7 @@ uint32_t DVSQOB_HostPropSet(const char* switchId, const char* key, const void* v
 }
 
 uint32_t DVSQOB_PortDataGet(const char* switchId, const char* portId, const char* key, void** value, uint32_t* length) {
-  Call call(__func__);
+  Call call = THIS_CALL;
   call.Text("switchId", switchId).Text("portId", portId).Text("key", key);
   TheDouble().blocks_out += call.Block(value, length);
   return call.Status();
@@ -160,8 +159,7 @@ uint32_t DVSQOB_PortDataGet(const char* switchId, const char* portId, const char
 
 uint32_t DVSQOB_PortDataSet(const char* switchId, const char* portId, const char* key, const void* value,
                             uint32_t length, uint32_t option) {
-  return Call(__func__)
-      .Text("switchId", switchId)
+  return THIS_CALL.Text("switchId", switchId)
       .Text("portId", portId)
       .Text("key", key)
       .Bytes("value", value, length)
@@ -171,7 +169,7 @@ uint32_t DVSQOB_PortDataSet(const char* switchId, const char* portId, const char
 }
 
 void DVSQOB_DataFree(void* value) {
-  Call(__func__).Number("isNull", value == nullptr);
+  THIS_CALL.Number("isNull", value == nullptr);
   TheDouble().blocks_freed += value != nullptr;
   std::free(value);
 }

@@ -87,30 +87,23 @@ Double& TheDouble() {
   return *the_double;
 }
 
-Call::Call(const char* operation) : recording_(TheDouble().recording), answer_(nullptr) {
-  auto& d = TheDouble();
-  if (recording_) {
-    d.calls += R"({"op": ")";
-    d.calls += operation;
-    d.calls += R"(", "args": {)";
-  }
-  const auto found = d.scripts.find(std::string_view(operation));
-  if (found == d.scripts.end())
-    return;
-  auto& [counted, standing] = found->second;
+void Call::RecordOperation(const char* operation) {
+  auto& calls = TheDouble().calls;
+  calls += R"({"op": ")";
+  calls += operation;
+  calls += R"(", "args": {)";
+}
+
+void Call::RecordEnd() { TheDouble().calls += "}}\n"; }
+
+void Call::NextOf(Script& script) {
+  auto& counted = script.counted;
   while (!counted.empty() && counted.front().left == 0)  // kept until now because its last call used it
     counted.pop_front();
-  if (counted.empty()) {
-    answer_ = standing.get();
-  } else {
+  if (!counted.empty()) {
     --counted.front().left;
     answer_ = &counted.front().answer;
   }
-}
-
-Call::~Call() {
-  if (recording_)
-    TheDouble().calls += "}}\n";
 }
 
 void Call::Name(const char* name) {
@@ -215,11 +208,16 @@ bool Call::Block(void** block, std::uint32_t* length) {
   return hands_out;
 }
 
-std::uint32_t Call::Status(std::uint32_t unscripted) const { return answer_ ? answer_->status : unscripted; }
-
 extern "C" {
 
-void double_reset() { TheDouble() = Double(); }
+void double_reset() {
+  auto& d = TheDouble();
+  auto scripts = std::move(d.scripts);  // which the operations know by address
+  for (auto& [operation, script] : scripts)
+    script = Script();
+  d = Double();
+  d.scripts = std::move(scripts);
+}
 
 void double_answer(const char* operation, const DoubleAnswer* answer) {
   auto& script = TheDouble().scripts[operation];

@@ -39,7 +39,7 @@ struct Switch {
 };
 
 struct Double {
-  std::map<std::string, Script, std::less<>> scripts;
+  std::map<std::string, Script> scripts;  // none is ever removed
   std::deque<Switch> switches;
   std::string calls;
   bool recording = true, visit_all = false, find_port = false, log_hooks = false;
