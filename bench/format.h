@@ -249,15 +249,21 @@ inline void FiguresOfCore(const LBCoreRecord& core, std::uint64_t* figures) {
   figures[1] = (core.workTotal + 99999) / 100000;
 }
 
-// The value of a switch's burst size, to be freed by the caller.
-inline bool ReadBurstSize(const char* alias, const std::uint32_t** value) {
+// The burst size of a switch, from a property of exactly its size and of version 0.
+inline bool ReadBurstSize(const char* alias, BurstSize* burst) {
   DVSSwitch* const dvs = DVSState_SwitchFindByAlias(alias);
   if (!dvs || std::strcmp(DVS_ClassName(dvs), "vswitch") != 0)
     return false;
+  char switchId[64];  // the library's need not end in a NUL
+  std::memcpy(switchId, DVS_SwitchId(dvs), sizeof(switchId));
+  switchId[sizeof(switchId) - 1] = '\0';
   void* block = nullptr;
   std::uint32_t length = 0;
-  if (DVSQOB_HostPropGet(DVS_SwitchId(dvs), "com.talvor.kiv.ryn.burstsize", &block, &length) != 0)
+  if (DVSQOB_HostPropGet(switchId, "com.talvor.kiv.ryn.burstsize", &block, &length) != 0)
     return false;
-  *value = static_cast<const std::uint32_t*>(block);
-  return true;
+  const bool fits = length == sizeof(*burst);
+  if (fits)
+    std::memcpy(burst, block, sizeof(*burst));
+  DVSQOB_DataFree(block);
+  return fits && burst->version == 0;
 }

@@ -370,11 +370,9 @@ PyObject* BurstOfSwitch(PyObject*, PyObject* args) {
   const char* alias;
   if (!PyArg_ParseTuple(args, "s", &alias))
     return nullptr;
-  const std::uint32_t* value;
-  if (!ReadBurstSize(alias, &value))
+  BurstSize burst;
+  if (!ReadBurstSize(alias, &burst))
     Py_RETURN_NONE;
-  const BurstSize burst = At<BurstSize>(value, 0);
-  DVSQOB_DataFree(const_cast<std::uint32_t*>(value));
   return Py_BuildValue("I", burst.packets);
 }
 

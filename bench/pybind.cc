@@ -305,11 +305,9 @@ py::tuple DumpLBPortStats(std::uint32_t swID, std::uint32_t first, std::uint32_t
 void SetUplinkMACLearn(std::uint32_t swID, std::uint32_t enable) { Ryn_Set_Uplink_MAC_Learn(swID, enable != 0); }
 
 py::object GetSwitchBurstSize(const char* alias) {
-  const std::uint32_t* value;
-  if (!ReadBurstSize(alias, &value))
+  BurstSize burst;
+  if (!ReadBurstSize(alias, &burst))
     return py::none();
-  const BurstSize burst = At<BurstSize>(value, 0);
-  DVSQOB_DataFree(const_cast<std::uint32_t*>(value));
   return py::int_(burst.packets);
 }
 
