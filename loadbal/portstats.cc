@@ -35,25 +35,37 @@ CoreShare ShareOf(const LBCoreRecord (&cores)[kMaxStatsCores], std::uint32_t cor
           RoundedDifference(record.timeNow, record.timeBefore) * record.workTotal};
 }
 
-// A tuple of `size` items, item i being make(i); null with Python's error set.
 template <class Make>
-Ref BuildTuple(std::size_t size, Make make) {
+bool FillTuple(PyObject* tuple, std::size_t size, Make make) {
+  for (std::size_t i = 0; i < size; ++i) {
+    Ref item = make(i);
+    if (!item)
+      return false;
+    PyTuple_SET_ITEM(tuple, static_cast<Py_ssize_t>(i), item.release());
+  }
+  return true;
+}
+
+// Tuples of `size` ints, and of `size` tuples, item i being make(i); null with Python's error set. Making ints does not
+// call the collector, making tuples does.
+template <class Make>
+Ref TupleOfInts(std::size_t size, Make make) {
+  Ref tuple(PyTuple_New(static_cast<Py_ssize_t>(size)));
+  return tuple && FillTuple(tuple.get(), size, make) ? std::move(tuple) : nullptr;
+}
+
+template <class Make>
+Ref TupleOfTuples(std::size_t size, Make make) {
   Ref tuple(PyTuple_New(static_cast<Py_ssize_t>(size)));
   if (!tuple || size == 0)
     return tuple;
   const Unwalked unwalked(tuple.get());
-  for (std::size_t i = 0; i < size; ++i) {
-    Ref item = make(i);
-    if (!item)
-      return nullptr;
-    PyTuple_SET_ITEM(tuple.get(), static_cast<Py_ssize_t>(i), item.release());
-  }
-  return tuple;
+  return FillTuple(tuple.get(), size, make) ? std::move(tuple) : nullptr;
 }
 
 template <std::size_t size>
 Ref FigureTuple(const std::uint64_t (&figures)[size]) {
-  return BuildTuple(size, [&](std::size_t i) { return Ref(PyLong_FromUnsignedLong(figures[i])); });
+  return TupleOfInts(size, [&](std::size_t i) { return Ref(PyLong_FromUnsignedLong(figures[i])); });
 }
 
 }  // namespace
@@ -83,16 +95,19 @@ namespace {
 
 // Five columns with an item for each of `count` ports from `first` on, and one with an item for each core.
 bool FillResult(PyObject* result, const LBPortStats& stats, std::uint32_t first, std::uint32_t count) {
-  const auto ports = [&](auto item) {
-    return BuildTuple(count, [&](std::size_t i) { return item(stats.ports[first + i]); });
+  const auto column = [&](auto field) {
+    return TupleOfInts(count, [&](std::size_t i) { return Int(field(stats.ports[first + i])); });
   };
-  return PutItem(result, 0, ports([](const LBPortRecord& port) { return Int(port.p0); })) &&
-         PutItem(result, 1, ports([](const LBPortRecord& port) { return Int(port.p1); })) &&
-         PutItem(result, 2, ports([](const LBPortRecord& port) { return Int(port.cores[0]); })) &&
-         PutItem(result, 3, ports([](const LBPortRecord& port) { return Int(port.cores[1]); })) &&
+  return PutItem(result, 0, column([](const LBPortRecord& port) { return port.p0; })) &&
+         PutItem(result, 1, column([](const LBPortRecord& port) { return port.p1; })) &&
+         PutItem(result, 2, column([](const LBPortRecord& port) { return port.cores[0]; })) &&
+         PutItem(result, 3, column([](const LBPortRecord& port) { return port.cores[1]; })) &&
          PutItem(result, 4,
-                 ports([&](const LBPortRecord& port) { return FigureTuple(FiguresOf(port, stats.cores).values); })) &&
-         PutItem(result, 5, BuildTuple(kMaxStatsCores, [&](std::size_t core) {
+                 TupleOfTuples(count,
+                               [&](std::size_t i) {
+                                 return FigureTuple(FiguresOf(stats.ports[first + i], stats.cores).values);
+                               })) &&
+         PutItem(result, 5, TupleOfTuples(kMaxStatsCores, [&](std::size_t core) {
                    return FigureTuple(FiguresOf(stats.cores[core]).values);
                  }));
 }

@@ -57,7 +57,21 @@ inline Ref Text(std::string_view utf8) {
 // empty slot. `size` is never a count from a library that was not bounded before. Null with Python's error set.
 Ref NewList(std::size_t size);
 
-// The same as a tuple, for results that are built place by place.
+// A list of ints or strs, item i being make(i). Making them runs no code of others, so that nobody can meet the list
+// before it is full. Null with Python's error set.
+template <class Make>
+Ref ValueList(std::size_t size, Make make) {
+  Ref list(PyList_New(static_cast<Py_ssize_t>(size)));
+  for (std::size_t i = 0; list && i < size; ++i) {
+    Ref value = make(i);
+    if (!value)
+      return nullptr;
+    PyList_SET_ITEM(list.get(), static_cast<Py_ssize_t>(i), value.release());
+  }
+  return list;
+}
+
+// A tuple of `size` Nones, for results that are built place by place.
 Ref NewTuple(std::size_t size);
 
 // Keeps the collector from walking a new list or tuple while it is filled: it is known to be alive, and may have empty
@@ -103,22 +117,6 @@ inline bool StoreItem(PyObject* list, std::size_t index, Ref value) {
   if (PyList_SetItem(list, static_cast<Py_ssize_t>(index), value.release()) == 0)
     return true;
   return ReportNoListItem();
-}
-
-// Stores a list of `size` values, ints or strs, that `make` makes by index. Nobody can meet the list before it is full:
-// making such values runs no code of others. Reports.
-template <class Make>
-bool StoreValues(PyObject* dict, Key& key, std::size_t size, Make make) {
-  Ref list(PyList_New(static_cast<Py_ssize_t>(size)));
-  if (!list)
-    return ReportNoBuffer();
-  for (std::size_t i = 0; i < size; ++i) {
-    Ref value = make(i);
-    if (!value)
-      return ReportNoBuffer();
-    PyList_SET_ITEM(list.get(), static_cast<Py_ssize_t>(i), value.release());
-  }
-  return Store(dict, key, std::move(list));
 }
 
 // Creates an empty dict and stores it in a list, or a list of `size` Nones and stores it in a dict, to be filled

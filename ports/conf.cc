@@ -45,14 +45,14 @@ Ref RangeText(VlanRange range) {
   return AsciiText(text.View());
 }
 
-bool StoreMcastAddrs(PyObject* dict, const PortConf& conf) {
-  return StoreValues(dict, kMcastAddrList, std::min(conf.numMcastAddrs, kMaxMcastAddrs),
-                     [&](std::size_t i) { return MacText(conf.mcastAddrs[i]); });
+Ref McastAddrs(const PortConf& conf) {
+  return ValueList(std::min(conf.numMcastAddrs, kMaxMcastAddrs),
+                   [&](std::size_t i) { return MacText(conf.mcastAddrs[i]); });
 }
 
-bool StoreVlanRanges(PyObject* dict, const PortConf& conf) {
-  return StoreValues(dict, kVlanRanges, std::min(conf.numTaggedVlanRanges, kMaxVlanRanges),
-                     [&](std::size_t i) { return RangeText(conf.vlanRanges[i]); });
+Ref VlanRanges(const PortConf& conf) {
+  return ValueList(std::min(conf.numTaggedVlanRanges, kMaxVlanRanges),
+                   [&](std::size_t i) { return RangeText(conf.vlanRanges[i]); });
 }
 
 bool FillConf(PyObject* dict, const PortConf& conf) {
@@ -61,9 +61,10 @@ bool FillConf(PyObject* dict, const PortConf& conf) {
          Store(dict, kUntaggedVlanID, Int(conf.untaggedVlanID)) &&
          Store(dict, kForgedMACAllowed, Int(conf.forgedMACAllowed)) &&
          Store(dict, kNumMcastAddrs, Int(conf.numMcastAddrs)) && Store(dict, kVni, Int(conf.vni)) &&
-         Store(dict, kSampleRate, Int(conf.sampleRate)) && (conf.numMcastAddrs == 0 || StoreMcastAddrs(dict, conf)) &&
+         Store(dict, kSampleRate, Int(conf.sampleRate)) &&
+         (conf.numMcastAddrs == 0 || Store(dict, kMcastAddrList, McastAddrs(conf))) &&
          Store(dict, kNumTaggedVlanRanges, Int(conf.numTaggedVlanRanges)) &&
-         (conf.numTaggedVlanRanges == 0 || StoreVlanRanges(dict, conf));
+         (conf.numTaggedVlanRanges == 0 || Store(dict, kVlanRanges, VlanRanges(conf)));
 }
 
 }  // namespace

@@ -45,8 +45,8 @@ bool FillSwitch(PyObject* dict, const SwitchRecord& record) {
 }
 
 // One value per queue; a queue count above the room of the record is cut to it.
-bool StoreQueues(PyObject* dict, Key& key, std::uint32_t count, const std::uint8_t (&values)[kMaxQueues]) {
-  return StoreValues(dict, key, std::min(count, kMaxQueues), [&](std::size_t i) { return Int(values[i]); });
+Ref Queues(std::uint32_t count, const std::uint8_t (&values)[kMaxQueues]) {
+  return ValueList(std::min(count, kMaxQueues), [&](std::size_t i) { return Int(values[i]); });
 }
 
 bool FillPort(PyObject* dict, const PortRecord& record) {
@@ -54,8 +54,8 @@ bool FillPort(PyObject* dict, const PortRecord& record) {
          Store(dict, kNumTxQ, Int(record.numTxQ)) && Store(dict, kNumRxQ, Int(record.numRxQ)) &&
          Store(dict, kHwAddr, MacText(record.hwAddr)) && Store(dict, kNumMACs, Int(record.numMACs)) &&
          Store(dict, kClientType, ClientType(record.clientType)) &&
-         StoreQueues(dict, kTxQLM, record.numTxQ, record.txQLM) &&
-         StoreQueues(dict, kRxQLM, record.numRxQ, record.rxQLM);
+         Store(dict, kTxQLM, Queues(record.numTxQ, record.txQLM)) &&
+         Store(dict, kRxQLM, Queues(record.numRxQ, record.rxQLM));
 }
 
 }  // namespace

@@ -1,6 +1,12 @@
 // GetPortNetQInfo: the receive filters of a port in the network hardware, and the queues that serve them.
 
 #include <algorithm>
+#include <charconv>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <iterator>
+#include <string_view>
 
 #include "include/libryn.h"
 #include "module/call.h"
@@ -29,30 +35,19 @@ struct NetQResponse {
 
 constexpr std::size_t kMaxFilters = (sizeof(NetQResponse) - sizeof(NetQHeader)) / sizeof(NetQFilter);
 
-void AppendMac(const std::uint8_t* mac, BoundedText* text) {
-  char macText[kMacTextLength];
-  WriteMac(mac, macText);
-  text->Append({macText, sizeof(macText)});
-}
-
+// Both texts are written over a pattern of their layout.
 Ref MacOnlyText(const MacOnlyBody& body) {
-  char area[120];
-  BoundedText text(area, sizeof(area));
-  text.Append("macOnly:");
-  AppendMac(body.mac, &text);
-  return AsciiText(text.View());
+  char text[] = "macOnly:xx:xx:xx:xx:xx:xx";
+  WriteMac(body.mac, text + 8);
+  return AsciiText({text, sizeof(text) - 1});
 }
 
 Ref GeneveText(const GeneveBody& body) {
-  char area[250];
-  BoundedText text(area, sizeof(area));
-  text.Append("geneve:outer:");
-  AppendMac(body.outerMac, &text);
-  text.Append(":inner:");
-  AppendMac(body.innerMac, &text);
-  text.Append(":vni:");
-  text.Append(Decimal(body.vni));
-  return AsciiText(text.View());
+  char text[] = "geneve:outer:xx:xx:xx:xx:xx:xx:inner:xx:xx:xx:xx:xx:xx:vni:4294967295";
+  WriteMac(body.outerMac, text + 13);
+  WriteMac(body.innerMac, text + 37);
+  const char* const end = std::to_chars(text + 59, std::end(text), body.vni).ptr;
+  return AsciiText({text, end});
 }
 
 // Reads of a body what its kind reads, and no byte more. A body may be shorter than that: what lies behind the response
