@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import random
 from dataclasses import dataclass
+from functools import lru_cache
 from typing import Callable
 
 from harness import Bytes, Double, u32, u64
@@ -18,6 +19,7 @@ class Case:
     target: float | None = None  # relative to marshal.loads of an equal result, at most
 
 
+@lru_cache(maxsize=None)
 def _mac_table(rows: int) -> bytes:
     chance = random.Random(rows)
     area = Bytes(16 + 20 * rows).u32(0, rows, 0, 65536)  # the double fills no more

@@ -48,7 +48,8 @@ PEERS = {
     "structures": "ctypes",
 }
 FLOORS = ["marshal", "pickle"]
-SAMPLE_NS = 8_000_000  # a sample takes at least this long,
+SAMPLE_NS = 8_000_000  # a sample takes at least this long
+BURSTS = 8  # the calls of a sample whose difference from another counts are made in turn with that one's
 SAMPLE_CALLS = 6  # and calls at least so often: where the collector walks the young objects is a matter of luck
 
 
@@ -150,39 +151,39 @@ def run_growth(rounds: int, chance: random.Random) -> dict[str, Any]:
     """Nanoseconds that each row adds to MAC tables of growing size: the time of a table less that of an empty one in the
     same round, by the number of rows."""
     sizes = [1 << power for power in range(17)]
-    empty = cases.mac_table(0)
-    per_row: dict[str, list[float]] = {}
-    whole: list[float] = []
+    stages = {size: cases.mac_table(size) for size in (0, *sizes)}
+    pairs: list[tuple[int, Contender, Contender]] = []  # a size, and a call of it and of an empty table
     for size in sizes:
-        case = cases.mac_table(size)
-        set_the_stage(case)
+        set_the_stage(stages[size])
         value = _libryn.ListSwitchMACTable(3)
-        pairs = []
-        for contender in (Contender(MODULE, partial(_libryn.ListSwitchMACTable, 3)), *peers(case)):
+        for contender in (Contender(MODULE, partial(_libryn.ListSwitchMACTable, 3)), *peers(stages[size])):
             assert contender.call() == value
-            pairs.append((contender, Contender(contender.name, contender.call)))
+            pairs.append((size, contender, Contender(contender.name, contender.call)))
         full, none = (marshal.dumps(each, 4) for each in (value, {**value, "MacTableList": []}))
-        pairs.append((Contender("marshal", partial(marshal.loads, full)),
+        pairs.append((size, Contender("marshal", partial(marshal.loads, full)),
                       Contender("marshal", partial(marshal.loads, none))))
         del value
-        for stage, place in ((case, 0), (empty, 1)):
-            set_the_stage(stage)
-            for pair in pairs:
-                calibrate(pair[place])
+    for size, contender, empty in pairs:
+        for stage, each in ((size, contender), (0, empty)):
+            set_the_stage(stages[stage])
+            calibrate(each)
+            each.calls = -(-each.calls // BURSTS)
 
-        times: dict[str, list[tuple[float, float]]] = {}
-        for _ in range(rounds):
-            for pair in chance.sample(pairs, len(pairs)):
-                samples = []
-                for stage, contender in ((case, pair[0]), (empty, pair[1])):
-                    set_the_stage(stage)
+    times: dict[tuple[str, int], list[tuple[float, float]]] = {}
+    for _ in range(rounds):  # through all sizes, so that a bad moment of the machine meets each of them in one round
+        for size, contender, empty in chance.sample(pairs, len(pairs)):
+            samples = [0.0, 0.0]
+            for _ in range(BURSTS):
+                for i, (stage, each) in enumerate(((size, contender), (0, empty))):
+                    set_the_stage(stages[stage])
                     gc.collect()
-                    samples.append(run_for(contender) / contender.calls)
-                times.setdefault(pair[0].name, []).append((samples[0], samples[1]))
-        for name, samples in times.items():
-            per_row.setdefault(name, []).append(statistics.median((time - base) / size for time, base in samples))
-        whole.append(statistics.median(time for time, _ in times[MODULE]))
-        nothing = statistics.median(base for _, base in times[MODULE])
+                    samples[i] += run_for(each) / each.calls / BURSTS
+            times.setdefault((contender.name, size), []).append((samples[0], samples[1]))
+    per_row: dict[str, list[float]] = {}
+    for (name, size), samples in sorted(times.items()):
+        per_row.setdefault(name, []).append(statistics.median((time - base) / size for time, base in samples))
+    whole = [statistics.median(time for time, _ in times[MODULE, size]) for size in sizes]
+    nothing = statistics.median(base for size in sizes for _, base in times[MODULE, size])
     DOUBLE.reset()
     per_row = {name: per_row[name] for name in (MODULE, *PEERS.values(), "marshal")}
     return {"rows": sizes, "ns per row": per_row, "ns per call": whole, "ns of an empty table": nothing}
