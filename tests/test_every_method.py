@@ -10,8 +10,9 @@ from typing import Callable
 import pytest
 
 import _probe
-from harness import ANY, Outcome, capture_stderr, lost_blocks, run
+from harness import ANY, Call, Double, Outcome, capture_stderr, lost_blocks, run
 from method_table import METHODS, Failure, Method
+from objects import for_the_parser
 
 
 def methods(which: Callable[[Method], object]) -> pytest.MarkDecorator:
@@ -42,12 +43,16 @@ def test_rows_reach_every_operation_of_the_datapath_library():
     assert reached | fallbacks == set(re.findall(r"^uint32_t (Ryn_\w+)\(", header, re.MULTILINE))
 
 
+def platform_calls(double: Double) -> list[Call]:
+    """But for the look-ups in the switch configuration."""
+    return [call for call in double.calls() if call.op.startswith(("Ryn_", "DVSQOB_"))]
+
+
 @every_method
 def test_good_call(ryn, double, method: Method):
     method.script(double)
     assert run(getattr(ryn, method.name), *method.args) == Outcome(method.value)
-    platform_calls = [call for call in double.calls() if call.op.startswith(("Ryn_", "DVSQOB_"))]
-    assert platform_calls == method.calls
+    assert platform_calls(double) == method.calls
     handed_out, freed = double.blocks()
     assert handed_out == freed
 
@@ -120,6 +125,14 @@ def test_numbers_wrap(ryn, double, method: Method):
     method.script(double)
     wrapped = tuple(arg + (1 << 32) if unit == "I" else arg for unit, arg in zip(method.format, method.args))
     assert run(getattr(ryn, method.name), *wrapped) == Outcome(method.value)
+
+
+@methods(lambda method: method.format)
+def test_arguments_that_only_the_parser_reads(ryn, double, method: Method):
+    """A subclass of str and what has an __index__ make the same call as the plain types."""
+    method.script(double)
+    assert run(getattr(ryn, method.name), *map(for_the_parser, method.args)) == Outcome(method.value)
+    assert platform_calls(double) == method.calls
 
 
 @every_failure

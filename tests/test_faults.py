@@ -13,7 +13,7 @@ from typing import Any, Callable
 
 import pytest
 
-from failing_calls import fail_each_call, load_faults
+from failing_calls import fail_each_call, load_faults, run_failing
 from fault_rules import INJECTED, item
 from harness import Bytes, Double, capture_stderr, lost_blocks, python, u16
 from method_table import METHODS, Method
@@ -59,6 +59,15 @@ def test_number_of_points():
     if len(POINTS) < len(METHODS):
         pytest.skip("counts only when all methods ran")
     assert sum(POINTS.values()) > 2000
+
+
+@pytest.mark.parametrize("method", [method for method in METHODS if method.format and "L" not in method.format],
+                         ids=lambda method: method.name)
+def test_plain_arguments_are_taken_without_the_parser(ryn, double: Double, faults, method: Method):
+    """Which takes longer than the rest of a setter."""
+    method.script(double)
+    _, trace = run_failing(faults, getattr(ryn, method.name), method.args, -1)
+    assert "PyArg_ParseTuple" not in [name for name, _ in trace]
 
 
 # Constants that are made at their first use: a fresh process for each
