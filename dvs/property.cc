@@ -27,7 +27,7 @@ std::uint32_t PropertyValue::Own(std::uint32_t status, void* block, std::uint32_
   return status;
 }
 
-std::uint32_t PropertyValue::FirstWord() const { return View(Bytes(), length_).Get(Field<std::uint32_t>{0}); }
+std::uint32_t PropertyValue::FirstWord() const { return View(Bytes(), length_).GetOrZero(Field<std::uint32_t>{0}); }
 
 bool FindSwitchId(const char* alias, SwitchId* switchId) {
   if (DVSAliasToSwitchId(alias, switchId->text) == 0)

@@ -43,6 +43,7 @@ constexpr Field<std::uint16_t> kVi{74};
 constexpr Field<std::uint32_t> kVni{76};
 constexpr Field<std::uint32_t> kKcpInputChildPort{114};
 constexpr Field<std::uint16_t> kKcpOutputVlan{118};
+// These may lie behind the end of a page.
 constexpr Field<std::uint8_t> kEncapVni{244};  // 3 bytes in network byte order
 constexpr Field<std::uint8_t> kVdrCount{256};
 constexpr Field<std::uint32_t> kVdrInstance{274};
@@ -63,6 +64,7 @@ static_assert(offsetof(FlowPage, entries) == 20);
 
 // An entry with fewer valid bytes left is refused, even if its own length is smaller.
 constexpr std::size_t kMinEntryBytes = 304;
+static_assert(sizeof(FlowKey) + kKcpOutputVlan.offset + sizeof(std::uint16_t) <= kMinEntryBytes);  // always there
 
 // ---- Counters -----------------------------------------------------------------------------------------------------
 

@@ -141,7 +141,7 @@ void AppendHeader(const View& actions, std::uint32_t bitmap, BoundedText* line) 
 
 // False when an instance found no room to begin.
 bool AppendVdr(const View& actions, BoundedText* line) {
-  const std::uint32_t count = actions.Get(kVdrCount);
+  const std::uint32_t count = actions.GetOrZero(kVdrCount);
   AppendNumber("VDR inst: ", count, line);
   for (std::uint32_t i = 0; i < count; ++i) {
     if (line->IsFull())
@@ -149,15 +149,15 @@ bool AppendVdr(const View& actions, BoundedText* line) {
     line->Append("INST ");
     line->Append(Decimal(i + 1));
     line->Append(": 0x");
-    line->Append(Hex(actions.Get(kVdrInstance, kVdrStride * i)));
+    line->Append(Hex(actions.GetOrZero(kVdrInstance, kVdrStride * i)));
     line->Append("; ");
   }
   return true;
 }
 
 std::uint32_t EncapVni(const View& actions) {
-  return std::uint32_t{actions.Get(kEncapVni)} << 16 | std::uint32_t{actions.Get(kEncapVni, 1)} << 8 |
-         std::uint32_t{actions.Get(kEncapVni, 2)};
+  return std::uint32_t{actions.GetOrZero(kEncapVni)} << 16 | std::uint32_t{actions.GetOrZero(kEncapVni, 1)} << 8 |
+         std::uint32_t{actions.GetOrZero(kEncapVni, 2)};
 }
 
 // A record of which nobody has said where it ends.

@@ -47,13 +47,20 @@ struct Field {
   std::size_t offset;
 };
 
-// Bytes that read as 0 past their end, wherever a record says its fields lie.
+// The bytes of a record, whose fields lie wherever it says.
 class View {
  public:
   View(const void* bytes, std::size_t size) : bytes_(static_cast<const unsigned char*>(bytes)), size_(size) {}
 
+  // A field that every record of the kind has.
   template <class T>
-  T Get(Field<T> field, std::size_t position = 0) const {
+  T Get(Field<T> field) const {
+    return Load<T>(bytes_, field.offset);
+  }
+
+  // A field that may lie behind the end; bytes that do read as 0.
+  template <class T>
+  T GetOrZero(Field<T> field, std::size_t position = 0) const {
     const std::size_t start = position + field.offset;
     if (start + sizeof(T) <= size_)
       return Load<T>(bytes_, start);

@@ -13,9 +13,9 @@ from typing import Any, Callable
 
 import pytest
 
-from failing_calls import fail_each_call, load_faults, run_failing
+from failing_calls import assert_kept, fail_each_call, load_faults, run_failing
 from fault_rules import INJECTED, item
-from harness import Bytes, Double, capture_stderr, lost_blocks, python, u16
+from harness import BUFFER, Bytes, Double, capture_stderr, lost_blocks, python, u16
 from method_table import METHODS, Method
 
 # Functions that the module uses and that cannot fail, or whose failure is their answer.
@@ -68,6 +68,25 @@ def test_plain_arguments_are_taken_without_the_parser(ryn, double: Double, fault
     method.script(double)
     _, trace = run_failing(faults, getattr(ryn, method.name), method.args, -1)
     assert "PyArg_ParseTuple" not in [name for name, _ in trace]
+
+
+class Unconvertible:
+    def __index__(self) -> int:
+        raise KeyError("made for this conversion")
+
+
+def test_error_of_an_argument_gives_way_to_a_later_one_and_is_freed(ryn, double: Double, faults):
+    double.answer("Ryn_Get_Flow_Stats", area=Bytes(1544).u32(0, 1))
+    double.recording(False)
+    args = (3, (Unconvertible(),), 0)
+    base, trace = run_failing(faults, ryn.GetFlowStats, args, -1)
+    assert base.error == (KeyError, "'made for this conversion'")
+    later = {"PyList_New": INJECTED, "PyDict_New": BUFFER}
+    for n, (name, _) in enumerate(trace):
+        if name in later:
+            assert run_failing(faults, ryn.GetFlowStats, args, n)[0].error == later[name]
+            assert_kept(faults, ryn.GetFlowStats, args, n, (0, 0, 0), name)
+    assert later.keys() <= {name for name, _ in trace}
 
 
 # Constants that are made at their first use: a fresh process for each

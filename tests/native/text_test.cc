@@ -106,15 +106,16 @@ TEST(Load, ReadsAtAnyPosition) {
   EXPECT_EQ(Load<std::int32_t>(bytes.data(), 5), static_cast<std::int32_t>(0xF8070605U));
 }
 
-TEST(View, ReadsZerosPastItsEnd) {
+TEST(View, ReadsAFieldThatIsThereAndZerosPastItsEnd) {
   const std::vector<unsigned char> bytes = {1, 2, 3, 4, 5, 6};
   const View view(bytes.data(), bytes.size());
   constexpr Field<std::uint32_t> kAt2 = {2};
   EXPECT_EQ(view.Get(kAt2), 0x06050403U);
-  EXPECT_EQ(view.Get(kAt2, 1), 0x060504U);  // the last byte is missing
-  EXPECT_EQ(view.Get(kAt2, 3), 0x06U);
-  EXPECT_EQ(view.Get(kAt2, 4), 0U);
-  EXPECT_EQ(view.Get(kAt2, std::size_t{1} << 40), 0U);
+  EXPECT_EQ(view.GetOrZero(kAt2), 0x06050403U);
+  EXPECT_EQ(view.GetOrZero(kAt2, 1), 0x060504U);  // the last byte is missing
+  EXPECT_EQ(view.GetOrZero(kAt2, 3), 0x06U);
+  EXPECT_EQ(view.GetOrZero(kAt2, 4), 0U);
+  EXPECT_EQ(view.GetOrZero(kAt2, std::size_t{1} << 40), 0U);
 }
 
 TEST(FieldText, EndsAtItsNulOrItsWidth) {
