@@ -93,8 +93,8 @@ bool ReportNoListItem();
 bool ReportNoDictItem();
 
 // Stores that do not report, for values that are built in one go: false, with Python's error set, also for null values.
-// `Put` and `Store` are inline whatever the compiler thinks of it: a call each was a tenth of the time of a listing, and
-// leaves the look at values that were moved away to the end of a chain of them.
+// `Put` and `Store` are inline whatever the compiler thinks: a call each was a tenth of the time of a listing, and
+// leaves a look at values that were moved away behind a chain of them.
 [[gnu::always_inline]] inline bool Put(PyObject* dict, Key& key, Ref value) {
   PyObject* const name = value ? key.Object() : nullptr;
   return name && PyDict_SetItem(dict, name, value.get()) == 0;
