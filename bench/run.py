@@ -48,9 +48,9 @@ PEERS = {
     "structures": "ctypes",
 }
 FLOORS = ["marshal", "pickle"]
-SAMPLE_NS = 8_000_000  # a sample takes at least this long
-BURSTS = 8  # the calls of a sample whose difference from another counts are made in turn with that one's
+SAMPLE_NS = 8_000_000  # a sample takes at least this long,
 SAMPLE_CALLS = 6  # and calls at least so often: where the collector walks the young objects is a matter of luck
+BURSTS = 8  # parts of a sample, made in turn with those of the call that it is compared with
 
 
 @dataclass

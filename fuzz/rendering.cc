@@ -27,6 +27,12 @@ std::size_t BytesRead(std::uint32_t bitmap, std::uint8_t instances) {
   return size;
 }
 
+// To what an entry of a page has at least, the key of 64 bytes before it left out.
+Bytes Lengthened(Bytes record) {
+  record.resize(std::max<std::size_t>(record.size(), 304 - 64));
+  return record;
+}
+
 }  // namespace
 
 void FuzzFlowKey(Input input) {
@@ -52,15 +58,9 @@ void FuzzFlowActions(Input input) {
   Expect(result == expected, "the result tells whether an action was left");
 }
 
-// As much as an entry of a page has at least: a key of 64 bytes comes before it.
-Bytes CutRecord(Bytes record) {
-  record.resize(std::max<std::size_t>(record.size(), 304 - 64));
-  return record;
-}
-
 void FuzzBoundedActions(Input input) {
   const std::size_t size = input.Take<std::uint16_t>();
-  const Bytes record = CutRecord(input.Rest());
+  const Bytes record = Lengthened(input.Rest());
   const Exact exact(record);
   TextArea text(size);
   BoundedText line(text.get(), size);
@@ -73,14 +73,14 @@ void FuzzBoundedActions(Input input) {
 
 void FuzzFlowStatistics(Input input) {
   const std::size_t size = input.Take<std::uint8_t>();
-  Bytes record = CutRecord(input.Rest());
+  Bytes record = Lengthened(input.Rest());
   {
     const Exact exact(record);
     TextArea text(size);
     BoundedText statistics(text.get(), size);
     const bool apply = AppendStatistics(View(exact.get(), record.size()), &statistics);
     statistics.Terminate();
-    ExpectEqual(text.Text(), StatisticsModel(record).substr(0, size ? size - 1 : 0), "cut records show zeros");
+    ExpectEqual(text.Text(), StatisticsModel(record).substr(0, size ? size - 1 : 0), "statistics equal their print");
     Expect(apply == ((At<std::uint8_t>(record, 61) & 8) != 0), "a flag tells whether they apply");
   }
   record.resize(62);

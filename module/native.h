@@ -47,7 +47,7 @@ struct Field {
   std::size_t offset;
 };
 
-// The bytes of a record, whose fields lie wherever it says.
+// The bytes of a record that is not mapped as a struct.
 class View {
  public:
   View(const void* bytes, std::size_t size) : bytes_(static_cast<const unsigned char*>(bytes)), size_(size) {}

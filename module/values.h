@@ -58,7 +58,7 @@ inline Ref Text(std::string_view utf8) {
 Ref NewList(std::size_t size);
 
 // A list of ints or strs, item i being make(i). Making them runs no code of others, so that nobody can meet the list
-// before it is full. Null with Python's error set.
+// before it is full, unless memory runs out. Null with Python's error set.
 template <class Make>
 Ref ValueList(std::size_t size, Make make) {
   Ref list(PyList_New(static_cast<Py_ssize_t>(size)));
@@ -94,7 +94,7 @@ bool ReportNoDictItem();
 
 // Stores that do not report, for values that are built in one go: false, with Python's error set, also for null values.
 // `Put` and `Store` are inline whatever the compiler thinks: a call each was a tenth of the time of a listing, and
-// leaves a look at values that were moved away behind a chain of them.
+// after a chain of them the compiler would test the values that were moved away.
 [[gnu::always_inline]] inline bool Put(PyObject* dict, Key& key, Ref value) {
   PyObject* const name = value ? key.Object() : nullptr;
   return name && PyDict_SetItem(dict, name, value.get()) == 0;
