@@ -355,12 +355,16 @@ def records(ryn) -> Callable[[], bytes]:
     return lambda: ctypes.string_at(base + area, AREA)
 
 
-def test_cut_text_writes_nothing_behind_its_area(dump, records):
+@pytest.mark.parametrize("behind, vertices", [
+    (group(5, 1, 1 << 127), vertex(7, 8, 9, out=[(1, 2, 3)], into=[(4, 5, 6), (7, 8, 9)])),
+    (group(-12345, 1 << 127 | 1 << 10 | 1, 1 << 100),
+     vertex(-1, 1 << 31, 0xFFFFFFFF, out=[(-12, 345, 0xFFFFFFFF)], into=[(123, 1234, 12345), (-1, 100, 1000)])),
+    (group(12), vertex(12, 34, 0x56, out=[(78, 90, 12)])),
+], ids=["one digit", "many digits", "two digits"])
+def test_cut_text_writes_nothing_behind_its_area(dump, records, behind, vertices):
     """Every piece of a line, at every character, meets the end of the area."""
-    behind = group(-5, 1 << 127 | 1 << 9 | 1, 1 << 100)
-    vertices = [vertex(7, 8, 9, out=[(1, 2, 3)], into=[(4, 5, 6), (-1, 100, 1000)])]
-    for room in range(400):
-        area = snapshot([*groups_of_text_length(TEXT - room), behind], vertices)
+    for room in range(-30, 400):  # the heading behind the groups takes 20 of it
+        area = snapshot([*groups_of_text_length(TEXT - room), behind], [vertices])
         assert dump(area) == Outcome(full_text(area)[:TEXT])
         assert records() == area
 
