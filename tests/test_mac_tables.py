@@ -4,6 +4,7 @@ import gc
 import random
 import struct
 import sys
+import tracemalloc
 
 import pytest
 
@@ -121,6 +122,35 @@ def test_random_tables(ryn, double, table):
     for _ in range(30):
         entries = rng.randbytes(ENTRY * rng.randrange(200))
         assert table.entries(ryn, double, table.area(entries)) == rows(entries)
+
+
+@both
+@pytest.mark.parametrize("count", [1, 2, 3, 1000, 16384])
+def test_rows_share_keys_and_numbers(ryn, double, table, count):
+    """Numbers that follow one another are one object each, as far as there are rows."""
+    vlans = [300 + i % 500 % count for i in range(count)]
+    entries = table.entries(ryn, double, table.area(b"".join(
+        struct.pack("<6sHI4xI", bytes(6), vlan, 1, vlan) for vlan in vlans)))
+    assert [entry["vlanID"] for entry in entries] == vlans
+    assert len({id(key) for entry in entries for key in entry}) == 4
+    assert len({id(entry[key]) for entry in entries for key in ("vlanID", "macGenDiff")}) == len(set(vlans))
+
+
+@pytest.mark.skipif(sys.version_info[:2] != (3, 11), reason="how large objects are differs between versions")
+def test_a_row_takes_at_most_300_bytes(ryn, double):
+    chance = random.Random(45)
+    area = SWITCH.area(b"".join(
+        struct.pack("<6sHI4xI", chance.randbytes(6), chance.randrange(1, 4095), chance.randrange(128),
+                    chance.randrange(1000)) for _ in range(SWITCH.room)))
+    SWITCH.entries(ryn, double, area)
+    double.answer(SWITCH.op, area=area)
+    tracemalloc.start()
+    try:
+        table = ryn.ListSwitchMACTable(15)
+        size = tracemalloc.get_traced_memory()[0]
+    finally:
+        tracemalloc.stop()
+    assert size <= 300 * len(table["MacTableList"])
 
 
 @both

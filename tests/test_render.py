@@ -326,6 +326,13 @@ def test_every_size_of_random_actions_matches_the_model(render):
             assert render.actions(record, size) == flow.actions_line(record, size), (record.hex(), size)
 
 
+@pytest.mark.parametrize("values", [[0, 1, 0xA, 0xF0], [0xFFFFFFFF, 0x80000000, 0x12345678]])
+def test_every_size_of_instances_matches_the_model(render, values):
+    record = flow.actions(bitmap=1 << 18, instances=values)
+    for size in range(200):
+        assert render.actions(record, size) == flow.actions_line(record, size), size
+
+
 def test_random_actions_match_the_model(render):
     rng = random.Random(44)
     for _ in range(3000):
