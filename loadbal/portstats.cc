@@ -51,7 +51,9 @@ bool FillTuple(PyObject* tuple, std::size_t size, Make make) {
 template <class Make>
 Ref TupleOfInts(std::size_t size, Make make) {
   Ref tuple(PyTuple_New(static_cast<Py_ssize_t>(size)));
-  return tuple && FillTuple(tuple.get(), size, make) ? std::move(tuple) : nullptr;
+  if (tuple && !FillTuple(tuple.get(), size, make))
+    return nullptr;
+  return tuple;
 }
 
 template <class Make>
