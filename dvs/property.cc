@@ -27,15 +27,6 @@ std::uint32_t PropertyValue::Own(std::uint32_t status, void* block, std::uint32_
   return status;
 }
 
-std::uint32_t PropertyValue::FirstWord() const { return View(Bytes(), length_).GetOrZero(Field<std::uint32_t>{0}); }
-
-bool FindSwitchId(const char* alias, SwitchId* switchId) {
-  if (DVSAliasToSwitchId(alias, switchId->text) == 0)
-    return true;
-  Report("Failed to find dvs ID for dvs alias %s.\n", alias);
-  return false;
-}
-
 bool FindPortsetName(const char* alias, PortsetName* name) {
   if (DVSAliasToPortsetName(alias, name->text) == 0)
     return true;

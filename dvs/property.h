@@ -7,6 +7,8 @@
 
 #include "dvs/dvs.h"
 #include "include/libryn.h"
+#include "module/call.h"
+#include "module/native.h"
 #include "platform/jor_public.h"
 
 struct FreeBlock {
@@ -25,7 +27,7 @@ class PropertyValue {
   std::size_t Length() const { return length_; }
 
   // The first 32 bits; bytes that are missing count as 0.
-  std::uint32_t FirstWord() const;
+  std::uint32_t FirstWord() const { return View(Bytes(), length_).GetOrZero(Field<std::uint32_t>{0}); }
 
  private:
   std::uint32_t Own(std::uint32_t status, void* block, std::uint32_t length);
@@ -45,7 +47,12 @@ struct PortsetName {
 };
 
 // Look a switch up by its alias. False after a message on standard error.
-bool FindSwitchId(const char* alias, SwitchId* switchId);
+inline bool FindSwitchId(const char* alias, SwitchId* switchId) {
+  if (DVSAliasToSwitchId(alias, switchId->text) == 0)
+    return true;
+  Report("Failed to find dvs ID for dvs alias %s.\n", alias);
+  return false;
+}
 bool FindPortsetName(const char* alias, PortsetName* name);
 
 // Stores a value as a host property. False after a message on standard error.
