@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include "module/call.h"
-#include "module/native.h"
 
 std::uint32_t PropertyValue::ReadHost(const char* switchId, const char* property) {
   void* block = nullptr;
