@@ -8,9 +8,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "loadbal/records.h"
+#include "host/records/loadbal.h"
+#include "host/records/uplinks.h"
 #include "platform/jor_public.h"
-#include "uplinks/records.h"
 
 template <class T>
 T At(const void* bytes, std::size_t position) {

@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "bench/format.h"
-#include "include/libryn.h"
-#include "loadbal/snapshot.h"
-#include "module/text.h"
+#include "libryn/base/text.h"
+#include "libryn/include/libryn.h"
+#include "libryn/loadbal/snapshot.h"
 
 namespace {
 

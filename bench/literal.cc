@@ -8,12 +8,12 @@
 #include <cstring>
 
 #include "bench/format.h"
-#include "flowcache/records.h"
-#include "loadbal/records.h"
+#include "host/records/flowcache.h"
+#include "host/records/loadbal.h"
+#include "host/records/ports.h"
+#include "host/records/uplinks.h"
 #include "platform/jor_public.h"
 #include "platform/ryn.h"
-#include "ports/records.h"
-#include "uplinks/records.h"
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <string>
 
 #include "bench/format.h"
-#include "flowcache/records.h"
+#include "host/records/flowcache.h"
+#include "host/records/ports.h"
 #include "platform/ryn.h"
-#include "ports/records.h"
 
 namespace py = pybind11;
 

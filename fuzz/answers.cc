@@ -1,12 +1,12 @@
 // Methods over whatever the datapath library answers.
 #include <iterator>
 
-#include "flowcache/flowcache.h"
-#include "loadbal/loadbal.h"
+#include "libryn/flowcache/flowcache.h"
+#include "libryn/loadbal/loadbal.h"
+#include "libryn/ports/ports.h"
+#include "libryn/uplinks/uplinks.h"
 #include "model.h"
-#include "ports/ports.h"
 #include "targets.h"
-#include "uplinks/uplinks.h"
 
 namespace {
 

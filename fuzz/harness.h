@@ -4,7 +4,7 @@
 // independent model or with the rules that hold for every call. It never uses the module's own records.
 #pragma once
 
-#include "module/python.h"
+#include "libryn/base/python.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "module/values.h"
+#include "libryn/base/values.h"
 
 using Bytes = std::vector<unsigned char>;
 

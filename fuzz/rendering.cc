@@ -1,11 +1,11 @@
 // The formatters, without the interpreter, each against its model.
 #include <algorithm>
 
-#include "flowcache/render.h"
-#include "include/libryn.h"
-#include "loadbal/snapshot.h"
+#include "libryn/base/text.h"
+#include "libryn/flowcache/render.h"
+#include "libryn/include/libryn.h"
+#include "libryn/loadbal/snapshot.h"
 #include "model.h"
-#include "module/text.h"
 #include "targets.h"
 
 namespace {

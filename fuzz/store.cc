@@ -2,11 +2,11 @@
 #include <deque>
 
 #include "double.h"
-#include "flowcache/flowcache.h"
-#include "include/libryn.h"
-#include "loadbal/loadbal.h"
+#include "libryn/flowcache/flowcache.h"
+#include "libryn/include/libryn.h"
+#include "libryn/loadbal/loadbal.h"
+#include "libryn/uplinks/uplinks.h"
 #include "targets.h"
-#include "uplinks/uplinks.h"
 
 namespace {
 

@@ -12,7 +12,7 @@ def pytest_configure(config: pytest.Config) -> None:
         config.ryn_double = harness.set_up()
     except (OSError, RuntimeError) as error:
         raise pytest.UsageError(
-            f"{error}\nThe tests need LD_LIBRARY_PATH=BUILD/tests/double PYTHONPATH=BUILD/module (LD_LIBRARY_PATH is "
+            f"{error}\nThe tests need LD_LIBRARY_PATH=BUILD/tests/double PYTHONPATH=BUILD/libryn (LD_LIBRARY_PATH is "
             f"{os.environ.get('LD_LIBRARY_PATH', 'not set')!r}). ./dev test sets both.") from None
 
 

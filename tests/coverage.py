@@ -17,13 +17,13 @@ from pathlib import Path
 from typing import Iterator, NamedTuple
 
 ROOT = Path(__file__).resolve().parents[1]
-FOLDERS = ["module", "dvs", "ports", "flowcache", "uplinks", "loadbal"]
+FOLDERS = ["host", "libryn/base", "libryn/dvs", "libryn/ports", "libryn/flowcache", "libryn/uplinks", "libryn/loadbal"]
 KINDS = ["regions", "branches", "conditions"]
 CODE_REGION = 0  # llvm-cov's number for a region that is neither an expansion nor skipped
 
 # Places that no test reaches: (file, the text of their line) -> the reason. At most ten, each read again at a change.
 REVIEWED: dict[tuple[str, str], str] = {
-    ("module/values.h", "explicit consteval Key(const char* text) : text_(text) {}"): "at compile time alone",
+    ("libryn/base/values.h", "explicit consteval Key(const char* text) : text_(text) {}"): "at compile time alone",
 }
 
 
@@ -70,7 +70,7 @@ def main() -> int:
     parser = argparse.ArgumentParser(description="Reports what of the module the tests reached.")
     parser.add_argument("build", type=Path, help="the build folder, made with -Dcoverage=true")
     build = parser.parse_args().build
-    module, = build.glob("module/_libryn*.so")
+    module, = build.glob("libryn/_libryn*.so")
     profile = build / "module.profdata"
     subprocess.run(["llvm-profdata-19", "merge", "-o", profile, *build.glob("profile/*.profraw")], check=True)
     export = subprocess.run(["llvm-cov-19", "export", f"-instr-profile={profile}", module], check=True, text=True,

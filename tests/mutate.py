@@ -33,7 +33,7 @@ import pytest
 
 TESTS = Path(__file__).resolve().parent
 ROOT = TESTS.parent
-FOLDERS = ("module/", "dvs/", "ports/", "flowcache/", "uplinks/", "loadbal/")
+FOLDERS = ("host/", "libryn/")
 NOT_OURS = ("deregister_tm_clones", "register_tm_clones", "__do_global_dtors_aux", "frame_dummy", "_init", "_fini")
 STACK_CHECK = "__stack_chk_fail"
 VARIADIC = re.compile(r"test +%al,%al$")  # the compiler's own look at whether registers for floating point are in use
@@ -165,7 +165,7 @@ def processor_time() -> float:
 
 def load_from(folder: Path, build: Path) -> None:
     """The module is imported from another folder, here and in processes that a test starts."""
-    sys.path[:] = [str(folder) if Path(path) == build / "module" else path for path in sys.path]
+    sys.path[:] = [str(folder) if Path(path) == build / "libryn" else path for path in sys.path]
     os.environ["PYTHONPATH"] = str(folder)
     os.environ["LD_LIBRARY_PATH"] += os.pathsep + str(folder)  # for native clients
 
@@ -246,7 +246,7 @@ class Mutation:
         self.end = 0.0
 
     def pytest_runtestloop(self, session: pytest.Session) -> bool:
-        module, = (self.build / "module").glob("_libryn*.so")
+        module, = (self.build / "libryn").glob("_libryn*.so")
         mutants = mutants_of(module)
         print(f"{len(mutants)} conditions in {module.name}, {len(session.items)} tests", flush=True)
 
@@ -389,7 +389,7 @@ def main() -> int:
     parser.add_argument("-k", default="", help="tests to run, as pytest takes it")
     options = parser.parse_args()
     if options.list:
-        module, = (options.build / "module").glob("_libryn*.so")
+        module, = (options.build / "libryn").glob("_libryn*.so")
         print(*(mutant.text() for mutant in mutants_of(module)), sep="\n")
         return 0
     mutation = Mutation(options)

@@ -17,7 +17,8 @@ from test_hostile import UNDER_ASAN
 
 ROOT = Path(__file__).parents[1]
 OLDEST = (3, 8)
-SOURCE_FOLDERS = ["module", "dvs", "ports", "flowcache", "uplinks", "loadbal"]
+SOURCE_FOLDERS = ["host", "libryn", "libryn/base", *(f"libryn/{name}" for name in
+                  ["dvs", "ports", "flowcache", "uplinks", "loadbal"])]
 
 
 def interpreters() -> list[Path]:
@@ -53,7 +54,7 @@ def test_module_on(double: Double, interpreter: Path | None, tmp_path: Path):
     compiler = ["g++", "-std=c++20", "-O1", "-fPIC", "-shared", "-I.", f"-I{include}"]
     sources = [path for name in SOURCE_FOLDERS for path in sorted((ROOT / name).glob("*.cc"))]
     tool(*compiler, "-fno-exceptions", "-fno-rtti", "-fvisibility=hidden", *sources, "-Wl,-z,now",
-         "-Wl,--version-script=module/exports.map", f"-L{folder}", "-lryn", "-ljorPublic", "-o",
+         "-Wl,--version-script=libryn/exports.map", f"-L{folder}", "-lryn", "-ljorPublic", "-o",
          tmp_path / f"_libryn{suffix}")
     tool(*compiler, "tests/double/probe.cc", "-o", folder / "_probe.so")
     tool(*compiler, "tests/faults/faults.cc", "-o", tmp_path / "tests/faults/_faults.so")

@@ -42,7 +42,7 @@ def test_client_that_is_linked_against_the_module(build, client):
 def test_header_compiles_without_a_warning(tmp_path, compiler, language, includes):
     source = tmp_path / "source"
     source.write_text("".join(f"#include <{name}>\n" for name in includes) + "int nothing;\n")
-    succeeds(*compiler, "-fsyntax-only", "-x", language, "-I", ROOT / "include",
+    succeeds(*compiler, "-fsyntax-only", "-x", language, "-I", ROOT / "libryn/include",
              "-isystem", sysconfig.get_path("include"), source, env=TOOLS)
 
 
@@ -66,7 +66,7 @@ def test_header_and_module_land_in_their_places(installed, ryn):
     header, module = the_one(installed, "libryn.h"), the_one(installed, "_libryn*.so")
     prefix = header.parents[1]
     assert header == prefix / "include/libryn.h"
-    assert header.read_bytes() == (ROOT / "include/libryn.h").read_bytes()
+    assert header.read_bytes() == (ROOT / "libryn/include/libryn.h").read_bytes()
     assert module.name == Path(ryn.__file__).name == f"_libryn{sysconfig.get_config_var('EXT_SUFFIX')}"
     assert module.parent.name in ("dist-packages", "site-packages")
     assert prefix / "lib" in module.parents

@@ -1,10 +1,10 @@
-#include "module/call.h"
+#include "libryn/base/call.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "module/values.h"
+#include "libryn/base/values.h"
 #include "python_error.h"
 
 namespace {

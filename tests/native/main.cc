@@ -1,7 +1,7 @@
 // Runs the native tests inside an embedded interpreter.
 #include <gtest/gtest.h>
 
-#include "module/python.h"
+#include "libryn/base/python.h"
 
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "module/values.h"
+#include "libryn/base/values.h"
 
 // "Type: text" of the pending error, which is cleared; "" when there is none.
 inline std::string TakeError() {

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "include/libryn.h"
+#include "libryn/include/libryn.h"
 #include "prints.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "module/text.h"
+#include "libryn/base/text.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "module/native.h"
+#include "host/native.h"
 #include "prints.h"
 
 namespace {

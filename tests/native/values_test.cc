@@ -1,4 +1,4 @@
-#include "module/values.h"
+#include "libryn/base/values.h"
 
 #include <gtest/gtest.h>
 

@@ -26,7 +26,7 @@ PATIENCE_S = 120
 
 def environment(**more: str) -> dict[str, str]:
     """An environment in which _libryn finds the stand-ins."""
-    values = {**os.environ, "LD_LIBRARY_PATH": str(BUILD / "simhost"), "PYTHONPATH": str(BUILD / "module")}
+    values = {**os.environ, "LD_LIBRARY_PATH": str(BUILD / "simhost"), "PYTHONPATH": str(BUILD / "libryn")}
     for name in ("RYN_SIM_STATE", "RYN_SIM_HOST"):
         values.pop(name, None)
     return {**values, **more}

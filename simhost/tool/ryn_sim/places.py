@@ -43,7 +43,7 @@ def libraries() -> str:
 
 def module_folder() -> str | None:
     """The folder of a module that was built with the stand-ins; None where the module is installed as usual."""
-    folder = os.path.join(os.path.dirname(libraries()), "module")
+    folder = os.path.join(os.path.dirname(libraries()), "libryn")
     return folder if glob.glob(os.path.join(folder, "_libryn*.so")) else None
 
 

@@ -1,0 +1,89 @@
+#include "libryn/base/call.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+namespace {
+
+PyObject* NewReference(PyObject* object) {
+  Py_INCREF(object);
+  return object;
+}
+
+}  // namespace
+
+PyObject* None() { return NewReference(Py_None); }
+
+PyObject* Bool(bool value) { return NewReference(value ? Py_True : Py_False); }
+
+void Report(const char* format, ...) {
+  std::va_list values;
+  va_start(values, format);
+  std::vfprintf(stderr, format, values);
+  va_end(values);
+}
+
+PyObject* NoneAfter(const char* format, ...) {
+  std::va_list values;
+  va_start(values, format);
+  std::vfprintf(stderr, format, values);
+  va_end(values);
+  return None();
+}
+
+PyObject* FalseAfter(const char* format, ...) {
+  std::va_list values;
+  va_start(values, format);
+  std::vfprintf(stderr, format, values);
+  va_end(values);
+  return Bool(false);
+}
+
+// Python 3.12 replaced the triple by the exception alone and deprecated the old pair of calls.
+#if PY_VERSION_HEX >= 0x030C0000
+
+void KeptError::Keep() {
+  PyObject* const error = PyErr_GetRaisedException();
+  if (value_) {
+    Py_XDECREF(error);
+  } else {
+    value_ = error;
+  }
+}
+
+KeptError::~KeptError() {
+  if (value_ && !PyErr_Occurred()) {
+    PyErr_SetRaisedException(value_);
+  } else {
+    Py_XDECREF(value_);
+  }
+}
+
+#else
+
+void KeptError::Keep() {
+  if (type_) {
+    PyErr_Clear();
+  } else {
+    PyErr_Fetch(&type_, &value_, &traceback_);
+  }
+}
+
+KeptError::~KeptError() {
+  if (type_ && !PyErr_Occurred()) {
+    PyErr_Restore(type_, value_, traceback_);
+  } else {
+    Py_XDECREF(type_);
+    Py_XDECREF(value_);
+    Py_XDECREF(traceback_);
+  }
+}
+
+#endif
+
+std::uint32_t LowWord(PyObject* object, KeptError* error) {
+  const long value = object ? PyLong_AsLong(object) : -1;
+  if (value == -1)
+    error->Keep();
+  return static_cast<std::uint32_t>(value);
+}

@@ -1,0 +1,151 @@
+// GetPortNetQInfo: the receive filters of a port in the network hardware, and the queues that serve them.
+
+#include <algorithm>
+#include <charconv>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <iterator>
+#include <string_view>
+
+#include "host/native.h"
+#include "host/records/uplinks.h"
+#include "libryn/base/call.h"
+#include "libryn/base/text.h"
+#include "libryn/base/values.h"
+#include "libryn/include/libryn.h"
+#include "libryn/uplinks/uplinks.h"
+#include "platform/ryn.h"
+
+namespace {
+
+constinit Key kIsUplink{"isUplink"};
+constinit Key kSwID{"swID"};
+constinit Key kRynPortID{"rynPortID"};
+constinit Key kFilters{"filters"};
+constinit Key kRxf{"rxf"};
+constinit Key kQInfo{"qInfo"};
+constinit Key kQid{"qid"};
+constinit Key kFid{"fid"};
+constinit Key kUnknownFilter{"UnknownFilter"};
+
+struct NetQResponse {
+  std::uint8_t bytes[LIBRYN_NETQ_RESPONSE_SIZE];
+};
+
+constexpr std::size_t kMaxFilters = (sizeof(NetQResponse) - sizeof(NetQHeader)) / sizeof(NetQFilter);
+
+// Both texts are written over a pattern of their layout.
+Ref MacOnlyText(const MacOnlyBody& body) {
+  char text[] = "macOnly:xx:xx:xx:xx:xx:xx";
+  WriteMac(body.mac, text + 8);
+  return AsciiText({text, sizeof(text) - 1});
+}
+
+Ref GeneveText(const GeneveBody& body) {
+  char text[] = "geneve:outer:xx:xx:xx:xx:xx:xx:inner:xx:xx:xx:xx:xx:xx:vni:4294967295";
+  WriteMac(body.outerMac, text + 13);
+  WriteMac(body.innerMac, text + 37);
+  const char* const end = std::to_chars(text + 59, std::end(text), body.vni).ptr;
+  return AsciiText({text, end});
+}
+
+// Reads of a body what its kind reads, and no byte more. A body may be shorter than that: what lies behind the response
+// are zeros.
+template <class Body>
+Body LoadBody(const NetQResponse& response, std::size_t position) {
+  Body body = {};
+  std::memcpy(&body, response.bytes + position, std::min(sizeof(body), sizeof(response) - position));
+  return body;
+}
+
+Ref FilterText(std::uint16_t kind, const NetQResponse& response, std::size_t position) {
+  switch (kind) {
+    case kMacOnlyFilter:
+      return MacOnlyText(LoadBody<MacOnlyBody>(response, position));
+    case kGeneveFilter:
+      return GeneveText(LoadBody<GeneveBody>(response, position));
+    default:
+      return Share(kUnknownFilter.Object());
+  }
+}
+
+bool StoreQueues(PyObject* dict, const NetQResponse& response, std::size_t position, std::uint16_t count) {
+  const Ref list = StoreNewList(dict, kQInfo, count);
+  if (!list)
+    return false;
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto queue = Load<NetQQueue>(response.bytes, position + i * sizeof(NetQQueue));
+    const Ref item = StoreNewDict(list.get(), i);
+    if (!item || !Store(item.get(), kRynPortID, Int(queue.rynPortID)) || !Store(item.get(), kQid, Int(queue.qid)) ||
+        !Store(item.get(), kFid, Int(queue.fid)))
+      return false;
+  }
+  return true;
+}
+
+bool ReportInvalid() {
+  Report("Invalid response returned.\n");
+  return false;
+}
+
+bool StoreFilters(PyObject* dict, const NetQResponse& response, std::uint16_t count) {
+  if (count > kMaxFilters)
+    return ReportInvalid();
+  const Ref list = StoreNewList(dict, kFilters, count);
+  if (!list)
+    return false;
+  const Unwalked unwalked(list.get());
+
+  std::size_t position = sizeof(NetQHeader);
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::size_t body = position + sizeof(NetQFilter);
+    if (body > sizeof(response))
+      return ReportInvalid();
+    const auto filter = Load<NetQFilter>(response.bytes, position);
+    const std::size_t queues = body + filter.bodyLength;
+    position = queues + filter.queueCount * sizeof(NetQQueue);
+    if (position > sizeof(response))
+      return ReportInvalid();
+
+    const Ref item = StoreNewDict(list.get(), i);
+    if (!item || !Store(item.get(), kRxf, FilterText(filter.kind, response, body)) ||
+        !StoreQueues(item.get(), response, queues, filter.queueCount))
+      return false;
+  }
+  return true;
+}
+
+bool FillInfo(PyObject* dict, const NetQResponse& response) {
+  const auto header = Load<NetQHeader>(response.bytes, 0);
+  return Store(dict, kIsUplink, Int(header.isUplink)) && Store(dict, kSwID, Int(header.swID)) &&
+         Store(dict, kRynPortID, Int(header.rynPortID)) && StoreFilters(dict, response, header.filterCount);
+}
+
+}  // namespace
+
+PyObject* PyRYN_PortNetQInfo(void* response, std::uint32_t) {
+  const HeapArea<NetQResponse> owned(static_cast<NetQResponse*>(response));
+  Ref dict(PyDict_New());
+  if (!dict)
+    return NoneAfter("Failed to allocate NetQ Info resp.\n");
+  if (!FillInfo(dict.get(), *owned))
+    return None();
+  return dict.release();
+}
+
+PyObject* PyRYN_Get_Port_NetQ_Info(PyObject*, PyObject* args) {
+  std::uint32_t swID, rynPortID;
+  if (!ParseArgs(args, &swID, &rynPortID) || !IsSwitch(swID) || !IsPort(rynPortID))
+    return NoneAfter("TypeError: Invalid parameter passed.\n");
+
+  auto response = AllocateRecord<NetQResponse>();
+  if (!response)
+    return NoneAfter("Failed to allocate memory.\n");
+
+  std::uint32_t length = sizeof(NetQResponse);
+  // Deliberate: the message is that of the uplink statistics.
+  if (Ryn_Get_Port_NetQ_Info(swID, rynPortID, response.get(), &length) != 0)
+    return NoneAfter("Failed to get uplink stats.\n");
+  return PyRYN_PortNetQInfo(response.release(), length);
+}
