@@ -32,7 +32,7 @@ from time import thread_time_ns
 from typing import Any, Callable
 
 ROOT = Path(__file__).resolve().parents[1]
-sys.path[:0] = [str(ROOT / "tests"), str(ROOT / "bench")]
+sys.path[:0] = [str(ROOT / "tests/support"), str(ROOT / "bench")]
 
 import harness  # noqa: E402
 

@@ -1,6 +1,8 @@
 import ctypes
 import gc
 import os
+import re
+import subprocess
 
 import pytest
 
@@ -37,6 +39,15 @@ def ryn(_module, double):
 def native(ryn) -> ctypes.PyDLL:
     """The module's exported entry points. Set argtypes and restype on a copy: native["Name"] makes a new one."""
     return ctypes.PyDLL(ryn.__file__)
+
+
+@pytest.fixture
+def plain_build(ryn) -> str:
+    """The module's file, unless the build adds an instrumentation's own symbols and libraries."""
+    symbols = subprocess.run(["nm", "-a", ryn.__file__], text=True, capture_output=True, check=True).stdout
+    if re.search(r"__asan_|__ubsan_|__gcov_|__sanitizer", symbols):
+        pytest.skip("an instrumented build")
+    return ryn.__file__
 
 
 @pytest.fixture

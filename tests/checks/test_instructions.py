@@ -1,7 +1,7 @@
 """The work that a call takes, in instructions, stays within its budget: what was gained in speed is kept.
 
 A timed test would fail with the weather; these counts are the same wherever the interpreter and the compiler are. When
-a change is worth what it costs, renew the budgets: tests/instructions.py --renew.
+a change is worth what it costs, renew the budgets: tests/support/instructions.py --renew.
 """
 
 from __future__ import annotations

@@ -15,7 +15,8 @@ from pathlib import Path
 
 import pytest
 
-from test_hostile import UNDER_ASAN
+import harness
+from harness import UNDER_ASAN
 
 pytestmark = [
     pytest.mark.skipif(shutil.which("valgrind") is None, reason="valgrind is not there: ./dev test installs it"),
@@ -43,7 +44,7 @@ ARGUMENTS_THAT_MEAN_HARM = "import hostile_objects; hostile_objects.attack()"
 def valgrind(code: str, *options: str, **environment: str) -> tuple[str, str]:
     """What the code prints, and valgrind's report."""
     settings = {**os.environ, **environment}
-    settings["PYTHONPATH"] = os.pathsep.join([str(Path(__file__).parent), settings["PYTHONPATH"]])
+    settings["PYTHONPATH"] = os.pathsep.join([str(Path(harness.__file__).parent), settings["PYTHONPATH"]])
     done = subprocess.run(["valgrind", *options, sys.executable, "-c", code], env=settings, text=True,
                           capture_output=True, timeout=600)
     assert done.returncode == 0, done.stderr

@@ -31,8 +31,8 @@ from typing import Any, Callable, Iterator, NamedTuple, Optional
 
 import pytest
 
-TESTS = Path(__file__).resolve().parent
-ROOT = TESTS.parent
+ROOT = Path(__file__).resolve().parents[2]
+TESTS = ROOT / "tests"
 FOLDERS = ("host/", "libryn/")
 NOT_OURS = ("deregister_tm_clones", "register_tm_clones", "__do_global_dtors_aux", "frame_dummy", "_init", "_fini")
 STACK_CHECK = "__stack_chk_fail"
@@ -279,7 +279,7 @@ class Mutation:
     # What a test runs is known until the module, the test's file or a helper of the tests changes.
 
     def state(self, session: pytest.Session, module: Path) -> Callable[[pytest.Item], tuple[str, str]]:
-        helpers = sorted(set(TESTS.glob("*.py")) - set(TESTS.glob("test_*.py")) - {Path(__file__).resolve()})
+        helpers = [TESTS / "conftest.py", *sorted((TESTS / "support").glob("*.py"))]
         common = hashlib.sha256(module.read_bytes() + b"".join(path.read_bytes() for path in helpers))
         digests: dict[Path, str] = {}
         for item in session.items:
@@ -393,7 +393,8 @@ def main() -> int:
         print(*(mutant.text() for mutant in mutants_of(module)), sep="\n")
         return 0
     mutation = Mutation(options)
-    files = sorted(path for path in TESTS.glob("test_*.py") if path.name not in IRRELEVANT)
+    files = sorted(path for folder in ("methods", "checks", "module", "double")
+                   for path in (TESTS / folder).glob("test_*.py") if path.name not in IRRELEVANT)
     pytest.main(["-q", "-p", "no:cacheprovider", "-p", "no:faulthandler", "--capture=no",
                  "-k", options.k, *map(str, files)], plugins=[mutation])
     return mutation.exit_code

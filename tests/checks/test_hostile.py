@@ -6,19 +6,17 @@ a second or 64 MiB, writes a text that is not its own, or leaves an error that i
 
 from __future__ import annotations
 
-import os
 import re
 import resource
 import time
 
 import pytest
 
-from harness import BUFFER, MISSING, NULL, Bytes, Double, Outcome, python, run
+from harness import BUFFER, MISSING, NULL, UNDER_ASAN, Double, Outcome, python, run
 from hostile_answers import RESPONSES, Field, Response
 from method_table import METHODS, Method
 
 MEBIBYTE = 1 << 20
-UNDER_ASAN = "libasan" in os.environ.get("LD_PRELOAD", "")  # keeps freed memory for a while
 MOST_SECONDS = 10 if UNDER_ASAN else 1  # it also marks each byte of an area, of which a response may ask for 4 GiB
 
 STATUSES = [1, 3, 7, 0x0BAD0003, 0x0BAD0007, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF]

@@ -8,7 +8,7 @@ from pathlib import Path
 
 import pytest
 
-ROOT = Path(__file__).parents[1]
+ROOT = Path(__file__).parents[2]
 C11 = ["cc", "-std=c11", "-Wall", "-Wextra", "-Wpedantic", "-Wstrict-prototypes", "-Wconversion", "-Werror"]
 CXX = ["c++", "-std=c++11", "-Wall", "-Wextra", "-Wpedantic", "-Wold-style-cast", "-Wconversion", "-Werror"]
 

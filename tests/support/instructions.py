@@ -2,8 +2,8 @@
 """Counts the instructions of one call of each benchmark case, by callgrind: the same for the same binaries, whatever
 else the machine does. ./dev test checks them against instruction_budgets.json (test_instructions.py).
 
-    tests/instructions.py             # prints the counts, in the environment that ./dev test sets up
-    tests/instructions.py --renew     # and makes them, with headroom, the budgets
+    tests/support/instructions.py             # prints the counts, in the environment that ./dev test sets up
+    tests/support/instructions.py --renew     # and makes them, with headroom, the budgets
 """
 
 from __future__ import annotations
@@ -17,8 +17,8 @@ import sys
 import tempfile
 from pathlib import Path
 
-TESTS = Path(__file__).resolve().parent
-BUDGETS = TESTS / "instruction_budgets.json"
+ROOT = Path(__file__).resolve().parents[2]
+BUDGETS = ROOT / "tests/lists/instruction_budgets.json"
 HEADROOM = 1.1
 MARK = "ResetLBWeights"  # any method that is no case
 CALLS = range(4)  # from one mark to the next
@@ -27,7 +27,7 @@ ROWS = (1, 16, 256, 4096)  # of the MAC tables that are set against an empty one
 
 def call_each_case() -> None:
     """Run under callgrind, which counts from one call of MARK to the next; prints what was done after each."""
-    sys.path[:0] = [str(TESTS), str(TESTS.parent / "bench")]
+    sys.path[:0] = [str(ROOT / "tests/support"), str(ROOT / "bench")]
     import gc
 
     import harness

@@ -1,6 +1,5 @@
 """What every method has in common, tested for each row of method_table.py."""
 
-import ctypes
 import re
 from functools import partial
 from itertools import repeat
@@ -11,6 +10,7 @@ import pytest
 
 import _probe
 from harness import ANY, Call, Double, Outcome, capture_stderr, lost_blocks, run
+from memory import native_bytes
 from method_table import METHODS, Failure, Method
 from objects import for_the_parser
 
@@ -36,7 +36,7 @@ def test_every_method_has_its_row(ryn):
 
 
 def test_rows_reach_every_operation_of_the_datapath_library():
-    header = (Path(__file__).parents[1] / "platform" / "ryn.h").read_text()
+    header = (Path(__file__).parents[2] / "platform" / "ryn.h").read_text()
     reached = {call.op for method in METHODS for call in method.calls if call.op.startswith("Ryn_")}
     fallbacks = {"Ryn_GetCurrentLBData", "Ryn_GetSwitchNUMATeam", "Ryn_GetSwitchBurstSize"}  # behind a missing property
     assert fallbacks <= {failure.name for method in METHODS for failure in method.failures}
@@ -176,20 +176,6 @@ def test_failure_does_not_leak(ryn, double, method: Method, failure: Failure):
 def test_refused_arguments_do_not_leak(ryn, double, method: Method):
     for name, args, _ in wrong_arguments(method):
         assert lost_blocks(partial(_probe.call, getattr(ryn, method.name), args, -1)) == 0, name
-
-
-class MallInfo2(ctypes.Structure):
-    _fields_ = [(name, ctypes.c_size_t) for name in ("arena", "ordblks", "smblks", "hblks", "hblkhd", "usmblks",
-                                                     "fsmblks", "uordblks", "fordblks", "keepcost")]
-
-
-mallinfo2 = ctypes.CDLL(None).mallinfo2
-mallinfo2.restype = MallInfo2
-
-
-def native_bytes() -> int:
-    info = mallinfo2()
-    return info.uordblks + info.hblkhd
 
 
 @pytest.mark.skipif(native_bytes() == 0, reason="a sanitizer's allocator tells nothing")

@@ -16,7 +16,7 @@ from collections import defaultdict
 from pathlib import Path
 from typing import Iterator, NamedTuple
 
-ROOT = Path(__file__).resolve().parents[1]
+ROOT = Path(__file__).resolve().parents[2]
 FOLDERS = ["host", "libryn/base", "libryn/dvs", "libryn/ports", "libryn/flowcache", "libryn/uplinks", "libryn/loadbal"]
 KINDS = ["regions", "branches", "conditions"]
 CODE_REGION = 0  # llvm-cov's number for a region that is neither an expansion nor skipped

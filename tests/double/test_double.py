@@ -8,7 +8,7 @@ import pytest
 
 from harness import ANY, Bytes, Call, Outcome, python, run, u32
 
-PLATFORM = Path(__file__).parents[1] / "platform"
+PLATFORM = Path(__file__).parents[2] / "platform"
 PROTOTYPE = re.compile(r"^\w[\w ]*?[ *]+(\w+)\(", re.MULTILINE)
 
 

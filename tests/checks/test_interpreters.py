@@ -12,10 +12,9 @@ from pathlib import Path
 
 import pytest
 
-from harness import Double
-from test_hostile import UNDER_ASAN
+from harness import UNDER_ASAN, Double
 
-ROOT = Path(__file__).parents[1]
+ROOT = Path(__file__).parents[2]
 OLDEST = (3, 8)
 SOURCE_FOLDERS = ["host", "libryn", "libryn/base", *(f"libryn/{name}" for name in
                   ["dvs", "ports", "flowcache", "uplinks", "loadbal"])]
@@ -61,7 +60,7 @@ def test_module_on(double: Double, interpreter: Path | None, tmp_path: Path):
 
     environment = {name: value for name, value in os.environ.items() if not name.startswith("PYTHON")}
     environment |= {"LD_LIBRARY_PATH": str(folder), "PYTHONDONTWRITEBYTECODE": "1",
-                    "PYTHONPATH": os.pathsep.join([str(tmp_path), str(ROOT / "tests")])}
+                    "PYTHONPATH": os.pathsep.join([str(tmp_path), str(ROOT / "tests/support")])}
     done = subprocess.run([interpreter, "-c", "import on_interpreter; on_interpreter.check()"], text=True,
                           capture_output=True, timeout=600, env=environment)
     print(done.stdout, done.stderr)

@@ -6,8 +6,7 @@ import struct
 
 import pytest
 
-from harness import Bytes, capture_stderr, lost_blocks, python
-from test_hostile import UNDER_ASAN
+from harness import UNDER_ASAN, Bytes, capture_stderr, lost_blocks, python
 
 NO_DATA = 0
 

@@ -10,7 +10,7 @@ import pytest
 
 from harness import NULL, Call, python, run
 from method_table import METHODS
-from test_every_method import native_bytes
+from memory import native_bytes
 
 LOAD = ["DVSState_ConfigReset", "DVSQOB_StateGet", "DVSState_ConfigDeserialize"]
 STATUSES = [1, 0x0BAD0003, 0x0BAD0007, 0x80000000, 0xFFFFFFFF]

@@ -13,11 +13,9 @@ from pathlib import Path
 
 import pytest
 
-from harness import Double, python
-from test_hostile import UNDER_ASAN
-from test_module import plain_build  # noqa: F401, a fixture
+from harness import UNDER_ASAN, Double, python
 
-ROOT = Path(__file__).parents[1]
+ROOT = Path(__file__).parents[2]
 
 LOAD = "import os, sys, harness; sys.setdlopenflags({flags}); import _libryn; " \
        "print(*harness.set_up().ops()[:3]); print(_libryn.ListPorts(16))"
@@ -160,19 +158,19 @@ print("unharmed")
 
 
 def test_takes_what_was_reviewed(plain_build):  # noqa: F811
-    """tests/imports.txt holds all that the module may take; what a sanitizer, a new compiler or a slip adds fails."""
+    """tests/lists/imports.txt holds all that the module may take; what a sanitizer, a new compiler or a slip adds fails."""
     listing = subprocess.run(["nm", "-D", "--undefined-only", "--format=posix", plain_build], check=True, text=True,
                              capture_output=True).stdout
     taken = {line.split()[0].split("@")[0] for line in listing.splitlines()}
-    reviewed = set((ROOT / "tests/imports.txt").read_text().split())
+    reviewed = set((ROOT / "tests/lists/imports.txt").read_text().split())
     assert taken - reviewed == set()
     assert "__stack_chk_fail" in taken  # the stack is guarded
     if sys.version_info[:2] == (3, 11):  # others have functions of other names
         assert reviewed - taken == set()
 
 
-ABI = ROOT / "tests/exports.abi"
-IGNORED = ["--suppressions", ROOT / "tests/exports.abignore"]
+ABI = ROOT / "tests/lists/exports.abi"
+IGNORED = ["--suppressions", ROOT / "tests/lists/exports.abignore"]
 ABIDW = ["abidw", "--exported-interfaces-only", "--no-corpus-path", "--no-show-locs", "--no-comp-dir-path",
          "--no-architecture", "--no-elf-needed", "--drop-undefined-syms", "--type-id-style", "hash", *IGNORED]
 
@@ -187,7 +185,7 @@ def difference(reference: Path, seen: Path) -> str:
 def test_entry_points_are_called_as_before(plain_build, tmp_path: Path):  # noqa: F811
     """Their prototypes, from the debug information, against the kept reference.
 
-    A change that is meant is taken over with: abidw with the options above, --out-file tests/exports.abi MODULE
+    A change that is meant is taken over with: abidw with the options above, --out-file tests/lists/exports.abi MODULE
     """
     if shutil.which("abidiff") is None:
         pytest.skip("abidiff is not there: ./dev test installs abigail-tools")

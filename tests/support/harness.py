@@ -71,7 +71,9 @@ from typing import Any, Callable, Iterator
 from unittest.mock import ANY
 
 __all__ = ["ANY", "BUFFER", "DICT_ITEM", "LIST_ITEM", "MISSING", "NULL", "Bytes", "Call", "Double", "Outcome",
-           "capture_stderr", "leave", "lost_blocks", "python", "run", "u8", "u16", "u32", "u64"]
+           "UNDER_ASAN", "capture_stderr", "leave", "lost_blocks", "python", "run", "u8", "u16", "u32", "u64"]
+
+UNDER_ASAN = "libasan" in os.environ.get("LD_PRELOAD", "")  # keeps freed memory for a while
 
 MISSING = 0xBAD0003  # the status of a property that is not there
 
