@@ -5,7 +5,7 @@ from pathlib import Path
 
 
 def main(output: str, *constants: str) -> None:
-    lines = ['#include "store.h"', '', 'namespace simhost {']
+    lines = ['#include "simhost/host/store.h"', '', 'namespace simhost {']
     for constant in constants:
         name, _, path = constant.partition('=')
         data = Path(path).read_bytes() + b'\0'

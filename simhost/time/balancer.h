@@ -5,7 +5,7 @@
 #include <span>
 #include <vector>
 
-#include "model.h"
+#include "simhost/host/model.h"
 
 namespace simhost {
 

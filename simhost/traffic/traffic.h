@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "model.h"
+#include "simhost/host/model.h"
 
 namespace simhost {
 

@@ -1,4 +1,4 @@
-#include "timeline.h"
+#include "simhost/time/timeline.h"
 
 #include <unistd.h>
 
@@ -6,8 +6,8 @@
 #include <charconv>
 #include <cstring>
 
-#include "balancer.h"
-#include "traffic.h"
+#include "simhost/time/balancer.h"
+#include "simhost/traffic/traffic.h"
 
 namespace simhost {
 

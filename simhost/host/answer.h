@@ -7,7 +7,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "model.h"
+#include "simhost/host/model.h"
 
 namespace simhost {
 

@@ -1,4 +1,4 @@
-#include "traffic.h"
+#include "simhost/traffic/traffic.h"
 
 #include <algorithm>
 #include <cstring>

@@ -2,10 +2,10 @@
 #include <algorithm>
 #include <vector>
 
-#include "flows.h"
 #include "platform/ryn.h"
-#include "session.h"
-#include "traffic.h"
+#include "simhost/host/session.h"
+#include "simhost/traffic/flows.h"
+#include "simhost/traffic/traffic.h"
 
 namespace simhost {
 

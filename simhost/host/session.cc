@@ -1,4 +1,4 @@
-#include "session.h"
+#include "simhost/host/session.h"
 
 #include <fnmatch.h>
 #include <sys/stat.h>
@@ -13,8 +13,8 @@
 #include <set>
 #include <utility>
 
-#include "timeline.h"
-#include "traffic.h"
+#include "simhost/time/timeline.h"
+#include "simhost/traffic/traffic.h"
 
 namespace simhost {
 

@@ -5,8 +5,8 @@
 
 #include <cstdint>
 
-#include "answer.h"
-#include "model.h"
+#include "simhost/host/answer.h"
+#include "simhost/host/model.h"
 
 namespace simhost {
 

@@ -1,4 +1,4 @@
-#include "dvs_config.h"
+#include "simhost/libs/dvs_config.h"
 
 #include <algorithm>
 #include <cstring>

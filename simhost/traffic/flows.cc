@@ -1,8 +1,8 @@
-#include "flows.h"
+#include "simhost/traffic/flows.h"
 
 #include <algorithm>
 
-#include "traffic.h"
+#include "simhost/traffic/traffic.h"
 
 namespace simhost {
 

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "model.h"
+#include "simhost/host/model.h"
 
 namespace simhost {
 

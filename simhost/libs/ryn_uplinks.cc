@@ -5,8 +5,8 @@
 #include <string>
 
 #include "platform/ryn.h"
-#include "session.h"
-#include "traffic.h"
+#include "simhost/host/session.h"
+#include "simhost/traffic/traffic.h"
 
 namespace simhost {
 

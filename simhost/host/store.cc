@@ -1,4 +1,4 @@
-#include "store.h"
+#include "simhost/host/store.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

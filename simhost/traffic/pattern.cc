@@ -1,4 +1,4 @@
-#include "pattern.h"
+#include "simhost/traffic/pattern.h"
 
 #include <algorithm>
 

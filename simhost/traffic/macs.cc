@@ -1,4 +1,4 @@
-#include "macs.h"
+#include "simhost/traffic/macs.h"
 
 #include <algorithm>
 #include <array>

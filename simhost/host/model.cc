@@ -1,4 +1,4 @@
-#include "model.h"
+#include "simhost/host/model.h"
 
 #include <algorithm>
 #include <cstring>

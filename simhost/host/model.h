@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
-#include "clock.h"
-#include "pattern.h"
-#include "store.h"
+#include "simhost/host/store.h"
+#include "simhost/time/clock.h"
+#include "simhost/traffic/pattern.h"
 
 namespace simhost {
 

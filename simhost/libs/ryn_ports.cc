@@ -1,10 +1,10 @@
 // Operations of libryn.so on switches, ports and MAC tables.
 #include <algorithm>
 
-#include "macs.h"
 #include "platform/ryn.h"
-#include "session.h"
-#include "traffic.h"
+#include "simhost/host/session.h"
+#include "simhost/traffic/macs.h"
+#include "simhost/traffic/traffic.h"
 
 namespace simhost {
 

@@ -7,8 +7,8 @@
 #include <memory>
 #include <mutex>
 
-#include "dvs_config.h"
-#include "session.h"
+#include "simhost/host/session.h"
+#include "simhost/libs/dvs_config.h"
 
 // Whoever loads the library gives it these.
 extern "C" {

@@ -4,10 +4,10 @@
 #include <map>
 #include <string>
 
-#include "balancer.h"
 #include "platform/ryn.h"
-#include "session.h"
-#include "traffic.h"
+#include "simhost/host/session.h"
+#include "simhost/time/balancer.h"
+#include "simhost/traffic/traffic.h"
 
 namespace simhost {
 

@@ -1,11 +1,11 @@
-#include "balancer.h"
+#include "simhost/time/balancer.h"
 
 #include <algorithm>
 #include <cstring>
 #include <map>
 #include <optional>
 
-#include "traffic.h"
+#include "simhost/traffic/traffic.h"
 
 namespace simhost {
 

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "store.h"
+#include "simhost/host/store.h"
 
 namespace simhost {
 

@@ -1,9 +1,9 @@
-#include "clock.h"
+#include "simhost/time/clock.h"
 
 #include <algorithm>
 #include <ctime>
 
-#include "pattern.h"
+#include "simhost/traffic/pattern.h"
 
 namespace simhost {
 

@@ -13,9 +13,9 @@
 #include <string_view>
 #include <type_traits>
 
-#include "answer.h"
-#include "model.h"
-#include "store.h"
+#include "simhost/host/answer.h"
+#include "simhost/host/model.h"
+#include "simhost/host/store.h"
 
 namespace simhost {
 
