@@ -42,7 +42,7 @@ PyObject* FalseAfter(const char* format, ...) {
 // Python 3.12 replaced the triple by the exception alone and deprecated the old pair of calls.
 #if PY_VERSION_HEX >= 0x030C0000
 
-void KeptError::Keep() {
+void DeferredError::Save() {
   PyObject* const error = PyErr_GetRaisedException();
   if (value_) {
     Py_XDECREF(error);
@@ -51,7 +51,7 @@ void KeptError::Keep() {
   }
 }
 
-KeptError::~KeptError() {
+DeferredError::~DeferredError() {
   if (value_ && !PyErr_Occurred()) {
     PyErr_SetRaisedException(value_);
   } else {
@@ -61,7 +61,7 @@ KeptError::~KeptError() {
 
 #else
 
-void KeptError::Keep() {
+void DeferredError::Save() {
   if (type_) {
     PyErr_Clear();
   } else {
@@ -69,7 +69,7 @@ void KeptError::Keep() {
   }
 }
 
-KeptError::~KeptError() {
+DeferredError::~DeferredError() {
   if (type_ && !PyErr_Occurred()) {
     PyErr_Restore(type_, value_, traceback_);
   } else {
@@ -81,9 +81,9 @@ KeptError::~KeptError() {
 
 #endif
 
-std::uint32_t LowWord(PyObject* object, KeptError* error) {
+std::uint32_t LowWord(PyObject* object, DeferredError* error) {
   const long value = object ? PyLong_AsLong(object) : -1;
   if (value == -1)
-    error->Keep();
+    error->Save();
   return static_cast<std::uint32_t>(value);
 }

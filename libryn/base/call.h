@@ -25,25 +25,25 @@ consteval char ArgUnit(const long long*) { return 'L'; }
 consteval char ArgUnit(const char* const*) { return 's'; }  // borrowed from the argument
 consteval char ArgUnit(PyObject* const*) { return 'O'; }    // borrowed from the argument
 
-// Takes an argument of the very type that its unit wants. False leaves it to the parser, which decides all else and
-// takes as long as the rest of a setter.
-inline bool Take(PyObject* argument, std::uint32_t* variable) {
+// Converts an argument whose exact type is the one that its unit expects. False leaves it to the parser, which handles
+// everything else and costs as much as the rest of a setter.
+inline bool TakeExact(PyObject* argument, std::uint32_t* variable) {
   if (!PyLong_CheckExact(argument))
     return false;
   *variable = static_cast<std::uint32_t>(PyLong_AsUnsignedLongMask(argument));
   return true;
 }
-inline bool Take(PyObject* argument, const char** variable) {
+inline bool TakeExact(PyObject* argument, const char** variable) {
   if (!PyUnicode_CheckExact(argument) || !PyUnicode_IS_COMPACT_ASCII(argument))
     return false;
   *variable = static_cast<const char*>(PyUnicode_DATA(argument));
   return std::strlen(*variable) == static_cast<std::size_t>(PyUnicode_GET_LENGTH(argument));
 }
-inline bool Take(PyObject* argument, PyObject** variable) {
+inline bool TakeExact(PyObject* argument, PyObject** variable) {
   *variable = argument;
   return true;
 }
-inline bool Take(PyObject*, long long*) { return false; }
+inline bool TakeExact(PyObject*, long long*) { return false; }
 
 // Reads the positional arguments into the variables, whose types spell the format. False with Python's error set when
 // they do not fit; the variables are then not to be read.
@@ -51,7 +51,7 @@ template <class... Variable>
 bool ParseArgs(PyObject* args, Variable*... variables) {
   static constexpr char kFormat[] = {ArgUnit(static_cast<Variable*>(nullptr))..., '\0'};
   Py_ssize_t i = 0;
-  if (PyTuple_GET_SIZE(args) == sizeof...(Variable) && (Take(PyTuple_GET_ITEM(args, i++), variables) && ...))
+  if (PyTuple_GET_SIZE(args) == sizeof...(Variable) && (TakeExact(PyTuple_GET_ITEM(args, i++), variables) && ...))
     return true;
   return PyArg_ParseTuple(args, kFormat, variables...) != 0;
 }
@@ -67,18 +67,17 @@ PyObject* Bool(bool value);
 [[gnu::format(printf, 1, 2)]] PyObject* NoneAfter(const char* format, ...);
 [[gnu::format(printf, 1, 2)]] PyObject* FalseAfter(const char* format, ...);
 
-// Code of the caller may run while an argument is converted, and the method goes on when that fails: the first error
-// is kept here, so that the work goes on with a clean indicator, and is set again at the end of the method unless a
-// later failure has set its own.
-class KeptError {
+// Saves the first conversion error so work continues with the indicator clear, and restores it at the end of the method
+// unless a later failure has set an error of its own.
+class DeferredError {
  public:
-  KeptError() = default;
-  KeptError(const KeptError&) = delete;
-  KeptError& operator=(const KeptError&) = delete;
-  ~KeptError();
+  DeferredError() = default;
+  DeferredError(const DeferredError&) = delete;
+  DeferredError& operator=(const DeferredError&) = delete;
+  ~DeferredError();
 
-  // Takes over Python's error if one is set.
-  void Keep();
+  // Takes ownership of the current error, if one is set; a second one is dropped.
+  void Save();
 
  private:
   PyObject* type_ = nullptr;  // all three owned; the exception itself is what counts
@@ -86,6 +85,6 @@ class KeptError {
   PyObject* traceback_ = nullptr;
 };
 
-// The low 32 bits of a caller's object as a signed long; 4294967295 for one that is no int, or for null, whose error is
-// kept.
-std::uint32_t LowWord(PyObject* object, KeptError* error);
+// The low 32 bits of a caller's object, converted as a signed long. An object that is not an int, or null, gives
+// 4294967295, and its error is saved.
+std::uint32_t LowWord(PyObject* object, DeferredError* error);

@@ -39,12 +39,12 @@ Ref NewTuple(std::size_t size) {
   return tuple;
 }
 
-Ref StoreNewDict(PyObject* list, std::size_t index) {
+Ref SetNewDict(PyObject* list, std::size_t index) {
   Ref dict(PyDict_New());
-  return StoreItem(list, index, Share(dict.get())) ? std::move(dict) : nullptr;
+  return SetItemOrReport(list, index, NewRef(dict.get())) ? std::move(dict) : nullptr;
 }
 
-Ref StoreNewList(PyObject* dict, Key& key, std::size_t size) {
+Ref SetNewList(PyObject* dict, Key& key, std::size_t size) {
   Ref list = NewList(size);
-  return Store(dict, key, Share(list.get())) ? std::move(list) : nullptr;
+  return SetOrReport(dict, key, NewRef(list.get())) ? std::move(list) : nullptr;
 }

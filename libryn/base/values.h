@@ -12,15 +12,15 @@
 
 #include "libryn/base/python.h"
 
-struct DropReference {
+struct DecRef {
   void operator()(PyObject* object) const { Py_DECREF(object); }
 };
 
-// A reference that we own.
-using Ref = std::unique_ptr<PyObject, DropReference>;
+// An owned reference.
+using Ref = std::unique_ptr<PyObject, DecRef>;
 
-// A new reference to an object that somebody else owns.
-inline Ref Share(PyObject* object) {
+// A new reference to a borrowed object; null stays null.
+inline Ref NewRef(PyObject* object) {
   Py_XINCREF(object);
   return Ref(object);
 }
@@ -74,14 +74,14 @@ Ref ValueList(std::size_t size, Make make) {
 // A tuple of `size` Nones, for results that are built place by place.
 Ref NewTuple(std::size_t size);
 
-// Keeps the collector from walking a new list or tuple while it is filled: it is known to be alive, and may have empty
-// places if nobody else can reach it. Not for an empty tuple, which is shared.
-class Unwalked {
+// Hides a new list or tuple from the garbage collector while it is filled, so that a collection neither visits it nor
+// exposes its empty slots. Not for an empty tuple, which is shared.
+class GcUntracked {
  public:
-  explicit Unwalked(PyObject* container) : container_(container) { PyObject_GC_UnTrack(container); }
-  Unwalked(const Unwalked&) = delete;
-  Unwalked& operator=(const Unwalked&) = delete;
-  ~Unwalked() { PyObject_GC_Track(container_); }
+  explicit GcUntracked(PyObject* container) : container_(container) { PyObject_GC_UnTrack(container); }
+  GcUntracked(const GcUntracked&) = delete;
+  GcUntracked& operator=(const GcUntracked&) = delete;
+  ~GcUntracked() { PyObject_GC_Track(container_); }
 
  private:
   PyObject* container_;
@@ -92,27 +92,27 @@ bool ReportNoBuffer();
 bool ReportNoListItem();
 bool ReportNoDictItem();
 
-// Stores that do not report, for values that are built in one go: false, with Python's error set, also for null values.
-// `Put` and `Store` are inline whatever the compiler thinks: a call each was a tenth of the time of a listing, and
-// after a chain of them the compiler would test the values that were moved away.
-[[gnu::always_inline]] inline bool Put(PyObject* dict, Key& key, Ref value) {
+// Set an item and leave Python's own error on failure: false, also for a null value. `Set` and `SetOrReport` are forced
+// inline: out of line they were a tenth of the time of a listing, and after a chain of them the compiler would test the
+// values that were moved away.
+[[gnu::always_inline]] inline bool Set(PyObject* dict, Key& key, Ref value) {
   PyObject* const name = value ? key.Object() : nullptr;
   return name && PyDict_SetItem(dict, name, value.get()) == 0;
 }
-inline bool PutItem(PyObject* tuple, std::size_t index, Ref value) {
+inline bool SetItem(PyObject* tuple, std::size_t index, Ref value) {
   return value && PyTuple_SetItem(tuple, static_cast<Py_ssize_t>(index), value.release()) == 0;
 }
 
-// Stores a value in a dict, an item in a list; takes the value over. They report: a null value could not be created.
-[[gnu::always_inline]] inline bool Store(PyObject* dict, Key& key, Ref value) {
+// Set an item of a dict or a list, steal the reference, and report on failure: a null value could not be created.
+[[gnu::always_inline]] inline bool SetOrReport(PyObject* dict, Key& key, Ref value) {
   if (!value)
     return ReportNoBuffer();
-  if (Put(dict, key, std::move(value)))
+  if (Set(dict, key, std::move(value)))
     return true;
   return ReportNoDictItem();
 }
 
-inline bool StoreItem(PyObject* list, std::size_t index, Ref value) {
+inline bool SetItemOrReport(PyObject* list, std::size_t index, Ref value) {
   if (!value)
     return ReportNoBuffer();
   if (PyList_SetItem(list, static_cast<Py_ssize_t>(index), value.release()) == 0)
@@ -120,10 +120,10 @@ inline bool StoreItem(PyObject* list, std::size_t index, Ref value) {
   return ReportNoListItem();
 }
 
-// Creates an empty dict and stores it in a list, or a list of `size` Nones and stores it in a dict, to be filled
-// afterwards. They report. The caller's own reference keeps what it fills alive whatever others do to the container.
-Ref StoreNewDict(PyObject* list, std::size_t index);
-Ref StoreNewList(PyObject* dict, Key& key, std::size_t size);
+// Create an empty dict as an item of a list, or a list of `size` Nones as an item of a dict, to be filled afterwards.
+// They report. The caller's own reference keeps the new container alive whatever happens to the outer one.
+Ref SetNewDict(PyObject* list, std::size_t index);
+Ref SetNewList(PyObject* dict, Key& key, std::size_t size);
 
 // Deliberate: None is returned although an error is set; the interpreter then raises a SystemError of its own at the
 // call, caused by ours. Scripts and tests rely on that pairing.

@@ -30,8 +30,8 @@ constexpr std::size_t kMaxEntries =
 // Null with Python's error set.
 Ref EntryDict(std::string_view key, std::string_view actions, std::string_view stats) {
   Ref dict(PyDict_New());
-  const bool built = dict && Put(dict.get(), kKey, AsciiText(key)) && Put(dict.get(), kActions, AsciiText(actions)) &&
-                     Put(dict.get(), kStats, AsciiText(stats));
+  const bool built = dict && Set(dict.get(), kKey, AsciiText(key)) && Set(dict.get(), kActions, AsciiText(actions)) &&
+                     Set(dict.get(), kStats, AsciiText(stats));
   return built ? std::move(dict) : nullptr;
 }
 
@@ -62,7 +62,7 @@ bool FillEntries(PyObject* list, const FlowPage& page) {
     BoundedText statsText(stats, sizeof(stats));
     AppendStatistics(actions, &statsText);
 
-    if (!StoreItem(list, i, EntryDict({key, keyLength}, actionsText.Terminate(), statsText.View())))
+    if (!SetItemOrReport(list, i, EntryDict({key, keyLength}, actionsText.Terminate(), statsText.View())))
       return false;
     position += sizeof(FlowKey) + actions.Get(kLength);
   }
@@ -87,9 +87,9 @@ PyObject* PyRYN_Dump_Flow_Table(PyObject*, PyObject* args) {
   Ref dict(PyDict_New());
   if (!dict)
     return NoneAfter("Failed to allocate memory.\n");
-  if (!Store(dict.get(), kStartIndex, Int(page->startIndex)))
+  if (!SetOrReport(dict.get(), kStartIndex, Int(page->startIndex)))
     return NoneWithError();
-  const Ref list = StoreNewList(dict.get(), kList, std::min<std::size_t>(page->count, kMaxEntries));
+  const Ref list = SetNewList(dict.get(), kList, std::min<std::size_t>(page->count, kMaxEntries));
   if (!list)
     return NoneWithError();
   if (!FillEntries(list.get(), *page))

@@ -28,13 +28,13 @@ constinit Key kTransientFlows{"transientFlows"};
 // Null with Python's error set.
 Ref RecordDict(const FPOLcoreRecord& record) {
   Ref dict(PyDict_New());
-  const bool built = dict && Put(dict.get(), kLcoreID, Int(record.lcoreID)) &&
-                     Put(dict.get(), kHits, LowWordInt(record.hits)) &&
-                     Put(dict.get(), kMarkMismatched, LowWordInt(record.markMismatched)) &&
-                     Put(dict.get(), kPnicMismatched, LowWordInt(record.pnicMismatched)) &&
-                     Put(dict.get(), kDelayMarkMatching, LowWordInt(record.delayMarkMatching)) &&
-                     Put(dict.get(), kEphemeralFlows, LowWordInt(record.ephemeralFlows)) &&
-                     Put(dict.get(), kTransientFlows, LowWordInt(record.transientFlows));
+  const bool built = dict && Set(dict.get(), kLcoreID, Int(record.lcoreID)) &&
+                     Set(dict.get(), kHits, LowWordInt(record.hits)) &&
+                     Set(dict.get(), kMarkMismatched, LowWordInt(record.markMismatched)) &&
+                     Set(dict.get(), kPnicMismatched, LowWordInt(record.pnicMismatched)) &&
+                     Set(dict.get(), kDelayMarkMatching, LowWordInt(record.delayMarkMatching)) &&
+                     Set(dict.get(), kEphemeralFlows, LowWordInt(record.ephemeralFlows)) &&
+                     Set(dict.get(), kTransientFlows, LowWordInt(record.transientFlows));
   return built ? std::move(dict) : nullptr;
 }
 
@@ -95,7 +95,7 @@ PyObject* PyRYN_Get_FPO_Stats(PyObject*, PyObject* args) {
   if (!stats)
     return NoneAfter("Failed to allocate memory.\n");
 
-  KeptError error;
+  DeferredError error;
   const LcoreList lcores = ReadLcores(lcoreIDs, &error);
   std::uint32_t length = sizeof(FPOLcoreStats);
   // Deliberate: the message is that of the flow statistics.
@@ -107,7 +107,7 @@ PyObject* PyRYN_Get_FPO_Stats(PyObject*, PyObject* args) {
   if (!list)
     return NoneAfter("Failed to allocate memory.\n");
   for (std::uint32_t i = 0; i < count; ++i) {
-    if (!StoreItem(list.get(), i, RecordDict(stats->records[i])))
+    if (!SetItemOrReport(list.get(), i, RecordDict(stats->records[i])))
       return NoneWithError();
   }
   return list.release();

@@ -16,8 +16,8 @@ struct LcoreList {
 // A tuple, or of a class derived from it, of at most 64 items.
 inline bool IsLcoreTuple(PyObject* object) { return PyTuple_Check(object) && PyTuple_GET_SIZE(object) <= kMaxLcores; }
 
-// The items of such a tuple, in order. The first error of an item that is no int is kept.
-inline LcoreList ReadLcores(PyObject* tuple, KeptError* error) {
+// The items of such a tuple, in order. The first error of an item that is not an int is saved.
+inline LcoreList ReadLcores(PyObject* tuple, DeferredError* error) {
   LcoreList lcores;
   while (lcores.count < PyTuple_GET_SIZE(tuple)) {
     lcores.ids[lcores.count] = LowWord(PyTuple_GET_ITEM(tuple, lcores.count), error);

@@ -24,11 +24,11 @@ constinit Key kKeyInsertFailCount{"keyInsertFailCount"};
 Ref RecordDict(const FlowStatsRecord& record) {
   Ref dict(PyDict_New());
   const bool built =
-      dict && Put(dict.get(), kLcoreID, Int(record.lcoreID)) && Put(dict.get(), kNumFlows, Int(record.numFlows)) &&
-      Put(dict.get(), kHits, LowWordInt(record.hits)) && Put(dict.get(), kMiss, LowWordInt(record.miss)) &&
-      Put(dict.get(), kFpoHits, LowWordInt(record.fpoHits)) &&
-      Put(dict.get(), kLocalHits, LowWordInt(record.localHits)) &&
-      Put(dict.get(), kKeyInsertFailCount, LowWordInt(record.keyInsertFailCount));
+      dict && Set(dict.get(), kLcoreID, Int(record.lcoreID)) && Set(dict.get(), kNumFlows, Int(record.numFlows)) &&
+      Set(dict.get(), kHits, LowWordInt(record.hits)) && Set(dict.get(), kMiss, LowWordInt(record.miss)) &&
+      Set(dict.get(), kFpoHits, LowWordInt(record.fpoHits)) &&
+      Set(dict.get(), kLocalHits, LowWordInt(record.localHits)) &&
+      Set(dict.get(), kKeyInsertFailCount, LowWordInt(record.keyInsertFailCount));
   return built ? std::move(dict) : nullptr;
 }
 
@@ -44,7 +44,7 @@ PyObject* PyRYN_Get_Flow_Stats(PyObject*, PyObject* args) {
   if (!stats)
     return NoneAfter("Failed to allocate memory.\n");
 
-  KeptError error;
+  DeferredError error;
   const LcoreList lcores = ReadLcores(lcoreIDs, &error);
   std::uint32_t length = sizeof(FlowStats);
   if (Ryn_Get_Flow_Stats(swID, lcores.ids, lcores.count, option, stats.get(), &length) != 0)
@@ -55,7 +55,7 @@ PyObject* PyRYN_Get_Flow_Stats(PyObject*, PyObject* args) {
   if (!list)
     return NoneAfter("Failed to allocate memory.\n");
   for (std::uint32_t i = 0; i < count; ++i) {
-    if (!StoreItem(list.get(), i, RecordDict(stats->records[i])))
+    if (!SetItemOrReport(list.get(), i, RecordDict(stats->records[i])))
       return NoneWithError();
   }
   return list.release();

@@ -67,7 +67,7 @@ PyObject* PyRyn_ListLCoreIDs(PyObject*, PyObject* args) {
   // Deliberate: creations are not checked. What failed is None in the result, and the error that Python set stands.
   Ref tuple = NewTuple(CountBits(bitmap));
   for (std::size_t i = 0; tuple && bitmap != 0; ++i) {
-    PutItem(tuple.get(), i, Int(static_cast<std::uint64_t>(std::countr_zero(bitmap))));
+    SetItem(tuple.get(), i, Int(static_cast<std::uint64_t>(std::countr_zero(bitmap))));
     bitmap &= bitmap - 1;
   }
   return tuple.release();

@@ -41,8 +41,8 @@ void Change(std::uint32_t* word, std::uint32_t wanted) {
 Ref NamedValue(Key& name, std::uint32_t value) {
   Ref pair = NewTuple(2);
   if (pair) {
-    PutItem(pair.get(), 0, Share(name.Object()));
-    PutItem(pair.get(), 1, Int(value));
+    SetItem(pair.get(), 0, NewRef(name.Object()));
+    SetItem(pair.get(), 1, Int(value));
   }
   return pair;
 }
@@ -84,10 +84,10 @@ PyObject* PyRYN_GetLBParams(PyObject*, PyObject* args) {
   // Deliberate: creations are not checked. What failed is None in the result, and the error that Python set stands.
   Ref params = NewTuple(4);
   if (params) {
-    PutItem(params.get(), 0, NamedValue(kThresholdHigh, options.thresholdHigh));
-    PutItem(params.get(), 1, NamedValue(kThresholdLow, options.thresholdLow));
-    PutItem(params.get(), 2, NamedValue(kPauseDifference, options.pauseDifference));
-    PutItem(params.get(), 3, NamedValue(kSensitivity, options.sensitivity));
+    SetItem(params.get(), 0, NamedValue(kThresholdHigh, options.thresholdHigh));
+    SetItem(params.get(), 1, NamedValue(kThresholdLow, options.thresholdLow));
+    SetItem(params.get(), 2, NamedValue(kPauseDifference, options.pauseDifference));
+    SetItem(params.get(), 3, NamedValue(kSensitivity, options.sensitivity));
   }
   return params.release();
 }

@@ -61,7 +61,7 @@ Ref TupleOfTuples(std::size_t size, Make make) {
   Ref tuple(PyTuple_New(static_cast<Py_ssize_t>(size)));
   if (!tuple || size == 0)
     return tuple;
-  const Unwalked unwalked(tuple.get());
+  const GcUntracked untracked(tuple.get());
   return FillTuple(tuple.get(), size, make) ? std::move(tuple) : nullptr;
 }
 
@@ -100,16 +100,16 @@ bool FillResult(PyObject* result, const LBPortStats& stats, std::uint32_t first,
   const auto column = [&](auto field) {
     return TupleOfInts(count, [&](std::size_t i) { return Int(field(stats.ports[first + i])); });
   };
-  return PutItem(result, 0, column([](const LBPortRecord& port) { return port.p0; })) &&
-         PutItem(result, 1, column([](const LBPortRecord& port) { return port.p1; })) &&
-         PutItem(result, 2, column([](const LBPortRecord& port) { return port.cores[0]; })) &&
-         PutItem(result, 3, column([](const LBPortRecord& port) { return port.cores[1]; })) &&
-         PutItem(result, 4,
+  return SetItem(result, 0, column([](const LBPortRecord& port) { return port.p0; })) &&
+         SetItem(result, 1, column([](const LBPortRecord& port) { return port.p1; })) &&
+         SetItem(result, 2, column([](const LBPortRecord& port) { return port.cores[0]; })) &&
+         SetItem(result, 3, column([](const LBPortRecord& port) { return port.cores[1]; })) &&
+         SetItem(result, 4,
                  TupleOfTuples(count,
                                [&](std::size_t i) {
                                  return FigureTuple(FiguresOf(stats.ports[first + i], stats.cores).values);
                                })) &&
-         PutItem(result, 5, TupleOfTuples(kMaxStatsCores, [&](std::size_t core) {
+         SetItem(result, 5, TupleOfTuples(kMaxStatsCores, [&](std::size_t core) {
                    return FigureTuple(FiguresOf(stats.cores[core]).values);
                  }));
 }

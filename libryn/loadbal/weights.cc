@@ -37,9 +37,9 @@ PyObject* PyRYN_GetLBWeights(PyObject*, PyObject*) {
   if (!list)
     return NoneAfter("Failed to allocate tunable list.\n");
   for (std::size_t i = 0; i < kWeights; ++i) {
-    const Ref dict = StoreNewDict(list.get(), i);
-    if (!dict || !Store(dict.get(), kWeightName, Share(kNames[i].Object())) ||
-        !Store(dict.get(), kWeight, Int(weights.words[i])))
+    const Ref dict = SetNewDict(list.get(), i);
+    if (!dict || !SetOrReport(dict.get(), kWeightName, NewRef(kNames[i].Object())) ||
+        !SetOrReport(dict.get(), kWeight, Int(weights.words[i])))
       return NoneWithError();
   }
   return list.release();

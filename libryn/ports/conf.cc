@@ -56,15 +56,15 @@ Ref VlanRanges(const PortConf& conf) {
 }
 
 bool FillConf(PyObject* dict, const PortConf& conf) {
-  return Store(dict, kPortID, Int(conf.portID)) && Store(dict, kFlags, FlagsText(conf.flags)) &&
-         Store(dict, kLadrf, Int(conf.ladrf)) && Store(dict, kHwAddr, MacText(conf.hwAddr)) &&
-         Store(dict, kUntaggedVlanID, Int(conf.untaggedVlanID)) &&
-         Store(dict, kForgedMACAllowed, Int(conf.forgedMACAllowed)) &&
-         Store(dict, kNumMcastAddrs, Int(conf.numMcastAddrs)) && Store(dict, kVni, Int(conf.vni)) &&
-         Store(dict, kSampleRate, Int(conf.sampleRate)) &&
-         (conf.numMcastAddrs == 0 || Store(dict, kMcastAddrList, McastAddrs(conf))) &&
-         Store(dict, kNumTaggedVlanRanges, Int(conf.numTaggedVlanRanges)) &&
-         (conf.numTaggedVlanRanges == 0 || Store(dict, kVlanRanges, VlanRanges(conf)));
+  return SetOrReport(dict, kPortID, Int(conf.portID)) && SetOrReport(dict, kFlags, FlagsText(conf.flags)) &&
+         SetOrReport(dict, kLadrf, Int(conf.ladrf)) && SetOrReport(dict, kHwAddr, MacText(conf.hwAddr)) &&
+         SetOrReport(dict, kUntaggedVlanID, Int(conf.untaggedVlanID)) &&
+         SetOrReport(dict, kForgedMACAllowed, Int(conf.forgedMACAllowed)) &&
+         SetOrReport(dict, kNumMcastAddrs, Int(conf.numMcastAddrs)) && SetOrReport(dict, kVni, Int(conf.vni)) &&
+         SetOrReport(dict, kSampleRate, Int(conf.sampleRate)) &&
+         (conf.numMcastAddrs == 0 || SetOrReport(dict, kMcastAddrList, McastAddrs(conf))) &&
+         SetOrReport(dict, kNumTaggedVlanRanges, Int(conf.numTaggedVlanRanges)) &&
+         (conf.numTaggedVlanRanges == 0 || SetOrReport(dict, kVlanRanges, VlanRanges(conf)));
 }
 
 }  // namespace

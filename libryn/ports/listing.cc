@@ -35,13 +35,14 @@ constinit Key kRxQLM{"rxQLM"};
 
 constinit Key kClientTypes[] = {Key("UNKNOWN"), Key("VNIC"), Key("UPLINK"), Key("GENERIC"), Key("QOBNIC")};
 
-Ref ClientType(std::uint32_t code) { return Share(kClientTypes[code < std::size(kClientTypes) ? code : 0].Object()); }
+Ref ClientType(std::uint32_t code) { return NewRef(kClientTypes[code < std::size(kClientTypes) ? code : 0].Object()); }
 
 bool FillSwitch(PyObject* dict, const SwitchRecord& record) {
-  return Store(dict, kName, Text(FieldText(record.name))) && Store(dict, kSwID, Int(record.swID)) &&
-         Store(dict, kMaxPortCount, Int(record.maxPorts)) && Store(dict, kNumActivePorts, Int(record.numActivePorts)) &&
-         Store(dict, kNumPorts, Int(record.numPorts)) && Store(dict, kMtu, Int(record.mtu)) &&
-         Store(dict, kNumLcores, Int(record.numLcores)) && Store(dict, kLcores, Int(record.lcores));
+  return SetOrReport(dict, kName, Text(FieldText(record.name))) && SetOrReport(dict, kSwID, Int(record.swID)) &&
+         SetOrReport(dict, kMaxPortCount, Int(record.maxPorts)) &&
+         SetOrReport(dict, kNumActivePorts, Int(record.numActivePorts)) &&
+         SetOrReport(dict, kNumPorts, Int(record.numPorts)) && SetOrReport(dict, kMtu, Int(record.mtu)) &&
+         SetOrReport(dict, kNumLcores, Int(record.numLcores)) && SetOrReport(dict, kLcores, Int(record.lcores));
 }
 
 // One value per queue; a queue count above the room of the record is cut to it.
@@ -50,12 +51,12 @@ Ref Queues(std::uint32_t count, const std::uint8_t (&values)[kMaxQueues]) {
 }
 
 bool FillPort(PyObject* dict, const PortRecord& record) {
-  return Store(dict, kPortID, Int(record.portID)) && Store(dict, kRynPortID, Int(record.rynPortID)) &&
-         Store(dict, kNumTxQ, Int(record.numTxQ)) && Store(dict, kNumRxQ, Int(record.numRxQ)) &&
-         Store(dict, kHwAddr, MacText(record.hwAddr)) && Store(dict, kNumMACs, Int(record.numMACs)) &&
-         Store(dict, kClientType, ClientType(record.clientType)) &&
-         Store(dict, kTxQLM, Queues(record.numTxQ, record.txQLM)) &&
-         Store(dict, kRxQLM, Queues(record.numRxQ, record.rxQLM));
+  return SetOrReport(dict, kPortID, Int(record.portID)) && SetOrReport(dict, kRynPortID, Int(record.rynPortID)) &&
+         SetOrReport(dict, kNumTxQ, Int(record.numTxQ)) && SetOrReport(dict, kNumRxQ, Int(record.numRxQ)) &&
+         SetOrReport(dict, kHwAddr, MacText(record.hwAddr)) && SetOrReport(dict, kNumMACs, Int(record.numMACs)) &&
+         SetOrReport(dict, kClientType, ClientType(record.clientType)) &&
+         SetOrReport(dict, kTxQLM, Queues(record.numTxQ, record.txQLM)) &&
+         SetOrReport(dict, kRxQLM, Queues(record.numRxQ, record.rxQLM));
 }
 
 }  // namespace
@@ -75,7 +76,7 @@ PyObject* PyRYN_List_Switches(PyObject*, PyObject*) {
     return NoneAfter("Failed to allocate buffer.\n");
 
   for (std::uint32_t i = 0; i < count; ++i) {
-    const Ref dict = StoreNewDict(list.get(), i);
+    const Ref dict = SetNewDict(list.get(), i);
     if (!dict || !FillSwitch(dict.get(), answer->switches[i]))
       return NoneWithError();
   }
@@ -101,7 +102,7 @@ PyObject* PyRYN_List_Ports(PyObject*, PyObject* args) {
     return NoneAfter("Failed to allocate port list.\n");
 
   for (std::uint32_t i = 0; i < count; ++i) {
-    const Ref dict = StoreNewDict(list.get(), i);
+    const Ref dict = SetNewDict(list.get(), i);
     if (!dict || !FillPort(dict.get(), answer->ports[i]))
       return NoneWithError();
   }

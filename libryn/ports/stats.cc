@@ -37,9 +37,9 @@ constinit Counter kSlowPath[] = {
     {Key("spRxDrops"), &PortStats::rxDrops},         {Key("spRxErrors"), &PortStats::rxErrors},
 };
 
-bool StoreCounters(PyObject* dict, Counter (&counters)[16], const PortStats& stats) {
+bool AddCounters(PyObject* dict, Counter (&counters)[16], const PortStats& stats) {
   for (Counter& counter : counters) {
-    if (!Store(dict, counter.key, Int(stats.*counter.field)))
+    if (!SetOrReport(dict, counter.key, Int(stats.*counter.field)))
       return false;
   }
   return true;
@@ -63,7 +63,7 @@ PyObject* PyRYN_Get_Port_Stats(PyObject*, PyObject* args) {
   Ref dict(PyDict_New());
   if (!dict)
     return NoneAfter("Failed to allocate stats tuple.\n");  // Deliberate: the dict is called a tuple.
-  if (!StoreCounters(dict.get(), kFastPath, *stats))
+  if (!AddCounters(dict.get(), kFastPath, *stats))
     return NoneWithError();
 
   // The same area, cleared like any other, and the length word as the first call left it, but never above the room.
@@ -75,7 +75,7 @@ PyObject* PyRYN_Get_Port_Stats(PyObject*, PyObject* args) {
     static_cast<void>(dict.release());
     return NoneAfter("Failed to retrieve slowpath port stats.\n");
   }
-  if (!StoreCounters(dict.get(), kSlowPath, *stats))
+  if (!AddCounters(dict.get(), kSlowPath, *stats))
     return NoneWithError();
   return dict.release();
 }

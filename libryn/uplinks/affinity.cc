@@ -32,9 +32,9 @@ PyObject* PyRYN_List_Device_Affinity(PyObject*, PyObject*) {
 
   for (std::uint32_t i = 0; i < count; ++i) {
     const DeviceRecord& device = answer->devices[i];
-    const Ref dict = StoreNewDict(list.get(), i);
-    if (!dict || !Store(dict.get(), kDevname, Text(FieldText(device.name))) ||
-        !Store(dict.get(), kAffinity, Int(device.affinity)))
+    const Ref dict = SetNewDict(list.get(), i);
+    if (!dict || !SetOrReport(dict.get(), kDevname, Text(FieldText(device.name))) ||
+        !SetOrReport(dict.get(), kAffinity, Int(device.affinity)))
       return NoneWithError();
   }
   return list.release();

@@ -44,14 +44,17 @@ Ref FlagBit(std::uint16_t flags, int bit) { return Int(flags >> bit & 1); }
 
 // Deliberate: the lists are None when they failed, and are stored as they are.
 bool FillSession(PyObject* dict, const MirrorSession& session, const void* vlans) {
-  return Store(dict, kNoInput, FlagBit(session.flags, 0)) && Store(dict, kNoOutput, FlagBit(session.flags, 1)) &&
-         Store(dict, kVlanEncap, FlagBit(session.flags, 2)) && Store(dict, kOrigVlan, FlagBit(session.flags, 3)) &&
-         Store(dict, kIndex, Int(session.index)) && Store(dict, kEncapVlanID, Int(session.encapVlanID)) &&
-         Store(dict, kSamplingRate, Int(session.samplingRate)) && Store(dict, kSnapLen, Int(session.snapLen)) &&
-         Store(dict, kSrcInPorts, Ref(PyRYN_CreatePortList(session.srcInCount, session.srcInPorts))) &&
-         Store(dict, kSrcOutPorts, Ref(PyRYN_CreatePortList(session.srcOutCount, session.srcOutPorts))) &&
-         Store(dict, kDstPorts, Ref(PyRYN_CreatePortList(session.dstCount, session.dstPorts))) &&
-         Store(dict, kVlans, Ref(PyRYN_CreateVlanList(session.vlanCount, vlans)));
+  return SetOrReport(dict, kNoInput, FlagBit(session.flags, 0)) &&
+         SetOrReport(dict, kNoOutput, FlagBit(session.flags, 1)) &&
+         SetOrReport(dict, kVlanEncap, FlagBit(session.flags, 2)) &&
+         SetOrReport(dict, kOrigVlan, FlagBit(session.flags, 3)) && SetOrReport(dict, kIndex, Int(session.index)) &&
+         SetOrReport(dict, kEncapVlanID, Int(session.encapVlanID)) &&
+         SetOrReport(dict, kSamplingRate, Int(session.samplingRate)) &&
+         SetOrReport(dict, kSnapLen, Int(session.snapLen)) &&
+         SetOrReport(dict, kSrcInPorts, Ref(PyRYN_CreatePortList(session.srcInCount, session.srcInPorts))) &&
+         SetOrReport(dict, kSrcOutPorts, Ref(PyRYN_CreatePortList(session.srcOutCount, session.srcOutPorts))) &&
+         SetOrReport(dict, kDstPorts, Ref(PyRYN_CreatePortList(session.dstCount, session.dstPorts))) &&
+         SetOrReport(dict, kVlans, Ref(PyRYN_CreateVlanList(session.vlanCount, vlans)));
 }
 
 }  // namespace
@@ -63,7 +66,7 @@ PyObject* PyRYN_CreatePortList(std::uint16_t count, const void* bitmap) {
   std::uint16_t position = 0;
   for (std::uint32_t word = 0; word < 2 && position < count; ++word) {
     for (auto rest = Load<std::uint64_t>(bitmap, word * 8); rest != 0 && position < count; rest &= rest - 1) {
-      if (!StoreItem(list.get(), position++, Int(64 * word + static_cast<std::uint32_t>(std::countr_zero(rest)))))
+      if (!SetItemOrReport(list.get(), position++, Int(64 * word + static_cast<std::uint32_t>(std::countr_zero(rest)))))
         return NoneWithError();
     }
   }
@@ -75,7 +78,7 @@ PyObject* PyRYN_CreateVlanList(std::uint16_t count, const void* vlans) {
   if (!list)
     return NoneAfter("Failed to allocate memory.\n");
   for (std::size_t i = 0; i < count; ++i) {
-    if (!StoreItem(list.get(), i, Int(Load<std::uint16_t>(vlans, i * sizeof(std::uint16_t)))))
+    if (!SetItemOrReport(list.get(), i, Int(Load<std::uint16_t>(vlans, i * sizeof(std::uint16_t)))))
       return NoneWithError();
   }
   return list.release();
@@ -117,7 +120,7 @@ PyObject* PyRYN_Get_Mirror_Conf(PyObject*, PyObject* args) {
     if (!IsWhole(*conf, offset))
       return NoneAfter("Invalid response returned.\n");
     // Deliberate: a session that fails is stored as None, and the next is read from the same place.
-    if (!StoreItem(list.get(), i, Ref(PyRYN_CreateMirrorSession(conf.get(), &offset, conf->header))))
+    if (!SetItemOrReport(list.get(), i, Ref(PyRYN_CreateMirrorSession(conf.get(), &offset, conf->header))))
       return NoneWithError();
   }
   return list.release();

@@ -66,19 +66,19 @@ Ref FilterText(std::uint16_t kind, const NetQResponse& response, std::size_t pos
     case kGeneveFilter:
       return GeneveText(LoadBody<GeneveBody>(response, position));
     default:
-      return Share(kUnknownFilter.Object());
+      return NewRef(kUnknownFilter.Object());
   }
 }
 
-bool StoreQueues(PyObject* dict, const NetQResponse& response, std::size_t position, std::uint16_t count) {
-  const Ref list = StoreNewList(dict, kQInfo, count);
+bool AddQueues(PyObject* dict, const NetQResponse& response, std::size_t position, std::uint16_t count) {
+  const Ref list = SetNewList(dict, kQInfo, count);
   if (!list)
     return false;
   for (std::size_t i = 0; i < count; ++i) {
     const auto queue = Load<NetQQueue>(response.bytes, position + i * sizeof(NetQQueue));
-    const Ref item = StoreNewDict(list.get(), i);
-    if (!item || !Store(item.get(), kRynPortID, Int(queue.rynPortID)) || !Store(item.get(), kQid, Int(queue.qid)) ||
-        !Store(item.get(), kFid, Int(queue.fid)))
+    const Ref item = SetNewDict(list.get(), i);
+    if (!item || !SetOrReport(item.get(), kRynPortID, Int(queue.rynPortID)) ||
+        !SetOrReport(item.get(), kQid, Int(queue.qid)) || !SetOrReport(item.get(), kFid, Int(queue.fid)))
       return false;
   }
   return true;
@@ -89,13 +89,13 @@ bool ReportInvalid() {
   return false;
 }
 
-bool StoreFilters(PyObject* dict, const NetQResponse& response, std::uint16_t count) {
+bool AddFilters(PyObject* dict, const NetQResponse& response, std::uint16_t count) {
   if (count > kMaxFilters)
     return ReportInvalid();
-  const Ref list = StoreNewList(dict, kFilters, count);
+  const Ref list = SetNewList(dict, kFilters, count);
   if (!list)
     return false;
-  const Unwalked unwalked(list.get());
+  const GcUntracked untracked(list.get());
 
   std::size_t position = sizeof(NetQHeader);
   for (std::size_t i = 0; i < count; ++i) {
@@ -108,9 +108,9 @@ bool StoreFilters(PyObject* dict, const NetQResponse& response, std::uint16_t co
     if (position > sizeof(response))
       return ReportInvalid();
 
-    const Ref item = StoreNewDict(list.get(), i);
-    if (!item || !Store(item.get(), kRxf, FilterText(filter.kind, response, body)) ||
-        !StoreQueues(item.get(), response, queues, filter.queueCount))
+    const Ref item = SetNewDict(list.get(), i);
+    if (!item || !SetOrReport(item.get(), kRxf, FilterText(filter.kind, response, body)) ||
+        !AddQueues(item.get(), response, queues, filter.queueCount))
       return false;
   }
   return true;
@@ -118,8 +118,8 @@ bool StoreFilters(PyObject* dict, const NetQResponse& response, std::uint16_t co
 
 bool FillInfo(PyObject* dict, const NetQResponse& response) {
   const auto header = Load<NetQHeader>(response.bytes, 0);
-  return Store(dict, kIsUplink, Int(header.isUplink)) && Store(dict, kSwID, Int(header.swID)) &&
-         Store(dict, kRynPortID, Int(header.rynPortID)) && StoreFilters(dict, response, header.filterCount);
+  return SetOrReport(dict, kIsUplink, Int(header.isUplink)) && SetOrReport(dict, kSwID, Int(header.swID)) &&
+         SetOrReport(dict, kRynPortID, Int(header.rynPortID)) && AddFilters(dict, response, header.filterCount);
 }
 
 }  // namespace

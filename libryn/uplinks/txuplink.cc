@@ -22,11 +22,11 @@ const char* TypeName(std::uint8_t code) { return code < std::size(kTypeNames) ? 
 // A new reference to an item of a dict; null when there is none.
 Ref Lookup(PyObject* dict, Key& key) {
   PyObject* const name = key.Object();
-  return Share(name ? PyDict_GetItemWithError(dict, name) : nullptr);
+  return NewRef(name ? PyDict_GetItemWithError(dict, name) : nullptr);
 }
 
 // A new reference to an item of a list; null with Python's error set when the list has become shorter.
-Ref ListItem(PyObject* list, std::uint32_t index) { return Share(PyList_GetItem(list, index)); }
+Ref ListItem(PyObject* list, std::uint32_t index) { return NewRef(PyList_GetItem(list, index)); }
 
 }  // namespace
 
@@ -78,7 +78,7 @@ PyObject* PyRYN_Set_Port_Tx_Uplink(PyObject*, PyObject* args) {
   if (count > kMaxTxUplinks)
     return NoneAfter("Too many uplinks.\n");
 
-  KeptError error;
+  DeferredError error;
   std::uint32_t uplinks[kMaxTxUplinks] = {};
   for (std::uint32_t i = 0; i < count; ++i) {
     const Ref item = ListItem(list.get(), i);

@@ -74,15 +74,15 @@ TEST(Failures, WriteTheirTextAndAnswer) {
 }
 
 TEST(LowWord, TakesTheLow32BitsOfASignedLong) {
-  KeptError error;
+  DeferredError error;
   EXPECT_EQ(LowWord(Ref(PyLong_FromLongLong((1LL << 32) + 5)).get(), &error), 5U);
   EXPECT_EQ(LowWord(Ref(PyLong_FromLong(-1)).get(), &error), 0xFFFFFFFFU);
   EXPECT_FALSE(PyErr_Occurred());
 }
 
-TEST(LowWord, OfNoIntIsKeptAndSetAgainAtTheEnd) {
+TEST(LowWord, OfANonIntSavesItsErrorAndRestoresItAtTheEnd) {
   {
-    KeptError error;
+    DeferredError error;
     EXPECT_EQ(LowWord(Py_None, &error), 0xFFFFFFFFU);
     EXPECT_FALSE(PyErr_Occurred());  // the work goes on with a clean indicator
     EXPECT_EQ(LowWord(Ref(PyLong_FromLongLong(7)).get(), &error), 7U);
@@ -90,32 +90,32 @@ TEST(LowWord, OfNoIntIsKeptAndSetAgainAtTheEnd) {
   EXPECT_EQ(TakeError().substr(0, 9), "TypeError");
 }
 
-TEST(KeptError, KeepsTheFirst) {
+TEST(DeferredError, SavesTheFirst) {
   {
-    KeptError error;
+    DeferredError error;
     PyErr_SetString(PyExc_KeyError, "first");
-    error.Keep();
+    error.Save();
     PyErr_SetString(PyExc_ValueError, "second");
-    error.Keep();
+    error.Save();
     EXPECT_FALSE(PyErr_Occurred());
   }
   EXPECT_EQ(TakeError(), "KeyError: 'first'");
 }
 
-TEST(KeptError, GivesWayToALaterFailuresOwn) {
+TEST(DeferredError, GivesWayToALaterFailuresOwn) {
   {
-    KeptError error;
+    DeferredError error;
     PyErr_SetString(PyExc_KeyError, "first");
-    error.Keep();
+    error.Save();
     PyErr_SetString(PyExc_SystemError, "later");
   }
   EXPECT_EQ(TakeError(), "SystemError: later");
 }
 
-TEST(KeptError, WithoutOneLeavesNone) {
+TEST(DeferredError, WithoutOneLeavesNone) {
   {
-    KeptError error;
-    error.Keep();
+    DeferredError error;
+    error.Save();
   }
   EXPECT_EQ(TakeError(), "");
 }

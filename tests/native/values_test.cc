@@ -16,48 +16,48 @@ Ref Unshared() { return Ref(PyUnicode_FromString("a value of its own")); }
 
 Key TestKey() { return Key("testKey"); }
 
-TEST(Store, PutsTheValueUnderTheKeyAndTakesItOver) {
+TEST(SetOrReport, PutsTheValueUnderTheKeyAndTakesItOver) {
   Ref dict(PyDict_New());
   Key key = TestKey();
   Ref value = Unshared();
-  EXPECT_TRUE(Store(dict.get(), key, Share(value.get())));
+  EXPECT_TRUE(SetOrReport(dict.get(), key, NewRef(value.get())));
   EXPECT_EQ(PyDict_GetItemString(dict.get(), "testKey"), value.get());
   EXPECT_EQ(Py_REFCNT(value.get()), 2);
   dict.reset();
   EXPECT_EQ(Py_REFCNT(value.get()), 1);
 }
 
-TEST(Store, OfNoValueReportsThatItCouldNotBeCreated) {
+TEST(SetOrReport, OfNoValueReportsThatItCouldNotBeCreated) {
   Ref dict(PyDict_New());
   Key key = TestKey();
-  EXPECT_FALSE(Store(dict.get(), key, nullptr));
+  EXPECT_FALSE(SetOrReport(dict.get(), key, nullptr));
   EXPECT_EQ(TakeError(), kNoBuffer);
   EXPECT_EQ(PyDict_Size(dict.get()), 0);
 }
 
-TEST(Store, ThatFailsReportsADictItemAndDropsTheValue) {
+TEST(SetOrReport, ThatFailsReportsADictItemAndDropsTheValue) {
   Ref no_dict(PyList_New(0));
   Key key = TestKey();
   Ref value = Unshared();
-  EXPECT_FALSE(Store(no_dict.get(), key, Share(value.get())));
+  EXPECT_FALSE(SetOrReport(no_dict.get(), key, NewRef(value.get())));
   EXPECT_EQ(TakeError(), kNoDictItem);
   EXPECT_EQ(Py_REFCNT(value.get()), 1);
 }
 
-TEST(Store, UnderAKeyThatCannotBeMadeFailsAndIsTriedAgain) {
+TEST(SetOrReport, UnderAKeyThatCannotBeMadeFailsAndIsTriedAgain) {
   static constinit Key key("a key that is made nowhere else");
   Ref dict(PyDict_New());
   Ref value = Unshared();
   {
     const FailingAllocation failing(0);
-    EXPECT_FALSE(Store(dict.get(), key, Share(value.get())));
+    EXPECT_FALSE(SetOrReport(dict.get(), key, NewRef(value.get())));
     EXPECT_TRUE(failing.HasFailed());
   }
   EXPECT_EQ(TakeError(), kNoDictItem);
   EXPECT_EQ(Py_REFCNT(value.get()), 1);
   EXPECT_EQ(PyDict_Size(dict.get()), 0);
 
-  EXPECT_TRUE(Store(dict.get(), key, Share(value.get())));
+  EXPECT_TRUE(SetOrReport(dict.get(), key, NewRef(value.get())));
   EXPECT_EQ(TakeError(), "");
   EXPECT_EQ(PyDict_GetItemString(dict.get(), "a key that is made nowhere else"), value.get());
 }
@@ -79,25 +79,25 @@ TEST(Key, ThatCannotBeMadeLeavesPythonsError) {
   EXPECT_NE(key.Object(), nullptr);
 }
 
-TEST(StoreItem, PutsTheValueAtItsPlaceAndTakesItOver) {
+TEST(SetItemOrReport, PutsTheValueAtItsPlaceAndTakesItOver) {
   Ref list = NewList(2), value = Unshared();
-  EXPECT_TRUE(StoreItem(list.get(), 1, Share(value.get())));
+  EXPECT_TRUE(SetItemOrReport(list.get(), 1, NewRef(value.get())));
   EXPECT_EQ(PyList_GetItem(list.get(), 0), Py_None);
   EXPECT_EQ(PyList_GetItem(list.get(), 1), value.get());
   list.reset();
   EXPECT_EQ(Py_REFCNT(value.get()), 1);
 }
 
-TEST(StoreItem, ThatFailsReportsAListItemAndDropsTheValue) {
+TEST(SetItemOrReport, ThatFailsReportsAListItemAndDropsTheValue) {
   Ref list = NewList(2), value = Unshared();
-  EXPECT_FALSE(StoreItem(list.get(), 2, Share(value.get())));
+  EXPECT_FALSE(SetItemOrReport(list.get(), 2, NewRef(value.get())));
   EXPECT_EQ(TakeError(), kNoListItem);
   EXPECT_EQ(Py_REFCNT(value.get()), 1);
 }
 
-TEST(StoreItem, OfNoValueReportsThatItCouldNotBeCreated) {
+TEST(SetItemOrReport, OfNoValueReportsThatItCouldNotBeCreated) {
   Ref list = NewList(1);
-  EXPECT_FALSE(StoreItem(list.get(), 0, nullptr));
+  EXPECT_FALSE(SetItemOrReport(list.get(), 0, nullptr));
   EXPECT_EQ(TakeError(), kNoBuffer);
   EXPECT_EQ(PyList_GetItem(list.get(), 0), Py_None);
 }
@@ -130,9 +130,9 @@ TEST(NewContainers, ThatCannotBeMadeAreNullWithPythonsError) {
   EXPECT_EQ(TakeError(), "MemoryError: ");
 }
 
-TEST(StoreNewDict, StoresADictToFill) {
+TEST(SetNewDict, StoresADictToFill) {
   Ref list = NewList(1);
-  const Ref dict = StoreNewDict(list.get(), 0);
+  const Ref dict = SetNewDict(list.get(), 0);
   ASSERT_NE(dict, nullptr);
   EXPECT_EQ(PyList_GetItem(list.get(), 0), dict.get());
   EXPECT_EQ(Py_REFCNT(dict.get()), 2);
@@ -140,56 +140,56 @@ TEST(StoreNewDict, StoresADictToFill) {
   EXPECT_EQ(Py_REFCNT(dict.get()), 1);
 }
 
-TEST(StoreNewDict, ThatCannotBeStoredReportsAListItem) {
+TEST(SetNewDict, ThatCannotBeStoredReportsAListItem) {
   const Ref list = NewList(1);
-  EXPECT_EQ(StoreNewDict(list.get(), 1), nullptr);
+  EXPECT_EQ(SetNewDict(list.get(), 1), nullptr);
   EXPECT_EQ(TakeError(), kNoListItem);
 }
 
-TEST(StoreNewList, StoresAListToFill) {
+TEST(SetNewList, StoresAListToFill) {
   Ref dict(PyDict_New());
   Key key = TestKey();
-  const Ref list = StoreNewList(dict.get(), key, 3);
+  const Ref list = SetNewList(dict.get(), key, 3);
   ASSERT_NE(list, nullptr);
   EXPECT_EQ(PyList_GET_SIZE(list.get()), 3);
   EXPECT_EQ(PyDict_GetItemString(dict.get(), "testKey"), list.get());
 }
 
-TEST(StoreNewList, ThatCannotBeStoredReportsADictItem) {
+TEST(SetNewList, ThatCannotBeStoredReportsADictItem) {
   const Ref no_dict = NewList(0);
   Key key = TestKey();
-  EXPECT_EQ(StoreNewList(no_dict.get(), key, 3), nullptr);
+  EXPECT_EQ(SetNewList(no_dict.get(), key, 3), nullptr);
   EXPECT_EQ(TakeError(), kNoDictItem);
 }
 
-TEST(StoreNewList, ThatCannotBeCreatedReportsIt) {
+TEST(SetNewList, ThatCannotBeCreatedReportsIt) {
   Ref dict(PyDict_New());
   Key key = TestKey();
   ASSERT_NE(key.Object(), nullptr);
   {
     const FailingAllocation failing(0);
-    EXPECT_EQ(StoreNewList(dict.get(), key, 1000), nullptr);
+    EXPECT_EQ(SetNewList(dict.get(), key, 1000), nullptr);
   }
   EXPECT_EQ(TakeError(), kNoBuffer);
 }
 
-TEST(Put, LeavesPythonsOwnError) {
+TEST(Set, LeavesPythonsOwnError) {
   const Ref no_dict = NewList(0), list = NewList(0);
   Key key = TestKey();
-  EXPECT_FALSE(Put(no_dict.get(), key, Unshared()));
+  EXPECT_FALSE(Set(no_dict.get(), key, Unshared()));
   EXPECT_NE(TakeError(), "");
-  EXPECT_FALSE(Put(no_dict.get(), key, nullptr));
+  EXPECT_FALSE(Set(no_dict.get(), key, nullptr));
   EXPECT_EQ(TakeError(), "");
 }
 
-TEST(PutItem, LeavesPythonsOwnError) {
+TEST(SetItem, LeavesPythonsOwnError) {
   const Ref tuple = NewTuple(1), value = Unshared();
-  EXPECT_TRUE(PutItem(tuple.get(), 0, Share(value.get())));
+  EXPECT_TRUE(SetItem(tuple.get(), 0, NewRef(value.get())));
   EXPECT_EQ(PyTuple_GetItem(tuple.get(), 0), value.get());
-  EXPECT_FALSE(PutItem(tuple.get(), 1, Share(value.get())));
+  EXPECT_FALSE(SetItem(tuple.get(), 1, NewRef(value.get())));
   EXPECT_EQ(TakeError().substr(0, 10), "IndexError");
   EXPECT_EQ(Py_REFCNT(value.get()), 2);
-  EXPECT_FALSE(PutItem(tuple.get(), 0, nullptr));
+  EXPECT_FALSE(SetItem(tuple.get(), 0, nullptr));
   EXPECT_EQ(TakeError(), "");
 }
 
