@@ -180,8 +180,8 @@ def run_growth(rounds: int, chance: random.Random) -> dict[str, Any]:
                     samples[i] += run_for(each) / each.calls / BURSTS
             times.setdefault((contender.name, size), []).append((samples[0], samples[1]))
     per_row: dict[str, list[float]] = {}
-    for (name, size), samples in sorted(times.items()):
-        per_row.setdefault(name, []).append(statistics.median((time - base) / size for time, base in samples))
+    for (name, size), both in sorted(times.items()):
+        per_row.setdefault(name, []).append(statistics.median((time - base) / size for time, base in both))
     whole = [statistics.median(time for time, _ in times[MODULE, size]) for size in sizes]
     nothing = statistics.median(base for size in sizes for _, base in times[MODULE, size])
     DOUBLE.reset()

@@ -60,12 +60,13 @@ class Run:
     passed: bool | None = None  # None while it is at work
 
     def execute(self, *arguments: object) -> Run:
-        command = [PROGRAM, f"--target={self.target}", "-close_fd_mask=2", "-detect_leaks=0", "-print_final_stats=1",
+        command = [str(PROGRAM), f"--target={self.target}", "-close_fd_mask=2", "-detect_leaks=0", "-print_final_stats=1",
                    f"-timeout={SLOWEST_INPUT}", "-rss_limit_mb=4096", f"-artifact_prefix={FOUND}/{self.target}-",
                    *map(str, arguments)]
         self.start = time.monotonic()
         with subprocess.Popen(command, text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                               errors="replace") as process:
+            assert process.stdout
             self.report.extend(process.stdout)
         self.passed = process.returncode == 0
         return self

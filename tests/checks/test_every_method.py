@@ -16,7 +16,7 @@ from objects import for_the_parser
 
 
 def methods(which: Callable[[Method], object]) -> pytest.MarkDecorator:
-    return pytest.mark.parametrize("method", list(filter(which, METHODS)), ids=lambda method: method.name)
+    return pytest.mark.parametrize("method", [method for method in METHODS if which(method)], ids=lambda method: method.name)
 
 
 every_method = methods(lambda method: True)
@@ -67,12 +67,12 @@ def wrong_arguments(method: Method):
     """Each unit of the format refused in turn, with the error that the parser sets."""
     yield "too few", method.args[:-1], TypeError
     yield "too many", (*method.args, 0), TypeError
-    for place, unit in enumerate(method.format):
-        wrong = {"I": [("a text", TypeError), (BadIndex(), KeyError)],
+    for place, unit in enumerate(method.format or ""):
+        units: dict[str, list] = {"I": [("a text", TypeError), (BadIndex(), KeyError)],
                  "L": [("a text", TypeError), (BadIndex(), KeyError), (1 << 63, OverflowError)],
                  "s": [(5, TypeError), (None, TypeError), ("a\0b", ValueError), ("\udc80", UnicodeEncodeError)],
-                 "O": []}[unit]
-        for value, error in wrong:
+                 "O": []}
+        for value, error in units[unit]:
             yield f"{value!r} at {place}", (*method.args[:place], value, *method.args[place + 1:]), error
 
 
@@ -81,7 +81,7 @@ def test_wrong_arguments(ryn, double, method: Method):
     method.script(double)
     for name, args, error in wrong_arguments(method):
         outcome = run(getattr(ryn, method.name), *args)
-        assert outcome == Outcome(method.invalid_value, method.invalid, (error, ANY)), name
+        assert outcome == Outcome(method.invalid_value, method.invalid or "", (error, ANY)), name
         assert double.calls() == [], name
 
 
@@ -105,7 +105,7 @@ def test_arguments_out_of_range(ryn, double, method: Method):
                for place, maximum in enumerate(method.maxima) if maximum is not None
                for value in (maximum + 1, -1, 0xFFFFFFFF)]
     for args in [*refused, *method.refused]:
-        assert run(getattr(ryn, method.name), *args) == Outcome(method.invalid_value, method.invalid), args
+        assert run(getattr(ryn, method.name), *args) == Outcome(method.invalid_value, method.invalid or ""), args
         assert double.calls() == [], args
 
 
@@ -123,7 +123,7 @@ def test_greatest_arguments_are_accepted(ryn, double, method: Method):
 def test_numbers_wrap(ryn, double, method: Method):
     """A number is taken modulo 2**32: 2**32 more than the good call's makes the same call."""
     method.script(double)
-    wrapped = tuple(arg + (1 << 32) if unit == "I" else arg for unit, arg in zip(method.format, method.args))
+    wrapped = tuple(arg + (1 << 32) if unit == "I" else arg for unit, arg in zip(method.format or "", method.args))
     assert run(getattr(ryn, method.name), *wrapped) == Outcome(method.value)
 
 

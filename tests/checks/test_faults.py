@@ -29,7 +29,7 @@ ALLOCATORS = {"malloc", "calloc", "realloc", "aligned_alloc", "posix_memalign", 
 
 
 @pytest.fixture(scope="module")
-def faults(_module, pytestconfig: pytest.Config):
+def faults(_module, pytestconfig: Any):
     faults = load_faults(pytestconfig.ryn_double)
     faults.bind(_module.__file__)
     return faults

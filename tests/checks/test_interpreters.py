@@ -30,7 +30,8 @@ def interpreters() -> list[Path]:
     return sorted(found)
 
 
-@pytest.mark.parametrize("interpreter", interpreters() or [None], ids=lambda path: path and path.parts[-3])
+@pytest.mark.parametrize("interpreter", [*interpreters(), *([] if interpreters() else [None])],
+                         ids=lambda path: path and path.parts[-3])
 def test_module_on(double: Double, interpreter: Path | None, tmp_path: Path):
     if interpreter is None:
         pytest.skip("no other interpreter is there")

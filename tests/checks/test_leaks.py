@@ -25,7 +25,7 @@ pytestmark = pytest.mark.skipif(sys.getallocatedblocks() == 0, reason="PYTHONMAL
 
 
 @pytest.fixture(scope="module")
-def faults(_module, pytestconfig: pytest.Config):
+def faults(_module, pytestconfig: Any):
     return load_faults(pytestconfig.ryn_double)
 
 

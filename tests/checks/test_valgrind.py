@@ -56,12 +56,14 @@ def bytes_lost(code: str) -> int:
     assert printed == "done\n"
     if "no leaks are possible" in report:
         return 0
-    return int(re.search(r"definitely lost: ([\d,]+) bytes", report)[1].replace(",", ""))
+    lost, = re.findall(r"definitely lost: ([\d,]+) bytes", report)
+    return int(lost.replace(",", ""))
 
 
 def errors(code: str) -> int:
     _, report = valgrind(code, "--leak-check=no", "--error-limit=no", PYTHONMALLOC="malloc")
-    return int(re.search(r"ERROR SUMMARY: (\d+) errors", report)[1])
+    errors, = re.findall(r"ERROR SUMMARY: (\d+) errors", report)
+    return int(errors)
 
 
 def test_no_native_byte_is_lost_at_exit():

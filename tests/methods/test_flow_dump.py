@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import random
 import struct
-from typing import Sequence
+from typing import Any, Sequence
 
 import pytest
 
@@ -32,7 +32,7 @@ def page(entries: Sequence[bytes] = (), start: int = 0, count: int | None = None
     return area.raw(FIRST_ENTRY, body)
 
 
-def entry(key: bytes = flow.key(), length: int = 240, **fields: object) -> bytes:
+def entry(key: bytes = flow.key(), length: int = 240, **fields: Any) -> bytes:
     """A key and an actions record of `length` bytes."""
     record = flow.actions(max(length, 4096), len=length, **fields)
     return key + record[:length]

@@ -109,11 +109,11 @@ def test_error_of_an_item_gives_way_to_a_later_one_and_is_not_kept(ryn, double):
     errors = First(), KeyError("the second")
     cores = tuple(map(RaisingIndex, errors))  # a traceback that is kept would keep them
 
-    def call(n: int) -> tuple[bool, tuple[str, str]]:
+    def call(n: int) -> tuple[bool, tuple[str, str | None]]:
         outcome = run(ryn.GetFlowStats, 0, cores, 0, failing_allocation=n)
         for error in errors:
             error.__traceback__ = None
-        return outcome.allocation_failed, (outcome.stderr, outcome.error[0].__name__)
+        return outcome.allocation_failed, (outcome.stderr, outcome.error[0].__name__ if outcome.error else None)
 
     watched = [First, *errors, *cores]
     references = list(map(sys.getrefcount, watched))

@@ -8,7 +8,7 @@ import re
 import struct
 import subprocess
 from pathlib import Path
-from typing import Callable
+from typing import Callable, Sequence
 
 import pytest
 
@@ -27,14 +27,14 @@ def group(load: int = 0, tx: int = 0, rx: int = 0, unread: int = 0) -> bytes:
     return struct.pack("<iB", load, unread) + tx.to_bytes(16, "little") + rx.to_bytes(16, "little")
 
 
-def vertex(number: int = 0, wid: int = 0, flags: int = 0, out: list[tuple[int, int, int]] = (),
-           into: list[tuple[int, int, int]] = ()) -> bytes:
+def vertex(number: int = 0, wid: int = 0, flags: int = 0, out: Sequence[tuple[int, int, int]] = (),
+           into: Sequence[tuple[int, int, int]] = ()) -> bytes:
     """Edges are (peer, load, EMA), as they lie in the record."""
     edges = b"".join(struct.pack("<iII", *edge) for edge in [*out, *into])
     return struct.pack("<iIIII", number, wid, flags, len(out), len(into)) + edges
 
 
-def snapshot(groups: list[bytes] = (), vertices: list[bytes] = (), group_count: int | None = None,
+def snapshot(groups: Sequence[bytes] = (), vertices: Sequence[bytes] = (), group_count: int | None = None,
              vertex_count: int | None = None) -> Bytes:
     area = Bytes(AREA)
     area.u32(0, len(groups) if group_count is None else group_count)

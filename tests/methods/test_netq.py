@@ -200,7 +200,7 @@ def padding(room):
     return filters
 
 
-UNKNOWN = ("UnknownFilter", [])
+UNKNOWN: tuple = ("UnknownFilter", [])
 
 
 @pytest.mark.parametrize("beyond, body, queues", [

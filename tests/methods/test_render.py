@@ -5,6 +5,7 @@ from __future__ import annotations
 import ctypes
 import random
 from types import SimpleNamespace
+from typing import Any, Callable
 
 import pytest
 
@@ -23,7 +24,7 @@ def render(native) -> SimpleNamespace:
     actions_to_str.argtypes = [ctypes.c_char_p, ctypes.c_void_p, ctypes.c_uint32, ctypes.c_uint16]
     stats_to_str.argtypes = [ctypes.c_char_p, ctypes.c_void_p, ctypes.c_uint32]
 
-    def into(size: int, call) -> tuple[bytes, int | None]:
+    def into(size: int, call: Callable[[Any], Any]) -> tuple[bytes, Any]:
         area = ctypes.create_string_buffer(bytes([GUARD]) * (size + 64), size + 64)
         result = call(area)
         assert area.raw[size:] == bytes([GUARD]) * 64, "written past the area"
@@ -53,7 +54,9 @@ def text_of(area: bytes) -> str:
 
 
 def header(record: bytes) -> str:
-    return next(flow.pieces(record))
+    first = next(flow.pieces(record))
+    assert first is not None
+    return first
 
 
 # ---- Flow keys ------------------------------------------------------------------------------------------------------

@@ -170,8 +170,8 @@ def test_takes_what_was_reviewed(plain_build):  # noqa: F811
 
 
 ABI = ROOT / "tests/lists/exports.abi"
-IGNORED = ["--suppressions", ROOT / "tests/lists/exports.abignore"]
-ABIDW = ["abidw", "--exported-interfaces-only", "--no-corpus-path", "--no-show-locs", "--no-comp-dir-path",
+IGNORED: list = ["--suppressions", ROOT / "tests/lists/exports.abignore"]
+ABIDW: list = ["abidw", "--exported-interfaces-only", "--no-corpus-path", "--no-show-locs", "--no-comp-dir-path",
          "--no-architecture", "--no-elf-needed", "--drop-undefined-syms", "--type-id-style", "hash", *IGNORED]
 
 

@@ -5,6 +5,7 @@ import subprocess
 import sys
 import sysconfig
 from pathlib import Path
+from typing import Any
 
 import pytest
 
@@ -16,7 +17,7 @@ CXX = ["c++", "-std=c++11", "-Wall", "-Wextra", "-Wpedantic", "-Wold-style-cast"
 TOOLS = {name: value for name, value in os.environ.items() if name not in ("LD_PRELOAD", "LD_LIBRARY_PATH")}
 
 
-def succeeds(*command: object, **keywords: object) -> str:
+def succeeds(*command: object, **keywords: Any) -> str:
     done = subprocess.run(list(map(str, command)), text=True, capture_output=True, timeout=120, **keywords)
     assert done.returncode == 0, done.stdout + done.stderr
     return done.stdout

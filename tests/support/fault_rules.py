@@ -199,7 +199,7 @@ RULES: dict[str, Rule] = {
 def expected(method: Method, trace: Trace, n: int, base: Outcome) -> Outcome:
     function = trace[n][0]
     if function == "PyArg_ParseTuple":
-        return Outcome(method.invalid_value, method.invalid, INJECTED)
+        return Outcome(method.invalid_value, method.invalid or "", INJECTED)
     if function in ("calloc", "malloc"):
         return Outcome(None, "Failed to allocate memory.\n")
     return RULES[method.name](trace, n, base)

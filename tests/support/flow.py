@@ -5,7 +5,7 @@ from __future__ import annotations
 import random
 import socket
 import struct
-from typing import Iterator, Sequence
+from typing import Any, Iterator, Sequence
 
 from harness import Bytes
 
@@ -101,7 +101,7 @@ def stats_text(record: bytes) -> str:
     return "pktsSinceLastFlush:%d bytesSinceLastFlush:%d" % (field(record, "packets"), field(record, "bytes"))
 
 
-def key(fill: int = 0, **fields: object) -> bytes:
+def key(fill: int = 0, **fields: int | bytes) -> bytes:
     """A flow key; `ports` are the 4 bytes as stored."""
     offsets = {"mac1": 0, "mac2": 6, "word12": 12, "word14": 14, "ports": 16, "low20": 20, "high22": 22, "protocol": 23,
                "address1": 24, "second_ipv4": 28, "address2": 40}
@@ -118,7 +118,7 @@ def key_line(key: bytes) -> str:
     macs = ["%02x:%02x:%02x:%02x:%02x:%02x" % tuple(key[at:at + 6]) for at in (0, 6)]
     vlan = key[13] * 16 + (key[12] >> 4)
     number14 = key[14] + (key[15] & 0x7F) * 256
-    line = "%s  %s  %-4d  %-7d" % (*macs, vlan, number14)
+    line = "%s  %s" % tuple(macs) + "  %-4d  %-7d" % (vlan, number14)
     if key[12] & 0x02:
         addresses = [socket.inet_ntop(socket.AF_INET6, key[at:at + 16]) for at in (24, 40)]
     else:
@@ -137,7 +137,7 @@ def random_number(rng: random.Random, width: int) -> int:
 
 def random_actions(rng: random.Random, size: int = ACTIONS, max_instances: int = 255) -> bytes:
     record = bytearray(rng.randbytes(size))
-    fields = {name: random_number(rng, width) for name, (_, width) in FIELDS.items()}
+    fields: dict[str, Any] = {name: random_number(rng, width) for name, (_, width) in FIELDS.items()}
     fields["bitmap"] = rng.choice([rng.getrandbits(32), rng.getrandbits(32) & rng.getrandbits(32),
                                    1 << rng.randint(0, 31)])
     if rng.random() < 0.7:

@@ -123,7 +123,7 @@ def attack_policies(ryn: Any, double: Double) -> None:
     def set_policy(policy: Any) -> None:
         check(run(ryn.SetPortTxUplink, 0, 0, policy))
 
-    def emptying(*containers: Any) -> Callable[[], None]:
+    def emptying(*containers: Any) -> Callable[[], object]:
         return lambda: [container.clear() for container in containers]
 
     for harm in harms(ryn):
@@ -131,7 +131,7 @@ def attack_policies(ryn: Any, double: Double) -> None:
             set_policy({"txType": "All", "txUplinks": [1, Index(harm, value), 2]})
         for text in ("txType", "txUplinks"):
             key = SameHash(text, harm)
-            policy = {key: 1, "txType": "All", "txUplinks": [1]}
+            policy: Any = {key: 1, "txType": "All", "txUplinks": [1]}
             key.armed = True
             set_policy(policy)
     for place in range(8):
@@ -148,12 +148,13 @@ def attack_policies(ryn: Any, double: Double) -> None:
     growing: list = [1, 2]
     growing[0] = Index(lambda: growing.extend(range(100)))
     set_policy({"txType": "All", "txUplinks": growing})
-    for uplinks in (Several(), Several([1, 2]), (1, 2), "text", None, 5, [[]], [None], [1.5], [1 << 70] * 8):
-        set_policy({"txType": "All", "txUplinks": uplinks})
+    several: Any
+    for several in (Several(), Several([1, 2]), (1, 2), "text", None, 5, [[]], [None], [1.5], [1 << 70] * 8):
+        set_policy({"txType": "All", "txUplinks": several})
     for name in (Text("All"), "\udc80", "All\0", b"All", None, 5, "x" * (1 << 20)):
         set_policy({"txType": name, "txUplinks": []})
-    for policy in (Policy(txType="All", txUplinks=[1]), Policy(), [], None, 5, "txType"):
-        set_policy(policy)
+    for other in (Policy(txType="All", txUplinks=[1]), Policy(), [], None, 5, "txType"):
+        set_policy(other)
 
 
 def attack_through_the_collector(ryn: Any, double: Double) -> None:

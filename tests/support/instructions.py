@@ -68,7 +68,8 @@ def count() -> dict[str, float]:
         assert done.returncode == 0, done.stderr
         # A numbered file for each mark, in order; the first has what came before them
         files = sorted(Path(folder).glob("out.*"), key=lambda file: int(file.suffix[1:]))[1:]
-        totals = [int(re.search(r"^(?:totals|summary): (\d+)", file.read_text(), re.MULTILINE)[1]) for file in files]
+        totals = [int(total) for file in files
+                  for total in re.findall(r"^(?:totals|summary): (\d+)", file.read_text(), re.MULTILINE)[:1]]
     names = done.stdout.splitlines()
     assert len(names) == len(totals), (len(names), len(totals))
     counts = dict(zip(names, totals))  # the last of each name stays

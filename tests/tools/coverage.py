@@ -52,7 +52,8 @@ def places(export: dict) -> Iterator[tuple[Place, bool]]:
         files = [str(name.relative_to(ROOT)) if ROOT in name.parents else "" for name in names]
 
         def place(record: list, file: str, kind: str, part: str = "") -> Place:
-            return Place(file, *record[:4], kind, part)
+            line, column, end_line, end_column = record[:4]
+            return Place(file, line, column, end_line, end_column, kind, part)
 
         for region in function["regions"]:
             count, file, kind = region[4], files[region[5]], region[7]

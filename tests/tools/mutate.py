@@ -26,6 +26,7 @@ import sys
 import tempfile
 import time
 from collections import Counter
+from functools import partial
 from pathlib import Path
 from typing import Any, Callable, Iterator, NamedTuple, Optional
 
@@ -95,8 +96,8 @@ def source_places(module: Path, addresses: list[int]) -> Iterator[list[str]]:
 
 
 def mutants_of(module: Path) -> list[Mutant]:
-    _, _, address, offset = re.search(r" (\.text) +([0-9a-f]+) +([0-9a-f]+) +[0-9a-f]+ +([0-9a-f]+)",
-                                      tool("objdump", "-h", module)).groups()
+    (address, offset), = re.findall(r" \.text +[0-9a-f]+ +([0-9a-f]+) +[0-9a-f]+ +([0-9a-f]+)",
+                                    tool("objdump", "-h", module))
     to_file = int(offset, 16) - int(address, 16)
     stack_checks = {line.split(":")[0].strip() for line in tool("objdump", "-d", "-j", ".text", module).splitlines()
                     if STACK_CHECK in line}
@@ -174,7 +175,7 @@ def load_from(folder: Path, build: Path) -> None:
 
 
 class Test(NamedTuple):
-    index: int
+    number: int
     seconds: float
     passed: bool
     ran: bytes  # for each mutant, whether the test ran its instruction
@@ -198,7 +199,7 @@ def watch_tests(file: Any, session: pytest.Session, indexes: list[int], mutants:
         started.append(str(args if isinstance(args, (str, os.PathLike)) else args[0]))
         popen(self, args, *others, **named)
 
-    subprocess.Popen.__init__ = noted  # type: ignore[method-assign]
+    subprocess.Popen.__init__ = noted  # type: ignore[assignment]
     loaders = (sys.executable, str(build / "tests/native/client"))
     for index in indexes:
         item = session.items[index]
@@ -227,12 +228,17 @@ def meet(file: Any, session: pytest.Session, tests: list[Test]) -> None:
     resource.setrlimit(resource.RLIMIT_AS, (MEMORY, MEMORY))
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
     for test in tests:
-        say(file, test.index)
+        say(file, test.number)
         signal.setitimer(signal.ITIMER_PROF, 2 + 10 * test.seconds)  # of processor time; ends the process
-        if not passes(session.items[test.index]):
+        if not passes(session.items[test.number]):
             say(file, "failed")
             return
     say(file, "survived")
+
+
+def meet_in(folder: Path, build: Path, session: pytest.Session, tests: list[Test], file: Any) -> None:
+    load_from(folder, build)
+    meet(file, session, tests)
 
 
 class Mutation:
@@ -252,12 +258,12 @@ class Mutation:
 
         start = time.monotonic()
         tests = self.known_tests(session, module)
-        unknown = sorted({*range(len(session.items))} - {test.index for test in tests})
+        unknown = sorted({*range(len(session.items))} - {test.number for test in tests})
         child = Child(lambda file: watch_tests(file, session, unknown, mutants, self.build))
         os.waitpid(child.pid, 0)
         new: list[Test] = child.said()
         self.keep(session, module, [*tests, *(test for test in new if test.passed)])
-        failing = [session.items[test.index].nodeid for test in new if not test.passed]
+        failing = [session.items[test.number].nodeid for test in new if not test.passed]
         if not failing and len(new) != len(unknown):  # ended abruptly
             failing = [session.items[unknown[len(new)]].nodeid]
         if failing:
@@ -299,7 +305,7 @@ class Mutation:
 
     def keep(self, session: pytest.Session, module: Path, tests: list[Test]) -> None:
         state = self.state(session, module)
-        kept = {state(session.items[test.index]): tuple(test)[1:] for test in tests}
+        kept = {state(session.items[test.number]): tuple(test)[1:] for test in tests}
         with contextlib.suppress(OSError, EOFError, pickle.UnpicklingError):  # tests that -k leaves out this time
             names = {name for name, _ in kept}
             before = pickle.loads((self.build / "tests-seen.pickle").read_bytes())
@@ -326,7 +332,7 @@ class Mutation:
                     code = bytearray(module.read_bytes())
                     code[mutant.offset] ^= 1
                     (folder / module.name).write_bytes(code)
-                    child = Child(lambda file: (load_from(folder, self.build), meet(file, session, tests))[1])
+                    child = Child(partial(meet_in, folder, self.build, session, tests))
                     running[child.pid] = child, mutant, folder, time.monotonic()
                 if not running:
                     break
@@ -357,10 +363,10 @@ class Mutation:
     def report(self, session: pytest.Session, module: Path, tests: list[Test], mutants: int, seconds: float) -> None:
         # A killer has to pass on the module as it is, run the same way: in a copy, in this order.
         killers = {verdict.killer for verdict in self.verdicts if verdict.killer is not None}
-        fair = [test for test in tests if test.index in killers]
+        fair = [test for test in tests if test.number in killers]
         with tempfile.TemporaryDirectory(prefix="mutant") as folder:
             shutil.copy(module, folder)
-            child = Child(lambda file: (load_from(Path(folder), self.build), meet(file, session, fair))[1])
+            child = Child(partial(meet_in, Path(folder), self.build, session, fair))
             os.waitpid(child.pid, 0)
             said = child.said()
         if said[-1] != "survived":
