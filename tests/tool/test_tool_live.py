@@ -9,7 +9,7 @@ import sys
 import time
 
 import pytest
-import readme
+import demo_page
 from simtool import ROOT, Sim
 
 
@@ -464,16 +464,17 @@ def test_the_tour_goes_its_way(live):
     assert "no port is moved" in done.stdout and "cores [0] -> [" in done.stdout
 
 
-def test_the_readme_shows_the_tour_as_it_is(live):
-    text = readme.README.read_text()
-    shown = text.partition(readme.BEGIN)[2].partition(readme.END)[0]
-    assert 40 < len(shown.splitlines()) < 90 and max(map(len, shown.splitlines())) <= 100
+def test_the_documents_show_the_tour_as_it_is(live):
     environment, os.environ["RYN_SIM_LIBS"] = dict(os.environ), live.environment["RYN_SIM_LIBS"]
     try:
-        assert readme.with_tour(text, readme.tour()) == text  # else: ./dev demo --readme
+        pages = demo_page.pages()
     finally:
         os.environ.clear()
         os.environ.update(environment)
+    for path, text in pages.items():
+        assert path.read_text() == text, f"{path}: ./dev demo --docs renews it"
+        if path.suffix == ".md":
+            assert max(map(len, text.splitlines())) <= 120
 
 
 def test_the_tour_stays_off_a_host_that_is_real():

@@ -324,7 +324,7 @@ def test_the_documentation_names_every_key_and_command(sim):
 def test_the_page_on_the_model_says_what_each_setting_does():
     text = (ROOT / "docs" / "simulated-host.md").read_text()
     table = text.partition("## What settings do\n")[2].partition("\n## ")[0]
-    methods = set(re.findall(r"^def (\w+)", (ROOT / "stubs" / "_libryn-stubs" / "__init__.pyi").read_text(), re.M))
+    methods = set(re.findall(r"^def (\w+)", (ROOT / "libryn" / "stubs" / "_libryn-stubs" / "__init__.pyi").read_text(), re.M))
     verbs = ("Set", "Enable", "Clear", "Reset", "Migrate", "Unpin", "Init")
     changing = {name for name in methods if name.startswith(verbs)}
     # What clears and resets without a word about it there: MAC tables and weights
