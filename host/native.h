@@ -70,6 +70,17 @@ class View {
     return value;
   }
 
+  // A record at the start, whole or cut off; bytes behind the end are 0.
+  template <class Record>
+  Record LoadOrZeros() const {
+    Record record = {};
+    if (size_ != 0)
+      std::memcpy(&record, bytes_, std::min(sizeof(record), size_));
+    return record;
+  }
+
+  std::size_t Size() const { return size_; }
+
  private:
   const unsigned char* bytes_;
   std::size_t size_;

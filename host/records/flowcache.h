@@ -49,7 +49,33 @@ constexpr Field<std::uint8_t> kVdrCount{256};
 constexpr Field<std::uint32_t> kVdrInstance{274};
 constexpr std::size_t kVdrStride = 32;
 
+// Bits of the action bitmap; those that are left out have no known meaning.
+enum Action : int {
+  kActionKcpInputChildPort = 2,
+  kActionLro = 3,
+  kActionIpfixIngress = 4,
+  kActionDrop = 5,
+  kActionDfwOnSrcPort = 6,
+  kActionDpIsValid = 7,  // no action: kDp holds something
+  kActionSp = 8,
+  kActionVi = 10,
+  kActionVr = 11,
+  kActionPi = 12,
+  kActionPr = 13,
+  kActionGvlanInsert = 16,
+  kActionVdr = 18,
+  kActionVni = 20,
+  kActionVniEncap = 21,
+  kActionDecap = 22,
+  kActionGvlanRemove = 23,
+  kActionIpfixEgress = 26,
+  kActionDfwOnDstPort = 27,
+  kActionKcpOutputVlan = 28,
+};
+
 constexpr std::uint8_t kStatisticsApply = 0x08;  // of the action flags
+
+constexpr std::size_t kActionsHeadBytes = 64;  // every actions record has these; further fields follow as they apply
 
 struct FlowPage {
   std::uint8_t unread0[8];

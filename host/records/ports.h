@@ -82,6 +82,13 @@ struct PortStats {
 };
 static_assert(sizeof(PortStats) == 128);
 
+// ---- Large receive offload ----------------------------------------------------------------------------------------
+
+// What a call is about: one port, or the whole switch, which overrides its ports.
+constexpr std::uint32_t kPortScope = 0;
+constexpr std::uint32_t kSwitchScope = 1;
+constexpr std::uint32_t kNoPort = 0;
+
 // ---- Configuration ------------------------------------------------------------------------------------------------
 
 struct VlanRange {
@@ -140,6 +147,10 @@ struct MacTable {
 
 constexpr std::uint32_t kMaxPortMacs = 16384;
 constexpr std::uint32_t kMaxSwitchMacs = 65536;
+
+// What Ryn_MAC_Entry_Ops does with an entry
+constexpr std::uint32_t kDeleteEntry = 0;
+constexpr std::uint32_t kAddEntry = 1;
 
 using PortMacTable = MacTable<kMaxPortMacs>;
 using SwitchMacTable = MacTable<kMaxSwitchMacs>;

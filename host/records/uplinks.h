@@ -49,6 +49,11 @@ static_assert(sizeof(MirrorSession) == 72);
 static_assert(offsetof(MirrorSession, vlanCount) == 20);
 static_assert(offsetof(MirrorSession, srcInPorts) == 24);
 
+constexpr std::size_t SessionLength(std::uint16_t vlanCount) {
+  return sizeof(MirrorSession) + (vlanCount * sizeof(std::uint16_t) + 7) / 8 * 8;
+}
+static_assert(SessionLength(0) == 72 && SessionLength(1) == 80 && SessionLength(4) == 80 && SessionLength(5) == 88);
+
 // ---- Counters -----------------------------------------------------------------------------------------------------
 
 constexpr std::size_t kUplinkCounters = 24;
@@ -57,6 +62,9 @@ struct UplinkStats {
   std::uint64_t counters[kUplinkCounters];
 };
 static_assert(sizeof(UplinkStats) == 192);
+
+// The text of an uplink's driver is as long as the datapath says, but not longer than this.
+constexpr std::uint32_t kMaxPrivateStatsBytes = 16U << 20;
 
 // ---- Network queues -----------------------------------------------------------------------------------------------
 
@@ -70,6 +78,12 @@ struct NetQHeader {
 };
 static_assert(sizeof(NetQHeader) == 16);
 static_assert(offsetof(NetQHeader, isUplink) == 12);
+
+constexpr std::size_t kNetQBytes = 524288;
+
+struct NetQResponse {
+  std::uint8_t bytes[kNetQBytes];
+};
 
 // A filter: its head, a body of the length that the head tells, then its queues.
 struct NetQFilter {
@@ -102,6 +116,18 @@ struct NetQQueue {
   std::uint64_t fid;
 };
 static_assert(sizeof(NetQQueue) == 16);
+
+// ---- Rings --------------------------------------------------------------------------------------------------------
+
+// In descriptors. Kept as a property of the uplink's distributed port.
+struct RingSizes {
+  std::uint32_t tx;
+  std::uint32_t rx;
+};
+static_assert(sizeof(RingSizes) == 8);
+
+constexpr RingSizes kDefaultRingSizes = {2048, 1024};
+constexpr std::uint32_t kRingAlignment = 32;
 
 // ---- Devices ------------------------------------------------------------------------------------------------------
 

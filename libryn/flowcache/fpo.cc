@@ -13,10 +13,6 @@
 
 namespace {
 
-// One 32-bit word, without a version before it.
-constexpr char kProperty[] = "com.talvor.kiv.ryn.fpo";
-constexpr std::uint32_t kDefault = 1;
-
 constinit Key kLcoreID{"lcoreID"};
 constinit Key kHits{"hits"};
 constinit Key kMarkMismatched{"markMismatched"};
@@ -58,14 +54,14 @@ PyObject* PyRYN_GetFPOEnabled(PyObject*, PyObject* args) {
   if (!ParseArgs(args, &alias))
     return NoneAfter("TypeError: Invalid parameter passed.\n");
   SwitchId switchId;
-  if (!FindSwitchId(alias, &switchId))
+  if (!FindSwitchIdOrReport(alias, &switchId))
     return None();
 
   PropertyValue value;
-  const std::uint32_t status = value.ReadHost(switchId.text, kProperty);
-  if (status == kNotFound)
-    return Int(kDefault).release();
-  if (status != 0)
+  const Status status = value.ReadHost(switchId.text, kFPOProperty);
+  if (status.code == kNotFound)
+    return Int(kDefaultFPO).release();
+  if (!status.Ok())
     return NoneAfter("Failed to get DVS property com.talvor.kiv.ryn.fpo\n");
   if (value.Length() != sizeof(std::uint32_t))
     return NoneAfter("Format of property com.talvor.kiv.ryn.fpo is invalid\n");
@@ -78,10 +74,10 @@ PyObject* PyRYN_EnableFPO(PyObject*, PyObject* args) {
   if (!ParseArgs(args, &alias, &setting))
     return FalseAfter("TypeError: Invalid parameter passed.\n");
   SwitchId switchId;
-  if (!FindSwitchId(alias, &switchId))
+  if (!FindSwitchIdOrReport(alias, &switchId))
     return Bool(false);
   // Deliberate: a store that fails is told by its message alone, the answer is True all the same.
-  WriteHostProperty(switchId, kProperty, &setting, sizeof(setting));
+  SetPropertyOrReport(switchId, kFPOProperty, &setting, sizeof(setting));
   return Bool(true);
 }
 

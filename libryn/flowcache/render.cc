@@ -20,30 +20,6 @@ namespace {
 constexpr std::uint8_t kProtocolIcmp = 1;
 constexpr std::uint8_t kProtocolIcmpV6 = 58;
 
-// Bits of the action bitmap; those without a name have no text.
-enum Action : int {
-  kActionKcpInputChildPort = 2,
-  kActionLro = 3,
-  kActionIpfixIngress = 4,
-  kActionDrop = 5,
-  kActionDfwOnSrcPort = 6,
-  kActionDpIsValid = 7,
-  kActionSp = 8,
-  kActionVi = 10,
-  kActionVr = 11,
-  kActionPi = 12,
-  kActionPr = 13,
-  kActionGvlanInsert = 16,
-  kActionVdr = 18,
-  kActionVni = 20,
-  kActionVniEncap = 21,
-  kActionDecap = 22,
-  kActionGvlanRemove = 23,
-  kActionIpfixEgress = 26,
-  kActionDfwOnDstPort = 27,
-  kActionKcpOutputVlan = 28,
-};
-
 constexpr bool Has(std::uint32_t bitmap, Action action) { return (bitmap >> action & 1) != 0; }
 
 // A flow key's line is written onto blanks. The next column begins two blanks behind the room of this one, or behind

@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr char kProperty[] = "com.talvor.kiv.ryn.loadbal";
-
 // By the value of the metric word.
 constexpr std::string_view kMetrics[] = {"none", "cpu", "count"};
 
@@ -25,12 +23,14 @@ constinit Key kPauseDifference{"LCore usage diff to pause balancing"};
 constinit Key kSensitivity{"Traffic variation sensitivity"};
 
 bool ReadOptions(const char* alias, LBSwitchOptions* options) {
-  return ReadSetting(alias, kProperty, options, [](const char* portset, LBSwitchOptions* current) {
+  return ReadSettingOrReport(alias, kLoadBalanceProperty, options, [](const char* portset, LBSwitchOptions* current) {
     return Ryn_GetCurrentLBData(portset, LIBRYN_PORTSET_NAME_SIZE, current);
   });
 }
 
-bool WriteOptions(const char* alias, LBSwitchOptions* options) { return WriteSetting(alias, kProperty, options); }
+bool WriteOptions(const char* alias, LBSwitchOptions* options) {
+  return WriteSettingOrReport(alias, kLoadBalanceProperty, options);
+}
 
 void Change(std::uint32_t* word, std::uint32_t wanted) {
   if (wanted != kKeepCurrent)

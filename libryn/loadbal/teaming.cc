@@ -9,19 +9,12 @@
 #include "libryn/loadbal/loadbal.h"
 #include "platform/ryn.h"
 
-namespace {
-
-constexpr char kTeamingProperty[] = "com.talvor.kiv.ryn.teaming";
-constexpr char kBurstSizeProperty[] = "com.talvor.kiv.ryn.burstsize";
-
-}  // namespace
-
 PyObject* PyRYN_GetSwitchNUMATeam(PyObject*, PyObject* args) {
   const char* alias;
   if (!ParseArgs(args, &alias))
     return NoneAfter("TypeError: Invalid parameter passed.\n");
   Teaming teaming = {};
-  if (!ReadSetting(alias, kTeamingProperty, &teaming, [](const char* portset, Teaming* current) {
+  if (!ReadSettingOrReport(alias, kTeamingProperty, &teaming, [](const char* portset, Teaming* current) {
         return Ryn_GetSwitchNUMATeam(portset, LIBRYN_PORTSET_NAME_SIZE, &current->numaAware);
       }))
     return None();
@@ -35,7 +28,7 @@ PyObject* PyRYN_SetSwitchNUMATeam(PyObject*, PyObject* args) {
     return NoneAfter("TypeError: Invalid parameter passed.\n");
   // Deliberate: only the low 8 bits of the setting are stored, so 256 switches it off.
   Teaming teaming = {.version = 0, .numaAware = static_cast<std::uint8_t>(setting)};
-  WriteSetting(alias, kTeamingProperty, &teaming);
+  WriteSettingOrReport(alias, kTeamingProperty, &teaming);
   return None();
 }
 
@@ -44,7 +37,7 @@ PyObject* PyRYN_GetSwitchBurstSize(PyObject*, PyObject* args) {
   if (!ParseArgs(args, &alias))
     return NoneAfter("TypeError: Invalid parameter passed.\n");
   BurstSize burst = {};
-  if (!ReadSetting(alias, kBurstSizeProperty, &burst, [](const char* portset, BurstSize* current) {
+  if (!ReadSettingOrReport(alias, kBurstSizeProperty, &burst, [](const char* portset, BurstSize* current) {
         return Ryn_GetSwitchBurstSize(portset, &current->packets);
       }))
     return None();
@@ -57,6 +50,6 @@ PyObject* PyRYN_SetSwitchBurstSize(PyObject*, PyObject* args) {
   if (!ParseArgs(args, &alias, &packets))
     return NoneAfter("TypeError: Invalid parameter passed.\n");
   BurstSize burst = {.version = 0, .packets = packets};
-  WriteSetting(alias, kBurstSizeProperty, &burst);
+  WriteSettingOrReport(alias, kBurstSizeProperty, &burst);
   return None();
 }

@@ -1,5 +1,6 @@
 // Large receive offload, of a port and of a whole switch, which overrides its ports.
 
+#include "host/records/ports.h"
 #include "libryn/base/call.h"
 #include "libryn/ports/ports.h"
 #include "platform/ryn.h"
@@ -7,11 +8,6 @@
 namespace {
 
 // Deliberate: the messages of these four methods end in two line ends.
-
-// What a call of the datapath is about.
-constexpr std::uint32_t kPortScope = 0;
-constexpr std::uint32_t kSwitchScope = 1;
-constexpr std::uint32_t kNoPort = 0;
 
 PyObject* GetLRO(std::uint32_t scope, std::uint32_t swID, std::uint32_t rynPortID) {
   std::uint32_t state = 0;

@@ -80,9 +80,6 @@ bool AddEntries(PyObject* dict, const MacEntry* entries, std::uint32_t count) {
   return true;
 }
 
-constexpr std::uint32_t kAdd = 1;
-constexpr std::uint32_t kDelete = 0;
-
 PyObject* PyRYN_MAC_Entry_Ops(PyObject* args, std::uint32_t operation) {
   std::uint32_t swID, rynPortID, vlanID;
   long long mac;
@@ -100,7 +97,7 @@ PyObject* PyRYN_MAC_Entry_Ops(PyObject* args, std::uint32_t operation) {
   if (Ryn_MAC_Entry_Ops(swID, rynPortID, bytes, static_cast<std::uint16_t>(vlanID), operation) == 0)
     return None();
   // Deliberate: the first of the two messages has no line end.
-  return operation == kAdd ? NoneAfter("Failed to add a MAC entry.") : NoneAfter("Failed to delete MAC entry.\n");
+  return operation == kAddEntry ? NoneAfter("Failed to add a MAC entry.") : NoneAfter("Failed to delete MAC entry.\n");
 }
 
 }  // namespace
@@ -168,6 +165,6 @@ PyObject* PyRYN_Clear_Switch_MACTable(PyObject*, PyObject* args) {
   return None();
 }
 
-PyObject* PyRYN_Add_MAC_Entry(PyObject*, PyObject* args) { return PyRYN_MAC_Entry_Ops(args, kAdd); }
+PyObject* PyRYN_Add_MAC_Entry(PyObject*, PyObject* args) { return PyRYN_MAC_Entry_Ops(args, kAddEntry); }
 
-PyObject* PyRYN_Del_MAC_Entry(PyObject*, PyObject* args) { return PyRYN_MAC_Entry_Ops(args, kDelete); }
+PyObject* PyRYN_Del_MAC_Entry(PyObject*, PyObject* args) { return PyRYN_MAC_Entry_Ops(args, kDeleteEntry); }

@@ -25,11 +25,6 @@ constinit Key kSrcOutPorts{"srcOutPorts"};
 constinit Key kDstPorts{"dstPorts"};
 constinit Key kVlans{"vlans"};
 
-constexpr std::size_t SessionLength(std::uint16_t vlanCount) {
-  return sizeof(MirrorSession) + (vlanCount * sizeof(std::uint16_t) + 7) / 8 * 8;
-}
-static_assert(SessionLength(0) == 72 && SessionLength(1) == 80 && SessionLength(4) == 80 && SessionLength(5) == 88);
-
 constexpr std::size_t kMaxSessions = sizeof(MirrorConf::sessions) / sizeof(MirrorSession);
 
 // Whether a session lies whole inside the configuration.

@@ -29,9 +29,7 @@ constinit Key kQid{"qid"};
 constinit Key kFid{"fid"};
 constinit Key kUnknownFilter{"UnknownFilter"};
 
-struct NetQResponse {
-  std::uint8_t bytes[LIBRYN_NETQ_RESPONSE_SIZE];
-};
+static_assert(sizeof(NetQResponse) == LIBRYN_NETQ_RESPONSE_SIZE);
 
 constexpr std::size_t kMaxFilters = (sizeof(NetQResponse) - sizeof(NetQHeader)) / sizeof(NetQFilter);
 

@@ -3,26 +3,15 @@
 #include <cstdint>
 #include <cstring>
 
+#include "host/change/properties.h"
+#include "host/properties.h"
+#include "host/records/uplinks.h"
 #include "libryn/base/call.h"
-#include "libryn/dvs/property.h"
 #include "libryn/uplinks/uplinks.h"
-#include "platform/jor_public.h"
 
 namespace {
 
-// Deliberate: not spelled as other keys are ("opaqueDvs"); the sizes are found under this one.
-constexpr char kProperty[] = "com.talvor.extraconfig.opqueDvs.ryn.uplinkRing";
-
-struct RingSizes {
-  std::uint32_t tx;
-  std::uint32_t rx;
-};
-static_assert(sizeof(RingSizes) == 8);
-
-constexpr RingSizes kDefaults = {2048, 1024};
-constexpr std::uint32_t kAlignment = 32;
-
-bool IsAligned(std::uint32_t size) { return size % kAlignment == 0; }
+bool IsAligned(std::uint32_t size) { return size % kRingAlignment == 0; }
 
 }  // namespace
 
@@ -31,12 +20,12 @@ PyObject* PyRYN_Get_Uplink_Ring_Size(PyObject*, PyObject* args) {
   if (!ParseArgs(args, &switchId, &portId))
     return NoneAfter("TypeError: Invalid parameter passed.\n");
 
-  RingSizes sizes = kDefaults;
+  RingSizes sizes = kDefaultRingSizes;
   PropertyValue value;
-  const std::uint32_t status = value.ReadPort(switchId, portId, kProperty);
-  if (status != 0 && status != kNotFound)
+  const Status status = value.ReadPort(switchId, portId, kRingSizeProperty);
+  if (!status.Ok() && status.code != kNotFound)
     return NoneAfter("ValueError: Failed to read property data length.\n");
-  if (status == 0) {
+  if (status.Ok()) {
     if (value.Length() != sizeof(sizes))
       return NoneAfter("ValueError: Invalid property data length.\n");
     std::memcpy(&sizes, value.Bytes(), sizeof(sizes));
@@ -50,9 +39,8 @@ PyObject* PyRYN_Set_Uplink_Ring_Size(PyObject*, PyObject* args) {
   if (!ParseArgs(args, &switchId, &portId, &sizes.tx, &sizes.rx))
     return NoneAfter("TypeError: Invalid parameter passed.\n");
   if (!IsAligned(sizes.tx) || !IsAligned(sizes.rx))
-    return NoneAfter("ValueError: Ring size must be %u aligned.\n", kAlignment);
-  constexpr std::uint32_t kOption = 8;  // the switch-state library's
-  if (DVSQOB_PortDataSet(switchId, portId, kProperty, &sizes, sizeof(sizes), kOption) != 0)
+    return NoneAfter("ValueError: Ring size must be %u aligned.\n", kRingAlignment);
+  if (!SetPortProperty(switchId, portId, kRingSizeProperty, &sizes, sizeof(sizes)).Ok())
     return NoneAfter("ValueError: Failed to set port property.\n");
   return None();
 }
