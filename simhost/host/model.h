@@ -10,13 +10,12 @@
 #include <utility>
 #include <vector>
 
+#include "simhost/host/rows.h"
 #include "simhost/host/store.h"
 #include "simhost/time/clock.h"
 #include "simhost/traffic/pattern.h"
 
 namespace simhost {
-
-using Mac = std::array<std::uint8_t, 6>;
 
 inline constexpr int kCores = 64;
 inline constexpr int kSwitches = 16;
@@ -26,24 +25,14 @@ inline constexpr int kQueuesPerPort = 32;
 enum PortKind : int { kVnic = 1, kUplink = 2, kGeneric = 3, kQobnic = 4 };
 enum TxType : int { kTxNone = 0, kTxSingle = 1, kTxLag = 2, kTxSourceMac = 3, kTxAll = 4, kTxNoTeaming = 5 };
 
-struct Core {
-  int id = 0;
-  int node = 0;
-  std::int64_t packets_per_s = 0;
+// What follows is a row of the store (rows.h) and what is known of it besides.
+
+struct Core : CoreRow {
   bool stuck = false;
 };
 
-struct Nic {
-  std::string name;
-  int node = 0;
-  std::uint32_t affinity = 0;
-  std::int64_t link_mbps = 0;
-  bool driver_text = false;
-  std::uint64_t crc_ppm = 0;
-  std::uint64_t drop_ppm = 0;
-  std::uint32_t fpo_level = 0;
+struct Nic : NicRow {
   std::array<std::uint32_t, 7> fpo_limits{};  // groups, priorities, mark bits, flows, counters, key bits, TTL actions
-  std::uint64_t fpo_actions = 0;
   bool down = false;
   bool hung = false;
 };
@@ -57,25 +46,11 @@ struct BalancerOptions {
   std::uint32_t sensitivity = 0;
 };
 
-struct Switch {
-  int id = 0;
-  std::string switch_id;
-  std::string alias;
-  std::string name;
-  std::uint32_t max_ports = 0;
-  std::uint32_t mtu = 0;
-  std::uint64_t lcores = 0;
-  std::uint32_t lro = 0;
-  bool flow_cache = false;
-  std::uint32_t panic_on_tx_hang = 0;
-  bool uplink_mac_learn = false;
-  std::uint32_t mac_limit = 0;
-  std::uint32_t burst_size = 0;  // the three that follow: as in force, a property before the datapath's own value
-  bool numa_team = false;
+// burst_size, numa_team and balancer: as in force, a property before the datapath's own value.
+struct Switch : SwitchRow {
+  std::uint32_t own_mac_limit = 0;  // mac_limit without events
   BalancerOptions balancer;
   bool fpo = true;
-  std::int64_t flow_cleared_ms = 0;
-  std::int64_t mac_cleared_ms = 0;
   std::vector<int> ports;                             // indexes into Model::ports, by port number
   std::vector<int> uplinks;                           // those of them that are uplinks
   std::array<std::int16_t, kPortsPerSwitch> index{};  // by port number; -1: no such port
@@ -86,33 +61,9 @@ struct VlanRange {
   std::uint16_t last = 0;
 };
 
-struct Port {
-  int sw = 0;  // the switch's number
-  int id = 0;
-  std::uint32_t dvport = 0;
-  int kind = 0;
-  int nic = -1;  // index into Model::nics
-  std::string client;
-  bool active = true;
-  Mac mac{};
-  std::uint32_t macs_behind = 0;
-  int tx_queues = 0;
-  int rx_queues = 0;
-  std::uint32_t filter_flags = 0;
-  std::uint64_t ladrf = 0;
-  std::uint16_t vlan = 0;
-  bool forged_ok = false;
-  std::uint32_t vni = 0;
-  std::uint32_t sample_rate = 0;
-  std::uint32_t lro = 0;
-  int tx_type = 0;
-  std::uint32_t mac_limit = 0;
-  int tx_core = 0;
-  int rx_core = 0;
+struct Port : PortRow {
+  int nic = -1;              // index into Model::nics
   bool placed_here = false;  // the store had no core for it yet
-  bool pinned = false;
-  std::int64_t flow_cleared_ms = 0;
-  std::int64_t mac_cleared_ms = 0;
   std::uint32_t tx_ring = 2048;
   std::uint32_t rx_ring = 1024;
   std::vector<std::uint32_t> uplinks;  // as set
@@ -125,12 +76,7 @@ struct Port {
 enum MirrorRole : std::size_t { kMirrorIn = 0, kMirrorOut = 1, kMirrorTo = 2 };
 inline constexpr std::uint16_t kMirrorVlanEncap = 4;  // of its flags
 
-struct MirrorSession {
-  std::uint16_t index = 0;
-  std::uint16_t encap_vlan = 0;
-  std::uint16_t snap_len = 0;
-  std::uint16_t sampling_rate = 0;
-  std::uint16_t flags = 0;
+struct MirrorSession : MirrorRow {
   std::array<std::vector<int>, 3> ports;  // by MirrorRole
   std::vector<std::uint16_t> vlans;
 };
@@ -163,66 +109,25 @@ enum FlowAction : std::uint32_t {
   kSetOutputVlan = 1U << 28
 };
 
-struct Conversation {
-  int id = 0;
-  int sw = 0;
+struct Conversation : ConversationRow {
   int source = 0;        // index into Model::ports
   int destination = -1;  // -1: outside the host
   Delivery delivery = Delivery::kUnicast;
-  std::uint8_t protocol = 0;
-  std::vector<std::uint8_t> source_ip;
-  std::vector<std::uint8_t> destination_ip;
-  std::uint16_t source_l4 = 0;
-  std::uint16_t destination_l4 = 0;
   Mac remote_mac{};
-  std::uint16_t vlan = 0;
-  std::uint32_t vni = 0;
   std::array<Pattern, 2> pattern;       // there and back
   std::array<std::uint32_t, 2> size{};  // bytes of a frame, there and back
-  std::uint32_t flows = 1;
-  std::uint32_t churn_ppm = 0;
-  std::uint32_t slow_permille = 0;
-  std::uint32_t actions = 0;
-  std::uint32_t vdr = 0;
 };
 
-// An entry made or deleted by hand.
-struct MacEntry {
-  int port = 0;
-  Mac mac{};
-  std::uint16_t vlan = 0;
-  bool present = true;
-  std::int64_t at_ms = 0;
-};
+using MacEntry = MacEntryRow;
 
-struct Fault {
-  std::int64_t id = 0;
-  std::string operation;
-  std::string where_name;
-  std::string where_glob;
-  std::optional<std::uint32_t> status;
-  std::int64_t delay_ms = 0;
-  std::string corrupt;
-  std::int64_t after = 0;
-  std::optional<std::int64_t> times;
-  std::uint64_t probability_ppm = 0;
-  std::uint64_t seed = 0;
-  std::optional<std::int64_t> from_ms;
-  std::optional<std::int64_t> until_ms;
-  std::int64_t calls = 0;
-  std::int64_t hits = 0;
+struct Fault : FaultRow {
+  std::vector<FaultWhereRow> where;  // all of it must hold
 };
 
 enum EventStage : int { kEventAhead = 0, kEventOn = 1, kEventOver = 2 };
 
-struct Event {
-  std::int64_t id = 0;
-  std::string kind;
-  std::string target;
-  std::optional<std::int64_t> value;
-  std::int64_t from_ms = 0;
-  std::optional<std::int64_t> until_ms;
-  int stage = kEventAhead;
+struct Event : EventRow {
+  const EventRule* rule = nullptr;
 };
 
 // What is kept of a port's traffic: the sixteen counters of the fast path in the order of the platform's record, the
@@ -326,13 +231,7 @@ struct Balancer {
   std::vector<BalancerPort> ports;  // by index into Model::ports
 };
 
-struct Model {
-  std::string name;
-  std::uint64_t seed = 0;
-  std::uint32_t flow_timeout_s = 0;
-  std::int64_t flow_floor_ms = 0;
-  bool fastslabs = false;
-  std::int64_t segment_ms = 0;
+struct Model : HostRow {
   Clock clock;
 
   std::vector<Core> cores;                       // by number, ascending
@@ -373,7 +272,8 @@ struct Model {
 Mac MadeUpMac(std::uint64_t seed, std::uint64_t a, std::uint64_t b);
 std::uint64_t Mix(std::uint64_t value);  // scatters the bits of a number
 
-// Reads the host from the store; call it inside a transaction.
+// Reads the host from the store; call it inside a transaction. Everything that the store says is checked here, so that
+// the rest can rely on it; what cannot be is a StoreError that names the row and the column.
 Model LoadModel(Store& store);
 
 }  // namespace simhost

@@ -169,10 +169,10 @@ bool Holds(const Fault& fault, const Call& call, std::int64_t ms) {
     return false;
   if ((fault.from_ms && ms < *fault.from_ms) || (fault.until_ms && ms >= *fault.until_ms))
     return false;
-  if (fault.where_name.empty())
-    return true;
-  return std::any_of(call.arguments.begin(), call.arguments.end(), [&](const Argument& argument) {
-    return fault.where_name == argument.name && fnmatch(fault.where_glob.c_str(), argument.AsText().c_str(), 0) == 0;
+  return std::all_of(fault.where.begin(), fault.where.end(), [&](const FaultWhereRow& where) {
+    return std::any_of(call.arguments.begin(), call.arguments.end(), [&](const Argument& argument) {
+      return where.name == argument.name && fnmatch(where.glob.c_str(), argument.AsText().c_str(), 0) == 0;
+    });
   });
 }
 
@@ -227,7 +227,7 @@ FaultOutcome ApplyFaults(Session& session, const Call& call) {
         .Bind(fault.id)
         .Run();
     if (hit) {
-      outcome = {fault.status, fault.corrupt, Mix(dice), fault.delay_ms};
+      outcome = {fault.status, fault.corrupt.value_or(""), Mix(dice), fault.delay_ms};
       session.store->Prepare("INSERT INTO log (at_ms, pid, operation, arguments, what) VALUES (?, ?, ?, ?, ?)")
           .Bind(ms)
           .Bind(std::int64_t{session.pid})

@@ -10,11 +10,12 @@
 #include <filesystem>
 #include <utility>
 
+#include "simhost/host/rows.h"
+
 namespace simhost {
 
 namespace {
 
-constexpr int kSchemaVersion = 1;
 constexpr int kBusyTimeoutMs = 5000;
 
 std::string Environment(const char* name) {

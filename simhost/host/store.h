@@ -43,7 +43,8 @@ class Statement {
   std::int64_t Int(int column) const { return sqlite3_column_int64(handle_.get(), column); }
   std::string Text(int column) const;
   std::span<const std::uint8_t> Blob(int column) const;
-  bool IsNull(int column) const { return sqlite3_column_type(handle_.get(), column) == SQLITE_NULL; }
+  int Type(int column) const { return sqlite3_column_type(handle_.get(), column); }
+  bool IsNull(int column) const { return Type(column) == SQLITE_NULL; }
 
  private:
   void Check(int result) const;

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
+
+#include "simhost/host/rows.h"
 
 namespace simhost {
 
@@ -56,51 +59,41 @@ class Reader {
   bool ok_ = true;
 };
 
-struct StoredData {
-  std::string scope;
-  std::string name;
-  std::string value;
-};
-
 }  // namespace
 
 std::string SerializeConfig(Store& store) {
+  std::map<std::string, std::vector<PropertyRow>> properties;  // by switch, as the store orders them
+  ForEach<PropertyRow>(store, [&](PropertyRow& row, const RowReader&) {
+    if (row.scope != "port")
+      properties[row.switch_id].push_back(std::move(row));
+  });
+  std::map<int, std::string> switch_ids;
+  ForEach<SwitchRow>(store, [&](const SwitchRow& row, const RowReader&) { switch_ids[row.id] = row.switch_id; });
+  std::map<std::string, std::vector<std::uint32_t>> ports;
+  ForEach<PortRow>(store,
+                   [&](const PortRow& row, const RowReader&) { ports[switch_ids[row.sw]].push_back(row.dvport); });
+
   Writer out;
   out.Raw(kMagic);
-  Statement count = store.Prepare("SELECT count(*) FROM dvs");
-  count.Step();
-  out.Word(static_cast<std::uint64_t>(count.Int(0)));
-
-  Statement switches = store.Prepare("SELECT switch_id, alias, class FROM dvs ORDER BY switch_id");
-  Statement props = store.Prepare(
-      "SELECT scope, key, value FROM prop WHERE switch_id = ? AND scope IN ('host', 'global') ORDER BY scope, key");
-  Statement ports = store.Prepare("SELECT dvport FROM port JOIN sw USING (sw) WHERE switch_id = ? ORDER BY dvport");
-  while (switches.Step()) {
-    const std::string id = switches.Text(0);
-    out.Text(id);
-    out.Text(switches.Text(1));
-    out.Text(switches.Text(2));
-    std::vector<StoredData> data;
-    props.Bind(std::string_view(id));
-    while (props.Step()) {
-      const std::span<const std::uint8_t> value = props.Blob(2);
-      data.push_back({props.Text(0), props.Text(1), std::string(value.begin(), value.end())});
+  std::vector<DvsRow> switches;
+  ForEach<DvsRow>(store, [&](const DvsRow& row, const RowReader&) { switches.push_back(row); });
+  out.Word(switches.size());
+  for (const DvsRow& dvs : switches) {
+    out.Text(dvs.switch_id);
+    out.Text(dvs.alias);
+    out.Text(dvs.class_name);
+    const std::vector<PropertyRow>& own = properties[dvs.switch_id];
+    out.Word(own.size());
+    for (const PropertyRow& property : own) {
+      out.Text(property.scope);
+      out.Text(property.key);
+      out.Text({reinterpret_cast<const char*>(property.value.data()), property.value.size()});
     }
-    props.Reset();
-    out.Word(data.size());
-    for (const StoredData& datum : data) {
-      out.Text(datum.scope);
-      out.Text(datum.name);
-      out.Text(datum.value);
-    }
-    std::vector<std::int64_t> numbers;
-    ports.Bind(std::string_view(id));
-    while (ports.Step())
-      numbers.push_back(ports.Int(0));
-    ports.Reset();
+    std::vector<std::uint32_t>& numbers = ports[dvs.switch_id];
+    std::sort(numbers.begin(), numbers.end());
     out.Word(numbers.size());
-    for (const std::int64_t number : numbers)
-      out.Word(static_cast<std::uint64_t>(number));
+    for (const std::uint32_t number : numbers)
+      out.Word(number);
   }
   return out.Take();
 }

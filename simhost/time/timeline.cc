@@ -39,6 +39,8 @@ void ApplyEvents(Model& model) {
     nic.down = nic.hung = false;
   for (Core& core : model.cores)
     core.stuck = false;
+  for (Switch& sw : model.switches)
+    sw.mac_limit = sw.own_mac_limit;
   for (const Event& event : model.events) {
     if (event.stage != kEventOn)
       continue;
@@ -102,15 +104,6 @@ void MoveEvent(Store& store, Model& model, Event& event, std::int64_t ms) {
     Log(store, ms, event, "ends");
   }
   store.Prepare("UPDATE event SET started = ? WHERE id = ?").Bind(std::int64_t{event.stage}).Bind(event.id).Run();
-  if (event.kind == "mac-limit") {
-    Statement limit = store.Prepare("SELECT sw, mac_limit FROM sw");
-    while (limit.Step()) {
-      for (Switch& sw : model.switches) {
-        if (sw.id == limit.Int(0))
-          sw.mac_limit = static_cast<std::uint32_t>(limit.Int(1));
-      }
-    }
-  }
   ApplyEvents(model);
   BuildPaths(model);
 }

@@ -5,10 +5,13 @@ import pytest
 import simulated
 
 
-def fault(host, operation: str, **columns) -> None:
+def fault(host, operation: str, *where: str, **columns) -> None:
     names = ", ".join(["operation", *columns])
     values = ", ".join("NULL" if value is None else repr(value) for value in [operation, *columns.values()])
     host.apply(f"INSERT INTO fault ({names}) VALUES ({values})")
+    for seq, condition in enumerate(where):
+        name, _, glob = condition.partition("=")
+        host.apply(f"INSERT INTO fault_where SELECT max(id), {seq}, '{name}', '{glob}' FROM fault")
 
 
 def event(host, kind: str, target: str, begin: int, end: int) -> None:
@@ -52,10 +55,10 @@ def test_a_probability_is_a_matter_of_the_seed(host, tmp_path):
 
 
 def test_an_argument_decides(host):
-    fault(host, "Ryn_Get_Port_Stats", status=5, where_name="port", where_glob="2")
+    fault(host, "Ryn_Get_Port_Stats", "port=2", status=5)
     assert host.complaint("GetPortStats", 0, 2) == "Failed to retrieve port stats.\n"
     assert host.GetPortStats(0, 3)["txPkts"] > 0
-    fault(host, "DVSQOB_HostPropSet", status=5, where_name="key", where_glob="*.fpo")
+    fault(host, "DVSQOB_HostPropSet", "key=*.fpo", status=5)
     assert host.complaint("EnableFPO", "dvs-1", 1) == "Failed to set DVS property com.talvor.kiv.ryn.fpo\n"
     host.SetSwitchBurstSize("dvs-1", 16)
     assert host.GetSwitchBurstSize("dvs-1") == 16

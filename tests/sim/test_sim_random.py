@@ -215,7 +215,7 @@ def test_random_hosts_in_use(template, processes):
     @settings(max_examples=1000 if SOAK else 40, deadline=None, suppress_health_check=list(HealthCheck))
     @given(description=descriptions(identifiers), data=st.data())
     def use(description, data) -> None:
-        from ryn_sim.export import to_yaml
+        from ryn_sim.yaml_text import to_yaml
 
         folder = Path(tempfile.mkdtemp(prefix="ryn-sim-"))
         try:

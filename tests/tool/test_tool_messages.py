@@ -8,7 +8,7 @@ import shutil
 
 import pytest
 from simtool import ROOT, Sim
-from ryn_sim import cli, words
+from ryn_sim import cli, names
 
 NOT_FOUND = 0x0BAD0003
 STATUSES = (1, 0x0BAD0001, NOT_FOUND, 0x0BAD0007, 0xFFFFFFFF)
@@ -176,13 +176,13 @@ def test_each_failure_has_its_consequence(host, operation, call, message, value)
 def test_every_operation_can_fail():
     tested = {row[0] for row in FAILURES + CONSEQUENCES}
     # Asked only when a switch has no portset property; it has a test of its own below.
-    assert tested | {"DVSState_GlobalPropLookup", words.CANNOT_FAIL} == set(words.OPERATIONS)
+    assert tested | {"DVSState_GlobalPropLookup", names.CANNOT_FAIL} == set(names.OPERATIONS)
     declared = (ROOT / "platform" / "ryn.h").read_text() + (ROOT / "platform" / "jor_public.h").read_text()
-    assert set(re.findall(r"\b((?:Ryn|DVS)\w*_\w+)\(", declared)) == set(words.OPERATIONS)
+    assert set(re.findall(r"\b((?:Ryn|DVS)\w*_\w+)\(", declared)) == set(names.OPERATIONS)
 
 
 def test_a_switch_without_a_portset_name(host):
-    tool(host, "set", f"switches.dvs-1.properties.host.{words.PORTSET}=null", "switches.dvs-1.alias=dvs-1")
+    tool(host, "set", f"switches.dvs-1.properties.host.{names.PORTSET}=null", "switches.dvs-1.alias=dvs-1")
     assert outcomes(host, "GetSwitchBurstSize('dvs-1')") == [[32, ""]]
     tool(host, "fault", "add", "DVSState_GlobalPropLookup")  # then by its identifier
     assert outcomes(host, "GetSwitchBurstSize('dvs-1')") == [[32, ""]]

@@ -7,10 +7,11 @@ import sqlite3
 
 import pytest
 from simtool import PROFILES, ROOT
-from ryn_sim import export, hosts
+from ryn_sim import hosts
 from ryn_sim.compile import sql
 from ryn_sim.document import Document
 from ryn_sim.errors import BadInput
+from ryn_sim.yaml_text import to_yaml
 
 SCHEMA = (ROOT / "simhost" / "schema.sql").read_text()
 ODD = [
@@ -101,7 +102,7 @@ def test_a_wrong_description_is_refused_or_sound(profile):
     description = Document((PROFILES / f"{profile}.yaml").read_text(), profile).value
     refused = sound = 0
     for _ in range(120):
-        text = export.to_yaml(mutated(description, chance))
+        text = to_yaml(mutated(description, chance))
         try:
             rows = hosts.compiled(text, "mutant.yaml", profile)
         except BadInput as error:

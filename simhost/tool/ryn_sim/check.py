@@ -1,12 +1,14 @@
-"""Checks a description against host.schema.json and says what is wrong, where, and what was expected."""
+"""Reads the mappings of a description by the members of their entities, and collects what is wrong with them."""
 
 from __future__ import annotations
 
 import json
-import re
+from typing import Any, Iterable
 
-from .document import Document, path_text
+from .document import Document, Path, path_text
 from .errors import BadInput, nearest
+from .kinds import Kind, Wrong
+from .members import REQUIRED, Entity, Member
 
 _MOST_SHOWN = 20
 
@@ -16,22 +18,32 @@ class Problems:
 
     def __init__(self, document: Document):
         self._document = document
-        self._found: list[tuple[int, str]] = []  # the line it is sorted by, the message
+        self.found: list[tuple[int, Path, str]] = []  # the line it is sorted by, where, what
 
-    def add(self, path, message: str) -> None:
-        line, where = self._document.where(tuple(path))
-        self._found.append((line, f"{where}: {path_text(tuple(path))}: {message}"))
+    def add(self, path: Iterable[str | int], message: str) -> None:
+        path = tuple(path)
+        self.found.append((self._document.where(path)[0], path, message))
+
+    def wrong(self, path: Iterable[str | int], error: Wrong, value: Any) -> None:
+        """Adds that a value is not of its kind."""
+        for place in error.at:
+            value = value[place]
+        self.add((*path, *error.at), error.message or f"expected {error}, got {shown(value)}")
+
+    def lines(self) -> list[str]:
+        found = sorted(set(self.found), key=lambda problem: (problem[0], path_text(problem[1]), problem[2]))
+        return [f"{self._document.where(path)[1]}: {path_text(path)}: {message}" for _, path, message in found]
 
     def raise_any(self) -> None:
-        if not self._found:
+        if not self.found:
             return
-        lines = [message for _, message in sorted(set(self._found))]
+        lines = self.lines()
         if len(lines) > _MOST_SHOWN:
             lines[_MOST_SHOWN:] = [f"{self._document.name}: and {len(lines) - _MOST_SHOWN} further problems"]
         raise BadInput("\n".join(lines))
 
 
-def shown(value) -> str:
+def shown(value: Any) -> str:
     """A value in a message: as YAML has it, and not too long."""
     if isinstance(value, dict):
         return "a mapping"
@@ -41,36 +53,77 @@ def shown(value) -> str:
     return text if len(text) <= 60 else text[:57] + "..."
 
 
-def _inlined(schema, definitions):
-    """The schema without references, which are slow to follow for each of thousands of values."""
-    if isinstance(schema, list):
-        return [_inlined(item, definitions) for item in schema]
-    if not isinstance(schema, dict):
-        return schema
-    if "$ref" in schema:
-        return _inlined(definitions[schema["$ref"].rpartition("/")[2]], definitions)
-    return {key: _inlined(value, definitions) for key, value in schema.items() if key != "$defs"}
+def tree(entity: Entity) -> dict[str, Any]:
+    """An entity's members by key, nested as the keys are."""
+    found: dict[str, Any] = {}
+    for member in entity.members:
+        if member.key:
+            *around, last = member.key.split(".")
+            place = found
+            for key in around:
+                place = place.setdefault(key, {})
+            place[last] = member
+    return found
 
 
-def check_form(document: Document, schema_text: str) -> None:
-    """Raises BadInput unless the document has the form that the schema prescribes."""
-    import jsonschema
+_TREES: dict[str, dict[str, Any]] = {}
 
-    schema = json.loads(schema_text)
-    validator = jsonschema.Draft202012Validator(_inlined(schema, schema["$defs"]))
-    problems = Problems(document)
-    for error in validator.iter_errors(document.value):
-        path = tuple(error.absolute_path)
-        if error.validator == "additionalProperties":
-            known = error.schema.get("properties", {})
-            for key in error.instance:
-                if key not in known:
-                    problems.add((*path, key), f"unknown key{nearest(key, known)}")
-        elif error.validator == "required":
-            missing = re.match(r"'(.*)' is a required property", error.message)
-            problems.add(path, f'the key "{missing[1] if missing else "?"}" is missing')
+
+def read(entity: Entity, value: Any, path: Path, problems: Problems) -> dict[str, Any] | None:
+    """What a mapping says, as the store keeps it, by the members' keys; what is wrong is reported and left out.
+
+    None: it is no mapping, or a required key is missing or wrong, so that there is nothing to compile.
+    """
+    if not isinstance(value, dict):
+        problems.add(path, f"expected {entity.what}, got {shown(value)}")
+        return None
+    if entity.name not in _TREES:
+        _TREES[entity.name] = tree(entity)
+    known = _TREES[entity.name]
+    given: dict[str, Any] = {}
+    _read_into(given, known, value, path, problems)
+    complete = True
+    for member in entity.members:
+        if member.key and member.default is REQUIRED and member.key not in given:
+            complete = False
+    return given if complete else None
+
+
+def _read_into(
+    given: dict[str, Any], known: dict[str, Any], mapping: dict[str, Any], path: Path, problems: Problems
+) -> None:
+    for key, value in mapping.items():
+        expected = known.get(key)
+        if expected is None:
+            problems.add((*path, key), f"unknown key{nearest(key, known)}")
+        elif isinstance(expected, Member):
+            try:
+                given[expected.key] = expected.kind.parse(value)
+            except Wrong as error:
+                problems.wrong((*path, key), error, value)
+        elif isinstance(value, dict):
+            _read_into(given, expected, value, (*path, key), problems)
         else:
-            problems.add(
-                path, f"expected {error.schema.get('description', 'another value')}, got {shown(error.instance)}"
-            )
-    problems.raise_any()
+            problems.add((*path, key), f"expected a mapping with {', '.join(expected)}, got {shown(value)}")
+    for key, member in known.items():
+        missing = isinstance(member, Member) and (member.default is REQUIRED or member.together)
+        if missing and key not in mapping:
+            problems.add(path, f'the key "{key}" is missing')
+
+
+def read_list(values: list[Any], item: Kind, path: Path, problems: Problems) -> list[Any]:
+    """The items of a list, as the store keeps them; those that are not of their kind are reported and left out."""
+    good = []
+    for place, value in enumerate(values):
+        try:
+            good.append(item.parse(value))
+        except Wrong as error:
+            problems.wrong((*path, place), error, value)
+    return good
+
+
+def read_known(entity: Entity, mapping: dict[str, Any]) -> dict[str, Any]:
+    """As read(), of a mapping that is known to be right."""
+    given = read(entity, mapping, (), Problems(Document.of(mapping, entity.name)))
+    assert given is not None, entity.name
+    return given

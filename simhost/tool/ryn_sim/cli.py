@@ -138,7 +138,7 @@ def _parser() -> argparse.ArgumentParser:
     )
     show.add_argument("switch", nargs="?", help="only of this switch (its alias or number)")
 
-    change = command("set", "change settings of the host", description=_SET_HELP)
+    change = command("set", "change settings of the host", as_json, description=_SET_HELP)
     change.add_argument("settings", nargs="+", metavar="PATH=VALUE")
 
     export = command("export", "write the host's description, in YAML", as_json)
@@ -177,15 +177,17 @@ def _parser() -> argparse.ArgumentParser:
     add.add_argument("--seed", type=_number, metavar="S", help="for the probability's dice")
     add.add_argument(
         "--where",
+        action="append",
         metavar="ARGUMENT=GLOB",
-        help="only calls with such an argument: sw, port, lcore, scope, key, switch, dvport, alias, device",
+        help="only calls with such an argument: sw, port, lcore, scope, key, switch, dvport, alias, device;"
+        " given more than once, all must hold",
     )
     add.add_argument("--from", dest="begin", metavar="TIME", help="from so long after now")
     add.add_argument("--until", metavar="TIME", help="until so long after now")
     faults.add_parser("list", parents=[which, as_json], help="list the faults and how often they struck")
-    drop = faults.add_parser("remove", parents=[which], help="remove faults")
+    drop = faults.add_parser("remove", parents=[which, as_json], help="remove faults")
     drop.add_argument("ids", nargs="+", type=_number, metavar="ID")
-    faults.add_parser("clear", parents=[which], help="remove all faults")
+    faults.add_parser("clear", parents=[which, as_json], help="remove all faults")
 
     event = command("event", "let something happen to the host", as_json, description=_EVENT_HELP)
     event.add_argument("kind", metavar="EVENT|list|end")
@@ -221,11 +223,11 @@ _MODULES = {
     "rm": "hosts",
     "run": "hosts",
     "show": "show",
-    "set": "change",
+    "set": "settings",
     "clock": "clock",
-    "fault": "trouble",
-    "event": "trouble",
-    "log": "trouble",
+    "fault": "faults",
+    "event": "events",
+    "log": "log",
 }
 
 
@@ -242,13 +244,13 @@ def main(arguments: list[str] | None = None) -> int:
     try:
         from importlib import import_module
 
-        from . import places
+        from . import paths
 
         host, state = getattr(options, "host", None), getattr(options, "state", None)
         if host is not None and state is not None:
             raise BadInput("--host and --state both name a host; expected one of them")
         options.named = host is not None or state is not None
-        options.path = places.state_path(host, state)
+        options.path = paths.state_path(host, state)
         module = import_module(f".{_MODULES[options.command]}", __package__)
         getattr(module, f"{options.command}_command")(options)
         sys.stdout.flush()

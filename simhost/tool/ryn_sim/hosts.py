@@ -5,7 +5,7 @@ from __future__ import annotations
 import os
 import sys
 
-from . import places, units, words
+from . import paths, units, names
 from .errors import BadInput, Failed, nearest
 from .store import Store
 from .table import Progress, counted, print_json, print_table
@@ -15,10 +15,10 @@ def _source(what: str | None) -> tuple[str, str, str]:
     """A description's text, its name in messages, and the profile's name that goes into the store."""
     if what == "-":
         return sys.stdin.read(), "standard input", "standard input"
-    known = places.profiles()
+    known = paths.profiles()
     if what is None or what in known:
         name = what or "default"
-        return places.read_data(f"profiles/{name}.yaml"), f"{name}.yaml", name
+        return paths.read_data(f"profiles/{name}.yaml"), f"{name}.yaml", name
     if "/" not in what and not what.endswith((".yaml", ".yml")) and not os.path.exists(what):
         raise BadInput(f'there is no profile "{what}", nor a file of that name{nearest(what, known)}')
     try:
@@ -32,25 +32,21 @@ def _source(what: str | None) -> tuple[str, str, str]:
 
 def compiled(text: str, name: str, profile: str, seed: int | None = None):
     """The rows of a host that is described by this text."""
-    from .check import check_form
-    from .compile import Compiler
+    from .compile import compiled as compile_document
     from .document import Document
 
     document = Document(text, name)
-    with Progress("checking") as progress:
-        progress(0)
-        check_form(document, places.read_data("host.schema.json"))
-    if seed is not None:
+    if seed is not None and isinstance(document.value, dict):
         document.value["seed"] = seed
     with Progress("compiling") as progress:
-        return Compiler(document, profile, progress).rows
+        return compile_document(document, profile, progress)
 
 
 def _inserts(rows: dict, text: str, profile: str, seed: int | None) -> str:
     """What fills the store. The description goes along for a reset, unless it is a shipped profile as it is."""
     from .compile import literal, sql
 
-    shipped = profile in places.profiles() and seed is None
+    shipped = profile in paths.profiles() and seed is None
     kept = "" if shipped else text
     seed_text = literal(seed)
     return sql(rows) + f"\nINSERT INTO origin (id, yaml, seed) VALUES (1, {literal(kept)}, {seed_text});\n"
@@ -61,11 +57,11 @@ def init_command(options) -> None:
 
     if options.list:
         rows = []
-        for name in places.profiles():
+        for name in paths.profiles():
             about = next(
                 (
                     line[6:].strip()
-                    for line in places.read_data(f"profiles/{name}.yaml").splitlines()
+                    for line in paths.read_data(f"profiles/{name}.yaml").splitlines()
                     if line.startswith("about:")
                 ),
                 "",
@@ -81,7 +77,7 @@ def init_command(options) -> None:
         return
     if not options.check and not options.force and os.path.exists(options.path):
         raise Failed(
-            f'the host "{places.host_of(options.path)}" is there already ({options.path}); replace it with --force'
+            f'the host "{paths.host_of(options.path)}" is there already ({options.path}); replace it with --force'
         )
     rows = compiled(text, name, profile, options.seed)
     counts = {"switches": len(rows["sw"]), "ports": len(rows["port"]), "conversations": len(rows["conversation"])}
@@ -90,7 +86,7 @@ def init_command(options) -> None:
     if options.json:
         print_json(
             {
-                "host": places.host_of(options.path),
+                "host": paths.host_of(options.path),
                 "profile": profile,
                 "state": options.path,
                 "made": not options.check,
@@ -102,7 +98,7 @@ def init_command(options) -> None:
         print(
             f"{name} is right: {what}"
             if options.check
-            else f'made the simulated host "{places.host_of(options.path)}" from {name}: {what}\nin {options.path}'
+            else f'made the simulated host "{paths.host_of(options.path)}" from {name}: {what}\nin {options.path}'
         )
 
 
@@ -124,8 +120,8 @@ def info_command(options) -> None:
         for table in ("lcore", "nic", "dvs", "sw", "port", "conversation", "fault", "event")
     }
     try:
-        libraries = places.libraries()
-        module = places.module_folder()
+        libraries = paths.libraries()
+        module = paths.module_folder()
     except Failed:
         libraries = module = None
     facts = {
@@ -141,7 +137,7 @@ def info_command(options) -> None:
         "libraries": libraries,
         "libraries_version": _library_version(libraries),
         "module": module,
-        "operations": len(words.OPERATIONS),
+        "operations": len(names.OPERATIONS),
         "cores": counts["lcore"],
         "nics": counts["nic"],
         "switches": counts["dvs"],
@@ -150,7 +146,7 @@ def info_command(options) -> None:
         "conversations": counts["conversation"],
         "faults": counts["fault"],
         "events": counts["event"],
-        "hosts": places.all_hosts(),
+        "hosts": paths.all_hosts(),
     }
     if options.json:
         print_json(facts)
@@ -190,7 +186,8 @@ def _library_version(libraries: str | None) -> str | None:
 
 
 def export_command(options) -> None:
-    from .export import describe, to_yaml
+    from .export import describe
+    from .yaml_text import to_yaml
 
     description = describe(Store(options.path))
     if options.json:
@@ -216,11 +213,11 @@ def reset_command(options) -> None:
     profile = store.row("SELECT profile FROM host")[0]
     origin = store.rows("SELECT * FROM origin")
     text, seed = (origin[0]["yaml"], origin[0]["seed"]) if origin else ("", None)
-    if not text and profile not in places.profiles():
+    if not text and profile not in paths.profiles():
         raise Failed(f'the description that this host was made from ("{profile}") is not known here')
-    text = text or places.read_data(f"profiles/{profile}.yaml")
+    text = text or paths.read_data(f"profiles/{profile}.yaml")
     refill(store, _inserts(compiled(text, profile, profile, seed), text, profile, seed))
-    print(f'put the simulated host "{places.host_of(options.path)}" back to its beginning')
+    print(f'put the simulated host "{paths.host_of(options.path)}" back to its beginning')
 
 
 def rm_command(options) -> None:
@@ -229,15 +226,15 @@ def rm_command(options) -> None:
     if not os.path.exists(options.path):
         if options.force:
             return
-        raise places.missing(options.path)
+        raise paths.missing(options.path)
     if not options.force:
         Store(options.path).close()  # what is not a store stays where it is
         if in_use(options.path):
             raise Failed(
-                f'processes have the simulated host "{places.host_of(options.path)}" open; remove it with --force'
+                f'processes have the simulated host "{paths.host_of(options.path)}" open; remove it with --force'
             )
     remove(options.path)
-    print(f'removed the simulated host "{places.host_of(options.path)}"')
+    print(f'removed the simulated host "{paths.host_of(options.path)}"')
 
 
 def run_command(options) -> None:
@@ -245,10 +242,10 @@ def run_command(options) -> None:
     if not command:
         raise BadInput("run: expected a command after --, such as: ryn-sim run -- python3 script.py")
     if options.named and not os.path.exists(options.path):
-        raise places.missing(options.path)
+        raise paths.missing(options.path)
     environment = dict(os.environ, RYN_SIM_STATE=options.path)
-    _prepend(environment, "LD_LIBRARY_PATH", places.libraries())
-    module = places.module_folder()
+    _prepend(environment, "LD_LIBRARY_PATH", paths.libraries())
+    module = paths.module_folder()
     if module:
         _prepend(environment, "PYTHONPATH", module)
     sys.stdout.flush()

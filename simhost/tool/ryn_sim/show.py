@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from . import units, values, words
+from . import names, units, values
 from .errors import BadInput, Failed, nearest
 from .store import Store
 from .table import print_json, print_table
@@ -101,7 +101,7 @@ def _nics(store: Store, _):
                 "affinity": row["affinity"],
                 "link": f"{units.quantity_text(row['link_mbps'] * 10**6)}",
                 "link_mbps": row["link_mbps"],
-                "fpo": words.name_of(words.FPO_LEVELS, row["fpo_level"]),
+                "fpo": names.name_of(names.FPO_LEVELS, row["fpo_level"]),
                 "crc_ppm": row["crc_ppm"],
                 "drop_ppm": row["drop_ppm"],
                 "uplink": None if row["sw"] is None else f"{row['sw']}/{row['port']}",
@@ -129,7 +129,7 @@ def _switches(store: Store, sw):
                 "mac_limit": row["mac_limit"],
                 "panic": row["panic_on_tx_hang"],
                 "mac_learn": row["uplink_mac_learn"],
-                "metric": words.name_of(words.METRICS, row["lb_metric"]),
+                "metric": names.name_of(names.METRICS, row["lb_metric"]),
             }
         )
     return rows, ["number", "alias", "name", "mtu", "lro", "flow_cache", "burst", "numa_team", "mac_limit", "metric"]
@@ -147,7 +147,7 @@ def _ports(store: Store, sw):
                 "number": row["sw"],
                 "port": row["port"],
                 "client": row["nic"] or row["client"],
-                "kind": words.name_of(words.KINDS, row["kind"]),
+                "kind": names.name_of(names.KINDS, row["kind"]),
                 "dvport": row["dvport"],
                 "active": bool(row["active"]),
                 "mac": units.mac_text(row["mac"]),
@@ -155,7 +155,7 @@ def _ports(store: Store, sw):
                 "vni": row["vni"],
                 "queues": f"{row['tx_queues']}/{row['rx_queues']}",
                 "lro": row["lro"],
-                "teaming": words.name_of(words.TX_TYPES, row["tx_type"]),
+                "teaming": names.name_of(names.TX_TYPES, row["tx_type"]),
                 "pinned": bool(row["pinned"]),
                 "tx_core": row["tx_core"],
                 "rx_core": row["rx_core"],
@@ -170,7 +170,7 @@ def _core(number: int) -> str:
 
 
 def _traffic(store: Store, sw):
-    names = {
+    called = {
         (row["sw"], row["port"]): row["nic"] or row["client"] or f"{row['sw']}/{row['port']}"
         for row in store.rows("SELECT sw, port, nic, client FROM port")
     }
@@ -182,9 +182,9 @@ def _traffic(store: Store, sw):
         rows.append(
             {
                 "index": position,
-                "from": names.get((row["sw"], row["src_port"])),
-                "to": "uplink" if row["dst_port"] is None else names.get((row["sw"], row["dst_port"])),
-                "proto": words.name_of(words.PROTOCOLS, row["protocol"]),
+                "from": called.get((row["sw"], row["src_port"])),
+                "to": "uplink" if row["dst_port"] is None else called.get((row["sw"], row["dst_port"])),
+                "proto": names.name_of(names.PROTOCOLS, row["protocol"]),
                 "dport": row["dst_l4"],
                 "vlan": row["vlan"],
                 "vni": row["vni"],
@@ -252,7 +252,7 @@ def _mirrors(store: Store, sw):
                 "encap_vlan": row["encap_vlan"],
                 "sampling": row["sampling_rate"],
                 "snap_len": row["snap_len"],
-                "flags": [word for word, bit in words.MIRROR_FLAGS.items() if row["flags"] & bit],
+                "flags": [word for word, bit in names.MIRROR_FLAGS.items() if row["flags"] & bit],
             }
         )
     return rows, ["switch", "session", "in", "out", "to", "vlans", "encap_vlan", "sampling", "snap_len", "flags"]
@@ -279,7 +279,7 @@ def _properties(store: Store, sw):
 
 def _balancer(store: Store, _):
     rows = [
-        {"weight": words.WEIGHTS[row["position"]], "value": row["value"], "default": row["default_value"]}
+        {"weight": names.WEIGHTS[row["position"]], "value": row["value"], "default": row["default_value"]}
         for row in store.rows("SELECT * FROM weight ORDER BY position")
     ]
     return rows, ["weight", "value", "default"]

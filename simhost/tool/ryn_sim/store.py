@@ -8,10 +8,10 @@ import tempfile
 import time
 from contextlib import closing, contextmanager
 
-from . import places
+from . import paths
 from .errors import Failed
 
-SCHEMA_VERSION = 1
+SCHEMA_VERSION = 2
 
 
 class Store:
@@ -20,7 +20,7 @@ class Store:
     def __init__(self, path: str):
         self.path = path
         if not os.path.exists(path):
-            raise places.missing(path)
+            raise paths.missing(path)
         try:
             self.db = sqlite3.connect(f"file:{_quoted(path)}?mode=rw", uri=True, timeout=5, isolation_level=None)
             self.db.row_factory = sqlite3.Row
@@ -83,7 +83,7 @@ class Library:
         import ctypes
 
         os.environ["RYN_SIM_STATE"] = path
-        library = os.path.join(places.libraries(), "libryn.so")
+        library = os.path.join(paths.libraries(), "libryn.so")
         try:
             loaded = ctypes.CDLL(library)
             self._apply = loaded.ryn_sim_apply
@@ -125,7 +125,7 @@ def create(path: str, inserts: str, replace: bool = False) -> None:
             db.execute("PRAGMA synchronous = OFF")
             db.executescript(
                 "BEGIN;"
-                + places.read_data("schema.sql")
+                + paths.read_data("schema.sql")
                 + inserts
                 + f"UPDATE clock SET base_wall_ns = {time.time_ns()}; COMMIT;"
             )
@@ -134,7 +134,7 @@ def create(path: str, inserts: str, replace: bool = False) -> None:
             remove(path)
         os.link(temporary, path)
     except FileExistsError:
-        raise Failed(f'the host "{places.host_of(path)}" is there already ({path}); replace it with --force') from None
+        raise Failed(f'the host "{paths.host_of(path)}" is there already ({path}); replace it with --force') from None
     except (sqlite3.Error, OSError) as error:
         raise Failed(f"{path} cannot be made: {error}") from None
     finally:

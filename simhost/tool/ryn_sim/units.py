@@ -12,20 +12,28 @@ _DURATION_PART = re.compile(r"([0-9]+(?:\.[0-9]+)?)(us|ms|s|m|h|d)")
 _MAC = re.compile(r"[0-9A-Fa-f]{2}(:[0-9A-Fa-f]{2}){5}")
 
 
-def quantity(value: int | float | str) -> int:
-    """40000, "40k" and "0.04M" are the same number; a result that is not whole is a ValueError."""
+def exact(value: int | float | str) -> Fraction:
+    """40000, "40k" and "0.04M" are the same number. What is no number, or below 0, is a ValueError."""
     if isinstance(value, bool):
         raise ValueError(value)
     if isinstance(value, (int, float)):
-        exact = Fraction(str(value))
+        number = Fraction(str(value))
     else:
         match = _QUANTITY.fullmatch(value.strip())
         if not match:
             raise ValueError(value)
-        exact = Fraction(match[1]) * _SCALES[match[2]]
-    if exact < 0 or exact.denominator != 1:
+        number = Fraction(match[1]) * _SCALES[match[2]]
+    if number < 0:
         raise ValueError(value)
-    return int(exact)
+    return number
+
+
+def quantity(value: int | float | str) -> int:
+    """As exact(), and a result that is not whole is a ValueError."""
+    number = exact(value)
+    if number.denominator != 1:
+        raise ValueError(value)
+    return int(number)
 
 
 def quantity_text(number: int) -> int | str:

@@ -1,0 +1,88 @@
+#include "simhost/host/row_reader.h"
+
+namespace simhost {
+
+namespace {
+
+const char* TypeName(int type) {
+  switch (type) {
+    case SQLITE_INTEGER:
+      return "a number";
+    case SQLITE_TEXT:
+      return "a text";
+    case SQLITE_BLOB:
+      return "bytes";
+    case SQLITE_NULL:
+      return "NULL";
+    default:
+      return "a fraction";
+  }
+}
+
+std::string Range(std::int64_t low, std::int64_t high) {
+  return low == high ? std::to_string(low) : std::to_string(low) + " to " + std::to_string(high);
+}
+
+}  // namespace
+
+void RowReader::Refuse(const char* column, const std::string& what) const {
+  std::string row;
+  for (int key = 0; key < keys_; ++key)
+    row += (row.empty() ? " " : "/") + statement_.Text(key);
+  throw StoreError(std::string(table_) + row + ": " + column + " " + what);
+}
+
+void RowReader::Expect(const char* column, int type) const {
+  if (const int found = statement_.Type(next_); found != type)
+    Refuse(column, std::string("is ") + TypeName(found) + ", expected " + TypeName(type));
+}
+
+std::int64_t RowReader::CheckedNumber(const char* column, std::int64_t low, std::int64_t high) {
+  Expect(column, SQLITE_INTEGER);
+  const std::int64_t value = statement_.Int(next_);
+  if (value < low || value > high)
+    Refuse(column, "is " + std::to_string(value) + ", expected " + Range(low, high));
+  ++next_;
+  return value;
+}
+
+void RowReader::Text(const char* column, std::int64_t low, std::int64_t high, std::string& field) {
+  Expect(column, SQLITE_TEXT);
+  field = statement_.Text(next_);
+  const auto size = static_cast<std::int64_t>(field.size());
+  if (size < low || size > high)
+    Refuse(column, "has " + std::to_string(size) + " bytes, expected " + Range(low, high));
+  if (field.find('\0') != std::string::npos)
+    Refuse(column, "has a NUL in it");
+  ++next_;
+}
+
+void RowReader::Choice(const char* column, std::initializer_list<std::string_view> choices, std::string& field) {
+  Expect(column, SQLITE_TEXT);
+  field = statement_.Text(next_);
+  if (std::find(choices.begin(), choices.end(), field) == choices.end())
+    Refuse(column, "is \"" + field + "\", which is not known");
+  ++next_;
+}
+
+std::span<const std::uint8_t> RowReader::CheckedBytes(const char* column, std::int64_t low, std::int64_t high) {
+  Expect(column, SQLITE_BLOB);
+  const std::span<const std::uint8_t> bytes = statement_.Blob(next_);
+  const auto size = static_cast<std::int64_t>(bytes.size());
+  if (size < low || size > high)
+    Refuse(column, "has " + std::to_string(size) + " bytes, expected " + Range(low, high));
+  ++next_;
+  return bytes;
+}
+
+void RowReader::Bytes(const char* column, std::int64_t low, std::int64_t high, std::vector<std::uint8_t>& field) {
+  const std::span<const std::uint8_t> bytes = CheckedBytes(column, low, high);
+  field.assign(bytes.begin(), bytes.end());
+}
+
+void RowReader::Bytes(const char* column, std::int64_t low, std::int64_t high, Mac& field) {
+  const std::span<const std::uint8_t> bytes = CheckedBytes(column, low, high);
+  std::copy_n(bytes.begin(), std::min(bytes.size(), field.size()), field.begin());
+}
+
+}  // namespace simhost
