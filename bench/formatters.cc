@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "bench/format.h"
-#include "libryn/base/text.h"
+#include "host/snapshot.h"
+#include "host/text.h"
 #include "libryn/include/libryn.h"
-#include "libryn/loadbal/snapshot.h"
 
 namespace {
 

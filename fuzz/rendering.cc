@@ -1,10 +1,10 @@
 // The formatters, without the interpreter, each against its model.
 #include <algorithm>
 
-#include "libryn/base/text.h"
+#include "host/snapshot.h"
+#include "host/text.h"
 #include "libryn/flowcache/render.h"
 #include "libryn/include/libryn.h"
-#include "libryn/loadbal/snapshot.h"
 #include "model.h"
 #include "targets.h"
 

@@ -11,6 +11,7 @@
 #include "host/native.h"
 #include "host/records/loadbal.h"
 #include "host/status.h"
+#include "host/walks.h"
 
 // Ryn_GetLBWeights: the host's weights.
 Status GetLBWeights(LBWeights* weights);
@@ -30,39 +31,3 @@ Status DumpLBPortStats(std::uint32_t swID, LBPortStats* stats);
 // Ryn_DumpLBSnapshot. kInvalidResponse where a group or a vertex with its edges reaches past the end; the readers below
 // then stop before it.
 Status DumpLBSnapshot(std::uint32_t swID, LBSnapshot* snapshot);
-
-// The groups of a snapshot, in order; read as FlowEntries (host/read/flows.h) are. The snapshot has to outlive them.
-class LBGroups {
- public:
-  explicit LBGroups(const LBSnapshot& snapshot) : snapshot_(snapshot), left_(snapshot.groupCount) {}
-
-  // False after the last group, and at one that reaches past the end.
-  bool Next(LBGroup* group);
-  bool Complete() const { return left_ == 0; }
-
- private:
-  const LBSnapshot& snapshot_;
-  std::size_t position_ = offsetof(LBSnapshot, records);
-  std::uint32_t left_;
-};
-
-// The vertices of a snapshot, which follow its groups.
-class LBVertices {
- public:
-  explicit LBVertices(const LBSnapshot& snapshot);
-
-  // False after the last vertex, and at one that reaches past the end with its edges.
-  bool Next(LBVertex* vertex);
-  bool Complete() const { return left_ == 0; }
-
-  // Edge `index` of the vertex that Next read last: below vertex.outCount, and below vertex.inCount.
-  LBEdge OutEdge(std::size_t index) const { return Load<LBEdge>(&snapshot_, out_ + index * sizeof(LBEdge)); }
-  LBEdge InEdge(std::size_t index) const { return Load<LBEdge>(&snapshot_, in_ + index * sizeof(LBEdge)); }
-
- private:
-  const LBSnapshot& snapshot_;
-  std::size_t position_;
-  std::size_t out_ = 0;
-  std::size_t in_ = 0;
-  std::uint32_t left_;
-};

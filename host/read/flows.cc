@@ -1,6 +1,5 @@
 #include "host/read/flows.h"
 
-#include <algorithm>
 #include <bit>
 
 #include "host/call.h"
@@ -14,24 +13,6 @@ Status DumpFlowTable(std::uint32_t swID, std::uint32_t lcore, std::uint32_t star
   return StatusOf(operations::kDumpFlowTable, Ryn_Dump_Flow_Table(swID, lcore, startIndex, page, &length, flag));
 }
 
-FlowEntries::FlowEntries(const FlowPage& page)
-    : bytes_(reinterpret_cast<const unsigned char*>(&page)),
-      position_(offsetof(FlowPage, entries)),
-      end_(std::min<std::size_t>(page.validBytes, sizeof(page))),
-      left_(page.count) {}
-
-bool FlowEntries::Next(FlowEntry* entry) {
-  const std::size_t actions = position_ + sizeof(FlowKey);
-  if (left_ == 0 || actions + kActionsHeadBytes > end_)
-    return false;
-  const std::size_t length = Load<std::uint16_t>(bytes_, actions + kLength.offset);
-  entry->key = Load<FlowKey>(bytes_, position_);
-  entry->actions = View(bytes_ + actions, std::min(std::max(length, kActionsHeadBytes), end_ - actions));
-  position_ = actions + length;
-  --left_;
-  return true;
-}
-
 Status FlowWalk::NextPage(FlowPage* page) {
   done_ = true;
   if (const Status status = DumpFlowTable(swID_, lcore_, index_, flag_, page); !status.Ok())
@@ -40,10 +21,7 @@ Status FlowWalk::NextPage(FlowPage* page) {
     return {};
 
   const Status invalid = InvalidResponse(operations::kDumpFlowTable);
-  FlowEntries entries(*page);
-  for (FlowEntry entry; entries.Next(&entry);) {
-  }
-  if (!entries.Complete() || page->count > kMaxFlows - flows_)
+  if (!IsWhole<FlowEntry>(FlowEntries(*page)) || page->count > kMaxFlows - flows_)
     return invalid;
   flows_ += page->count;
 

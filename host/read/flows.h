@@ -10,6 +10,7 @@
 #include "host/native.h"
 #include "host/records/flowcache.h"
 #include "host/status.h"
+#include "host/walks.h"
 
 // ---- Flow table ---------------------------------------------------------------------------------------------------
 
@@ -17,39 +18,6 @@
 // is the operation's own: 0 for the flow cache, 1 for the flows that are offloaded. The answer is taken as it came; use
 // FlowWalk to ask for pages, and FlowEntries to read one.
 Status DumpFlowTable(std::uint32_t swID, std::uint32_t lcore, std::uint32_t startIndex, bool flag, FlowPage* page);
-
-// One entry of a page.
-struct FlowEntry {
-  FlowKey key;
-  // The actions record, inside the page: at least its first 64 bytes, and no further than its own length and the valid
-  // bytes of the page reach. Fields below offset 64 are read with Get, others with GetOrZero.
-  View actions{nullptr, 0};
-};
-
-// The entries of a page, in order:
-//
-//   FlowEntries entries(page);
-//   for (FlowEntry entry; entries.Next(&entry);)
-//     ...
-//   if (!entries.Complete()) the answer was malformed
-//
-// Copies nothing but keys. The page has to outlive the entries.
-class FlowEntries {
- public:
-  explicit FlowEntries(const FlowPage& page);
-
-  // False after the last entry, and at one that has fewer than 64 + 64 valid bytes left.
-  bool Next(FlowEntry* entry);
-
-  // Whether all entries that the page announced have been read.
-  bool Complete() const { return left_ == 0; }
-
- private:
-  const unsigned char* bytes_;
-  std::size_t position_;
-  std::size_t end_;
-  std::uint32_t left_;
-};
 
 // The most flows of one core that a walk accepts: a datapath that reports more is going in circles.
 constexpr std::uint32_t kMaxFlows = 1U << 20;

@@ -62,24 +62,7 @@ Status GetUplinkPrivStats(std::uint32_t swID, std::uint32_t rynPortID, std::uint
 Status GetMirrorConf(std::uint32_t swID, MirrorConf* conf) {
   if (const Status status = FillRecord(operations::kGetMirrorConf, conf, Ryn_Get_Mirror_Conf, swID); !status.Ok())
     return status;
-  MirrorSessions sessions(*conf);
-  for (MirrorSession session; sessions.Next(&session);) {
-  }
-  return sessions.Complete() ? Status{} : InvalidResponse(operations::kGetMirrorConf);
-}
-
-bool MirrorSessions::Next(MirrorSession* session) {
-  if (left_ == 0 || position_ + sizeof(MirrorSession) > sizeof(conf_))
-    return false;
-  const auto head = Load<MirrorSession>(&conf_, position_);
-  const std::size_t end = position_ + SessionLength(head.vlanCount);
-  if (end > sizeof(conf_))
-    return false;
-  *session = head;
-  vlans_ = position_ + sizeof(MirrorSession);
-  position_ = end;
-  --left_;
-  return true;
+  return IsWhole<MirrorSession>(MirrorSessions(*conf)) ? Status{} : InvalidResponse(operations::kGetMirrorConf);
 }
 
 Status GetPortNetQInfo(std::uint32_t swID, std::uint32_t rynPortID, HeapArea<NetQResponse>* response) {
@@ -88,28 +71,8 @@ Status GetPortNetQInfo(std::uint32_t swID, std::uint32_t rynPortID, HeapArea<Net
           AllocateAndFill(operations::kGetPortNetQInfo, &answer, Ryn_Get_Port_NetQ_Info, swID, rynPortID);
       !status.Ok())
     return status;
-  NetQFilters filters(*answer);
-  for (NetQFilterView filter; filters.Next(&filter);) {
-  }
-  if (!filters.Complete())
+  if (!IsWhole<NetQFilterView>(NetQFilters(*answer)))
     return InvalidResponse(operations::kGetPortNetQInfo);
   *response = std::move(answer);
   return {};
-}
-
-bool NetQFilters::Next(NetQFilterView* filter) {
-  const std::size_t body = position_ + sizeof(NetQFilter);
-  if (left_ == 0 || body > sizeof(response_))
-    return false;
-  const auto head = Load<NetQFilter>(response_.bytes, position_);
-  const std::size_t queues = body + head.bodyLength;
-  const std::size_t end = queues + head.queueCount * sizeof(NetQQueue);
-  if (end > sizeof(response_))
-    return false;
-  filter->head = head;
-  filter->body = View(response_.bytes + body, sizeof(response_) - body);
-  queues_ = queues;
-  position_ = end;
-  --left_;
-  return true;
 }

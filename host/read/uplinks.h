@@ -11,6 +11,7 @@
 #include "host/native.h"
 #include "host/records/uplinks.h"
 #include "host/status.h"
+#include "host/walks.h"
 
 // ---- Policies -----------------------------------------------------------------------------------------------------
 
@@ -53,63 +54,9 @@ Status GetUplinkPrivStats(std::uint32_t swID, std::uint32_t rynPortID, std::uint
 // then reads what comes before it.
 Status GetMirrorConf(std::uint32_t swID, MirrorConf* conf);
 
-// The sessions of a configuration, in order; read as FlowEntries are. The configuration has to outlive them.
-class MirrorSessions {
- public:
-  explicit MirrorSessions(const MirrorConf& conf) : conf_(conf), left_(conf.sessionCount) {}
-
-  // False after the last session, and at one that reaches past the end.
-  bool Next(MirrorSession* session);
-  bool Complete() const { return left_ == 0; }
-
-  // VLAN ID `index`, below session.vlanCount, of the session that Next read last.
-  std::uint16_t Vlan(std::size_t index) const { return Load<std::uint16_t>(&conf_, vlans_ + index * 2); }
-
- private:
-  const MirrorConf& conf_;
-  std::size_t position_ = offsetof(MirrorConf, sessions);
-  std::size_t vlans_ = 0;
-  std::uint32_t left_;
-};
-
 // ---- Network queues -----------------------------------------------------------------------------------------------
 
 // Ryn_Get_Port_NetQ_Info: the receive filters of a port in the network hardware, and the queues that serve them. The
 // response takes 512 KiB of address space; pages that the datapath does not fill take no memory. kInvalidResponse where
 // a filter or its queues reach past the end. *response is replaced on success only.
 Status GetPortNetQInfo(std::uint32_t swID, std::uint32_t rynPortID, HeapArea<NetQResponse>* response);
-
-inline NetQHeader HeaderOf(const NetQResponse& response) { return Load<NetQHeader>(response.bytes, 0); }
-
-// One filter of a response. Where the kind is kMacOnlyFilter or kGeneveFilter, its body is read as MacOnlyBody or
-// GeneveBody by Body(); bytes that lie behind the response are zeros.
-struct NetQFilterView {
-  NetQFilter head = {};
-  View body{nullptr, 0};  // from the body's first byte to the end of the response
-
-  template <class Record>
-  Record Body() const {
-    return body.LoadOrZeros<Record>();
-  }
-};
-
-// The filters of a response, in order; read as FlowEntries are. The response has to outlive them.
-class NetQFilters {
- public:
-  explicit NetQFilters(const NetQResponse& response) : response_(response), left_(HeaderOf(response).filterCount) {}
-
-  // False after the last filter, and at one that reaches past the end with its body and queues.
-  bool Next(NetQFilterView* filter);
-  bool Complete() const { return left_ == 0; }
-
-  // Queue `index`, below head.queueCount, of the filter that Next read last.
-  NetQQueue Queue(std::size_t index) const {
-    return Load<NetQQueue>(response_.bytes, queues_ + index * sizeof(NetQQueue));
-  }
-
- private:
-  const NetQResponse& response_;
-  std::size_t position_ = sizeof(NetQHeader);
-  std::size_t queues_ = 0;
-  std::uint32_t left_;
-};

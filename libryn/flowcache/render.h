@@ -2,7 +2,7 @@
 #pragma once
 
 #include "host/native.h"
-#include "libryn/base/text.h"
+#include "host/text.h"
 
 // Writes the line of a flow key, which is at most kFlowKeyLineLength long; no NUL. Its length.
 constexpr std::size_t kFlowKeyLineLength = 190;

@@ -1,39 +1,13 @@
 // DumpLBPortStats: the balancer's latest figures of ports and cores.
 
-#include "libryn/loadbal/portstats.h"
-
-#include "host/native.h"
+#include "host/figures.h"
+#include "host/records/loadbal.h"
 #include "libryn/base/call.h"
 #include "libryn/base/values.h"
 #include "libryn/loadbal/loadbal.h"
 #include "platform/ryn.h"
 
 namespace {
-
-constexpr std::uint64_t kLoadUnit = 100000;
-
-std::uint64_t LoadUnits(std::uint64_t work) { return (work + kLoadUnit - 1) / kLoadUnit; }
-
-// A difference of marks in units of 2 to the power 20, rounded up.
-std::uint64_t RoundedDifference(std::uint64_t now, std::uint64_t before) { return (now + 0xFFFFF - before) >> 20; }
-
-// What turns a counter of work into a share of a core's usage: times the core's busy time, by the divisor.
-struct CoreShare {
-  std::uint64_t busy;
-  std::uint64_t divisor;  // may have wrapped, to 0 as well
-
-  std::uint64_t Usage(std::uint64_t counter, std::uint64_t scale) const {
-    return divisor == 0 ? 0 : busy * scale * counter / divisor;
-  }
-};
-
-CoreShare ShareOf(const LBCoreRecord (&cores)[kMaxStatsCores], std::uint32_t core) {
-  if (core >= kMaxStatsCores)
-    return {0, 0};
-  const LBCoreRecord& record = cores[core];
-  return {RoundedDifference(record.busyNow, record.busyBefore),
-          RoundedDifference(record.timeNow, record.timeBefore) * record.workTotal};
-}
 
 template <class Make>
 bool FillTuple(PyObject* tuple, std::size_t size, Make make) {
@@ -69,31 +43,6 @@ template <std::size_t size>
 Ref FigureTuple(const std::uint64_t (&figures)[size]) {
   return TupleOfInts(size, [&](std::size_t i) { return Ref(PyLong_FromUnsignedLong(figures[i])); });
 }
-
-}  // namespace
-
-PortFigures FiguresOf(const LBPortRecord& port, const LBCoreRecord (&cores)[kMaxStatsCores]) {
-  const std::uint64_t(&c)[4] = port.counters;
-  const CoreShare a = ShareOf(cores, port.cores[0]), b = ShareOf(cores, port.cores[1]);
-  // The first two counters count double.
-  return {{
-      a.Usage(c[0], 200),
-      b.Usage(c[1], 200),
-      a.Usage(c[2], 100),
-      b.Usage(c[3], 100),
-      LoadUnits(2 * c[0] + c[2]),
-      LoadUnits(2 * c[1] + c[3]),
-  }};
-}
-
-CoreFigures FiguresOf(const LBCoreRecord& core) {
-  // Raw differences here, not rounded as they are for ports.
-  const std::uint64_t period = core.timeNow - core.timeBefore;
-  const std::uint64_t usage = period == 0 ? 0 : (core.busyNow - core.busyBefore) * 100 / period;
-  return {{usage, LoadUnits(core.workTotal)}};
-}
-
-namespace {
 
 // Five columns with an item for each of `count` ports from `first` on, and one with an item for each core.
 bool FillResult(PyObject* result, const LBPortStats& stats, std::uint32_t first, std::uint32_t count) {

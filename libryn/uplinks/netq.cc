@@ -10,6 +10,7 @@
 
 #include "host/native.h"
 #include "host/records/uplinks.h"
+#include "host/walks.h"
 #include "libryn/base/call.h"
 #include "libryn/base/text.h"
 #include "libryn/base/values.h"
@@ -48,32 +49,23 @@ Ref GeneveText(const GeneveBody& body) {
   return AsciiText({text, end});
 }
 
-// Reads of a body what its kind reads, and no byte more. A body may be shorter than that: what lies behind the response
-// are zeros.
-template <class Body>
-Body LoadBody(const NetQResponse& response, std::size_t position) {
-  Body body = {};
-  std::memcpy(&body, response.bytes + position, std::min(sizeof(body), sizeof(response) - position));
-  return body;
-}
-
-Ref FilterText(std::uint16_t kind, const NetQResponse& response, std::size_t position) {
-  switch (kind) {
+Ref FilterText(const NetQFilterView& filter) {
+  switch (filter.head.kind) {
     case kMacOnlyFilter:
-      return MacOnlyText(LoadBody<MacOnlyBody>(response, position));
+      return MacOnlyText(filter.Body<MacOnlyBody>());
     case kGeneveFilter:
-      return GeneveText(LoadBody<GeneveBody>(response, position));
+      return GeneveText(filter.Body<GeneveBody>());
     default:
       return NewRef(kUnknownFilter.Object());
   }
 }
 
-bool AddQueues(PyObject* dict, const NetQResponse& response, std::size_t position, std::uint16_t count) {
+bool AddQueues(PyObject* dict, const NetQFilters& filters, std::uint16_t count) {
   const Ref list = SetNewList(dict, kQInfo, count);
   if (!list)
     return false;
   for (std::size_t i = 0; i < count; ++i) {
-    const auto queue = Load<NetQQueue>(response.bytes, position + i * sizeof(NetQQueue));
+    const NetQQueue queue = filters.Queue(i);
     const Ref item = SetNewDict(list.get(), i);
     if (!item || !SetOrReport(item.get(), kRynPortID, Int(queue.rynPortID)) ||
         !SetOrReport(item.get(), kQid, Int(queue.qid)) || !SetOrReport(item.get(), kFid, Int(queue.fid)))
@@ -95,27 +87,19 @@ bool AddFilters(PyObject* dict, const NetQResponse& response, std::uint16_t coun
     return false;
   const GcUntracked untracked(list.get());
 
-  std::size_t position = sizeof(NetQHeader);
-  for (std::size_t i = 0; i < count; ++i) {
-    const std::size_t body = position + sizeof(NetQFilter);
-    if (body > sizeof(response))
-      return ReportInvalid();
-    const auto filter = Load<NetQFilter>(response.bytes, position);
-    const std::size_t queues = body + filter.bodyLength;
-    position = queues + filter.queueCount * sizeof(NetQQueue);
-    if (position > sizeof(response))
-      return ReportInvalid();
-
+  NetQFilters filters(response);
+  NetQFilterView filter;
+  for (std::size_t i = 0; filters.Next(&filter); ++i) {
     const Ref item = SetNewDict(list.get(), i);
-    if (!item || !SetOrReport(item.get(), kRxf, FilterText(filter.kind, response, body)) ||
-        !AddQueues(item.get(), response, queues, filter.queueCount))
+    if (!item || !SetOrReport(item.get(), kRxf, FilterText(filter)) ||
+        !AddQueues(item.get(), filters, filter.head.queueCount))
       return false;
   }
-  return true;
+  return filters.Complete() || ReportInvalid();
 }
 
 bool FillInfo(PyObject* dict, const NetQResponse& response) {
-  const auto header = Load<NetQHeader>(response.bytes, 0);
+  const NetQHeader header = HeaderOf(response);
   return SetOrReport(dict, kIsUplink, Int(header.isUplink)) && SetOrReport(dict, kSwID, Int(header.swID)) &&
          SetOrReport(dict, kRynPortID, Int(header.rynPortID)) && AddFilters(dict, response, header.filterCount);
 }
