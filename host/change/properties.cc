@@ -3,10 +3,6 @@
 #include "host/operations.h"
 #include "platform/jor_public.h"
 
-// The last argument of the two operations is the library's own; these are the values that settings are stored with.
-constexpr std::uint32_t kHostPropOption = 16;
-constexpr std::uint32_t kPortDataOption = 8;
-
 Status SetHostProperty(const char* switchId, const char* property, const void* value, std::uint32_t length) {
   return StatusOf(operations::kHostPropSet, DVSQOB_HostPropSet(switchId, property, value, length, kHostPropOption));
 }

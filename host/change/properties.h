@@ -7,6 +7,10 @@
 
 #include "host/status.h"
 
+// The last argument of the two operations is the library's own; these are the values that settings are stored with.
+constexpr std::uint32_t kHostPropOption = 16;
+constexpr std::uint32_t kPortDataOption = 8;
+
 // DVSQOB_HostPropSet, DVSQOB_PortDataSet: store `length` bytes, which are copied.
 Status SetHostProperty(const char* switchId, const char* property, const void* value, std::uint32_t length);
 Status SetPortProperty(const char* switchId, const char* portId, const char* property, const void* value,

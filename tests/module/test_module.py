@@ -174,6 +174,7 @@ LAYERS = [
     ("host/read/", (*HOST, "host/read/")),
     ("host/change/", (*HOST, "host/change/")),
     ("host/", HOST),
+    ("ryn/_core/", (*HOST, "host/read/", "host/change/", "ryn/_core/")),
     ("libryn/include/", ()),
     ("libryn/base/", ("host/", "libryn/base/")),
     ("libryn/dvs/", (*HOST, "host/change/properties.h", "libryn/include/", "libryn/base/", "libryn/dvs/")),
@@ -184,7 +185,7 @@ LAYERS = [
 ]
 
 
-@pytest.mark.parametrize("folder", ["platform", "host", "libryn"])
+@pytest.mark.parametrize("folder", ["platform", "host", "libryn", "ryn"])
 def test_includes_run_downwards(folder):
     seen = includes(folder)
     layers = [(path, included, next(allowed for layer, allowed in LAYERS if path.startswith(layer)))
@@ -204,7 +205,7 @@ def test_tests_and_simulated_host_keep_clear_of_the_module():
 
 
 def test_every_source_is_built():
-    for folder in ("host", "libryn"):
+    for folder in ("host", "libryn", "ryn"):
         listed = set(re.findall(r"'([\w/]+\.cc)'", (ROOT / folder / "meson.build").read_text()))
         assert listed == {str(path.relative_to(ROOT / folder)) for path in (ROOT / folder).rglob("*.cc")}
 
