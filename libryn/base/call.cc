@@ -3,6 +3,8 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "libryn/base/values.h"
+
 namespace {
 
 PyObject* NewReference(PyObject* object) {
@@ -81,8 +83,26 @@ DeferredError::~DeferredError() {
 
 #endif
 
+namespace {
+
+// Before Python 3.10 the conversion takes whatever has __int__, 1.5 or Decimal(7) for instance.
+#if PY_VERSION_HEX >= 0x030A0000
+
+long AsLong(PyObject* object) { return PyLong_AsLong(object); }
+
+#else
+
+long AsLong(PyObject* object) {
+  const Ref integer(PyNumber_Index(object));
+  return integer ? PyLong_AsLong(integer.get()) : -1;
+}
+
+#endif
+
+}  // namespace
+
 std::uint32_t LowWord(PyObject* object, DeferredError* error) {
-  const long value = object ? PyLong_AsLong(object) : -1;
+  const long value = object ? AsLong(object) : -1;
   if (value == -1)
     error->Save();
   return static_cast<std::uint32_t>(value);

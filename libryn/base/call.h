@@ -85,6 +85,6 @@ class DeferredError {
   PyObject* traceback_ = nullptr;
 };
 
-// The low 32 bits of a caller's object, converted as a signed long. An object that is not an int, or null, gives
-// 4294967295, and its error is saved.
+// The low 32 bits of a caller's object, converted as a signed long. An object that is not an int and has no __index__,
+// or null, gives 4294967295, and its error is saved.
 std::uint32_t LowWord(PyObject* object, DeferredError* error);

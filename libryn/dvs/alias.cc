@@ -1,6 +1,9 @@
 // Resolving a switch alias to the switch's identifier or its portset name, and a portset name back to an alias.
 
+#include <algorithm>
 #include <cstring>
+#include <optional>
+#include <string_view>
 
 #include "libryn/dvs/dvs.h"
 #include "libryn/include/libryn.h"
@@ -12,35 +15,52 @@ constexpr char kClass[] = "vswitch";
 constexpr char kPortsetKey[] = "com.talvor.common.host.portset";
 constexpr char kAliasKey[] = "com.talvor.common.alias";
 
-// Copies a text of at most `size` bytes and fills the rest with NULs; a longer text is cut and not terminated.
-void CopyText(char* out, const char* text, std::size_t size) {
-  const std::size_t length = strnlen(text, size);
-  std::memcpy(out, text, length);
+// Copies a text and fills the rest with NULs; a longer text is cut and not terminated.
+void CopyText(char* out, std::string_view text, std::size_t size) {
+  const std::size_t length = std::min(text.size(), size);
+  std::memcpy(out, text.data(), length);
   std::memset(out + length, 0, size - length);
 }
 
-// The library answers at least 64 readable bytes.
-const char* Identifier(DVSSwitch* dvs) {
-  static constexpr char kNone[LIBRYN_SWITCH_ID_SIZE] = {};
-  const char* const switchId = DVS_SwitchId(dvs);
-  return switchId ? switchId : kNone;
+// A switch's identifier as the library keeps it: 64 readable bytes, which need not hold a NUL.
+class Identifier {
+ public:
+  explicit Identifier(DVSSwitch* dvs) {
+    static constexpr char kNone[LIBRYN_SWITCH_ID_SIZE] = {};
+    const char* const switchId = DVS_SwitchId(dvs);
+    std::memcpy(text_, switchId ? switchId : kNone, LIBRYN_SWITCH_ID_SIZE);
+  }
+
+  const char* Bytes() const { return text_; }  // all 64, and a NUL behind them
+
+ private:
+  char text_[LIBRYN_SWITCH_ID_SIZE + 1] = {};
+};
+
+// The text ends at its NUL, or where the library says that the value ends. Of a value without a length only the NUL is
+// known.
+std::string_view DatumText(DVSData* datum) {
+  const void* value = nullptr;
+  const std::uint32_t length = DVSData_Data(datum, &value);
+  if (!value)
+    return "";
+  const char* const text = static_cast<const char*>(value);
+  return length > 0 ? std::string_view(text, strnlen(text, length)) : std::string_view(text);
 }
 
-const char* DatumText(DVSData* datum) {
-  const void* text = nullptr;
-  DVSData_Data(datum, &text);
-  return text ? static_cast<const char*>(text) : "";
-}
-
-// The text of a property as the loaded configuration has it; null when the switch has no such property.
-const char* HostText(const char* switchId, const char* key) {
+// The text of a property as the loaded configuration has it; nothing when the switch has no such property.
+std::optional<std::string_view> HostText(const Identifier& switchId, const char* key) {
   DVSData* datum = nullptr;
-  return DVSState_HostPropLookup(switchId, key, &datum) == 0 ? DatumText(datum) : nullptr;
+  if (DVSState_HostPropLookup(switchId.Bytes(), key, &datum) != 0)
+    return std::nullopt;
+  return DatumText(datum);
 }
 
-const char* GlobalText(const char* switchId, const char* key) {
+std::optional<std::string_view> GlobalText(const Identifier& switchId, const char* key) {
   DVSData* datum = nullptr;
-  return DVSState_GlobalPropLookup(switchId, key, &datum) == 0 ? DatumText(datum) : nullptr;
+  if (DVSState_GlobalPropLookup(switchId.Bytes(), key, &datum) != 0)
+    return std::nullopt;
+  return DatumText(datum);
 }
 
 struct Search {
@@ -51,16 +71,16 @@ struct Search {
 // The library may stop at the first match or go on; a later match then writes over an earlier one.
 int MatchPortset(DVSSwitch* dvs, void* context) {
   Search& search = *static_cast<Search*>(context);
-  const char* const switchId = Identifier(dvs);
-  const char* const portset = HostText(switchId, kPortsetKey);
+  const Identifier switchId(dvs);
+  const auto portset = HostText(switchId, kPortsetKey);
   // Deliberate: a prefix test over the length of the property. A name that begins with a switch's portset name matches
   // that switch, and an empty property matches every name.
-  if (!portset || std::strncmp(portset, search.portsetName, std::strlen(portset)) != 0)
+  if (!portset || std::strncmp(portset->data(), search.portsetName, portset->size()) != 0)
     return 0;
 
-  if (const char* const alias = GlobalText(switchId, kAliasKey)) {
+  if (const auto alias = GlobalText(switchId, kAliasKey)) {
     // Deliberate: no terminator is copied, so a shorter alias keeps the tail of a longer one found before it.
-    std::memcpy(search.alias, alias, strnlen(alias, sizeof(search.alias)));
+    std::memcpy(search.alias, alias->data(), std::min(alias->size(), sizeof(search.alias)));
   } else {
     const std::size_t length = strnlen(search.portsetName, sizeof(search.alias) - 1);
     std::memcpy(search.alias, search.portsetName, length);
@@ -78,7 +98,7 @@ std::uint32_t DVSAliasToSwitchId(const char* alias, char* switchId) {
   const char* const className = DVS_ClassName(dvs);
   if (!className || std::strncmp(className, kClass, sizeof(kClass)) != 0)
     return kBadParameter;
-  std::memcpy(switchId, Identifier(dvs), LIBRYN_SWITCH_ID_SIZE);
+  std::memcpy(switchId, Identifier(dvs).Bytes(), LIBRYN_SWITCH_ID_SIZE);
   switchId[LIBRYN_SWITCH_ID_SIZE - 1] = '\0';
   return 0;
 }
@@ -87,13 +107,11 @@ std::uint32_t DVSAliasToPortsetName(const char* alias, char* portsetName) {
   DVSSwitch* const dvs = DVSState_SwitchFindByAlias(alias);
   if (!dvs)
     return kNotFound;
-  const char* const switchId = Identifier(dvs);
-  const char* name = HostText(switchId, kPortsetKey);
+  const Identifier switchId(dvs);
+  auto name = HostText(switchId, kPortsetKey);
   if (!name)
     name = GlobalText(switchId, kAliasKey);
-  if (!name)
-    name = switchId;
-  CopyText(portsetName, name, LIBRYN_PORTSET_NAME_SIZE);
+  CopyText(portsetName, name ? *name : switchId.Bytes(), LIBRYN_PORTSET_NAME_SIZE);
   return 0;
 }
 
@@ -103,7 +121,8 @@ std::uint32_t DVSPortsetNameToAlias(const char* portsetName, char* alias) {
   Search search;
   search.portsetName = portsetName;
   DVSState_SwitchForEach(MatchPortset, &search);
-  CopyText(alias, search.alias, LIBRYN_ALIAS_SIZE);  // all zeros when nothing matched
+  CopyText(alias, {search.alias, strnlen(search.alias, sizeof(search.alias))},
+           LIBRYN_ALIAS_SIZE);  // all zeros when nothing matched
   return 0;
 }
 

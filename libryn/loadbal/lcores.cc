@@ -41,7 +41,9 @@ int FindMarker(DVSData* datum, void* context) {
     return 0;
   const void* value = nullptr;
   const std::uint32_t length = DVSData_Data(datum, &value);
-  if (!IsServed(value ? static_cast<const char*>(value) : "", value ? length : 0))
+  if (!value && length > 0)  // no value at all; one of length 0 may come as null
+    return 0;
+  if (!IsServed(value ? static_cast<const char*>(value) : "", length))
     return 0;
   *static_cast<bool*>(context) = true;
   return 1;

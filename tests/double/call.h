@@ -37,6 +37,9 @@ class Call {
   bool Block(void** block, std::uint32_t* length);
 
   std::uint32_t Status(std::uint32_t unscripted = 0) const { return answer_ ? answer_->status : unscripted; }
+  std::uint32_t Length(std::uint32_t unscripted) const {
+    return answer_ && answer_->length >= 0 ? static_cast<std::uint32_t>(answer_->length) : unscripted;
+  }
 
  private:
   void RecordOperation(const char* operation);

@@ -39,8 +39,9 @@ void double_recording(int on);
 const char* double_calls(void);
 void double_forget_calls(void);
 
-// Switches of the loaded configuration. The identifier's block is exactly as long as prescribed: at least 64 bytes,
-// else up to the terminating NUL that the double adds. Property values are kept in blocks of their exact length.
+// Switches of the loaded configuration. The identifier's block has 64 bytes, NULs behind a shorter one, or as many
+// as it is long, without a NUL. Property values are kept in blocks of their exact length. Behind
+// either there is a page that cannot be read.
 int double_add_switch(const char* alias, const char* class_name, const void* id, size_t id_size);
 void double_add_property(int dvs, int global, const char* name, const void* value, size_t size);
 void double_visit_all(int on);  // iterations go on after a visitor's true

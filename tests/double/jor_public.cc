@@ -1,6 +1,6 @@
 // The switch-state library's double. The configuration's switches answer look-ups and iterations; a scripted status
 // other than 0 makes a look-up fail whatever the configuration has, and lets the operations that answer a text or the
-// bytes of a property answer null.
+// bytes of a property answer null. A scripted length is what is said of a property's length.
 #include "platform/jor_public.h"
 
 #include <cstdlib>
@@ -31,7 +31,7 @@ uint32_t LookUp(const Call& call, std::deque<Property> Switch::*kind, const char
   if (const auto status = call.Status())
     return status;
   for (auto& dvs : TheDouble().switches)
-    if (strncmp(dvs.id.get(), switchId, kSwitchIdSize) == 0)
+    if (strncmp(reinterpret_cast<const char*>(dvs.id.get()), switchId, kSwitchIdSize) == 0)
       for (auto& property : dvs.*kind)
         if (property.name == key) {
           *datum = Handle(property);
@@ -94,7 +94,7 @@ const char* DVS_ClassName(DVSSwitch* dvs) {
 
 const char* DVS_SwitchId(DVSSwitch* dvs) {
   const auto status = THIS_CALL.Text("dvs", Of(dvs).alias.c_str()).Status();
-  return status ? nullptr : Of(dvs).id.get();
+  return status ? nullptr : reinterpret_cast<const char*>(Of(dvs).id.get());
 }
 
 uint32_t DVSState_HostPropLookup(const char* switchId, const char* key, DVSData** datum) {
@@ -122,9 +122,10 @@ const char* DVSData_Name(DVSData* datum) {
 }
 
 uint32_t DVSData_Data(DVSData* datum, const void** value) {
-  const auto status = THIS_CALL.Text("datum", Of(datum).name.c_str()).Status();
-  *value = status ? nullptr : Of(datum).value.get();
-  return Of(datum).size;
+  Call call = THIS_CALL;
+  call.Text("datum", Of(datum).name.c_str());
+  *value = call.Status() ? nullptr : Of(datum).value.get();
+  return call.Length(Of(datum).size);
 }
 
 DVSPort* DVSState_PortFind(uintptr_t a, uintptr_t b, uintptr_t c, uintptr_t d, uintptr_t e, uintptr_t f) {

@@ -1,5 +1,8 @@
 #include "script.h"
 
+#include <sys/mman.h>
+
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -9,11 +12,22 @@
 
 namespace {
 
-std::unique_ptr<unsigned char[]> Exactly(const void* bytes, std::size_t size) {
-  std::unique_ptr<unsigned char[]> copy(new unsigned char[size]);
+constexpr std::size_t kPage = 4096;
+
+// The readable pages of a block of this size: at least one, so that its end can be told from its address.
+std::size_t ReadableSize(std::size_t size) { return (size / kPage + 1) * kPage; }
+
+PageEnd AtPageEnd(const void* bytes, std::size_t size) {
+  const std::size_t readable = ReadableSize(size);
+  void* const pages = mmap(nullptr, readable + kPage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (pages == MAP_FAILED)
+    std::abort();
+  auto* const end = static_cast<unsigned char*>(pages) + readable;
+  if (mprotect(end, kPage, PROT_NONE) != 0)
+    std::abort();
   if (size)
-    std::memcpy(copy.get(), bytes, size);
-  return copy;
+    std::memcpy(end - size, bytes, size);
+  return {end - size, {size}};
 }
 
 Answer MakeAnswer(std::uint32_t status, std::int64_t length, const void* area, std::size_t size, bool overrun) {
@@ -76,6 +90,10 @@ bool AllZero(const void* area, std::size_t size) {
 }
 
 }  // namespace
+
+void Unmap::operator()(unsigned char* bytes) const {
+  munmap(bytes + size - ReadableSize(size), ReadableSize(size) + kPage);
+}
 
 Double& TheDouble() {
   static Double* const the_double = [] {
@@ -237,14 +255,16 @@ int double_add_switch(const char* alias, const char* class_name, const void* id,
   auto& added = switches.emplace_back();
   added.alias = alias;
   added.class_name = class_name;
-  added.id.reset(new char[id_size < 64 ? 64 : id_size + 1]());
-  std::memcpy(added.id.get(), id, id_size);
+  constexpr std::size_t kReadable = 64;
+  std::string identifier(static_cast<const char*>(id), id_size);
+  identifier.resize(std::max(id_size, kReadable));
+  added.id = AtPageEnd(identifier.data(), identifier.size());
   return static_cast<int>(switches.size() - 1);
 }
 
 void double_add_property(int dvs, int global, const char* name, const void* value, size_t size) {
   auto& owner = TheDouble().switches.at(static_cast<std::size_t>(dvs));
-  (global ? owner.global : owner.host).push_back({name, Exactly(value, size), static_cast<std::uint32_t>(size)});
+  (global ? owner.global : owner.host).push_back({name, AtPageEnd(value, size), static_cast<std::uint32_t>(size)});
 }
 
 void double_visit_all(int on) { TheDouble().visit_all = on != 0; }

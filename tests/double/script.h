@@ -26,15 +26,22 @@ struct Script {
   std::unique_ptr<Answer> standing;
 };
 
+// Bytes that end at the end of a page, with a page behind them that cannot be read.
+struct Unmap {
+  std::size_t size = 0;
+  void operator()(unsigned char* bytes) const;
+};
+using PageEnd = std::unique_ptr<unsigned char, Unmap>;
+
 struct Property {
   std::string name;
-  std::unique_ptr<unsigned char[]> value;  // exactly `size` bytes
+  PageEnd value;
   std::uint32_t size;
 };
 
 struct Switch {
   std::string alias, class_name;
-  std::unique_ptr<char[]> id;
+  PageEnd id;
   std::deque<Property> host, global;  // a deque: handles stay valid
 };
 

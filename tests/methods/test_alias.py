@@ -127,12 +127,32 @@ def test_portset_name_is_filled_up_with_nuls_and_unterminated_from_128_bytes(res
     double.add_switch("dvs-1", id=name if source == "identifier" else "id-1",
                       host={PORTSET: name + b"\0"} if source == "portset" else {},
                       global_={ALIAS: name + b"\0"} if source == "alias" else {})
-    assert resolve("DVSAliasToPortsetName", b"dvs-1") == (0, name[:128].ljust(128, b"\0"))
+    expected = name[:64] if source == "identifier" else name[:128]  # an identifier has 64 bytes, whether or not a NUL
+    assert resolve("DVSAliasToPortsetName", b"dvs-1") == (0, expected.ljust(128, b"\0"))
 
 
 def test_what_follows_the_end_of_a_portset_name_is_not_copied(resolve, double):
     double.add_switch("dvs-1", host={PORTSET: b"portset\0tail\0"})
     assert resolve("DVSAliasToPortsetName", b"dvs-1") == filled_up(b"portset")
+
+
+@pytest.mark.parametrize("source", ["portset", "alias"])
+@pytest.mark.parametrize("length", [1, 126, 127, 128, 129, 300])
+def test_property_text_without_nul_ends_where_the_property_does(resolve, double, source, length):
+    name = bytes(1 + i % 255 for i in range(length))
+    double.add_switch("dvs-1", host={PORTSET: name} if source == "portset" else {}, global_={ALIAS: name})
+    assert resolve("DVSAliasToPortsetName", b"dvs-1") == (0, name[:128].ljust(128, b"\0"))
+
+
+@pytest.mark.parametrize("length, text", [
+    (1, b"p"), (7, b"portset"), (8, b"portset-"), (9, b"portset-1"), (10, b"portset-1"),
+    (0xFFFFFFFF, b"portset-1"),  # the NUL comes first
+    (0, b"portset-1"),  # a length of 0 says nothing of a text that is there
+])
+def test_property_text_ends_at_its_nul_or_at_the_reported_length(resolve, double, length, text):
+    double.add_switch("dvs-1", host={PORTSET: "portset-1"})
+    double.answer("DVSData_Data", length=length)
+    assert resolve("DVSAliasToPortsetName", b"dvs-1") == filled_up(text)
 
 
 # A portset name to an alias
@@ -182,6 +202,38 @@ def test_alias_of_a_portset_name(resolve, double):
 def test_prefix_match(resolve, double, portset, wanted, matches):
     double.add_switch("dvs-1", host={PORTSET: portset}, global_={ALIAS: "alias-1"})
     assert resolve("DVSPortsetNameToAlias", wanted) == filled_up(b"alias-1" if matches else b"")
+
+
+@pytest.mark.parametrize("portset, wanted, matches", [
+    (b"portset-1", b"portset-10", True),
+    (b"portset-10", b"portset-1", False),
+    (b"portset-1", b"portset-2", False),
+    (b"x" * 300, b"x" * 301, True),
+])
+def test_prefix_match_of_a_portset_name_without_nul(resolve, double, portset, wanted, matches):
+    double.add_switch("dvs-1", host={PORTSET: portset}, global_={ALIAS: b"alias-1"})
+    assert resolve("DVSPortsetNameToAlias", wanted) == filled_up(b"alias-1" if matches else b"")
+
+
+def test_prefix_match_is_over_the_reported_length(resolve, double):
+    double.add_switch("dvs-1", host={PORTSET: "portset-1"}, global_={ALIAS: "alias-1"})
+    double.answer("DVSData_Data", length=7)
+    assert resolve("DVSPortsetNameToAlias", b"portset-2") == filled_up(b"alias-1")
+
+
+@pytest.mark.parametrize("length", [1, 127, 128, 129, 300])
+def test_long_alias_without_nul_is_cut_at_128(resolve, double, length):
+    alias = bytes(1 + i % 255 for i in range(length))
+    double.add_switch("dvs-1", host={PORTSET: "portset-1"}, global_={ALIAS: alias})
+    assert resolve("DVSPortsetNameToAlias", b"portset-1") == (0, alias[:128].ljust(128, b"\0"))
+
+
+@pytest.mark.parametrize("length", [64, 65, 200])
+def test_identifier_of_64_bytes_without_nul_is_looked_up_whole(resolve, double, length):
+    identifier = bytes(1 + i % 255 for i in range(length))
+    double.add_switch("dvs-1", id=identifier, host={PORTSET: "portset-1"}, global_={ALIAS: "alias-1"})
+    assert resolve("DVSPortsetNameToAlias", b"portset-1") == filled_up(b"alias-1")
+    assert resolve("DVSAliasToPortsetName", b"dvs-1") == filled_up(b"portset-1")
 
 
 @pytest.mark.parametrize("length", [1, 127, 128, 129, 300])

@@ -166,10 +166,18 @@ def test_searches_do_not_remember_each_other(ryn, double):
 
 def test_property_without_a_name_or_without_bytes(ryn, double):
     double.add_switch("dvs-1", global_={MARKER: "false"})
-    double.answer("DVSData_Data", status=1)
-    assert run(ryn.InitMbufFastslabs) == Outcome(True)  # as a value of length 0
+    double.answer("DVSData_Data", status=1, length=0)
+    assert run(ryn.InitMbufFastslabs) == Outcome(True)  # an empty value
     double.answer("DVSData_Name", status=1)
     assert run(ryn.InitMbufFastslabs) == Outcome(None)
+
+
+@pytest.mark.parametrize("length", [1, 4, 5, 0xFFFFFFFF])
+def test_marker_whose_value_is_null_in_spite_of_its_length_is_not_served(ryn, double, length):
+    double.add_switch("dvs-1", global_={MARKER: "true"})
+    double.answer("DVSData_Data", status=1, length=length)
+    assert run(ryn.InitMbufFastslabs) == Outcome(None)
+    assert "Ryn_Init_Mbuf_Fastslabs" not in double.ops()
 
 
 @pytest.mark.parametrize("arguments", [(), (1,), ("x", None, [])])

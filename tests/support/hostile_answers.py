@@ -52,6 +52,17 @@ class Response:
         noise = random.Random(self.op).randbytes(self.size)
         return {"zeros": self.zeros(), "ones": Bytes(b"\xff" * self.size), "noise": Bytes(noise)}
 
+    def largest(self) -> Iterator[Bytes]:
+        """Each fill with as much of everything as there is room for, and each count alone at its room on it."""
+        for area in self.fills().values():
+            for alone in self.fields:
+                only = Bytes(area)
+                alone.put(only, alone.room)
+                yield only
+            for all_fields in self.fields:
+                all_fields.put(area, all_fields.room)
+            yield area
+
     def zeros(self) -> Bytes:
         """All that holds fields: the module's areas are zeroed, and a large one takes long to copy."""
         return Bytes(min(self.size, 4096))

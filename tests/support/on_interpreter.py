@@ -8,6 +8,7 @@ from __future__ import annotations
 import sys
 
 import allocations
+import conversions
 import harness
 import hostile_objects
 from failing_calls import fail_each_call, load_faults
@@ -33,6 +34,7 @@ def check() -> None:
     faults = load_faults(double)
     faults.bind(_libryn.__file__)
     points = sum(fail_each_call(_libryn, double, faults, method) for method in METHODS)
+    conversions.check(_libryn, double)
     print(f"{sys.version.split()[0]}: {outcomes} outcomes, {points} failing calls")
     allocations.sweep()
     hostile_objects.attack()
