@@ -2,6 +2,7 @@
 
 #include "host/read/balancer.h"
 #include "host/change/datapath.h"
+#include "host/figures.h"
 #include "host/names.h"
 #include "host/operations.h"
 #include "ryn/_core/platform.h"
@@ -91,6 +92,35 @@ PyObject* Snapshot(PyObject* self, PyObject* const* values, Py_ssize_t count) {
       });
 }
 
+// ---- Figures ------------------------------------------------------------------------------------------------------
+
+Ref PortFiguresOf(const LBPortStats& stats, std::size_t port) {
+  const LBPortRecord& record = stats.ports[port];
+  const PortFigures figures = FiguresOf(record, stats.cores);
+  const std::uint64_t numbers[] = {port, record.p0, record.p1, record.cores[0], record.cores[1]};
+  return RecordOf(RecordTypeOf(kBalancerPort), std::size(numbers) + std::size(figures.values), [&](std::size_t i) {
+    return Int(i < std::size(numbers) ? numbers[i] : figures.values[i - std::size(numbers)]);
+  });
+}
+
+Ref CoreFiguresOf(const LBPortStats& stats, std::size_t core) {
+  const CoreFigures figures = FiguresOf(stats.cores[core]);
+  return Record(RecordTypeOf(kBalancerCore), Int(core), Int(figures.values[0]), Int(figures.values[1]));
+}
+
+PyObject* Figures(PyObject* self, PyObject* const* values, Py_ssize_t count) {
+  std::uint32_t dvs;
+  if (!ReadArguments("balancer_port_stats", values, count, Switch(&dvs)))
+    return nullptr;
+  return Get<LBPortStats>(
+      self, Operation(kDumpLBPortStats, dvs), [=](LBPortStats* stats) { return DumpLBPortStats(dvs, stats); },
+      [](const LBPortStats& stats) {
+        const Ref ports = Tuple(kMaxStatsPorts, [&](std::size_t i) { return PortFiguresOf(stats, i); });
+        const Ref cores = Tuple(kMaxStatsCores, [&](std::size_t i) { return CoreFiguresOf(stats, i); });
+        return Ref(ports && cores ? PyTuple_Pack(2, ports.get(), cores.get()) : nullptr);
+      });
+}
+
 // ---- What runs ----------------------------------------------------------------------------------------------------
 
 // The datapath's name of a switch, cut to its 128 bytes.
@@ -168,6 +198,8 @@ PyMethodDef balancer_methods[] = {
     Row("reset_weights", ResetWeights, "reset_weights($self, /)\n--\n\nSets them to the datapath's defaults."),
     Row("balancer_snapshot", Snapshot,
         "balancer_snapshot($self, switch, /)\n--\n\nTuples of BalancerGroup and of BalancerVertex."),
+    Row("balancer_port_stats", Figures,
+        "balancer_port_stats($self, switch, /)\n--\n\nTuples of 128 BalancerPort and of 64 BalancerCore."),
     Row("running_options", RunningOptions,
         "running_options($self, portset, /)\n--\n\nMetric, high and low threshold, pause difference and sensitivity."),
     Row("running_numa_teaming", RunningNumaTeaming,

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "host/read/flows.h"
+#include "host/walks.h"
 #include "ryn/_core/values.h"
 
 namespace ryn {

@@ -19,7 +19,7 @@ timespec Now() {
   return now;
 }
 
-// To a few milliseconds, for a fifth of the price: an operation may take less than asking for the exact time.
+// To a few milliseconds, for a fifth of the price: an operation may take no longer than asking for the exact time.
 timespec RoughlyNow() {
   timespec now;
   clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
@@ -130,7 +130,7 @@ bool Line::Enter(const Operation& operation) {
   Lock();
   if (job_) {
     job_->operation = &operation;
-    job_->since = RoughlyNow();
+    job_->since = Now();
   }
   while (turn.taken && !turn.given_up && !(job_ && job_->given_up)) {
     if (job_) {
@@ -170,7 +170,7 @@ void Line::Leave() {
   turn.job = nullptr;
   if (job_) {
     job_->operation = nullptr;
-    job_->since = RoughlyNow();
+    job_->since = Now();
   }
   Tell();
 }
@@ -239,7 +239,7 @@ bool StartWorker(Job* job) {
 
 bool HandOver(Job* job) {
   Lock();
-  job->since = RoughlyNow();
+  job->since = Now();
   Worker* const worker = turn.idle;
   if (worker) {
     turn.idle = worker->next;
@@ -258,14 +258,14 @@ void GiveUp(Job* job) {
   Tell();
 }
 
-// With the mutex held.
-void CopyTimeout(Job* job, Failure* failure) {
-  if (turn.taken)
-    return CopyOut(failure, turn.job == job || !job->operation ? nullptr : job->operation->name);
-  failure->kind = Failure::Kind::kOut;  // no operation is out: the worker has not come to it
+// With the mutex held: the job's operation has not returned in time, or another one keeps it waiting.
+void CopyTimeout(Job* job, double timeout, Failure* failure) {
+  if (turn.taken && turn.job != job)
+    return CopyOut(failure, job->operation ? job->operation->name : "the operation");
+  failure->kind = Failure::Kind::kOut;
+  failure->seconds = timeout;
   if (job->operation)
     failure->out.CopyFrom(*job->operation);
-  failure->seconds = Between(job->since, Now());
 }
 
 }  // namespace
@@ -284,7 +284,7 @@ void WaitFor(Job* job, double timeout, Failure* failure) {
     const timespec now = Now();
     const double left = timeout - Between(job->since, now);
     if (left <= 0) {
-      CopyTimeout(job, failure);
+      CopyTimeout(job, timeout, failure);
       GiveUp(job);
       PyEval_RestoreThread(state);
       return;

@@ -9,10 +9,10 @@
 class Call {
  public:
   Call(const char* operation, Script& script) : recording_(TheDouble().recording), answer_(script.standing.get()) {
-    if (recording_)
-      RecordOperation(operation);
     if (!script.counted.empty())
       NextOf(script);
+    if (recording_)
+      RecordOperation(operation);
   }
   ~Call() {
     if (recording_)

@@ -30,6 +30,10 @@ typedef struct DoubleAnswer {
 void double_reset(void);
 void double_answer(const char* operation, const DoubleAnswer* answer);
 
+// The next call of the operation that no counted answer is left for writes a byte to `entered`, then waits until it can
+// read one from `go_on`, or finds its end. It is answered and recorded after that.
+void double_hold(const char* operation, int entered, int go_on);
+
 // While recording is off, an operation allocates nothing but the blocks that it hands out.
 void double_recording(int on);
 

@@ -1,6 +1,7 @@
 #include "script.h"
 
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -114,14 +115,31 @@ void Call::RecordOperation(const char* operation) {
 
 void Call::RecordEnd() { TheDouble().calls += "}}\n"; }
 
+namespace {
+
+void Hold(int entered, int go_on) {
+  char byte = 0;
+  if (write(entered, &byte, 1) != 1 || read(go_on, &byte, 1) < 0)
+    std::abort();
+}
+
+}  // namespace
+
 void Call::NextOf(Script& script) {
   auto& counted = script.counted;
   while (!counted.empty() && counted.front().left == 0)  // kept until now because its last call used it
     counted.pop_front();
-  if (!counted.empty()) {
-    --counted.front().left;
-    answer_ = &counted.front().answer;
+  if (counted.empty())
+    return;
+  if (counted.front().entered >= 0) {
+    const auto [answer, left, entered, go_on] = std::move(counted.front());
+    counted.pop_front();
+    Hold(entered, go_on);
+    answer_ = script.standing.get();
+    return NextOf(script);
   }
+  --counted.front().left;
+  answer_ = &counted.front().answer;
 }
 
 void Call::Name(const char* name) {
@@ -244,6 +262,10 @@ void double_answer(const char* operation, const DoubleAnswer* answer) {
     script.standing = std::make_unique<Answer>(std::move(made));
   else
     script.counted.push_back({std::move(made), answer->times});
+}
+
+void double_hold(const char* operation, int entered, int go_on) {
+  TheDouble().scripts[operation].counted.push_back({{}, 1, entered, go_on});
 }
 
 void double_recording(int on) { TheDouble().recording = on != 0; }

@@ -21,6 +21,8 @@ struct Script {
   struct Counted {
     Answer answer;
     std::int32_t left;
+    int entered = -1;  // not -1: tells here that it was called,
+    int go_on = -1;    // and waits here, before the next answer is taken
   };
   std::deque<Counted> counted;
   std::unique_ptr<Answer> standing;

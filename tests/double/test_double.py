@@ -2,6 +2,7 @@
 
 import ctypes
 import re
+import threading
 from pathlib import Path
 
 import pytest
@@ -169,3 +170,19 @@ def test_areas_do_not_grow():
     with pytest.raises(AssertionError):
         Bytes(4).u32(1, 1)
     assert Bytes(8).u16(2, 0x0201).text(4, "ab") == b"\0\0\1\2ab\0\0"
+
+
+def test_held_call_waits_and_is_answered_then(operations, double):
+    double.answer("Ryn_Reset_Port", status=7)
+    double.answer("Ryn_Reset_Port", status=5, times=1)
+    held = double.hold("Ryn_Reset_Port")
+    answers = []
+    assert operations.Ryn_Reset_Port(1, 2) == 5  # counted answers come in the order in which they were scripted
+    thread = threading.Thread(target=lambda: answers.append(operations.Ryn_Reset_Port(3, 4)))
+    thread.start()
+    held.wait()
+    assert answers == [] and double.calls() == [Call("Ryn_Reset_Port", swID=1, rynPortID=2)]
+    held.release()
+    thread.join()
+    assert answers == [7] and double.calls()[1:] == [Call("Ryn_Reset_Port", swID=3, rynPortID=4)]
+    held.close()

@@ -254,6 +254,24 @@ def _recorded(value: Any) -> Any:
     return value
 
 
+class Held:
+    """A call that waits inside the platform."""
+
+    def __init__(self) -> None:
+        self.entered, self.go_on = os.pipe(), os.pipe()
+
+    def wait(self) -> None:
+        """Returns when the operation has been called. Lets go of the interpreter lock meanwhile."""
+        assert os.read(self.entered[0], 1) == b"\0"
+
+    def release(self) -> None:
+        os.write(self.go_on[1], b"\0")
+
+    def close(self) -> None:
+        for descriptor in (*self.entered, *self.go_on):
+            os.close(descriptor)
+
+
 class Double:
     """The control side of the platform double in Python; tests/double/double.h tells more."""
 
@@ -282,6 +300,12 @@ class Double:
         data = None if area is None else bytes(area)
         self._ryn.double_answer(op.encode(), ctypes.byref(_Answer(
             status, -1 if times is None else times, data, len(data or b""), -1 if length is None else length, overrun)))
+
+    def hold(self, op: str) -> Held:
+        """Lets the next call of the operation wait until it is told to go on."""
+        held = Held()
+        self._ryn.double_hold(op.encode(), held.entered[1], held.go_on[0])
+        return held
 
     def calls(self) -> list[Call]:
         return [Call(call["op"], **{name: _recorded(value) for name, value in call["args"].items()})
