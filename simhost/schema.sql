@@ -9,8 +9,8 @@
 --   * a new store is made by running this file and then plain INSERTs, in journal mode WAL, under a temporary name that
 --     is linked to the final name when it is complete;
 --   * a store in use is changed through the stand-ins' Apply (session.h), which closes the segment, runs the statements
---     and commits, or changes nothing and answers a status other than 0. `fault` and `log` may be written directly, they
---     bear on no count.
+--     and commits, or changes nothing and answers a status other than 0. `fault` and `log` may be written directly,
+--     they bear on no count.
 --
 -- Times ending in _ms are host time in milliseconds: the host's clock starts at 0 when it boots. Numbers that a C
 -- program holds as uint64_t stand here as the signed number of the same 64 bits.
@@ -375,7 +375,7 @@ CREATE TABLE conversation (
     start_ms             INTEGER NOT NULL DEFAULT 0 CHECK (start_ms BETWEEN 0 AND 4611686018427),
     -- in host time
     stop_ms              INTEGER CHECK (stop_ms BETWEEN 0 AND 4611686018427),
-    -- further actions of its flows, named as in the flow table's text (DP for the valid dp value), or bit numbers
+    -- further actions of its flows, named as in the flow table's text (DP for the valid dp value), or bits
     actions              INTEGER NOT NULL DEFAULT 0 CHECK (actions BETWEEN 0 AND 4294967295),
     -- routers on its way
     vdr                  INTEGER NOT NULL DEFAULT 0 CHECK (vdr BETWEEN 0 AND 12),

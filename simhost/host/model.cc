@@ -57,6 +57,7 @@ void LoadHardware(Store& store, Model& model) {
 }
 
 void LoadSwitches(Store& store, Model& model) {
+  ForEach<DvsRow>(store, [](const DvsRow&, const RowReader&) {});  // read for its checks: those without a datapath too
   ForEach<Switch>(store, [&](Switch& sw, const RowReader&) {
     sw.balancer = {sw.lb_metric, sw.lb_high, sw.lb_low, sw.lb_pause, sw.lb_sensitivity};
     sw.own_mac_limit = sw.mac_limit;
@@ -110,9 +111,9 @@ void LoadPorts(Store& store, Model& model) {
     if (port.nic_name) {
       port.nic = model.FindNic(*port.nic_name);
       if (port.nic < 0)
-        reader.Refuse("nic", "is \"" + *port.nic_name + "\", which the host does not have");
+        reader.Refuse("nic", "is \"" + Printable(*port.nic_name) + "\", which the host does not have");
       if (used[Index(port.nic)])
-        reader.Refuse("nic", "is \"" + *port.nic_name + "\", which is another port's already");
+        reader.Refuse("nic", "is \"" + Printable(*port.nic_name) + "\", which is another port's already");
       used[Index(port.nic)] = true;
     }
     if (port.IsUplink() != port.nic_name.has_value())
@@ -306,7 +307,7 @@ void LoadEvents(Store& store, Model& model) {
     const auto rule = std::find_if(kEventRules.begin(), kEventRules.end(),
                                    [&](const EventRule& candidate) { return candidate.name == event.kind; });
     if (!HasTarget(model, *rule, event.target))
-      reader.Refuse("target", "is \"" + event.target + "\", which " + event.kind + " cannot happen to here");
+      reader.Refuse("target", "is \"" + Printable(event.target) + "\", which " + event.kind + " cannot happen to here");
     if (event.value && (*event.value < rule->low || *event.value > rule->high))
       reader.Refuse("value", "is " + std::to_string(*event.value) + ", which means nothing to " + event.kind);
     if (event.until_ms && *event.until_ms <= event.from_ms)

@@ -1,5 +1,7 @@
 #include "simhost/host/row_reader.h"
 
+#include <cstdio>
+
 namespace simhost {
 
 namespace {
@@ -25,10 +27,21 @@ std::string Range(std::int64_t low, std::int64_t high) {
 
 }  // namespace
 
+std::string Printable(std::string_view text) {
+  constexpr std::size_t kMost = 60;
+  std::string shown;
+  for (const char c : text.substr(0, kMost)) {
+    char escaped[8];
+    std::snprintf(escaped, sizeof escaped, c >= ' ' && c <= '~' ? "%c" : "\\x%02x", static_cast<unsigned char>(c));
+    shown += escaped;
+  }
+  return text.size() > kMost ? shown + "..." : shown;
+}
+
 void RowReader::Refuse(const char* column, const std::string& what) const {
   std::string row;
   for (int key = 0; key < keys_; ++key)
-    row += (row.empty() ? " " : "/") + statement_.Text(key);
+    row += (row.empty() ? " " : "/") + Printable(statement_.Text(key));
   throw StoreError(std::string(table_) + row + ": " + column + " " + what);
 }
 
@@ -61,7 +74,7 @@ void RowReader::Choice(const char* column, std::initializer_list<std::string_vie
   Expect(column, SQLITE_TEXT);
   field = statement_.Text(next_);
   if (std::find(choices.begin(), choices.end(), field) == choices.end())
-    Refuse(column, "is \"" + field + "\", which is not known");
+    Refuse(column, "is \"" + Printable(field) + "\", which is not known");
   ++next_;
 }
 

@@ -18,6 +18,9 @@ namespace simhost {
 
 using Mac = std::array<std::uint8_t, 6>;
 
+// What a store has, as it may stand in a message: cut to 60 bytes, those that are not printable as \xNN.
+std::string Printable(std::string_view text);
+
 class RowReader {
  public:
   // keys: so many columns, the first ones, say which row it is.
@@ -61,7 +64,7 @@ class RowReader {
       Bytes(column, low, high, field.emplace());
   }
 
-  // Ends the reading with a StoreError: the column of this row cannot be so.
+  // Ends the reading with a StoreError: the column of this row cannot be so. `what` is printable.
   [[noreturn]] void Refuse(const char* column, const std::string& what) const;
 
  private:

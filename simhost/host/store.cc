@@ -23,6 +23,14 @@ std::string Environment(const char* name) {
   return value != nullptr ? value : "";
 }
 
+// As the tool has it: no path, so that a name leads out of no folder.
+bool IsHostName(std::string_view name) {
+  constexpr std::string_view kLetters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+  constexpr std::string_view kAll = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-";
+  return !name.empty() && name.size() <= 63 && kLetters.find(name[0]) != std::string_view::npos &&
+         name.find_first_not_of(kAll) == std::string_view::npos;
+}
+
 [[noreturn]] void Fail(const std::string& path, const std::string& reason) { throw StoreError(path + ": " + reason); }
 
 }  // namespace
@@ -96,10 +104,19 @@ std::string Store::Locate() {
   if (std::string path = Environment("RYN_SIM_STATE"); !path.empty())
     return path;
   std::string folder = Environment("XDG_STATE_HOME");
-  if (folder.empty() || folder[0] != '/')
-    folder = Environment("HOME") + "/.local/state";
-  const std::string name = Environment("RYN_SIM_HOST");
-  return folder + "/ryn-sim/" + (name.empty() ? "default" : name) + ".db";
+  if (folder.empty() || folder[0] != '/') {
+    folder = Environment("HOME");
+    if (folder.empty() || folder[0] != '/')
+      throw StoreError("neither XDG_STATE_HOME nor HOME names a folder to keep hosts in");
+    folder += "/.local/state";
+  }
+  std::string name = Environment("RYN_SIM_HOST");
+  if (name.empty())
+    name = "default";
+  if (!IsHostName(name))
+    throw StoreError("RYN_SIM_HOST: \"" + Printable(name) +
+                     "\" is not a name for a host: expected up to 63 letters, digits, dots, hyphens and underscores");
+  return folder + "/ryn-sim/" + name + ".db";
 }
 
 Store::Store(std::string path) : path_(std::move(path)) {
@@ -117,7 +134,7 @@ Store::Store(std::string path) : path_(std::move(path)) {
     Statement version = Prepare("PRAGMA user_version");
     version.Step();
     if (version.Int(0) != kSchemaVersion)
-      throw StoreError("is not a store of this version of the simulated host");
+      throw StoreError("is not a store of this version of the simulated host; make it anew with: ryn-sim init --force");
     version_ = std::make_unique<Statement>(db, "PRAGMA data_version");
   } catch (const StoreError& error) {
     Fail(path_, error.what());
@@ -139,10 +156,9 @@ void Store::Create(const std::string& path) {
     std::filesystem::create_directories(folder, code);
 
   std::string temporary = path + ".XXXXXX";
-  const int descriptor = mkstemp(temporary.data());
+  const int descriptor = mkstemp(temporary.data());  // 0600, less what the umask takes
   if (descriptor < 0)
     Fail(path, std::strerror(errno));
-  (void)fchmod(descriptor, 0644);
   close(descriptor);
 
   std::string reason;

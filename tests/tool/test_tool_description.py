@@ -3,9 +3,9 @@
 import textwrap
 
 import pytest
-from simtool import PROFILES, ROOT
 from ryn_sim import hosts
 from ryn_sim.errors import BadInput
+from simtool import PROFILES, ROOT
 
 HEAD = "host: h\nnuma: [{lcores: [0, 1]}]\n"
 SWITCH = HEAD + "nics: {n0: {numa: 0}}\nswitches: [{alias: s, uplinks: [n0]}]\n"
@@ -55,7 +55,10 @@ PORT = SWITCH + "ports: [{switch: s, vm: a}, {switch: s, vm: b}]\n"
         (SWITCH + "ports: [{switch: s, count: 2, vm: x}]\n", "ports[0].vm: expected a name with {n} in it"),
         (SWITCH + "ports: [{switch: s, mac: 0:1}]\n", "ports[0].mac: expected a MAC address such as"),
         (SWITCH + "ports: [{switch: s, core: 7}]\n", "ports[0].core: there is no core 7"),
-        (SWITCH + "ports: [{switch: s, vlans: [9-5]}]\n", "ports[0].vlans[0]: expected a VLAN, or a range within 0 to 4095"),
+        (
+            SWITCH + "ports: [{switch: s, vlans: [9-5]}]\n",
+            "ports[0].vlans[0]: expected a VLAN, or a range within 0 to 4095",
+        ),
         (SWITCH + "ports: [{switch: s, teaming: {type: LAG, uplinks: [n1]}}]\n", '"s" has no uplink "n1"'),
         (PORT + "traffic: [{from: c, to: uplink, pps: 1}]\n", '6: traffic[0].from: there is no port "c"'),
         (PORT + "traffic: [{from: a, to: c*, pps: 1}]\n", '6: traffic[0].to: there is no port "c*"'),

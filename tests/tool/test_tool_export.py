@@ -7,13 +7,13 @@ import sqlite3
 
 import pytest
 from hostile_answers import SOAK
-from simtool import PROFILES, ROOT
 from hypothesis import HealthCheck, given, settings
 from hypothesis import strategies as st
 from ryn_sim import export, hosts, names, store
 from ryn_sim.compile import sql
 from ryn_sim.members import COLUMNS
 from ryn_sim.yaml_text import to_yaml
+from simtool import PROFILES, ROOT
 
 SCHEMA = (ROOT / "simhost" / "schema.sql").read_text()
 NAMES = sorted(file.stem for file in PROFILES.glob("*.yaml"))

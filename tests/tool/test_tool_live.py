@@ -8,8 +8,8 @@ import subprocess
 import sys
 import time
 
-import pytest
 import demo_page
+import pytest
 from simtool import ROOT, Sim
 
 

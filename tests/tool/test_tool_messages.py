@@ -7,8 +7,8 @@ import re
 import shutil
 
 import pytest
-from simtool import ROOT, Sim
 from ryn_sim import cli, names
+from simtool import ROOT, Sim
 
 NOT_FOUND = 0x0BAD0003
 STATUSES = (1, 0x0BAD0001, NOT_FOUND, 0x0BAD0007, 0xFFFFFFFF)
@@ -48,8 +48,11 @@ FAILURES = [
     ("Ryn_Get_FPO_Stats", "GetFPOStats(0, ())", "Failed to retrieve flow stats.\n"),
     ("Ryn_Get_FPO_Uplink_Status", "GetFPOUplinkStatus(0, 0)", "Failed to get FPO uplink status.\n"),
     ("Ryn_Get_Port_Tx_Uplink", "GetPortTxUplink(0, 2)", "Failed to get port TX uplink.\n"),
-    ("Ryn_Set_Port_Tx_Uplink", "SetPortTxUplink(0, 2, {'txType': 'LAG', 'txUplinks': []})",
-     "Failed to set port TX uplink.\n"),
+    (
+        "Ryn_Set_Port_Tx_Uplink",
+        "SetPortTxUplink(0, 2, {'txType': 'LAG', 'txUplinks': []})",
+        "Failed to set port TX uplink.\n",
+    ),
     ("Ryn_Get_Mirror_Conf", "GetMirrorConf(0)", "Failed to Get port mirror conf.\n"),
     ("Ryn_Get_Uplink_Priv_Stats_Len", "GetUplinkStats(0, 0)", ""),  # the private text is then left out
     ("Ryn_Get_Uplink_Priv_Stats", "GetUplinkStats(0, 0)", "Failed to get private stats.\n"),
@@ -63,8 +66,7 @@ FAILURES = [
     ("Ryn_List_Dev_Affinity", "ListDevAffinity()", "ValueError: Failed to list device affinity.\n"),
     ("Ryn_Set_Dev_Affinity", "SetDevAffinity('lunic0', 0)", "ValueError: Failed to set device affinity.\n"),
     ("Ryn_GetLBWeights", "GetLBWeights()", "ValueError: Failed to get LB weight parameters.\n"),
-    ("Ryn_GetLBWeights", "SetLBWeights(1, 1, 1, 1, 1, 1, 1, -1)",
-     "ValueError: Failed to get LB weight parameters.\n"),
+    ("Ryn_GetLBWeights", "SetLBWeights(1, 1, 1, 1, 1, 1, 1, -1)", "ValueError: Failed to get LB weight parameters.\n"),
     ("Ryn_SetLBWeights", "SetLBWeights(1, 1, 1, 1, 1, 1, 1, 1)", "ValueError: Failed to set LB weight.\n"),
     ("Ryn_ResetLBWeights", "ResetLBWeights()", "ValueError: Failed to reset load balancer weights.\n"),
     ("Ryn_GetCurrentLBData", "GetLBParams('dvs-1')", ""),
@@ -82,10 +84,16 @@ FAILURES = [
     ("DVSQOB_HostPropSet", "SetLBParams('dvs-1', 60, 40, 1, 1)", f"Failed to set DVS property {LOADBAL}\n"),
     ("DVSQOB_HostPropSet", "SetSwitchNUMATeam('dvs-1', 1)", f"Failed to set DVS property {TEAMING}\n"),
     ("DVSQOB_HostPropSet", "SetSwitchBurstSize('dvs-1', 1)", f"Failed to set DVS property {BURST}\n"),
-    ("DVSQOB_PortDataGet", f"GetUplinkRingSize('{SWITCH_ID}', '1000')",
-     "ValueError: Failed to read property data length.\n"),
-    ("DVSQOB_PortDataSet", f"SetUplinkRingSize('{SWITCH_ID}', '1000', 32, 32)",
-     "ValueError: Failed to set port property.\n"),
+    (
+        "DVSQOB_PortDataGet",
+        f"GetUplinkRingSize('{SWITCH_ID}', '1000')",
+        "ValueError: Failed to read property data length.\n",
+    ),
+    (
+        "DVSQOB_PortDataSet",
+        f"SetUplinkRingSize('{SWITCH_ID}', '1000', 32, 32)",
+        "ValueError: Failed to set port property.\n",
+    ),
 ]
 # That a property is not there is no failure.
 NO_FAILURE = {"DVSQOB_HostPropGet", "DVSQOB_PortDataGet"}
@@ -191,12 +199,23 @@ def test_a_switch_without_a_portset_name(host):
     assert outcomes(host, "GetSwitchBurstSize('dvs-1')")[0][1] == message
 
 
-@pytest.mark.parametrize("key, size, calls", [
-    (LOADBAL, 24, ("GetLBParams('dvs-1')", "GetLBAlgorithm('dvs-1')", "SetLBParams('dvs-1', 1, 1, 1, 1)",
-                   "SetLBAlgorithm('dvs-1', 'cpu')")),
-    (TEAMING, 5, ("GetSwitchNUMATeam('dvs-1')",)),
-    (BURST, 8, ("GetSwitchBurstSize('dvs-1')",)),
-])
+@pytest.mark.parametrize(
+    "key, size, calls",
+    [
+        (
+            LOADBAL,
+            24,
+            (
+                "GetLBParams('dvs-1')",
+                "GetLBAlgorithm('dvs-1')",
+                "SetLBParams('dvs-1', 1, 1, 1, 1)",
+                "SetLBAlgorithm('dvs-1', 'cpu')",
+            ),
+        ),
+        (TEAMING, 5, ("GetSwitchNUMATeam('dvs-1')",)),
+        (BURST, 8, ("GetSwitchBurstSize('dvs-1')",)),
+    ],
+)
 def test_malformed_properties(host, key, size, calls):
     for value, message in (
         ("01" + "00" * (size - 1), f"Format of property {key} value is from unknown version.\n"),
@@ -211,14 +230,18 @@ def test_malformed_single_values(host):
     assert outcomes(host, "GetFPOEnabled('dvs-1')") == [[None, f"Format of property {FPO} is invalid\n"]]
     tool(host, "set", f"switches.dvs-1.properties.ports={{'1000': {{{RING}: 'hex:00'}}}}")
     assert outcomes(host, f"GetUplinkRingSize('{SWITCH_ID}', '1000')") == [
-        [None, "ValueError: Invalid property data length.\n"]]
+        [None, "ValueError: Invalid property data length.\n"]
+    ]
 
 
-@pytest.mark.parametrize("operation, call, corrupt, message", [
-    ("Ryn_Dump_Flow_Table", "DumpFlowTable(0, 1, 0, 0)", "ones", "Invalid response returned.\n"),
-    ("Ryn_Get_Mirror_Conf", "GetMirrorConf(0)", "ones", "Invalid response returned.\n"),
-    ("Ryn_Get_Port_NetQ_Info", "GetPortNetQInfo(0, 0)", "ones", "Invalid response returned.\n"),
-])
+@pytest.mark.parametrize(
+    "operation, call, corrupt, message",
+    [
+        ("Ryn_Dump_Flow_Table", "DumpFlowTable(0, 1, 0, 0)", "ones", "Invalid response returned.\n"),
+        ("Ryn_Get_Mirror_Conf", "GetMirrorConf(0)", "ones", "Invalid response returned.\n"),
+        ("Ryn_Get_Port_NetQ_Info", "GetPortNetQInfo(0, 0)", "ones", "Invalid response returned.\n"),
+    ],
+)
 def test_answers_that_cannot_be(host, operation, call, corrupt, message):
     tool(host, "fault", "add", operation, "--corrupt", corrupt)
     assert outcomes(host, call) == [[None, message]]

@@ -6,12 +6,12 @@ import random
 import sqlite3
 
 import pytest
-from simtool import PROFILES, ROOT
 from ryn_sim import hosts
 from ryn_sim.compile import sql
 from ryn_sim.document import Document
 from ryn_sim.errors import BadInput
 from ryn_sim.yaml_text import to_yaml
+from simtool import PROFILES, ROOT
 
 SCHEMA = (ROOT / "simhost" / "schema.sql").read_text()
 ODD = [

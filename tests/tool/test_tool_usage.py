@@ -134,6 +134,18 @@ def test_a_folder_that_cannot_be_made_is_named(sim, tmp_path):
     assert str(tmp_path / "file") in sim.fails(1, "init", "--state", tmp_path / "file" / "x.db")
 
 
+def test_a_host_is_its_owners_alone(sim):
+    sim("init")
+    assert sim.path().stat().st_mode & 0o777 == 0o600
+
+
+@pytest.mark.parametrize("home", ["", "relative"])
+def test_without_a_home_there_is_no_named_host(sim, tmp_path, home):
+    message = "ryn-sim: neither XDG_STATE_HOME nor HOME names a folder to keep hosts in\n"
+    assert sim.fails(1, "init", HOME=home, XDG_STATE_HOME="") == message
+    sim("init", "--state", tmp_path / "x.db", HOME=home, XDG_STATE_HOME="")
+
+
 def test_a_file_that_is_no_store_is_left_alone(sim, tmp_path):
     file = tmp_path / "notes.txt"
     file.write_text("these are notes, and more than sixteen bytes of them")
@@ -314,7 +326,9 @@ def test_the_documentation_names_every_key_and_command(sim):
 def test_the_page_on_the_model_says_what_each_setting_does():
     text = (ROOT / "docs" / "simulated-host.md").read_text()
     table = text.partition("## What settings do\n")[2].partition("\n## ")[0]
-    methods = set(re.findall(r"^def (\w+)", (ROOT / "libryn" / "stubs" / "_libryn-stubs" / "__init__.pyi").read_text(), re.M))
+    methods = set(
+        re.findall(r"^def (\w+)", (ROOT / "libryn" / "stubs" / "_libryn-stubs" / "__init__.pyi").read_text(), re.M)
+    )
     verbs = ("Set", "Enable", "Clear", "Reset", "Migrate", "Unpin", "Init")
     changing = {name for name in methods if name.startswith(verbs)}
     # What clears and resets without a word about it there: MAC tables and weights

@@ -1,7 +1,7 @@
 """Turns a description into the rows of a store: the host and its hardware, its switches and their properties.
 
-compile_ports.py does the ports and compile_traffic.py what refers to them. Each function takes what has been compiled so
-far, adds rows to it, and reports what does not fit together; compiled() puts them in their order.
+compile_ports.py does the ports and compile_traffic.py what refers to them. Each function takes what has been compiled
+so far, adds rows to it, and reports what does not fit together; compiled() puts them in their order.
 """
 
 from __future__ import annotations

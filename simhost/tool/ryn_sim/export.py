@@ -6,6 +6,7 @@ import struct
 from typing import Any, Mapping, Sequence
 
 from . import names, values
+from .check import read_known
 from .compile import implied_properties
 from .compile_ports import default_uplinks
 from .compile_traffic import conversation_defaults
@@ -22,7 +23,6 @@ from .members import (
     SWITCH,
     Entity,
 )
-from .check import read_known
 from .store import Store
 
 Row = Mapping[str, Any]

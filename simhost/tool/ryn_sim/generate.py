@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Writes what follows from the tables of members.py: schema.sql, host.schema.json, the stand-ins' rows.h, and the tables of
+"""Writes what follows from members.py: schema.sql, host.schema.json, the stand-ins' rows.h, and the tables of
 docs/ryn-sim.md. Run it after a change of members.py; a test compares."""
 
 from __future__ import annotations
@@ -43,7 +43,7 @@ SCHEMA_VERSION = 2
 APPLICATION_ID = 0x52594E53
 WIDTH = 120
 
-# schema.sql ------------------------------------------------------------------------------------------------------------
+# schema.sql -----------------------------------------------------------------------------------------------------------
 
 _SQL_HEAD = f"""\
 -- Written by simhost/tool/ryn_sim/generate.py from members.py: change it there.
@@ -57,8 +57,8 @@ _SQL_HEAD = f"""\
 --   * a new store is made by running this file and then plain INSERTs, in journal mode WAL, under a temporary name that
 --     is linked to the final name when it is complete;
 --   * a store in use is changed through the stand-ins' Apply (session.h), which closes the segment, runs the statements
---     and commits, or changes nothing and answers a status other than 0. `fault` and `log` may be written directly, they
---     bear on no count.
+--     and commits, or changes nothing and answers a status other than 0. `fault` and `log` may be written directly,
+--     they bear on no count.
 --
 -- Times ending in _ms are host time in milliseconds: the host's clock starts at 0 when it boots. Numbers that a C
 -- program holds as uint64_t stand here as the signed number of the same 64 bits.
@@ -137,7 +137,7 @@ def schema_sql() -> str:
     return _SQL_HEAD + "\n" + "\n".join(_table_sql(table) for table in TABLES)
 
 
-# host.schema.json ------------------------------------------------------------------------------------------------------
+# host.schema.json -----------------------------------------------------------------------------------------------------
 
 
 def _object_schema(what: str, known: dict[str, Any]) -> dict[str, Any]:
@@ -169,7 +169,7 @@ def json_schema() -> str:
     return json.dumps(schema, indent=1, ensure_ascii=False) + "\n"
 
 
-# rows.h ----------------------------------------------------------------------------------------------------------------
+# rows.h ---------------------------------------------------------------------------------------------------------------
 
 _CXX_HEAD = """\
 // Written by simhost/tool/ryn_sim/generate.py from members.py: change it there.
@@ -275,7 +275,7 @@ def rows_h() -> str:
     return _CXX_HEAD % SCHEMA_VERSION + "\n" + "\n".join([_event_rules(), *structs, "}  // namespace simhost", ""])
 
 
-# docs/ryn-sim.md -------------------------------------------------------------------------------------------------------
+# docs/ryn-sim.md ------------------------------------------------------------------------------------------------------
 
 DOCUMENTED: dict[str, Entity] = {
     entity.name: entity

@@ -5,7 +5,7 @@ from __future__ import annotations
 import os
 import sys
 
-from . import paths, units, names
+from . import names, paths, units
 from .errors import BadInput, Failed, nearest
 from .store import Store
 from .table import Progress, counted, print_json, print_table

@@ -1,8 +1,8 @@
 """The members of a simulated host: one row for each key of a description and each column of the store.
 
-schema.sql, host.schema.json, the stand-ins' rows.h and the tables of docs/ryn-sim.md are written from here by generate.py;
-compiling, exporting, showing and setting go by these rows as they are. A new setting is a row here and its use in the
-stand-ins.
+schema.sql, host.schema.json, the stand-ins' rows.h and the tables of docs/ryn-sim.md are written from here by
+generate.py; compiling, exporting, showing and setting go by these rows as they are. A new setting is a row here and its
+use in the stand-ins.
 """
 
 from __future__ import annotations
@@ -16,7 +16,6 @@ from .kinds import (
     BYTES,
     CORE,
     FRAME,
-    GROUP,
     IP,
     LCORE,
     MAC,
@@ -259,7 +258,7 @@ EVENT = {event.name: event for event in EVENTS}
 EVENT_TARGETS = {"nic": "NIC", "core": "CORE", "switch": "SWITCH", "port": "SWITCH/PORT"}
 
 
-# The host --------------------------------------------------------------------------------------------------------------
+# The host -------------------------------------------------------------------------------------------------------------
 
 _WEIGHTS = tuple(
     M(f"balancer.{group}.{name}", "", U32, default if group == "default_weights" else None, about, derived)
@@ -551,13 +550,7 @@ MAC_ENTRY = Entity(
         M("port", "mac_entry.port", U32.held_as("int"), REQUIRED, "the port's number"),
         M("mac", "mac_entry.mac", STATION, REQUIRED, "the address"),
         M("vlan", "mac_entry.vlan", U16, 0, "its VLAN"),
-        M(
-            "deleted",
-            "mac_entry.present",
-            DELETED,
-            False,
-            "it was deleted by hand, not added",
-        ),
+        M("deleted", "mac_entry.present", DELETED, False, "it was deleted by hand, not added"),
         M("at", "mac_entry.at_ms", MS, "0s", "when, in host time"),
     ),
 )
@@ -739,8 +732,8 @@ CONVERSATION = Entity(
             "conversation.protocol",
             _protocol(),
             "tcp",
-            "`tcp`, `udp`, `icmp`, `icmp6` or a number. Conversations between the same ends should differ in `dport`, else"
-            " some of their flows have the same key",
+            "`tcp`, `udp`, `icmp`, `icmp6` or a number. Conversations between the same ends should differ in"
+            " `dport`, else some of their flows have the same key",
         ),
         M("sport", "conversation.src_l4", U16, 0, "source port; ICMP: its type", "made up", field="source_l4"),
         M(
@@ -820,7 +813,7 @@ CONVERSATION = Entity(
             "conversation.actions",
             bits(_ACTIONS, "action", 31, positions=True),
             [],
-            "further actions of its flows, named as in the flow table's text (`DP` for the valid dp value), or bit numbers",
+            "further actions of its flows, named as in the flow table's text (`DP` for the valid dp value), or bits",
         ),
         M("vdr", "conversation.vdr", number(0, 12, "a number of routers", "std::uint32_t"), 0, "routers on its way"),
     ),
@@ -971,8 +964,8 @@ TABLES = (
         "clock",
         "One row, the only source of time. Host time is base_host_ns while frozen, else"
         " base_host_ns + (wall time - base_wall_ns) * speed_permille / 1000. It never goes back: whoever writes this row"
-        " writes a host time at or after the present one (freezing a clock that runs, 10 ms of wall time after it, so that"
-        " no reader has already seen a later time).",
+        " writes a host time at or after the present one (freezing a clock that runs, 10 ms of wall time after"
+        " it, so that no reader has already seen a later time).",
         ("id",),
         row="ClockRow",
     ),
@@ -995,7 +988,8 @@ TABLES = (
     ),
     Table(
         "sw",
-        "A switch of the datapath. burst_size, numa_team and lb_* hold while the distributed switch has no property for them.",
+        "A switch of the datapath. burst_size, numa_team and lb_* hold while the distributed switch has no property for"
+        " them.",
         ("sw",),
         ("UNIQUE (switch_id)", "UNIQUE (name)", "FOREIGN KEY (switch_id) REFERENCES dvs"),
         row="SwitchRow",
@@ -1003,8 +997,8 @@ TABLES = (
     ),
     Table(
         "port",
-        "A port. An uplink has a nic, the others have none. A core of -1: the datapath places the port when it first looks (an"
-        " uplink near its nic, the others in turn).",
+        "A port. An uplink has a nic, the others have none. A core of -1: the datapath places the port when it first"
+        " looks (an uplink near its nic, the others in turn).",
         ("sw", "port"),
         (
             "UNIQUE (sw, dvport)",

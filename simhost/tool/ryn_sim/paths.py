@@ -48,9 +48,13 @@ def module_folder() -> str | None:
 
 
 def state_folder() -> str:
+    """Where hosts are kept by name, as the stand-ins find it."""
     base = os.environ.get("XDG_STATE_HOME", "")
     if not base.startswith("/"):
-        base = os.environ.get("HOME", "") + "/.local/state"
+        home = os.environ.get("HOME", "")
+        if not home.startswith("/"):
+            raise Failed("neither XDG_STATE_HOME nor HOME names a folder to keep hosts in")
+        base = home + "/.local/state"
     return os.path.join(base, "ryn-sim")
 
 
@@ -75,11 +79,19 @@ def state_path(host: str | None, state: str | None) -> str:
 def host_of(path: str) -> str:
     """What a store is called in messages: its host's name if it is in the state folder, else its path."""
     folder, file = os.path.split(path)
-    return file[:-3] if folder == state_folder() and file.endswith(".db") else path
+    try:
+        named = folder == state_folder() and file.endswith(".db")
+    except Failed:
+        named = False
+    return file[:-3] if named else path
 
 
 def all_hosts() -> list[str]:
-    return sorted(os.path.basename(path)[:-3] for path in glob.glob(os.path.join(glob.escape(state_folder()), "*.db")))
+    try:
+        folder = state_folder()
+    except Failed:
+        return []
+    return sorted(os.path.basename(path)[:-3] for path in glob.glob(os.path.join(glob.escape(folder), "*.db")))
 
 
 def missing(path: str) -> Failed:

@@ -153,7 +153,7 @@ def item_names(items: Any, head: str) -> dict[str, Any]:
 
 
 def _named(items: Any, head: str, rest: str, typed: str, command: str) -> tuple[Any, Any, str]:
-    """The item that the path names, its place, and what of the path is left. Names may have dots; the longest counts."""
+    """The item that a path names, its place, and what of the path is left. Names may have dots; the longest counts."""
     known = item_names(items, head)
     fits = [name for name in known if rest == name or rest.startswith(name + ".")]
     if not fits:

@@ -7,6 +7,7 @@ import sqlite3
 import tempfile
 import time
 from contextlib import closing, contextmanager
+from typing import Any
 
 from . import paths
 from .errors import Failed
@@ -31,18 +32,20 @@ class Store:
             raise Failed(f"{path}: {error}") from None
         if version != SCHEMA_VERSION:
             self.db.close()
-            raise Failed(f"{path}: not a store of this version of the simulated host")
+            raise Failed(
+                f"{path}: not a store of this version of the simulated host; make it anew with: ryn-sim init --force"
+            )
 
     def close(self) -> None:
         self.db.close()
 
-    def rows(self, sql: str, *parameters) -> list[sqlite3.Row]:
+    def rows(self, sql: str, *parameters) -> list[Any]:
         try:
             return self.db.execute(sql, parameters).fetchall()
         except sqlite3.Error as error:
             raise Failed(f"{self.path}: {error}") from None
 
-    def row(self, sql: str, *parameters) -> sqlite3.Row:
+    def row(self, sql: str, *parameters) -> Any:
         return self.rows(sql, *parameters)[0]
 
     @contextmanager
@@ -116,7 +119,6 @@ def create(path: str, inserts: str, replace: bool = False) -> None:
     try:
         os.makedirs(folder, exist_ok=True)
         descriptor, temporary = tempfile.mkstemp(prefix=os.path.basename(path) + ".", dir=folder)
-        os.fchmod(descriptor, 0o644)
         os.close(descriptor)
     except OSError as error:
         raise Failed(f"{path} cannot be made: {error.strerror}") from None

@@ -2,11 +2,9 @@
 
 from __future__ import annotations
 
-from typing import Any
-
 _HEAD = """\
-# A simulated host: ryn-sim init makes it, ryn-sim export wrote this. What was counted so far is not kept here: a host made
-# from this counts from 0 (ryn-sim save keeps everything).
+# A simulated host: ryn-sim init makes it, ryn-sim export wrote this. What was counted so far is not kept here: a host
+# made from this counts from 0 (ryn-sim save keeps everything).
 """
 
 
