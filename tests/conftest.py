@@ -3,10 +3,16 @@ import gc
 import os
 import re
 import subprocess
-
-import pytest
+import sys
+from pathlib import Path
 
 import harness
+import pytest
+
+# The package ryn is the built one: its sources in the root, which `python -m pytest` puts on the path, lack its
+# extensions.
+ROOT = str(Path(__file__).resolve().parents[1])
+sys.path[:] = [folder for folder in sys.path if os.path.abspath(folder) != ROOT]
 
 
 def pytest_configure(config: pytest.Config) -> None:
@@ -15,7 +21,8 @@ def pytest_configure(config: pytest.Config) -> None:
     except (OSError, RuntimeError) as error:
         raise pytest.UsageError(
             f"{error}\nThe tests need LD_LIBRARY_PATH=BUILD/tests/double PYTHONPATH=BUILD/libryn (LD_LIBRARY_PATH is "
-            f"{os.environ.get('LD_LIBRARY_PATH', 'not set')!r}). ./dev test sets both.") from None
+            f"{os.environ.get('LD_LIBRARY_PATH', 'not set')!r}). ./dev test sets both."
+        ) from None
 
 
 def pytest_collection_finish(session: pytest.Session) -> None:
