@@ -175,6 +175,7 @@ LAYERS = [
     ("host/change/", (*HOST, "host/change/")),
     ("host/", HOST),
     ("ryn/_core/", (*HOST, "host/read/", "host/change/", "ryn/_core/")),
+    ("exporter/", (*HOST, "host/read/", "exporter/", "exporter/collect/")),
     ("libryn/include/", ()),
     ("libryn/base/", ("host/", "libryn/base/")),
     ("libryn/dvs/", (*HOST, "host/change/properties.h", "libryn/include/", "libryn/base/", "libryn/dvs/")),
@@ -185,7 +186,7 @@ LAYERS = [
 ]
 
 
-@pytest.mark.parametrize("folder", ["platform", "host", "libryn", "ryn"])
+@pytest.mark.parametrize("folder", ["platform", "host", "libryn", "ryn", "exporter"])
 def test_includes_run_downwards(folder):
     seen = includes(folder)
     layers = [(path, included, next(allowed for layer, allowed in LAYERS if path.startswith(layer)))
@@ -205,7 +206,7 @@ def test_tests_and_simulated_host_keep_clear_of_the_module():
 
 
 def test_every_source_is_built():
-    for folder in ("host", "libryn", "ryn"):
+    for folder in ("host", "libryn", "ryn", "exporter"):
         listed = set(re.findall(r"'([\w/]+\.cc)'", (ROOT / folder / "meson.build").read_text()))
         assert listed == {str(path.relative_to(ROOT / folder)) for path in (ROOT / folder).rglob("*.cc")}
 
