@@ -189,22 +189,26 @@ bool ReadAddressMatch(PyObject* pair, AddressMatch* match) {
   if (pair == Py_None)
     return true;
   PyObject *address, *length;
+  std::uint8_t value[16];
   std::uint32_t bits;
   bool ipv6;
   if (!PyTuple_Check(pair)) {
     PyErr_SetString(PyExc_TypeError, "an address to match is a pair of its bytes and the length of its prefix");
     return false;
   }
-  if (!PyArg_ParseTuple(pair, "OO:address", &address, &length) || !ReadAddress(address, match->value, &ipv6) ||
+  if (!PyArg_ParseTuple(pair, "OO:address", &address, &length) || !ReadAddress(address, value, &ipv6) ||
       !ReadNumber(length, "prefix length", ipv6 ? 128 : 32, &bits))
     return false;
   match->given = true;
   match->ipv6 = ipv6;
-  for (std::uint32_t i = 0; i < sizeof(match->mask); ++i) {
+  std::uint8_t mask[16];
+  for (std::uint32_t i = 0; i < sizeof(mask); ++i) {
     const std::uint32_t set = bits > 8 * i ? std::min<std::uint32_t>(bits - 8 * i, 8) : 0;
-    match->mask[i] = static_cast<std::uint8_t>(0xFF00 >> set);
-    match->value[i] &= match->mask[i];
+    mask[i] = static_cast<std::uint8_t>(0xFF00 >> set);
+    value[i] &= mask[i];
   }
+  std::memcpy(match->value, value, sizeof(value));
+  std::memcpy(match->mask, mask, sizeof(mask));
   return true;
 }
 

@@ -139,8 +139,9 @@ def python(code: str, **environment: str) -> subprocess.CompletedProcess[str]:
     """Runs code in a fresh interpreter, with this module to import, under further environment settings."""
     settings = {**os.environ, **environment}
     settings["PYTHONPATH"] = os.pathsep.join([str(Path(__file__).parent), settings["PYTHONPATH"]])
-    return subprocess.run([sys.executable, "-c", code], env=settings, text=True, capture_output=True,
-                          timeout=60)
+    # Not in the root, whose ryn/ lacks what is built
+    return subprocess.run([sys.executable, "-c", code], env=settings, text=True, capture_output=True, timeout=60,
+                          cwd=Path(__file__).parent)
 
 
 def leave(status: int) -> None:
