@@ -1,8 +1,9 @@
-"""One row per method of the module, in the order of its table: what every method has in common, as data.
+"""One row per method of the module, in the order of its table: what the tests add to its description.
 
-Each row holds a good call with the platform's answers, its result and the library calls that it makes, the text for
-refused arguments, every way in which the library can fail, and what a failing allocation may come to.
-test_every_method.py walks the rows; what a single method alone does is tested in the file of its topic.
+The description (libryn/reference/methods.py) says what a method takes, returns and prints. Each row here adds a good
+call with the platform's answers, its result and the library calls that it makes, answers that make it fail in each of
+the described ways, and what a failing allocation may come to. test_every_method.py walks the rows; what a single method
+alone does is tested in the file of its topic.
 """
 
 from __future__ import annotations
@@ -10,11 +11,8 @@ from __future__ import annotations
 from dataclasses import dataclass
 from typing import Any, Callable
 
+from description import DESCRIPTIONS, Description, Idiom
 from harness import ANY, BUFFER, DICT_ITEM, MISSING, NULL, Bytes, Call, Double, Outcome, u8, u32, u64
-
-INVALID = "TypeError: Invalid parameter passed.\n"
-INVALID_TWICE = "TypeError: Invalid parameter passed.\n\n"
-INVALID_SWITCH = "TypeError: Invalid switch ID passed.\n"
 
 LOADBAL = "com.talvor.kiv.ryn.loadbal"
 TEAMING = "com.talvor.kiv.ryn.teaming"
@@ -49,51 +47,130 @@ class Failure:
 
     name: str
     script: Callable[[Double], None]
-    outcome: Outcome
+    outcome: Outcome | None  # None: as described
     args: tuple | None = None  # other than the good call's
     leaks: int = 0  # blocks of the interpreter that each such call loses on purpose
 
 
-def failing(op: str, text: str, value: Any = None, leaks: int = 0) -> Failure:
-    return Failure(op, fails(op), Outcome(value, text), leaks=leaks)
+def failing(op: str, text: str | None = None, value: Any = None, leaks: int = 0) -> Failure:
+    """The operation fails, and the method prints and returns what its description says, or what is given here."""
+    return Failure(op, fails(op), None if text is None else Outcome(value, text), leaks=leaks)
+
+
+DESCRIBED = {row.name: row for row in DESCRIPTIONS}
 
 
 @dataclass
 class Method:
     name: str
-    doc: str
-    format: str | None  # the units of the argument parser; None: arguments are not looked at
     args: tuple  # of the good call
     script: Callable[[Double], None]
     value: Any  # result of the good call
     calls: list[Call]  # the library's operations that it reaches
-    invalid: str | None = None  # the text for refused arguments
-    invalid_value: Any = None
-    maxima: tuple[int | None, ...] = ()  # the greatest argument that is accepted, place by place
-    refused: tuple[tuple, ...] = ()  # further arguments that are refused with the same text
+    refused: tuple[tuple, ...] = ()  # arguments that are refused beside those above the described maxima
     failures: tuple[Failure, ...] = ()
     no_memory: tuple[Outcome, ...] | list[Outcome] = ()  # what a failing allocation of the interpreter may come to
     leaks: int = 0  # blocks of the interpreter that each good call loses on purpose
 
-SWITCH_PORT = (15, 127)
+    def __post_init__(self) -> None:
+        if self.name not in DESCRIBED:
+            raise LookupError(f"{self.name} is not described: add its row to libryn/reference/methods.py")
+        self.row: Description = DESCRIBED[self.name]
+        for failure in self.failures:
+            if failure.outcome is None:
+                failure.outcome = described_outcome(self.row, failure.name)
 
-PORT_COUNTERS = ["txPkts", "txBytes", "txMcastPkts", "txMcastBytes", "txBcastPkts", "txBcastBytes", "txDrops",
-                 "txErrors", "rxPkts", "rxBytes", "rxMcastPkts", "rxMcastBytes", "rxBcastPkts", "rxBcastBytes",
-                 "rxDrops", "rxErrors"]
+    @property
+    def doc(self) -> str:
+        return self.row.doc
+
+    @property
+    def format(self) -> str | None:
+        return self.row.format
+
+    @property
+    def maxima(self) -> tuple[int | None, ...]:
+        return self.row.maxima if any(greatest is not None for greatest in self.row.maxima) else ()
+
+    @property
+    def invalid(self) -> str:
+        return self.row.refuses
+
+    @property
+    def invalid_value(self) -> Any:
+        return self.row.refusal
+
+
+def described_outcome(row: Description, op: str) -> Outcome:
+    values = {Idiom.NONE: None, Idiom.SAME: None, Idiom.FALSE: False, Idiom.TRUE: True, Idiom.NULL: NULL}
+    for failure in row.failures:
+        if failure.when == f"`{op}` fails":
+            return Outcome(values[failure.sees], failure.prints)
+    raise LookupError(
+        f"libryn/reference/methods.py says nothing of {row.name} when {op} fails: add a Failure to its row"
+    )
+
+
+PORT_COUNTERS = [
+    "txPkts",
+    "txBytes",
+    "txMcastPkts",
+    "txMcastBytes",
+    "txBcastPkts",
+    "txBcastBytes",
+    "txDrops",
+    "txErrors",
+    "rxPkts",
+    "rxBytes",
+    "rxMcastPkts",
+    "rxMcastBytes",
+    "rxBcastPkts",
+    "rxBcastBytes",
+    "rxDrops",
+    "rxErrors",
+]
 # In the record, bytes stand before packets, and drops before errors as above.
 PORT_COUNTER_PLACES = [1, 0, 3, 2, 5, 4, 6, 7, 9, 8, 11, 10, 13, 12, 14, 15]
 
-UPLINK_COUNTERS = ["rxPkts", "txPkts", "rxBytes", "txBytes", "rxErrors", "txErrors", "rxDrops", "txDrops",
-                   "rxMulticastPkts", "rxBroadcastPkts", "txMulticastPkts", "txBroadcastPkts", "collisions",
-                   "rxLengthErrors", "rxOverflowErrors", "rxCRCErrors", "rxFrameAlignErrors", "rxFifoErrors",
-                   "rxMissErrors", "txAbortedErrors", "txCarrierErrors", "txFifoErrors", "txHeartbeatErrors",
-                   "txWindowErrors"]
+UPLINK_COUNTERS = [
+    "rxPkts",
+    "txPkts",
+    "rxBytes",
+    "txBytes",
+    "rxErrors",
+    "txErrors",
+    "rxDrops",
+    "txDrops",
+    "rxMulticastPkts",
+    "rxBroadcastPkts",
+    "txMulticastPkts",
+    "txBroadcastPkts",
+    "collisions",
+    "rxLengthErrors",
+    "rxOverflowErrors",
+    "rxCRCErrors",
+    "rxFrameAlignErrors",
+    "rxFifoErrors",
+    "rxMissErrors",
+    "txAbortedErrors",
+    "txCarrierErrors",
+    "txFifoErrors",
+    "txHeartbeatErrors",
+    "txWindowErrors",
+]
 UPLINK_LIST = [(name, 1000 + i) for i, name in enumerate(UPLINK_COUNTERS)]
 NO_UPLINK_LIST = ["Failed to allocate uplink stats.\n", "Failed to allocate uplink stats counter.\n"]
 
-WEIGHT_NAMES = ["Cross-NUMA Communication Weight", "Cross-NUMA Migration Weight", "Cross-Lcore Communication Weight",
-                "Cross-Lcore Migration Weight", "VM Affinity Weight", "Device Affinity Weight", "Stability Decay Rate",
-                "Port Count Weight"]
+WEIGHT_NAMES = [
+    "Cross-NUMA Communication Weight",
+    "Cross-NUMA Migration Weight",
+    "Cross-Lcore Communication Weight",
+    "Cross-Lcore Migration Weight",
+    "VM Affinity Weight",
+    "Device Affinity Weight",
+    "Stability Decay Rate",
+    "Port Count Weight",
+]
 
 
 # The platform's answers to the good calls, and the results
@@ -104,8 +181,18 @@ def list_switches(double: Double) -> None:
     double.answer("Ryn_Get_Switch_List", area=area)
 
 
-SWITCHES = [{"name": "dvs-1", "swID": 3, "maxPorts": 1000, "numActivePorts": 1001, "numPorts": 1002, "mtu": 9000,
-             "numLcores": 1003, "lcores": -1 << 63}]
+SWITCHES = [
+    {
+        "name": "dvs-1",
+        "swID": 3,
+        "maxPorts": 1000,
+        "numActivePorts": 1001,
+        "numPorts": 1002,
+        "mtu": 9000,
+        "numLcores": 1003,
+        "lcores": -1 << 63,
+    }
+]
 
 
 def list_ports(double: Double) -> None:
@@ -115,8 +202,19 @@ def list_ports(double: Double) -> None:
     double.answer("Ryn_Get_Port_List", area=area)
 
 
-PORTS = [{"portID": 67108864, "rynPortID": 5, "numTxQ": 1, "numRxQ": 2, "hwAddr": "02:00:00:0a:0b:fc", "numMACs": 300,
-          "clientType": "UPLINK", "txQLM": [254], "rxQLM": [253, 252]}]
+PORTS = [
+    {
+        "portID": 67108864,
+        "rynPortID": 5,
+        "numTxQ": 1,
+        "numRxQ": 2,
+        "hwAddr": "02:00:00:0a:0b:fc",
+        "numMACs": 300,
+        "clientType": "UPLINK",
+        "txQLM": [254],
+        "rxQLM": [253, 252],
+    }
+]
 
 
 def port_stats(double: Double) -> None:
@@ -146,9 +244,20 @@ def port_conf(double: Double) -> None:
     double.answer("Ryn_Get_Port_Conf", area=area)
 
 
-PORT_CONF = {"portID": 1000, "flags": "UNICAST PROMISC ", "ladrf": -1 << 63, "hwAddr": "02:11:22:aa:bb:cc",
-             "untaggedVlanID": 4000, "forgedMACAllowed": 1, "numMcastAddrs": 1, "vni": 5001, "sampleRate": 3000,
-             "mcastAddrList": ["01:00:5e:00:00:01"], "numTaggedVlanRanges": 1, "vlanRanges": ["100-200"]}
+PORT_CONF = {
+    "portID": 1000,
+    "flags": "UNICAST PROMISC ",
+    "ladrf": -1 << 63,
+    "hwAddr": "02:11:22:aa:bb:cc",
+    "untaggedVlanID": 4000,
+    "forgedMACAllowed": 1,
+    "numMcastAddrs": 1,
+    "vni": 5001,
+    "sampleRate": 3000,
+    "mcastAddrList": ["01:00:5e:00:00:01"],
+    "numTaggedVlanRanges": 1,
+    "vlanRanges": ["100-200"],
+}
 
 
 def flow_page(double: Double) -> None:
@@ -156,11 +265,20 @@ def flow_page(double: Double) -> None:
     double.answer("Ryn_Dump_Flow_Table", area=area)
 
 
-FLOW_PAGE = {"startIndex": 1000, "list": [{
-    "key": ("%s  %s  %-4u  %-7u" % ("00:00:00:00:00:00", "00:00:00:00:00:00", 0, 0) + 2 * ("  %-45s" % "0.0.0.0")
-            + "  %-5u  %-7u  %-12u  %-12u" % (0, 0, 0, 0)),
-    "actions": "bmap:(nil) inval(s):0 cg:(nil) dp:- len:240; ",
-    "stats": "Not Applicable"}]}
+FLOW_PAGE = {
+    "startIndex": 1000,
+    "list": [
+        {
+            "key": (
+                "%s  %s  %-4u  %-7u" % ("00:00:00:00:00:00", "00:00:00:00:00:00", 0, 0)
+                + 2 * ("  %-45s" % "0.0.0.0")
+                + "  %-5u  %-7u  %-12u  %-12u" % (0, 0, 0, 0)
+            ),
+            "actions": "bmap:(nil) inval(s):0 cg:(nil) dp:- len:240; ",
+            "stats": "Not Applicable",
+        }
+    ],
+}
 
 
 def flow_stats(double: Double) -> None:
@@ -168,8 +286,17 @@ def flow_stats(double: Double) -> None:
     double.answer("Ryn_Get_Flow_Stats", area=area)
 
 
-FLOW_STATS = [{"lcoreID": 300, "numFlows": 1000, "hits": 1001, "miss": 1002, "fpoHits": 1003, "localHits": 1004,
-               "keyInsertFailCount": 1005}]
+FLOW_STATS = [
+    {
+        "lcoreID": 300,
+        "numFlows": 1000,
+        "hits": 1001,
+        "miss": 1002,
+        "fpoHits": 1003,
+        "localHits": 1004,
+        "keyInsertFailCount": 1005,
+    }
+]
 
 
 def fpo_stats(double: Double) -> None:
@@ -177,8 +304,17 @@ def fpo_stats(double: Double) -> None:
     double.answer("Ryn_Get_FPO_Stats", area=area)
 
 
-FPO_STATS = [{"lcoreID": 300, "hits": 1001, "markMismatched": 1002, "pnicMismatched": 1003, "delayMarkMatching": 1004,
-              "ephemeralFlows": 1005, "transientFlows": 1006}]
+FPO_STATS = [
+    {
+        "lcoreID": 300,
+        "hits": 1001,
+        "markMismatched": 1002,
+        "pnicMismatched": 1003,
+        "delayMarkMatching": 1004,
+        "ephemeralFlows": 1005,
+        "transientFlows": 1006,
+    }
+]
 
 
 def fpo_uplink_status(double: Double) -> None:
@@ -186,9 +322,17 @@ def fpo_uplink_status(double: Double) -> None:
     double.answer("Ryn_Get_FPO_Uplink_Status", area=area)
 
 
-FPO_UPLINK_STATUS = {"level": "Model 2", "numGroupSupported": 1001, "numPrioritySupported": 1002,
-                     "maxMarkActionBits": 1003, "maxFlowsSupported": 1004, "maxCountersSupported": 1005,
-                     "maxFlowKeyLengthInBits": 1006, "maxDecTTLActions": 1007, "actionsSupported": -1 << 63}
+FPO_UPLINK_STATUS = {
+    "level": "Model 2",
+    "numGroupSupported": 1001,
+    "numPrioritySupported": 1002,
+    "maxMarkActionBits": 1003,
+    "maxFlowsSupported": 1004,
+    "maxCountersSupported": 1005,
+    "maxFlowKeyLengthInBits": 1006,
+    "maxDecTTLActions": 1007,
+    "actionsSupported": -1 << 63,
+}
 
 
 def mirror_conf(double: Double) -> None:
@@ -197,9 +341,22 @@ def mirror_conf(double: Double) -> None:
     double.answer("Ryn_Get_Mirror_Conf", area=area)
 
 
-MIRROR_CONF = [{"noInput": 0, "noOutput": 1, "vlanEncap": 0, "OrigVlan": 1, "index": 300, "encapVlanID": 301,
-                "samplingRate": 303, "snapLen": 302, "srcInPorts": [0], "srcOutPorts": [127], "dstPorts": [5],
-                "vlans": [4094]}]
+MIRROR_CONF = [
+    {
+        "noInput": 0,
+        "noOutput": 1,
+        "vlanEncap": 0,
+        "OrigVlan": 1,
+        "index": 300,
+        "encapVlanID": 301,
+        "samplingRate": 303,
+        "snapLen": 302,
+        "srcInPorts": [0],
+        "srcOutPorts": [127],
+        "dstPorts": [5],
+        "vlans": [4094],
+    }
+]
 
 
 def uplink_stats(double: Double) -> None:
@@ -214,8 +371,12 @@ def netq_info(double: Double) -> None:
     double.answer("Ryn_Get_Port_NetQ_Info", area=area)
 
 
-NETQ_INFO = {"isUplink": 1, "swID": 3, "rynPortID": 5, "filters": [
-    {"rxf": "macOnly:02:11:22:aa:bb:cc", "qInfo": [{"rynPortID": 500, "qid": 501, "fid": -1 << 63}]}]}
+NETQ_INFO = {
+    "isUplink": 1,
+    "swID": 3,
+    "rynPortID": 5,
+    "filters": [{"rxf": "macOnly:02:11:22:aa:bb:cc", "qInfo": [{"rynPortID": 500, "qid": 501, "fid": -1 << 63}]}],
+}
 
 
 def dev_affinity(double: Double) -> None:
@@ -227,9 +388,11 @@ def weights(double: Double) -> None:
 
 
 SNAPSHOT_AREA = Bytes(4096).u32(0, 1, 1).i32(8, -5).u64(13, 1, 1, 1 << 3, 0).u32(45, 2, 7, 0xAB, 1, 0, 9, 10, 11)
-SNAPSHOT_TEXT = ("\nGroups\n[  0 load  -5] : [0-TX] [64-TX] [3-RX]\n\nVeticies and Edges\n"
-                 "[ 2 WID:         7 Num:  1 F:      ab] -> [to  : 9 EMA: 11 load: 10]\n"
-                 "[ 2 WID:         7 Num:  0 F:      ab] <-\n")
+SNAPSHOT_TEXT = (
+    "\nGroups\n[  0 load  -5] : [0-TX] [64-TX] [3-RX]\n\nVeticies and Edges\n"
+    "[ 2 WID:         7 Num:  1 F:      ab] -> [to  : 9 EMA: 11 load: 10]\n"
+    "[ 2 WID:         7 Num:  0 F:      ab] <-\n"
+)
 
 
 def lb_port_stats(double: Double) -> None:
@@ -287,13 +450,24 @@ def alias_failures(value: Any = None, *rest: Any) -> tuple[Failure, ...]:
     return unknown_alias(("dvs-9", *rest), value), wrong_class(("dvs-2", *rest), value)
 
 
+def alias_gone(double: Double) -> None:
+    """The property is not there, and the alias neither when it is looked up again."""
+    double.answer("DVSQOB_HostPropGet", status=MISSING)
+    double.answer("DVSState_SwitchFindByAlias", status=1)
+    double.answer("DVSState_SwitchFindByAlias", times=1)
+
+
 def versioned(key: str, size: int, value: Any = None) -> tuple[Failure, ...]:
     unknown = f"Format of property {key} value is from unknown version.\n"
     odd = f"Property {key} value length is odd.\n"
-    return (bad_property("unknown version", u32(1) + bytes(size - 4), unknown, value),
-            bad_property("unknown version, other length", u32(1) + bytes(size), unknown, value),
-            bad_property("too short", bytes(size - 1), odd, value),
-            bad_property("too long", bytes(size + 1), odd, value))
+    no_name = "Failed to get portset name from dvs dvs-1.\n"
+    return (
+        bad_property("unknown version", u32(1) + bytes(size - 4), unknown, value),
+        bad_property("unknown version, other length", u32(1) + bytes(size), unknown, value),
+        bad_property("too short", bytes(size - 1), odd, value),
+        bad_property("too long", bytes(size + 1), odd, value),
+        Failure("alias gone", alias_gone, Outcome(value, no_name)),
+    )
 
 
 def property_read(key: str) -> list[Call]:
@@ -304,345 +478,638 @@ def property_write(key: str, value: bytes) -> Call:
     return Call("DVSQOB_HostPropSet", switchId="id-1", key=key, value=value, length=len(value), option=16)
 
 
-def set_failure(key: str, value: Any = None, full_stop: str = "") -> Failure:
-    return failing("DVSQOB_HostPropSet", f"Failed to set DVS property {key}{full_stop}\n", value)
-
-
 OPTIONS = u32(0, 2, 1000, 500, 600, 700)
 
 
 METHODS = [
-    Method("ListSwitches", "List All RYN switches", None, (), list_switches, SWITCHES,
-           [Call("Ryn_Get_Switch_List", length=2568, zeroed=True)],
-           failures=(failing("Ryn_Get_Switch_List", "Failed to retrieve list of switches.\n"),),
-           no_memory=[reports("Failed to allocate buffer.\n"), *BUILDS_KEYS]),
-    Method("ListPorts", "List all ports on a RYN switch.", "I", (3,), list_ports, PORTS,
-           [Call("Ryn_Get_Port_List", swID=3, length=11532, zeroed=True)],
-           INVALID_SWITCH, maxima=(15,),
-           failures=(failing("Ryn_Get_Port_List", "Failed to retrieve list of ports.\n"),),
-           no_memory=[reports("Failed to allocate port list.\n"), *BUILDS_KEYS]),
-    Method("GetPortStats", "Get a port's statistics", "II", (3, 5), port_stats, PORT_STATS,
-           [Call("Ryn_Get_Port_Stats", swID=3, rynPortID=5, length=128, zeroed=True),
-            Call("Ryn_Get_Port_Stats_Slowpath", swID=3, rynPortID=5, length=128, zeroed=True)],
-           INVALID, maxima=SWITCH_PORT,
-           failures=(failing("Ryn_Get_Port_Stats", "Failed to retrieve port stats.\n"),
-                     # The dict with the fast path's counters is lost: itself, its table of keys and 16 ints
-                     failing("Ryn_Get_Port_Stats_Slowpath", "Failed to retrieve slowpath port stats.\n", leaks=18)),
-           no_memory=[reports("Failed to allocate stats tuple.\n"), *BUILDS_KEYS]),
-    Method("ListPortMACTable", "List all mac entries for a port", "II", (3, 0xFFFFFFFF),
-           mac_table("Ryn_Dump_Port_MAC_Table", 327696),
-           {"MacLimit": 16384, "LimitExceeded": 777, "MacTableList": MAC_ENTRIES},
-           [Call("Ryn_Dump_Port_MAC_Table", swID=3, rynPortID=0xFFFFFFFF, length=327696, zeroed=True)],
-           INVALID, maxima=(15,),
-           failures=(failing("Ryn_Dump_Port_MAC_Table", "Failed to retrieve mac table.\n"),),
-           no_memory=[reports("Failed to allocate mac table.\n"), *BUILDS_KEYS]),
-    Method("ClearPortMACTable", "clear mac entries for a port", "II", (3, 128), nothing, None,
-           [Call("Ryn_Clear_Port_MAC_Table", swID=3, rynPortID=128)],
-           INVALID, maxima=(15,),
-           failures=(failing("Ryn_Clear_Port_MAC_Table", "Failed to clear mac table.\n"),)),
+    Method(
+        "ListSwitches",
+        (),
+        list_switches,
+        SWITCHES,
+        [Call("Ryn_Get_Switch_List", length=2568, zeroed=True)],
+        failures=(failing("Ryn_Get_Switch_List"),),
+        no_memory=[reports("Failed to allocate buffer.\n"), *BUILDS_KEYS],
+    ),
+    Method(
+        "ListPorts",
+        (3,),
+        list_ports,
+        PORTS,
+        [Call("Ryn_Get_Port_List", swID=3, length=11532, zeroed=True)],
+        failures=(failing("Ryn_Get_Port_List"),),
+        no_memory=[reports("Failed to allocate port list.\n"), *BUILDS_KEYS],
+    ),
+    Method(
+        "GetPortStats",
+        (3, 5),
+        port_stats,
+        PORT_STATS,
+        [
+            Call("Ryn_Get_Port_Stats", swID=3, rynPortID=5, length=128, zeroed=True),
+            Call("Ryn_Get_Port_Stats_Slowpath", swID=3, rynPortID=5, length=128, zeroed=True),
+        ],
+        failures=(
+            failing("Ryn_Get_Port_Stats"),
+            # The dict with the fast path's counters is lost: itself, its table of keys and 16 ints
+            failing("Ryn_Get_Port_Stats_Slowpath", leaks=18),
+        ),
+        no_memory=[reports("Failed to allocate stats tuple.\n"), *BUILDS_KEYS],
+    ),
+    Method(
+        "ListPortMACTable",
+        (3, 0xFFFFFFFF),
+        mac_table("Ryn_Dump_Port_MAC_Table", 327696),
+        {"MacLimit": 16384, "LimitExceeded": 777, "MacTableList": MAC_ENTRIES},
+        [Call("Ryn_Dump_Port_MAC_Table", swID=3, rynPortID=0xFFFFFFFF, length=327696, zeroed=True)],
+        failures=(failing("Ryn_Dump_Port_MAC_Table"),),
+        no_memory=[reports("Failed to allocate mac table.\n"), *BUILDS_KEYS],
+    ),
+    Method(
+        "ClearPortMACTable",
+        (3, 128),
+        nothing,
+        None,
+        [Call("Ryn_Clear_Port_MAC_Table", swID=3, rynPortID=128)],
+        failures=(failing("Ryn_Clear_Port_MAC_Table"),),
+    ),
     # The VLAN argument's high half takes the place of the switch ID's low half, before anything is checked.
-    Method("AddMACEntry", "Add a MAC Entry for a port", "IILI", (3, 128, 0x554433221102, 10), nothing, None,
-           [Call("Ryn_MAC_Entry_Ops", swID=0, rynPortID=128, mac=b"\x02\x11\x22\x33\x44\x55", vlanID=10, operation=1)],
-           INVALID, refused=((0, 0, 0, 16 << 16), (1 << 16, 0, 0, 0)),
-           failures=(failing("Ryn_MAC_Entry_Ops", "Failed to add a MAC entry."),)),
-    Method("DelMACEntry", "Delete a MAC Entry for a port", "IILI", (3, 128, 0x554433221102, (15 << 16) + 10), nothing,
-           None,
-           [Call("Ryn_MAC_Entry_Ops", swID=15, rynPortID=128, mac=b"\x02\x11\x22\x33\x44\x55", vlanID=10,
-                 operation=0)],
-           INVALID, refused=((0, 0, 0, 16 << 16), (1 << 16, 0, 0, 0)),
-           failures=(failing("Ryn_MAC_Entry_Ops", "Failed to delete MAC entry.\n"),)),
-    Method("ListSwitchMACTable", "List MAC table for a switch", "I", (3,),
-           mac_table("Ryn_Dump_Switch_MAC_Table", 1310736), {"MacLimit": 16384, "MacTableList": MAC_ENTRIES},
-           [Call("Ryn_Dump_Switch_MAC_Table", swID=3, length=1310736, zeroed=True)],
-           INVALID, maxima=(15,),
-           failures=(failing("Ryn_Dump_Switch_MAC_Table", "Failed to retrieve switch mac table.\n"),),
-           no_memory=[reports("Failed to allocate switch mac table.\n"), *BUILDS_KEYS]),
-    Method("ClearSwitchMACTable", "Clear MAC table for a switch", "I", (3,), nothing, None,
-           [Call("Ryn_Clear_Switch_MAC_Table", swID=3)],
-           INVALID, maxima=(15,),
-           failures=(failing("Ryn_Clear_Switch_MAC_Table", "Failed to clear mac table.\n"),)),
-    Method("GetFlowStats", "Get flow stats for lcores", "IOI", (99, (1, 300), 7), flow_stats, FLOW_STATS,
-           [Call("Ryn_Get_Flow_Stats", swID=99, lcores=[1, 300], lcoreCount=2, option=7, length=1544, zeroed=True)],
-           INVALID_TWICE, refused=((0, [1], 0), (0, None, 0), (0, 65 * (1,), 0)),
-           failures=(failing("Ryn_Get_Flow_Stats", "Failed to retrieve flow stats.\n"),),
-           no_memory=[reports("Failed to allocate memory.\n"), *BUILDS_ITEMS]),
-    Method("DumpFlowTable", "Dump flow table for a lcore", "IIII", (99, 3, 1000, 5), flow_page, FLOW_PAGE,
-           [Call("Ryn_Dump_Flow_Table", swID=99, lcore=3, startIndex=1000, flag=1, length=10260, zeroed=True)],
-           INVALID, maxima=(None, 31, 0xFFFFFFFE),
-           failures=(failing("Ryn_Dump_Flow_Table", "Failed to retrieve flow table.\n\n"),
-                     Failure("too few valid bytes",
-                             lambda double: double.answer("Ryn_Dump_Flow_Table", area=u32(0, 0, 0, 1, 323)),
-                             Outcome(None, "Invalid response returned.\n")),
-                     Failure("action line too long",  # 255 instances
-                             lambda double: double.answer("Ryn_Dump_Flow_Table", area=Bytes(10260).u32(8, 0, 1, 10260)
-                                                          .u32(20 + 64 + 56, 1 << 18).u8(20 + 64 + 256, 255)),
-                             Outcome(None, "Invalid action\n"))),
-           no_memory=[reports("Failed to allocate memory.\n"), *BUILDS_KEYS]),
-    Method("GetPortConf", "Get Ryn Port Configuration", "II", (3, 5), port_conf, PORT_CONF,
-           [Call("Ryn_Get_Port_Conf", swID=3, rynPortID=5, length=1272, zeroed=True)],
-           INVALID, maxima=SWITCH_PORT,
-           failures=(failing("Ryn_Get_Port_Conf", "Failed to retrieve port conf.\n"),),
-           no_memory=[reports("Failed to allocate memory.\n"), *BUILDS_KEYS]),
-    Method("MigratePort", "Migrate port between Lcores", "IIIII", (3, 5, 1000, 1001, -1), nothing, None,
-           [Call("Ryn_Migrate_Port", swID=3, rynPortID=5, option1=1000, option2=1001, option3=0xFFFFFFFF)],
-           INVALID, maxima=SWITCH_PORT,
-           failures=(failing("Ryn_Migrate_Port", "Failed to migrate port.\n"),)),
-    Method("UnpinPort", "Unpin port from Lcore", "III", (3, 5, 1000), nothing, None,
-           [Call("Ryn_Unpin_Port", swID=3, rynPortID=5, option=1000)],
-           INVALID, maxima=SWITCH_PORT,
-           failures=(failing("Ryn_Unpin_Port", "Failed to unpin port.\n"),)),
-    Method("ResetPort", "Reset a port", "II", (3, 5), nothing, None,
-           [Call("Ryn_Reset_Port", swID=3, rynPortID=5)],
-           INVALID, maxima=SWITCH_PORT,
-           failures=(failing("Ryn_Reset_Port", "Failed to reset port.\n"),)),
-    Method("GetPortTxUplink", "Get the TX uplink of a given port", "II", (3, 5),
-           lambda double: double.answer("Ryn_Get_Port_Tx_Uplink", area=Bytes(18).u8(0, 2, 2).u16(2, 1000, 1001)),
-           {"txType": "LAG", "txUplinks": [1000, 1001]},
-           [Call("Ryn_Get_Port_Tx_Uplink", swID=3, rynPortID=5, length=18, zeroed=True)],
-           INVALID, maxima=SWITCH_PORT,
-           failures=(failing("Ryn_Get_Port_Tx_Uplink", "Failed to get port TX uplink.\n"),),
-           no_memory=[Outcome(None, error=NO_MEMORY), *BUILDS_ONE_VALUE],
-           leaks=4),  # the list, its array and two ints
-    Method("SetPortTxUplink", "Set the TX uplink of a given port", "IIO",
-           (3, 5, {"txType": "SrcMAC", "txUplinks": [1000, -1]}), nothing, None,
-           [Call("Ryn_Set_Port_Tx_Uplink", swID=3, rynPortID=5, txType=3, count=2,
-                 uplinks=[1000, 0xFFFFFFFF, 0, 0, 0, 0, 0, 0])],
-           INVALID, maxima=SWITCH_PORT,
-           failures=(failing("Ryn_Set_Port_Tx_Uplink", "Failed to set port TX uplink.\n"),
-                     Failure("no dict", nothing, Outcome(None, "Missing txType.\n"), (3, 5, [])),
-                     Failure("no type", nothing, Outcome(None, "Missing txType.\n"), (3, 5, {})),
-                     Failure("unknown type", nothing, Outcome(None, "Invalid txType none.\n"),
-                             (3, 5, {"txType": "none"})),
-                     Failure("no uplinks", nothing, Outcome(None, "Missing txUplinks.\n"), (3, 5, {"txType": "None"})),
-                     Failure("nine uplinks", nothing, Outcome(None, "Too many uplinks.\n"),
-                             (3, 5, {"txType": "None", "txUplinks": 9 * [0]})))),
-    Method("GetMirrorConf", "Get mirror conf for all sessions", "I", (3,), mirror_conf, MIRROR_CONF,
-           [Call("Ryn_Get_Mirror_Conf", swID=3, length=2048, zeroed=True)],
-           INVALID_SWITCH, maxima=(15,),
-           failures=(failing("Ryn_Get_Mirror_Conf", "Failed to Get port mirror conf.\n"),),
-           # A session, or one of its lists, that cannot be built is None in its place.
-           no_memory=[Outcome(None, "Failed to allocate memory.\n", NO_MEMORY),
-                      Outcome([None], "Failed to allocate memory.\n", NO_MEMORY),
-                      Outcome([None], error=BUFFER), Outcome([None], error=DICT_ITEM),
-                      *[Outcome([{**MIRROR_CONF[0], key: None}], *report)
-                        for key in ("srcInPorts", "srcOutPorts", "dstPorts")
-                        for report in (("Failed to allocate memory\n", NO_MEMORY), ("", BUFFER))],
-                      Outcome([{**MIRROR_CONF[0], "vlans": None}], "Failed to allocate memory.\n", NO_MEMORY),
-                      Outcome([{**MIRROR_CONF[0], "vlans": None}], error=BUFFER)]),
-    Method("GetUplinkStats", "Get private stats of an uplink port", "II", (3, 5), uplink_stats,
-           {"uplinkStats": UPLINK_LIST, "privStats": "text"},
-           [Call("Ryn_Get_Uplink_Priv_Stats_Len", swID=3, rynPortID=5, length=4, zeroed=True),
+    Method(
+        "AddMACEntry",
+        (3, 128, 0x554433221102, 10),
+        nothing,
+        None,
+        [Call("Ryn_MAC_Entry_Ops", swID=0, rynPortID=128, mac=b"\x02\x11\x22\x33\x44\x55", vlanID=10, operation=1)],
+        refused=((0, 0, 0, 16 << 16), (1 << 16, 0, 0, 0)),
+        failures=(failing("Ryn_MAC_Entry_Ops"),),
+    ),
+    Method(
+        "DelMACEntry",
+        (3, 128, 0x554433221102, (15 << 16) + 10),
+        nothing,
+        None,
+        [Call("Ryn_MAC_Entry_Ops", swID=15, rynPortID=128, mac=b"\x02\x11\x22\x33\x44\x55", vlanID=10, operation=0)],
+        refused=((0, 0, 0, 16 << 16), (1 << 16, 0, 0, 0)),
+        failures=(failing("Ryn_MAC_Entry_Ops"),),
+    ),
+    Method(
+        "ListSwitchMACTable",
+        (3,),
+        mac_table("Ryn_Dump_Switch_MAC_Table", 1310736),
+        {"MacLimit": 16384, "MacTableList": MAC_ENTRIES},
+        [Call("Ryn_Dump_Switch_MAC_Table", swID=3, length=1310736, zeroed=True)],
+        failures=(failing("Ryn_Dump_Switch_MAC_Table"),),
+        no_memory=[reports("Failed to allocate switch mac table.\n"), *BUILDS_KEYS],
+    ),
+    Method(
+        "ClearSwitchMACTable",
+        (3,),
+        nothing,
+        None,
+        [Call("Ryn_Clear_Switch_MAC_Table", swID=3)],
+        failures=(failing("Ryn_Clear_Switch_MAC_Table"),),
+    ),
+    Method(
+        "GetFlowStats",
+        (99, (1, 300), 7),
+        flow_stats,
+        FLOW_STATS,
+        [Call("Ryn_Get_Flow_Stats", swID=99, lcores=[1, 300], lcoreCount=2, option=7, length=1544, zeroed=True)],
+        refused=((0, [1], 0), (0, None, 0), (0, 65 * (1,), 0)),
+        failures=(failing("Ryn_Get_Flow_Stats"),),
+        no_memory=[reports("Failed to allocate memory.\n"), *BUILDS_ITEMS],
+    ),
+    Method(
+        "DumpFlowTable",
+        (99, 3, 1000, 5),
+        flow_page,
+        FLOW_PAGE,
+        [Call("Ryn_Dump_Flow_Table", swID=99, lcore=3, startIndex=1000, flag=1, length=10260, zeroed=True)],
+        failures=(
+            failing("Ryn_Dump_Flow_Table"),
+            Failure(
+                "too few valid bytes",
+                lambda double: double.answer("Ryn_Dump_Flow_Table", area=u32(0, 0, 0, 1, 323)),
+                Outcome(None, "Invalid response returned.\n"),
+            ),
+            Failure(
+                "action line too long",  # 255 instances
+                lambda double: double.answer(
+                    "Ryn_Dump_Flow_Table",
+                    area=Bytes(10260).u32(8, 0, 1, 10260).u32(20 + 64 + 56, 1 << 18).u8(20 + 64 + 256, 255),
+                ),
+                Outcome(None, "Invalid action\n"),
+            ),
+        ),
+        no_memory=[reports("Failed to allocate memory.\n"), *BUILDS_KEYS],
+    ),
+    Method(
+        "GetPortConf",
+        (3, 5),
+        port_conf,
+        PORT_CONF,
+        [Call("Ryn_Get_Port_Conf", swID=3, rynPortID=5, length=1272, zeroed=True)],
+        failures=(failing("Ryn_Get_Port_Conf"),),
+        no_memory=[reports("Failed to allocate memory.\n"), *BUILDS_KEYS],
+    ),
+    Method(
+        "MigratePort",
+        (3, 5, 1000, 1001, -1),
+        nothing,
+        None,
+        [Call("Ryn_Migrate_Port", swID=3, rynPortID=5, option1=1000, option2=1001, option3=0xFFFFFFFF)],
+        failures=(failing("Ryn_Migrate_Port"),),
+    ),
+    Method(
+        "UnpinPort",
+        (3, 5, 1000),
+        nothing,
+        None,
+        [Call("Ryn_Unpin_Port", swID=3, rynPortID=5, option=1000)],
+        failures=(failing("Ryn_Unpin_Port"),),
+    ),
+    Method(
+        "ResetPort",
+        (3, 5),
+        nothing,
+        None,
+        [Call("Ryn_Reset_Port", swID=3, rynPortID=5)],
+        failures=(failing("Ryn_Reset_Port"),),
+    ),
+    Method(
+        "GetPortTxUplink",
+        (3, 5),
+        lambda double: double.answer("Ryn_Get_Port_Tx_Uplink", area=Bytes(18).u8(0, 2, 2).u16(2, 1000, 1001)),
+        {"txType": "LAG", "txUplinks": [1000, 1001]},
+        [Call("Ryn_Get_Port_Tx_Uplink", swID=3, rynPortID=5, length=18, zeroed=True)],
+        failures=(failing("Ryn_Get_Port_Tx_Uplink"),),
+        no_memory=[Outcome(None, error=NO_MEMORY), *BUILDS_ONE_VALUE],
+        leaks=4,
+    ),  # the list, its array and two ints
+    Method(
+        "SetPortTxUplink",
+        (3, 5, {"txType": "SrcMAC", "txUplinks": [1000, -1]}),
+        nothing,
+        None,
+        [
+            Call(
+                "Ryn_Set_Port_Tx_Uplink",
+                swID=3,
+                rynPortID=5,
+                txType=3,
+                count=2,
+                uplinks=[1000, 0xFFFFFFFF, 0, 0, 0, 0, 0, 0],
+            )
+        ],
+        failures=(
+            failing("Ryn_Set_Port_Tx_Uplink"),
+            Failure("no dict", nothing, Outcome(None, "Missing txType.\n"), (3, 5, [])),
+            Failure("no type", nothing, Outcome(None, "Missing txType.\n"), (3, 5, {})),
+            Failure("unknown type", nothing, Outcome(None, "Invalid txType none.\n"), (3, 5, {"txType": "none"})),
+            Failure("no uplinks", nothing, Outcome(None, "Missing txUplinks.\n"), (3, 5, {"txType": "None"})),
+            Failure(
+                "nine uplinks",
+                nothing,
+                Outcome(None, "Too many uplinks.\n"),
+                (3, 5, {"txType": "None", "txUplinks": 9 * [0]}),
+            ),
+        ),
+    ),
+    Method(
+        "GetMirrorConf",
+        (3,),
+        mirror_conf,
+        MIRROR_CONF,
+        [Call("Ryn_Get_Mirror_Conf", swID=3, length=2048, zeroed=True)],
+        failures=(failing("Ryn_Get_Mirror_Conf"),),
+        # A session, or one of its lists, that cannot be built is None in its place.
+        no_memory=[
+            Outcome(None, "Failed to allocate memory.\n", NO_MEMORY),
+            Outcome([None], "Failed to allocate memory.\n", NO_MEMORY),
+            Outcome([None], error=BUFFER),
+            Outcome([None], error=DICT_ITEM),
+            *[
+                Outcome([{**MIRROR_CONF[0], key: None}], *report)
+                for key in ("srcInPorts", "srcOutPorts", "dstPorts")
+                for report in (("Failed to allocate memory\n", NO_MEMORY), ("", BUFFER))
+            ],
+            Outcome([{**MIRROR_CONF[0], "vlans": None}], "Failed to allocate memory.\n", NO_MEMORY),
+            Outcome([{**MIRROR_CONF[0], "vlans": None}], error=BUFFER),
+        ],
+    ),
+    Method(
+        "GetUplinkStats",
+        (3, 5),
+        uplink_stats,
+        {"uplinkStats": UPLINK_LIST, "privStats": "text"},
+        [
+            Call("Ryn_Get_Uplink_Priv_Stats_Len", swID=3, rynPortID=5, length=4, zeroed=True),
             Call("Ryn_Get_Uplink_Priv_Stats", swID=3, rynPortID=5, length=6, zeroed=True),
-            Call("Ryn_Get_Uplink_Stats", swID=3, rynPortID=5, length=192, zeroed=True)],
-           INVALID, maxima=SWITCH_PORT,
-           failures=(failing("Ryn_Get_Uplink_Priv_Stats_Len", "", {"uplinkStats": UPLINK_LIST, "privStats": ""},
-                             leaks=50),
-                     failing("Ryn_Get_Uplink_Priv_Stats", "Failed to get private stats.\n", NULL),
-                     failing("Ryn_Get_Uplink_Stats", "Failed to get uplink stats.\n", NULL)),
-           no_memory=[*[Outcome({"uplinkStats": None, "privStats": "text"}, text, NO_MEMORY)
-                        for text in NO_UPLINK_LIST],
-                      *BUILDS_ONE_VALUE],
-           leaks=50),  # the list, its array, 24 tuples and 24 ints
-    Method("GetUplinkQueueStats", "Get uplink queue stats", "IIII", (3, 5, 9, 1000),
-           lambda double: double.answer("Ryn_Get_Uplink_Queue_Stats", area=u64(*range(1000, 1024))), UPLINK_LIST,
-           [Call("Ryn_Get_Uplink_Queue_Stats", swID=3, rynPortID=5, queue=1000, queueKind=1, length=192, zeroed=True)],
-           INVALID, maxima=SWITCH_PORT,
-           failures=(failing("Ryn_Get_Uplink_Queue_Stats", "Failed to get uplink stats.\n"),),
-           no_memory=[reports(text) for text in NO_UPLINK_LIST]),
-    Method("SetUplinkMACLearn", "Set uplink MAC Learn policy", "II", (3, 2), nothing, None,
-           [Call("Ryn_Set_Uplink_MAC_Learn", swID=3, enable=1)],
-           INVALID, maxima=(15,),
-           failures=(failing("Ryn_Set_Uplink_MAC_Learn", "Failed to set uplink mac learn policy.\n"),)),
-    Method("ClearSwitchFlowTable", "Clear flow table for a switch", "I", (3,), nothing, None,
-           [Call("Ryn_Clear_Switch_Flow_Table", swID=3)],
-           INVALID, maxima=(15,),
-           failures=(failing("Ryn_Clear_Switch_Flow_Table", "Failed clear switch flow table\n"),)),
-    Method("EnableSwitchFlowCache", "Enable flow cache for a switch", "II", (3, 1), nothing, None,
-           [Call("Ryn_Enable_Switch_Flow_Cache", swID=3, enable=1)],
-           INVALID, maxima=(15, 1),
-           failures=(failing("Ryn_Enable_Switch_Flow_Cache", "Failed to enable switch flow cache.\n"),
-                     Failure("disabling", fails("Ryn_Enable_Switch_Flow_Cache"),
-                             Outcome(None, "Failed to disable switch flow cache.\n"), (3, 0)))),
-    Method("GetPanicOnTxHang", "Get if panic when uplink Tx hang detected on a switch", "I", (3,),
-           lambda double: double.answer("Ryn_Get_Panic_On_Tx_Hang", area=u32(0xFFFFFFFE)), 0xFFFFFFFE,
-           [Call("Ryn_Get_Panic_On_Tx_Hang", swID=3, zeroed=True)],
-           INVALID, maxima=(15,),
-           failures=(failing("Ryn_Get_Panic_On_Tx_Hang", "Failed to get panic on Tx hang configuration.\n"),),
-           no_memory=BUILDS_ONE_VALUE),
-    Method("SetPanicOnTxHang", "Set if panic when uplink Tx hang detected on a switch", "II", (3, 1), nothing, None,
-           [Call("Ryn_Set_Panic_On_Tx_Hang", swID=3, setting=1)],
-           INVALID, maxima=(15, 1),
-           failures=(failing("Ryn_Set_Panic_On_Tx_Hang", "Failed to enable panic on Tx hang.\n"),
-                     Failure("disabling", fails("Ryn_Set_Panic_On_Tx_Hang"),
-                             Outcome(None, "Failed to disable panic on Tx hang.\n"), (3, 0)))),
-    Method("GetPortNetQInfo", "Get port's netq informastion", "II", (3, 5), netq_info, NETQ_INFO,
-           [Call("Ryn_Get_Port_NetQ_Info", swID=3, rynPortID=5, length=524288, zeroed=True)],
-           INVALID, maxima=SWITCH_PORT,
-           failures=(failing("Ryn_Get_Port_NetQ_Info", "Failed to get uplink stats.\n"),),
-           no_memory=[reports("Failed to allocate NetQ Info resp.\n"), *BUILDS_KEYS]),
-    Method("GetUplinkRingSize", "Get uplink's Tx and Rx ring size", "ss", ("any switch", "port-7"),
-           lambda double: double.answer("DVSQOB_PortDataGet", area=u32(4096, 512)), (4096, 512),
-           [Call("DVSQOB_PortDataGet", switchId="any switch", portId="port-7", key=UPLINK_RING),
-            Call("DVSQOB_DataFree", isNull=0)],
-           INVALID,
-           failures=(failing("DVSQOB_PortDataGet", "ValueError: Failed to read property data length.\n"),
-                     Failure("no property", lambda double: double.answer("DVSQOB_PortDataGet", status=MISSING),
-                             Outcome((2048, 1024))),
-                     Failure("wrong length", lambda double: double.answer("DVSQOB_PortDataGet", area=u32(1)),
-                             Outcome(None, "ValueError: Invalid property data length.\n"))),
-           no_memory=BUILDS_ONE_VALUE),
-    Method("SetUplinkRingSize", "Set uplink's Tx and Rx ring size", "ssII", ("any switch", "port-7", 4096, 512),
-           nothing, None, [Call("DVSQOB_PortDataSet", switchId="any switch", portId="port-7", key=UPLINK_RING,
-                                value=u32(4096, 512), length=8, option=8)],
-           INVALID,
-           failures=(failing("DVSQOB_PortDataSet", "ValueError: Failed to set port property.\n"),
-                     Failure("not aligned", nothing, Outcome(None, "ValueError: Ring size must be 32 aligned.\n"),
-                             ("any switch", "port-7", 4096, 1000)))),
-    Method("ListDevAffinity", "List device affinity for all the lunics on this system", None, (), dev_affinity,
-           [{"devname": "lunic0", "affinity": 1000}], [Call("Ryn_List_Dev_Affinity", length=1156, zeroed=True)],
-           failures=(failing("Ryn_List_Dev_Affinity", "ValueError: Failed to list device affinity.\n"),),
-           no_memory=[reports("Failed to allocate port list.\n"), *BUILDS_KEYS]),
-    Method("SetDevAffinity", "Set device affinity for a given lunic", "sI", ("lunic0", -1), nothing, None,
-           [Call("Ryn_Set_Dev_Affinity", device="lunic0", affinity=0xFFFFFFFF)],
-           INVALID,
-           failures=(failing("Ryn_Set_Dev_Affinity", "ValueError: Failed to set device affinity.\n"),)),
-    Method("GetLBWeights", "Get current load balancer weight parameters", None, (), weights,
-           [{"weightName": name, "weight": 1000 + i} for i, name in enumerate(WEIGHT_NAMES)],
-           [Call("Ryn_GetLBWeights", zeroed=True)],
-           failures=(failing("Ryn_GetLBWeights", "ValueError: Failed to get LB weight parameters.\n"),),
-           no_memory=[reports("Failed to allocate tunable list.\n"), *BUILDS_KEYS]),
-    Method("SetLBWeights", "Set load balancer weight parameters", "IIIIIIII", (5, -1, -1, -1, -1, -1, -1, 6), weights,
-           None,
-           [Call("Ryn_GetLBWeights", zeroed=True),
-            Call("Ryn_SetLBWeights", weights=u32(5, *range(1001, 1007), 6))],
-           INVALID,
-           failures=(failing("Ryn_GetLBWeights", "ValueError: Failed to get LB weight parameters.\n"),
-                     failing("Ryn_SetLBWeights", "ValueError: Failed to set LB weight.\n"))),
-    Method("ResetLBWeights", "Reset load balancer weight parameters to the default values", None, (), nothing, None,
-           [Call("Ryn_ResetLBWeights")],
-           failures=(failing("Ryn_ResetLBWeights", "ValueError: Failed to reset load balancer weights.\n"),)),
-    Method("GetLBParams", "Get current load balancer per switch options", "s", ("dvs-1",), with_property(OPTIONS),
-           (("LCore usage threshold high", 1000), ("LCore usage threshold low", 500),
-            ("LCore usage diff to pause balancing", 600), ("Traffic variation sensitivity", 700)),
-           property_read(LOADBAL),
-           INVALID,
-           failures=(*alias_failures(), *versioned(LOADBAL, 24),
-                     Failure("Ryn_GetCurrentLBData", without_property("Ryn_GetCurrentLBData"), Outcome(None))),
-           no_memory=[*BUILDS_ONE_VALUE, Outcome(ANY, error=NO_MEMORY)]),  # what could be built
-    Method("SetLBParams", "Set load balancer per switch options", "sIIII", ("dvs-1", -1, 1000, 5, -1),
-           with_property(OPTIONS), True,
-           [*property_read(LOADBAL), property_write(LOADBAL, u32(0, 2, 1000, 1000, 5, 700))],
-           INVALID, invalid_value=False,
-           failures=(*alias_failures(False, -1, -1, -1, -1), *versioned(LOADBAL, 24, False),
-                     Failure("Ryn_GetCurrentLBData", without_property("Ryn_GetCurrentLBData"), Outcome(False)),
-                     Failure("low above high", nothing, Outcome(False), ("dvs-1", -1, 1001, -1, -1)),
-                     set_failure(LOADBAL, False))),
-    Method("DumpLBSnapshot", "Dump the latest LB Snapshot", "I", (3,),
-           lambda double: double.answer("Ryn_DumpLBSnapshot", area=SNAPSHOT_AREA), SNAPSHOT_TEXT,
-           [Call("Ryn_DumpLBSnapshot", swID=3, length=4096, zeroed=True)],
-           INVALID, maxima=(15,),
-           failures=(failing("Ryn_DumpLBSnapshot", "ValueError: Failed to dump LB topology: 0xbad0007.\n"),),
-           no_memory=BUILDS_ONE_VALUE),
-    Method("GetLBAlgorithm", "Get load balancing algorithm used", "s", ("dvs-1",), with_property(OPTIONS), "count",
-           property_read(LOADBAL),
-           INVALID,
-           failures=(*alias_failures(), *versioned(LOADBAL, 24),
-                     Failure("Ryn_GetCurrentLBData", without_property("Ryn_GetCurrentLBData"), Outcome(None))),
-           no_memory=BUILDS_ONE_VALUE),
-    Method("SetLBAlgorithm", "Set load balancing algorithm to be used", "ss", ("dvs-1", "cpu"), with_property(OPTIONS),
-           True,
-           [*property_read(LOADBAL), property_write(LOADBAL, u32(0, 1, 1000, 500, 600, 700))],
-           INVALID, invalid_value=False,
-           failures=(*alias_failures(False, "CPU"), *versioned(LOADBAL, 24, False),
-                     Failure("Ryn_GetCurrentLBData", without_property("Ryn_GetCurrentLBData"), Outcome(False)),
-                     Failure("unknown name", nothing, Outcome(False, "Invalid metric name CPU.\n"), ("dvs-1", "CPU")),
-                     set_failure(LOADBAL, False))),
-    Method("GetSwitchNUMATeam", "Get the current status NUMA awareness of teaming", "s", ("dvs-1",),
-           with_property(u32(0) + u8(255)), True, property_read(TEAMING),
-           INVALID,
-           failures=(*alias_failures(), *versioned(TEAMING, 5),
-                     Failure("Ryn_GetSwitchNUMATeam", without_property("Ryn_GetSwitchNUMATeam"), Outcome(None)))),
-    Method("SetSwitchNUMATeam", "Set NUMA awareness of teaming to enabled or disabled", "sI", ("dvs-1", 257),
-           with_switch(nothing), None, [property_write(TEAMING, u32(0) + u8(1))],
-           INVALID,
-           failures=(*alias_failures(None, 1), set_failure(TEAMING))),
-    Method("GetSwitchBurstSize", "Get burst size of an RYN switch", "s", ("dvs-1",), with_property(u32(0, 0xFFFFFFFE)),
-           0xFFFFFFFE, property_read(BURSTSIZE),
-           INVALID,
-           failures=(*alias_failures(), *versioned(BURSTSIZE, 8),
-                     Failure("Ryn_GetSwitchBurstSize", without_property("Ryn_GetSwitchBurstSize"), Outcome(None))),
-           no_memory=BUILDS_ONE_VALUE),
-    Method("SetSwitchBurstSize", "Set burst size of an RYN switch", "sI", ("dvs-1", -1), with_switch(nothing), None,
-           [property_write(BURSTSIZE, u32(0, 0xFFFFFFFF))],
-           INVALID,
-           failures=(*alias_failures(None, 1), set_failure(BURSTSIZE))),
-    Method("DumpLBPortStats", "Dump the latest LB Port Statistics", "III", (3, 5, 5), lb_port_stats, LB_PORT_STATS,
-           [Call("Ryn_Dump_LB_PortStats", swID=3, length=9224, zeroed=True)],
-           INVALID, maxima=(15, 127, 127), refused=((3, 7, 5),),
-           failures=(failing("Ryn_Dump_LB_PortStats", "ValueError: Failed to dump LB statistics.\n"),),
-           no_memory=[Outcome(None, error=NO_MEMORY)]),
-    Method("GetPortLRO", "Get the current status of LRO of a port", "II", (3, 5),
-           lambda double: double.answer("Ryn_GetLRO", area=u32(1 << 31)), True,
-           [Call("Ryn_GetLRO", scope=0, swID=3, rynPortID=5, zeroed=True)],
-           INVALID_TWICE, maxima=SWITCH_PORT,
-           failures=(failing("Ryn_GetLRO", "ValueError: Failed to get LRO.\n\n"),)),
-    Method("SetPortLRO", "Enable or Disable LRO for a ort", "III", (3, 5, 7), nothing, None,
-           [Call("Ryn_SetLRO", scope=0, swID=3, rynPortID=5, state=7)],
-           INVALID_TWICE, maxima=SWITCH_PORT,
-           failures=(failing("Ryn_SetLRO", "ValueError: Failed to set LRO.\n\n"),)),
-    Method("GetSwitchLRO", "Get the current status of LRO of a switch", "I", (3,), nothing, False,
-           [Call("Ryn_GetLRO", scope=1, swID=3, rynPortID=0, zeroed=True)],
-           INVALID_TWICE, maxima=(15,),
-           failures=(failing("Ryn_GetLRO", "ValueError: Failed to get LRO.\n\n"),)),
-    Method("SetSwitchLRO", "Enable or Disable LRO for a switch. This overrides per-port setting", "II", (3, 7), nothing,
-           None,
-           [Call("Ryn_SetLRO", scope=1, swID=3, rynPortID=0, state=7)],
-           INVALID_TWICE, maxima=(15,),
-           failures=(failing("Ryn_SetLRO", "ValueError: Failed to set LRO.\n\n"),)),
-    Method("GetFPOEnabled", "Get FPO enabled on a DVS", "s", ("dvs-1",), with_property(u32(0xFFFFFFFE)), 0xFFFFFFFE,
-           property_read(FPO),
-           INVALID,
-           failures=(*alias_failures(), failing("DVSQOB_HostPropGet", f"Failed to get DVS property {FPO}\n"),
-                     Failure("no property", lambda double: double.answer("DVSQOB_HostPropGet", status=MISSING),
-                             Outcome(1)),
-                     bad_property("too long", bytes(8), f"Format of property {FPO} is invalid\n"),
-                     bad_property("too short", bytes(3), f"Format of property {FPO} is invalid\n")),
-           no_memory=BUILDS_ONE_VALUE),
-    Method("EnableFPO", "Enable/Disable FPO on a DVS", "sI", ("dvs-1", 7), with_switch(nothing), True,
-           [property_write(FPO, u32(7))],
-           INVALID, invalid_value=False,
-           failures=(*alias_failures(False, 1), set_failure(FPO, True))),  # True: only the message tells
-    Method("GetFPOStats", "Get FPO stats for lcores", "IO", (99, (1, 300)), fpo_stats, FPO_STATS,
-           [Call("Ryn_Get_FPO_Stats", swID=99, lcores=[1, 300], lcoreCount=2, length=1800, zeroed=True)],
-           INVALID_TWICE, refused=((0, [1]), (0, None), (0, 65 * (1,))),
-           failures=(failing("Ryn_Get_FPO_Stats", "Failed to retrieve flow stats.\n"),),
-           no_memory=[reports("Failed to allocate memory.\n"), *BUILDS_ITEMS]),
-    Method("GetFPOUplinkStatus", "Get FPO stats for an uplink", "II", (3, 5), fpo_uplink_status, FPO_UPLINK_STATUS,
-           [Call("Ryn_Get_FPO_Uplink_Status", swID=3, rynPortID=5, length=40, zeroed=True)],
-           INVALID, maxima=SWITCH_PORT,
-           failures=(failing("Ryn_Get_FPO_Uplink_Status", "Failed to get FPO uplink status.\n"),),
-           no_memory=BUILDS_ONE_VALUE),
-    Method("GetFlowTimeout", "Get flow timeout in seconds", None, (),
-           lambda double: double.answer("Ryn_Get_Flow_Timeout", area=u32(0xFFFFFFFE)), 0xFFFFFFFE,
-           [Call("Ryn_Get_Flow_Timeout", zeroed=True)],
-           failures=(failing("Ryn_Get_Flow_Timeout", "ValueError: Failed to get flow timeout.\n\n"),),
-           no_memory=BUILDS_ONE_VALUE),
-    Method("SetFlowTimeout", "Set flow timeout in seconds", "I", (-2,), nothing, None,
-           [Call("Ryn_Set_Flow_Timeout", seconds=0xFFFFFFFE)],
-           INVALID_TWICE,
-           failures=(failing("Ryn_Set_Flow_Timeout", "ValueError: Failed to set flow timeout.\n\n"),)),
-    Method("ListLCoreIDs", "List All lcore IDs", "I", (99,),
-           lambda double: double.answer("Ryn_Get_LCore_ID_Bitmap", area=u64((1 << 64) - 1)), tuple(range(64)),
-           [Call("Ryn_Get_LCore_ID_Bitmap", swID=99, zeroed=True)],
-           INVALID_TWICE,
-           # Goes on after its message, with whatever the bitmap holds
-           failures=(Failure("Ryn_Get_LCore_ID_Bitmap",
-                             lambda double: double.answer("Ryn_Get_LCore_ID_Bitmap", status=1, area=u64(0)),
-                             Outcome((), "TypeError: Failed to get lcore ID bitmap.\n\n")),),
-           no_memory=BUILDS_ONE_VALUE),
-    Method("InitMbufFastslabs", "Init RYN mbuf fastslabs", None, (),
-           lambda double: double.add_switch("dvs-1", global_={OPAQUE_DVS: "poll"}), True,
-           [Call("Ryn_Init_Mbuf_Fastslabs")],
-           failures=(failing("Ryn_Init_Mbuf_Fastslabs", "TypeError: Failed to init RYN mbuf fastslabs.\n\n", False),
-                     Failure("no such switch", Double.reset, Outcome(None)))),
+            Call("Ryn_Get_Uplink_Stats", swID=3, rynPortID=5, length=192, zeroed=True),
+        ],
+        failures=(
+            failing("Ryn_Get_Uplink_Priv_Stats_Len", "", {"uplinkStats": UPLINK_LIST, "privStats": ""}, leaks=50),
+            failing("Ryn_Get_Uplink_Priv_Stats"),
+            failing("Ryn_Get_Uplink_Stats"),
+        ),
+        no_memory=[
+            *[Outcome({"uplinkStats": None, "privStats": "text"}, text, NO_MEMORY) for text in NO_UPLINK_LIST],
+            *BUILDS_ONE_VALUE,
+        ],
+        leaks=50,
+    ),  # the list, its array, 24 tuples and 24 ints
+    Method(
+        "GetUplinkQueueStats",
+        (3, 5, 9, 1000),
+        lambda double: double.answer("Ryn_Get_Uplink_Queue_Stats", area=u64(*range(1000, 1024))),
+        UPLINK_LIST,
+        [Call("Ryn_Get_Uplink_Queue_Stats", swID=3, rynPortID=5, queue=1000, queueKind=1, length=192, zeroed=True)],
+        failures=(failing("Ryn_Get_Uplink_Queue_Stats"),),
+        no_memory=[reports(text) for text in NO_UPLINK_LIST],
+    ),
+    Method(
+        "SetUplinkMACLearn",
+        (3, 2),
+        nothing,
+        None,
+        [Call("Ryn_Set_Uplink_MAC_Learn", swID=3, enable=1)],
+        failures=(failing("Ryn_Set_Uplink_MAC_Learn"),),
+    ),
+    Method(
+        "ClearSwitchFlowTable",
+        (3,),
+        nothing,
+        None,
+        [Call("Ryn_Clear_Switch_Flow_Table", swID=3)],
+        failures=(failing("Ryn_Clear_Switch_Flow_Table"),),
+    ),
+    Method(
+        "EnableSwitchFlowCache",
+        (3, 1),
+        nothing,
+        None,
+        [Call("Ryn_Enable_Switch_Flow_Cache", swID=3, enable=1)],
+        failures=(
+            failing("Ryn_Enable_Switch_Flow_Cache"),
+            Failure(
+                "disabling",
+                fails("Ryn_Enable_Switch_Flow_Cache"),
+                Outcome(None, "Failed to disable switch flow cache.\n"),
+                (3, 0),
+            ),
+        ),
+    ),
+    Method(
+        "GetPanicOnTxHang",
+        (3,),
+        lambda double: double.answer("Ryn_Get_Panic_On_Tx_Hang", area=u32(0xFFFFFFFE)),
+        0xFFFFFFFE,
+        [Call("Ryn_Get_Panic_On_Tx_Hang", swID=3, zeroed=True)],
+        failures=(failing("Ryn_Get_Panic_On_Tx_Hang"),),
+        no_memory=BUILDS_ONE_VALUE,
+    ),
+    Method(
+        "SetPanicOnTxHang",
+        (3, 1),
+        nothing,
+        None,
+        [Call("Ryn_Set_Panic_On_Tx_Hang", swID=3, setting=1)],
+        failures=(
+            failing("Ryn_Set_Panic_On_Tx_Hang"),
+            Failure(
+                "disabling",
+                fails("Ryn_Set_Panic_On_Tx_Hang"),
+                Outcome(None, "Failed to disable panic on Tx hang.\n"),
+                (3, 0),
+            ),
+        ),
+    ),
+    Method(
+        "GetPortNetQInfo",
+        (3, 5),
+        netq_info,
+        NETQ_INFO,
+        [Call("Ryn_Get_Port_NetQ_Info", swID=3, rynPortID=5, length=524288, zeroed=True)],
+        failures=(failing("Ryn_Get_Port_NetQ_Info"),),
+        no_memory=[reports("Failed to allocate NetQ Info resp.\n"), *BUILDS_KEYS],
+    ),
+    Method(
+        "GetUplinkRingSize",
+        ("any switch", "port-7"),
+        lambda double: double.answer("DVSQOB_PortDataGet", area=u32(4096, 512)),
+        (4096, 512),
+        [
+            Call("DVSQOB_PortDataGet", switchId="any switch", portId="port-7", key=UPLINK_RING),
+            Call("DVSQOB_DataFree", isNull=0),
+        ],
+        failures=(
+            failing("DVSQOB_PortDataGet"),
+            Failure(
+                "no property", lambda double: double.answer("DVSQOB_PortDataGet", status=MISSING), Outcome((2048, 1024))
+            ),
+            Failure(
+                "wrong length",
+                lambda double: double.answer("DVSQOB_PortDataGet", area=u32(1)),
+                Outcome(None, "ValueError: Invalid property data length.\n"),
+            ),
+        ),
+        no_memory=BUILDS_ONE_VALUE,
+    ),
+    Method(
+        "SetUplinkRingSize",
+        ("any switch", "port-7", 4096, 512),
+        nothing,
+        None,
+        [
+            Call(
+                "DVSQOB_PortDataSet",
+                switchId="any switch",
+                portId="port-7",
+                key=UPLINK_RING,
+                value=u32(4096, 512),
+                length=8,
+                option=8,
+            )
+        ],
+        failures=(
+            failing("DVSQOB_PortDataSet"),
+            Failure(
+                "not aligned",
+                nothing,
+                Outcome(None, "ValueError: Ring size must be 32 aligned.\n"),
+                ("any switch", "port-7", 4096, 1000),
+            ),
+        ),
+    ),
+    Method(
+        "ListDevAffinity",
+        (),
+        dev_affinity,
+        [{"devname": "lunic0", "affinity": 1000}],
+        [Call("Ryn_List_Dev_Affinity", length=1156, zeroed=True)],
+        failures=(failing("Ryn_List_Dev_Affinity"),),
+        no_memory=[reports("Failed to allocate port list.\n"), *BUILDS_KEYS],
+    ),
+    Method(
+        "SetDevAffinity",
+        ("lunic0", -1),
+        nothing,
+        None,
+        [Call("Ryn_Set_Dev_Affinity", device="lunic0", affinity=0xFFFFFFFF)],
+        failures=(failing("Ryn_Set_Dev_Affinity"),),
+    ),
+    Method(
+        "GetLBWeights",
+        (),
+        weights,
+        [{"weightName": name, "weight": 1000 + i} for i, name in enumerate(WEIGHT_NAMES)],
+        [Call("Ryn_GetLBWeights", zeroed=True)],
+        failures=(failing("Ryn_GetLBWeights"),),
+        no_memory=[reports("Failed to allocate tunable list.\n"), *BUILDS_KEYS],
+    ),
+    Method(
+        "SetLBWeights",
+        (5, -1, -1, -1, -1, -1, -1, 6),
+        weights,
+        None,
+        [Call("Ryn_GetLBWeights", zeroed=True), Call("Ryn_SetLBWeights", weights=u32(5, *range(1001, 1007), 6))],
+        failures=(failing("Ryn_GetLBWeights"), failing("Ryn_SetLBWeights")),
+    ),
+    Method(
+        "ResetLBWeights", (), nothing, None, [Call("Ryn_ResetLBWeights")], failures=(failing("Ryn_ResetLBWeights"),)
+    ),
+    Method(
+        "GetLBParams",
+        ("dvs-1",),
+        with_property(OPTIONS),
+        (
+            ("LCore usage threshold high", 1000),
+            ("LCore usage threshold low", 500),
+            ("LCore usage diff to pause balancing", 600),
+            ("Traffic variation sensitivity", 700),
+        ),
+        property_read(LOADBAL),
+        failures=(
+            *alias_failures(),
+            *versioned(LOADBAL, 24),
+            Failure("Ryn_GetCurrentLBData", without_property("Ryn_GetCurrentLBData"), Outcome(None)),
+        ),
+        no_memory=[*BUILDS_ONE_VALUE, Outcome(ANY, error=NO_MEMORY)],
+    ),  # what could be built
+    Method(
+        "SetLBParams",
+        ("dvs-1", -1, 1000, 5, -1),
+        with_property(OPTIONS),
+        True,
+        [*property_read(LOADBAL), property_write(LOADBAL, u32(0, 2, 1000, 1000, 5, 700))],
+        failures=(
+            *alias_failures(False, -1, -1, -1, -1),
+            *versioned(LOADBAL, 24, False),
+            Failure("Ryn_GetCurrentLBData", without_property("Ryn_GetCurrentLBData"), Outcome(False)),
+            Failure("low above high", nothing, Outcome(False), ("dvs-1", -1, 1001, -1, -1)),
+            failing("DVSQOB_HostPropSet"),
+        ),
+    ),
+    Method(
+        "DumpLBSnapshot",
+        (3,),
+        lambda double: double.answer("Ryn_DumpLBSnapshot", area=SNAPSHOT_AREA),
+        SNAPSHOT_TEXT,
+        [Call("Ryn_DumpLBSnapshot", swID=3, length=4096, zeroed=True)],
+        failures=(failing("Ryn_DumpLBSnapshot", "ValueError: Failed to dump LB topology: 0xbad0007.\n"),),
+        no_memory=BUILDS_ONE_VALUE,
+    ),
+    Method(
+        "GetLBAlgorithm",
+        ("dvs-1",),
+        with_property(OPTIONS),
+        "count",
+        property_read(LOADBAL),
+        failures=(
+            *alias_failures(),
+            *versioned(LOADBAL, 24),
+            Failure("Ryn_GetCurrentLBData", without_property("Ryn_GetCurrentLBData"), Outcome(None)),
+        ),
+        no_memory=BUILDS_ONE_VALUE,
+    ),
+    Method(
+        "SetLBAlgorithm",
+        ("dvs-1", "cpu"),
+        with_property(OPTIONS),
+        True,
+        [*property_read(LOADBAL), property_write(LOADBAL, u32(0, 1, 1000, 500, 600, 700))],
+        failures=(
+            *alias_failures(False, "CPU"),
+            *versioned(LOADBAL, 24, False),
+            Failure("Ryn_GetCurrentLBData", without_property("Ryn_GetCurrentLBData"), Outcome(False)),
+            Failure("unknown name", nothing, Outcome(False, "Invalid metric name CPU.\n"), ("dvs-1", "CPU")),
+            failing("DVSQOB_HostPropSet"),
+        ),
+    ),
+    Method(
+        "GetSwitchNUMATeam",
+        ("dvs-1",),
+        with_property(u32(0) + u8(255)),
+        True,
+        property_read(TEAMING),
+        failures=(
+            *alias_failures(),
+            *versioned(TEAMING, 5),
+            Failure("Ryn_GetSwitchNUMATeam", without_property("Ryn_GetSwitchNUMATeam"), Outcome(None)),
+        ),
+    ),
+    Method(
+        "SetSwitchNUMATeam",
+        ("dvs-1", 257),
+        with_switch(nothing),
+        None,
+        [property_write(TEAMING, u32(0) + u8(1))],
+        failures=(*alias_failures(None, 1), failing("DVSQOB_HostPropSet")),
+    ),
+    Method(
+        "GetSwitchBurstSize",
+        ("dvs-1",),
+        with_property(u32(0, 0xFFFFFFFE)),
+        0xFFFFFFFE,
+        property_read(BURSTSIZE),
+        failures=(
+            *alias_failures(),
+            *versioned(BURSTSIZE, 8),
+            Failure("Ryn_GetSwitchBurstSize", without_property("Ryn_GetSwitchBurstSize"), Outcome(None)),
+        ),
+        no_memory=BUILDS_ONE_VALUE,
+    ),
+    Method(
+        "SetSwitchBurstSize",
+        ("dvs-1", -1),
+        with_switch(nothing),
+        None,
+        [property_write(BURSTSIZE, u32(0, 0xFFFFFFFF))],
+        failures=(*alias_failures(None, 1), failing("DVSQOB_HostPropSet")),
+    ),
+    Method(
+        "DumpLBPortStats",
+        (3, 5, 5),
+        lb_port_stats,
+        LB_PORT_STATS,
+        [Call("Ryn_Dump_LB_PortStats", swID=3, length=9224, zeroed=True)],
+        refused=((3, 7, 5),),
+        failures=(failing("Ryn_Dump_LB_PortStats"),),
+        no_memory=[Outcome(None, error=NO_MEMORY)],
+    ),
+    Method(
+        "GetPortLRO",
+        (3, 5),
+        lambda double: double.answer("Ryn_GetLRO", area=u32(1 << 31)),
+        True,
+        [Call("Ryn_GetLRO", scope=0, swID=3, rynPortID=5, zeroed=True)],
+        failures=(failing("Ryn_GetLRO"),),
+    ),
+    Method(
+        "SetPortLRO",
+        (3, 5, 7),
+        nothing,
+        None,
+        [Call("Ryn_SetLRO", scope=0, swID=3, rynPortID=5, state=7)],
+        failures=(failing("Ryn_SetLRO"),),
+    ),
+    Method(
+        "GetSwitchLRO",
+        (3,),
+        nothing,
+        False,
+        [Call("Ryn_GetLRO", scope=1, swID=3, rynPortID=0, zeroed=True)],
+        failures=(failing("Ryn_GetLRO"),),
+    ),
+    Method(
+        "SetSwitchLRO",
+        (3, 7),
+        nothing,
+        None,
+        [Call("Ryn_SetLRO", scope=1, swID=3, rynPortID=0, state=7)],
+        failures=(failing("Ryn_SetLRO"),),
+    ),
+    Method(
+        "GetFPOEnabled",
+        ("dvs-1",),
+        with_property(u32(0xFFFFFFFE)),
+        0xFFFFFFFE,
+        property_read(FPO),
+        failures=(
+            *alias_failures(),
+            failing("DVSQOB_HostPropGet"),
+            Failure("no property", lambda double: double.answer("DVSQOB_HostPropGet", status=MISSING), Outcome(1)),
+            bad_property("too long", bytes(8), f"Format of property {FPO} is invalid\n"),
+            bad_property("too short", bytes(3), f"Format of property {FPO} is invalid\n"),
+        ),
+        no_memory=BUILDS_ONE_VALUE,
+    ),
+    Method(
+        "EnableFPO",
+        ("dvs-1", 7),
+        with_switch(nothing),
+        True,
+        [property_write(FPO, u32(7))],
+        failures=(*alias_failures(False, 1), failing("DVSQOB_HostPropSet")),
+    ),  # True: only the message tells
+    Method(
+        "GetFPOStats",
+        (99, (1, 300)),
+        fpo_stats,
+        FPO_STATS,
+        [Call("Ryn_Get_FPO_Stats", swID=99, lcores=[1, 300], lcoreCount=2, length=1800, zeroed=True)],
+        refused=((0, [1]), (0, None), (0, 65 * (1,))),
+        failures=(failing("Ryn_Get_FPO_Stats"),),
+        no_memory=[reports("Failed to allocate memory.\n"), *BUILDS_ITEMS],
+    ),
+    Method(
+        "GetFPOUplinkStatus",
+        (3, 5),
+        fpo_uplink_status,
+        FPO_UPLINK_STATUS,
+        [Call("Ryn_Get_FPO_Uplink_Status", swID=3, rynPortID=5, length=40, zeroed=True)],
+        failures=(failing("Ryn_Get_FPO_Uplink_Status"),),
+        no_memory=BUILDS_ONE_VALUE,
+    ),
+    Method(
+        "GetFlowTimeout",
+        (),
+        lambda double: double.answer("Ryn_Get_Flow_Timeout", area=u32(0xFFFFFFFE)),
+        0xFFFFFFFE,
+        [Call("Ryn_Get_Flow_Timeout", zeroed=True)],
+        failures=(failing("Ryn_Get_Flow_Timeout"),),
+        no_memory=BUILDS_ONE_VALUE,
+    ),
+    Method(
+        "SetFlowTimeout",
+        (-2,),
+        nothing,
+        None,
+        [Call("Ryn_Set_Flow_Timeout", seconds=0xFFFFFFFE)],
+        failures=(failing("Ryn_Set_Flow_Timeout"),),
+    ),
+    Method(
+        "ListLCoreIDs",
+        (99,),
+        lambda double: double.answer("Ryn_Get_LCore_ID_Bitmap", area=u64((1 << 64) - 1)),
+        tuple(range(64)),
+        [Call("Ryn_Get_LCore_ID_Bitmap", swID=99, zeroed=True)],
+        # Goes on after its message, with whatever the bitmap holds
+        failures=(
+            Failure(
+                "Ryn_Get_LCore_ID_Bitmap",
+                lambda double: double.answer("Ryn_Get_LCore_ID_Bitmap", status=1, area=u64(0)),
+                Outcome((), "TypeError: Failed to get lcore ID bitmap.\n\n"),
+            ),
+        ),
+        no_memory=BUILDS_ONE_VALUE,
+    ),
+    Method(
+        "InitMbufFastslabs",
+        (),
+        lambda double: double.add_switch("dvs-1", global_={OPAQUE_DVS: "poll"}),
+        True,
+        [Call("Ryn_Init_Mbuf_Fastslabs")],
+        failures=(failing("Ryn_Init_Mbuf_Fastslabs"), Failure("no such switch", Double.reset, Outcome(None))),
+    ),
 ]
