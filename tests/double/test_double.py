@@ -175,7 +175,7 @@ def test_areas_do_not_grow():
 def test_held_call_waits_and_is_answered_then(operations, double):
     double.answer("Ryn_Reset_Port", status=7)
     double.answer("Ryn_Reset_Port", status=5, times=1)
-    held = double.hold("Ryn_Reset_Port")
+    held = double.hold_call("Ryn_Reset_Port")
     answers = []
     assert operations.Ryn_Reset_Port(1, 2) == 5  # counted answers come in the order in which they were scripted
     thread = threading.Thread(target=lambda: answers.append(operations.Ryn_Reset_Port(3, 4)))

@@ -32,7 +32,7 @@ def hold(double: Double):
     held: list[Held] = []
 
     def make(op: str) -> Held:
-        held.append(double.hold(op))
+        held.append(double.hold_call(op))
         return held[-1]
 
     double.recording(False)
@@ -329,7 +329,7 @@ double = harness.set_up()
 import ryn
 from ryn import _core as core
 double.recording(False)
-held = double.hold("Ryn_Get_LCore_ID_Bitmap")
+held = double.hold_call("Ryn_Get_LCore_ID_Bitmap")
 """
 
 

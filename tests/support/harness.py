@@ -302,7 +302,7 @@ class Double:
         self._ryn.double_answer(op.encode(), ctypes.byref(_Answer(
             status, -1 if times is None else times, data, len(data or b""), -1 if length is None else length, overrun)))
 
-    def hold(self, op: str) -> Held:
+    def hold_call(self, op: str) -> Held:
         """Lets the next call of the operation wait until it is told to go on."""
         held = Held()
         self._ryn.double_hold(op.encode(), held.entered[1], held.go_on[0])
