@@ -15,7 +15,16 @@ if TYPE_CHECKING:
 
 
 class Balancer:
-    """`switch.balancer`."""
+    """`switch.balancer`.
+
+    >>> import ryn
+    >>> balancer = ryn.Host().switch("dvs-1").balancer
+    >>> balancer.algorithm, balancer.options
+    ('cpu', Options(high=60, low=40, pause=10, sensitivity=5))
+    >>> balancer.options = (70, 30, None, None)
+    >>> balancer.options
+    Options(high=70, low=30, pause=10, sensitivity=5)
+    """
 
     __slots__ = ("switch",)
 

@@ -7,7 +7,11 @@ from typing import Tuple, Type
 
 
 class Kind(IntEnum):
-    """What a port is for. A kind that is not listed here is UNKNOWN with its number: int(Kind(77)) is 77."""
+    """What a port is for. A kind that is not listed here is UNKNOWN with its number.
+
+    >>> str(Kind(2)), str(Kind(77)), int(Kind(77))
+    ('UPLINK', 'UNKNOWN', 77)
+    """
 
     UNKNOWN = 0
     VNIC = 1
@@ -50,7 +54,12 @@ class _Flags(IntFlag):
 
 
 class Actions(_Flags):
-    """What is done with the packets of a flow. Bits without a name are kept."""
+    """What is done with the packets of a flow. Bits without a name are kept.
+
+    >>> actions = Actions(0x80000028)
+    >>> str(actions), Actions.DROP in actions
+    ('LRO|DROP|0x80000000', True)
+    """
 
     KCP_INPUT_CHILD_PORT = 1 << 2
     LRO = 1 << 3

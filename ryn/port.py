@@ -25,6 +25,17 @@ class Port(ListedPort):
     (the core of each queue; assumed) are what the listing gave; `refresh()` asks anew. `switch` is its switch.
     Before a change the port's distributed number and address are compared with a new listing; where the number is
     another port's now, Gone is raised and nothing is sent.
+
+    >>> import ryn
+    >>> port = ryn.Host().port("dvs-1/3")
+    >>> port, port.dvport, port.teaming
+    (<ryn.Port dvs-1/3 VNIC 02:00:00:07:00:03>, 1003, ryn.Teaming(type='LAG', uplinks=(0, 1)))
+    >>> port.migrate(2, 2, 0)
+    >>> port.refresh().tx_cores
+    (2, 2)
+    >>> port.add_mac("02:00:00:aa:bb:cc", vlan=100)
+    >>> [row.vlan for row in port.macs().find("02-00-00-AA-BB-CC")]
+    [100]
     """
 
     __slots__ = ()

@@ -33,6 +33,15 @@ class Reading(Generic[PortT]):
 
     `time` is when it was made, in seconds since 1970 as time.time() has it. A reading can be pickled; its copy has
     keys in place of a host's ports, and can be asked by either.
+
+    >>> import ryn
+    >>> host = ryn.Host()
+    >>> reading = host.counters()
+    >>> len(reading)
+    35
+    >>> port = host.port("dvs-1/3")
+    >>> reading[port].total.tx_packets == port.counters().total.tx_packets  # a host whose clock stands
+    True
     """
 
     __slots__ = ("ports", "table", "time", "clock", "_rows")
@@ -104,6 +113,12 @@ class Tick(Generic[PortT]):
     A rate has the fields of `Counters`, as numbers a second of both paths together. `seconds` is the time between
     the readings by a clock that never goes back, `time` that of the later one. `resets` are the ports of which a
     counter has fallen; they have no rate. A fall of more than 2^63 is a counter that has wrapped, and no reset.
+
+    >>> import ryn
+    >>> table = ryn.CounterTable(bytes(256))
+    >>> tick = Reading(["a"], table, clock=3.0).rates(Reading(["a"], table, clock=1.0))
+    >>> tick.seconds, tick.top("tx_bytes")[0][1].tx_bytes, tick.resets
+    (2.0, 0.0, ())
     """
 
     __slots__ = ("earlier", "later", "seconds", "resets", "_rates", "_keys")

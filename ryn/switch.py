@@ -30,6 +30,16 @@ class Switch:
     bytes and `cores` (the numbers of those that serve it) are the datapath's, and None where only the configuration
     knows the switch; `alias` and `id` are the configuration's, and None where only the datapath knows it. `name` is
     the name by which the datapath knows it, or would.
+
+    >>> import ryn
+    >>> switch = ryn.Host().switch("dvs-1")
+    >>> switch.number, switch.name, switch.alias, switch.mtu, switch.cores
+    (0, 'dvs-1-set', 'dvs-1', 1500, (0, 1, 2, 3, 8, 9, 10, 11))
+    >>> switch.burst_size = 64
+    >>> print(switch.settings()["burst_size"])
+    Setting(name='burst_size', value=64, source='property', stored=64, running=64)
+    >>> [mirror.index for mirror in switch.mirrors()]
+    [1, 2, 7]
     """
 
     __slots__ = ("host", "platform", "record", "configured", "number", "name", "alias", "id")
@@ -127,6 +137,11 @@ class Switch:
 
         Filters, all of which have to match: `src`, `dst` (an address or network), `sport`, `dport` (ICMP: type and
         code), `protocol` (a number or tcp, udp, icmp, icmp6), `vlan`, `action` (the name of one), `mac_a`, `mac_b`.
+
+        >>> import ryn
+        >>> flow = next(ryn.Host().switch("dvs-1").flows(dst="10.0.0.0/8", action="DROP"))
+        >>> flow.dst, flow.dport, flow.protocol, str(flow.actions)
+        (IPv4Address('10.0.0.5'), 23, 6, 'LRO|IPFIX_INGRESS|DROP|VR|0x80')
         """
         chosen = None if cores is None else table_cores(cores)
         return Flows([self], flow_filter(**wanted), chosen, bool(offloaded))

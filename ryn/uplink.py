@@ -27,7 +27,16 @@ def driver_statistics(text: str) -> Dict[str, int]:
 
 
 class Uplink:
-    """One of `switch.uplinks()`. What it shares with all ports is in `port`."""
+    """One of `switch.uplinks()`. What it shares with all ports is in `port`.
+
+    >>> import ryn
+    >>> uplink = ryn.Host().switch("dvs-1").uplinks()[0]
+    >>> uplink.port.kind, uplink.ring_size, uplink.offload.level, uplink.link_up
+    (<Kind.UPLINK: 2>, RingSize(tx=2048, rx=1024), 'Model 2', True)
+    >>> uplink.ring_size = (4096, 512)
+    >>> uplink.ring_size.tx
+    4096
+    """
 
     __slots__ = ("port",)
 

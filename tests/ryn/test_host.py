@@ -172,6 +172,15 @@ def test_an_empty_snapshot(host):
     assert snapshot == ((), ())
 
 
+def test_the_balancers_figures(host, platform):
+    area = Bytes(9224).u32(8 + 48 * 2, 11, 12, 3, 4)
+    platform.double.answer("Ryn_Dump_LB_PortStats", area=area)
+    stats = host.switch("dvs-1").balancer.port_stats()
+    assert (len(stats.ports), len(stats.cores)) == (128, 64)
+    port = stats.ports[2]
+    assert (port.port, port.number0, port.number4, port.core_a, port.core_b) == (2, 11, 12, 3, 4)
+
+
 def test_buffer_pools_are_set_up_only_where_a_switch_is_served(host, platform):
     assert host.init_fastslabs() is False
     assert "Ryn_Init_Mbuf_Fastslabs" not in platform.double.ops()
