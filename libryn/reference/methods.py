@@ -91,6 +91,7 @@ METHODS = (
         operations=("Ryn_Get_Switch_List",),
         memory=OutOfMemory("keys", "Failed to allocate buffer.\n"),
         open=("how `lcores` stands for cores",),
+        ryn="host.switches()",
         example=("ListSwitches()",),
     ),
     Method(
@@ -107,6 +108,7 @@ METHODS = (
         operations=("Ryn_Get_Port_List",),
         memory=OutOfMemory("keys", "Failed to allocate port list.\n"),
         open=("the values of `txQLM` and `rxQLM`",),
+        ryn="switch.ports()",
         example=("ListPorts(0)",),
     ),
     Method(
@@ -126,6 +128,7 @@ METHODS = (
         operations=("Ryn_Get_Port_Stats", "Ryn_Get_Port_Stats_Slowpath"),
         memory=OutOfMemory("keys", "Failed to allocate stats tuple.\n"),
         oddities=(SIGNED, "When the slow path's counters cannot be read, the dict of the fast path's is leaked."),
+        ryn="port.counters()",
         example=("GetPortStats(0, 2)",),
     ),
     Method(
@@ -142,6 +145,7 @@ METHODS = (
         operations=("Ryn_Dump_Port_MAC_Table",),
         memory=OutOfMemory("dict", "Failed to allocate mac table.\n"),
         open=("`macGenDiff`", "`LimitExceeded`"),
+        ryn="port.macs()",
         example=("ListPortMACTable(0, 3)",),
     ),
     Method(
@@ -155,6 +159,7 @@ METHODS = (
         failures=(fails("Ryn_Clear_Port_MAC_Table", "Failed to clear mac table.\n", SAME),),
         operations=("Ryn_Clear_Port_MAC_Table",),
         getter="ListPortMACTable",
+        ryn="port.clear_macs()",
         example=("ClearPortMACTable(0, 3)", "ListPortMACTable(0, 3)"),
     ),
     Method(
@@ -178,6 +183,7 @@ METHODS = (
             " call reaches switch 0 whatever switch it names.",
             "The line of a failure does not end in a line end.",
         ),
+        ryn='port.add_mac("02:00:00:aa:bb:cc", vlan=100)',
         example=("AddMACEntry(0, 5, 0x554433221102, 100)", "ListPortMACTable(0, 5)"),
     ),
     Method(
@@ -200,6 +206,7 @@ METHODS = (
             "The entry is deleted from switch `(swID & 0xFFFF0000) + (vlanID >> 16)`, which must be at most 15: an"
             " ordinary call reaches switch 0 whatever switch it names.",
         ),
+        ryn='port.del_mac("02:00:00:aa:bb:cc", vlan=100)',
         example=(
             "AddMACEntry(0, 5, 0x554433221102, 100)",
             "DelMACEntry(0, 5, 0x554433221102, 100)",
@@ -220,6 +227,7 @@ METHODS = (
         operations=("Ryn_Dump_Switch_MAC_Table",),
         memory=OutOfMemory("dict", "Failed to allocate switch mac table.\n"),
         open=("`macGenDiff`",),
+        ryn="switch.macs()",
         example=("ListSwitchMACTable(0)",),
     ),
     Method(
@@ -233,6 +241,7 @@ METHODS = (
         failures=(fails("Ryn_Clear_Switch_MAC_Table", "Failed to clear mac table.\n", SAME),),
         operations=("Ryn_Clear_Switch_MAC_Table",),
         getter="ListSwitchMACTable",
+        ryn="switch.clear_macs()",
         example=("ClearSwitchMACTable(0)", "ListSwitchMACTable(0)"),
     ),
     Method(
@@ -250,6 +259,7 @@ METHODS = (
         memory=OutOfMemory("items", "Failed to allocate memory.\n"),
         open=("`option`", "what an empty tuple of cores asks for", "`localHits`"),
         oddities=(NARROWED, "A core that is not an int counts as 4294967295, and its error stays set: `SystemError`."),
+        ryn="switch.flow_stats(cores=[0])",
         example=("GetFlowStats(0, (0, 1), 0)",),
     ),
     Method(
@@ -276,6 +286,7 @@ METHODS = (
         memory=OutOfMemory("dict", "Failed to allocate memory.\n"),
         open=("`startIndex`: of this page or of the next", "`flag`", "several numbers of `key` and `actions`"),
         oddities=("Cores 32 to 63, which other methods know, are refused.",),
+        ryn="switch.flows(cores=[0])",
         example=("DumpFlowTable(0, 0, 0, 0)",),
     ),
     Method(
@@ -292,6 +303,7 @@ METHODS = (
         operations=("Ryn_Get_Port_Conf",),
         memory=OutOfMemory("keys", "Failed to allocate memory.\n"),
         oddities=("`ladrf` is negative when its highest bit is set.",),
+        ryn="port.config()",
         example=("GetPortConf(0, 2)",),
     ),
     Method(
@@ -312,6 +324,7 @@ METHODS = (
         operations=("Ryn_Migrate_Port",),
         getter="DumpLBPortStats",
         open=("the three options; on the simulated host the transmit core, the receive core, and whether to pin it",),
+        ryn="port.migrate(2, 2, 0)",
         example=("MigratePort(0, 2, 1, 2, 1)", "DumpLBPortStats(0, 2, 2)[2:4]"),
     ),
     Method(
@@ -326,6 +339,7 @@ METHODS = (
         operations=("Ryn_Unpin_Port",),
         getter="none",
         open=("`option`",),
+        ryn="port.unpin(0)",
         example=("UnpinPort(0, 2, 0)",),
     ),
     Method(
@@ -340,6 +354,7 @@ METHODS = (
         operations=("Ryn_Reset_Port",),
         getter="none",
         open=("what is reset",),
+        ryn="port.reset()",
         example=("ResetPort(0, 2)",),
     ),
     Method(
@@ -357,6 +372,7 @@ METHODS = (
         memory=OutOfMemory("own"),
         oddities=("Leaks the list of uplinks.",),
         leaks=100,
+        ryn="port.teaming",
         example=("GetPortTxUplink(0, 2)",),
     ),
     Method(
@@ -379,6 +395,7 @@ METHODS = (
         getter="GetPortTxUplink",
         open=("what an uplink that the switch does not have comes to",),
         oddities=("An uplink that is not an int is passed on as 4294967295, and its error stays set: `SystemError`.",),
+        ryn='port.teaming = ("LAG", [0, 1])',
         example=(
             'SetPortTxUplink(0, 2, {"txType": "Single", "txUplinks": [1]})',
             "GetPortTxUplink(0, 2)",
@@ -402,6 +419,7 @@ METHODS = (
             "A session that cannot be built is `None`, and the next one is read from the same place; a list in it that"
             " cannot be built is `None`.",
         ),
+        ryn="switch.mirrors()",
         example=("GetMirrorConf(0)",),
     ),
     Method(
@@ -423,6 +441,7 @@ METHODS = (
         memory=OutOfMemory("own"),
         oddities=(SIGNED, "Leaks the list of counters.", "`privStats` is empty when its length cannot be read."),
         leaks=2000,
+        ryn="uplink.counters(), uplink.driver_text",
         example=("GetUplinkStats(0, 0)",),
     ),
     Method(
@@ -445,6 +464,7 @@ METHODS = (
         memory=OutOfMemory("own", "Failed to allocate uplink stats.\n"),
         open=("which queues a kind stands for; on the simulated host 0 is receive and 1 transmit",),
         oddities=(SIGNED,),
+        ryn="uplink.queues(0)",
         example=("GetUplinkQueueStats(0, 0, 1, 0)",),
     ),
     Method(
@@ -458,6 +478,7 @@ METHODS = (
         failures=(fails("Ryn_Set_Uplink_MAC_Learn", "Failed to set uplink mac learn policy.\n", SAME),),
         operations=("Ryn_Set_Uplink_MAC_Learn",),
         getter="none",
+        ryn="switch.set_uplink_learning(True)",
         example=("SetUplinkMACLearn(0, 0)",),
     ),
     Method(
@@ -471,6 +492,7 @@ METHODS = (
         failures=(fails("Ryn_Clear_Switch_Flow_Table", "Failed clear switch flow table\n", SAME),),
         operations=("Ryn_Clear_Switch_Flow_Table",),
         getter="DumpFlowTable",
+        ryn="switch.clear_flows()",
         example=("ClearSwitchFlowTable(0)", "DumpFlowTable(0, 0, 0, 0)"),
     ),
     Method(
@@ -487,6 +509,7 @@ METHODS = (
         ),
         operations=("Ryn_Enable_Switch_Flow_Cache",),
         getter="none",
+        ryn="switch.set_flow_cache(True)",
         example=("EnableSwitchFlowCache(0, 0)",),
     ),
     Method(
@@ -502,6 +525,7 @@ METHODS = (
         failures=(fails("Ryn_Get_Panic_On_Tx_Hang", "Failed to get panic on Tx hang configuration.\n"),),
         operations=("Ryn_Get_Panic_On_Tx_Hang",),
         memory=OutOfMemory("value"),
+        ryn="switch.panic_on_tx_hang",
         example=("GetPanicOnTxHang(0)",),
     ),
     Method(
@@ -518,6 +542,7 @@ METHODS = (
         ),
         operations=("Ryn_Set_Panic_On_Tx_Hang",),
         getter="GetPanicOnTxHang",
+        ryn="switch.panic_on_tx_hang = True",
         example=("SetPanicOnTxHang(0, 1)", "GetPanicOnTxHang(0)"),
     ),
     Method(
@@ -537,6 +562,7 @@ METHODS = (
             "The line of a failure speaks of uplink statistics.",
             "`fid` is negative when its highest bit is set.",
         ),
+        ryn="port.netq()",
         example=("GetPortNetQInfo(0, 2)",),
     ),
     Method(
@@ -559,6 +585,7 @@ METHODS = (
         ),
         operations=("DVSQOB_PortDataGet", "DVSQOB_DataFree"),
         memory=OutOfMemory("value"),
+        ryn="uplink.ring_size",
         example=('GetUplinkRingSize("a91c20da-b05c-4387-a4701d270827", "1000")',),
     ),
     Method(
@@ -582,6 +609,7 @@ METHODS = (
         getter="GetUplinkRingSize",
         open=("which sizes the NIC can do",),
         oddities=("Sizes have no other limit: 0 and 4294967264 are stored.",),
+        ryn="uplink.ring_size = (2048, 1024)",
         example=(
             'SetUplinkRingSize("a91c20da-b05c-4387-a4701d270827", "1000", 4096, 512)',
             'GetUplinkRingSize("a91c20da-b05c-4387-a4701d270827", "1000")',
@@ -599,6 +627,7 @@ METHODS = (
         operations=("Ryn_List_Dev_Affinity",),
         memory=OutOfMemory("keys", "Failed to allocate port list.\n"),
         open=("what an affinity stands for; on the simulated host a NUMA node",),
+        ryn="host.devices()",
         example=("ListDevAffinity()",),
     ),
     Method(
@@ -613,6 +642,7 @@ METHODS = (
         operations=("Ryn_Set_Dev_Affinity",),
         getter="ListDevAffinity",
         open=("`affinity` and its range; on the simulated host a NUMA node",),
+        ryn='host.set_affinity("lunic0", 1)',
         example=('SetDevAffinity("lunic0", 1)', "ListDevAffinity()"),
     ),
     Method(
@@ -627,6 +657,7 @@ METHODS = (
         operations=("Ryn_GetLBWeights",),
         memory=OutOfMemory("keys", "Failed to allocate tunable list.\n"),
         open=("units, ranges and defaults of the weights",),
+        ryn="host.balancer_weights",
         example=("GetLBWeights()",),
     ),
     Method(
@@ -657,6 +688,7 @@ METHODS = (
         getter="GetLBWeights",
         open=("units, ranges and defaults of the weights",),
         oddities=(KEEPS, "Nothing is set when nothing would change."),
+        ryn="host.balancer_weights = range(8)",
         example=("SetLBWeights(5, -1, -1, -1, -1, -1, -1, -1)", "GetLBWeights()[0]"),
     ),
     Method(
@@ -668,6 +700,7 @@ METHODS = (
         failures=(fails("Ryn_ResetLBWeights", "ValueError: Failed to reset load balancer weights.\n", SAME),),
         operations=("Ryn_ResetLBWeights",),
         getter="GetLBWeights",
+        ryn="host.reset_balancer_weights()",
         example=("ResetLBWeights()",),
     ),
     Method(
@@ -686,6 +719,7 @@ METHODS = (
         memory=OutOfMemory("own"),
         open=("units of the options",),
         oddities=("A pair, name or value that cannot be built is `None` in its place.",),
+        ryn="switch.balancer.options",
         example=('GetLBParams("dvs-1")',),
     ),
     Method(
@@ -715,6 +749,7 @@ METHODS = (
         getter="GetLBParams",
         open=("units of the options",),
         oddities=(KEEPS, STORED),
+        ryn="switch.balancer.options = (60, 40, 10, 5)",
         example=('SetLBParams("dvs-1", 70, -1, -1, -1)', 'GetLBParams("dvs-1")'),
     ),
     Method(
@@ -732,6 +767,7 @@ METHODS = (
         memory=OutOfMemory("value"),
         open=("`WID` and `F`", "units of loads"),
         oddities=('The second heading reads "Veticies and Edges".',),
+        ryn="str(switch.balancer.snapshot())",
         example=("print(DumpLBSnapshot(0))",),
     ),
     Method(
@@ -748,6 +784,7 @@ METHODS = (
         operations=("DVSQOB_HostPropGet", "DVSQOB_DataFree"),
         fallback=("Ryn_GetCurrentLBData",),
         memory=OutOfMemory("value"),
+        ryn="switch.balancer.algorithm",
         example=('GetLBAlgorithm("dvs-1")',),
     ),
     Method(
@@ -770,6 +807,7 @@ METHODS = (
         fallback=("Ryn_GetCurrentLBData",),
         getter="GetLBAlgorithm",
         oddities=(STORED,),
+        ryn='switch.balancer.algorithm = "cpu"',
         example=('SetLBAlgorithm("dvs-1", "count")', 'GetLBAlgorithm("dvs-1")'),
     ),
     Method(
@@ -785,6 +823,7 @@ METHODS = (
         failures=property_failures(TEAMING, "Ryn_GetSwitchNUMATeam", NONE),
         operations=("DVSQOB_HostPropGet", "DVSQOB_DataFree"),
         fallback=("Ryn_GetSwitchNUMATeam",),
+        ryn="switch.numa_teaming",
         example=('GetSwitchNUMATeam("dvs-1")',),
     ),
     Method(
@@ -799,6 +838,7 @@ METHODS = (
         operations=("DVSQOB_HostPropSet",),
         getter="GetSwitchNUMATeam",
         oddities=("Only the low 8 bits of `setting` count: 256 turns it off.", STORED),
+        ryn="switch.numa_teaming = True",
         example=('SetSwitchNUMATeam("dvs-1", 1)', 'GetSwitchNUMATeam("dvs-1")'),
     ),
     Method(
@@ -815,6 +855,7 @@ METHODS = (
         operations=("DVSQOB_HostPropGet", "DVSQOB_DataFree"),
         fallback=("Ryn_GetSwitchBurstSize",),
         memory=OutOfMemory("value"),
+        ryn="switch.burst_size",
         example=('GetSwitchBurstSize("dvs-1")',),
     ),
     Method(
@@ -830,6 +871,7 @@ METHODS = (
         getter="GetSwitchBurstSize",
         open=("which sizes the datapath can do; all are stored",),
         oddities=(STORED,),
+        ryn="switch.burst_size = 64",
         example=('SetSwitchBurstSize("dvs-1", 64)', 'GetSwitchBurstSize("dvs-1")'),
     ),
     Method(
@@ -851,6 +893,7 @@ METHODS = (
         memory=OutOfMemory("own"),
         open=("the two words of a port", "units of the counters"),
         oddities=("An index of the first five tuples is a position, one of the last a core's number.",),
+        ryn="switch.balancer.port_stats()",
         example=("DumpLBPortStats(0, 2, 3)",),
     ),
     Method(
@@ -865,6 +908,7 @@ METHODS = (
         INVALID_TWICE,
         failures=(fails("Ryn_GetLRO", "ValueError: Failed to get LRO.\n\n"),),
         operations=("Ryn_GetLRO",),
+        ryn="port.lro",
         example=("GetPortLRO(0, 2)",),
     ),
     Method(
@@ -878,6 +922,7 @@ METHODS = (
         failures=(fails("Ryn_SetLRO", "ValueError: Failed to set LRO.\n\n", SAME),),
         operations=("Ryn_SetLRO",),
         getter="GetPortLRO",
+        ryn="port.lro = True",
         example=("SetPortLRO(0, 2, 0)", "GetPortLRO(0, 2)"),
     ),
     Method(
@@ -892,6 +937,7 @@ METHODS = (
         INVALID_TWICE,
         failures=(fails("Ryn_GetLRO", "ValueError: Failed to get LRO.\n\n"),),
         operations=("Ryn_GetLRO",),
+        ryn="switch.lro",
         example=("GetSwitchLRO(0)",),
     ),
     Method(
@@ -905,6 +951,7 @@ METHODS = (
         failures=(fails("Ryn_SetLRO", "ValueError: Failed to set LRO.\n\n", SAME),),
         operations=("Ryn_SetLRO",),
         getter="GetSwitchLRO",
+        ryn="switch.lro = True",
         example=("SetSwitchLRO(0, 0)", "GetSwitchLRO(0)"),
     ),
     Method(
@@ -925,6 +972,7 @@ METHODS = (
         ),
         operations=("DVSQOB_HostPropGet", "DVSQOB_DataFree"),
         memory=OutOfMemory("value"),
+        ryn="switch.fpo",
         example=('GetFPOEnabled("dvs-1")',),
     ),
     Method(
@@ -942,6 +990,7 @@ METHODS = (
         operations=("DVSQOB_HostPropSet",),
         getter="GetFPOEnabled",
         oddities=("`True` also when nothing could be stored: only the line tells.", STORED),
+        ryn="switch.fpo = True",
         example=('EnableFPO("dvs-1", 0)', 'GetFPOEnabled("dvs-1")'),
     ),
     Method(
@@ -959,6 +1008,7 @@ METHODS = (
         memory=OutOfMemory("items", "Failed to allocate memory.\n"),
         open=("what an empty tuple of cores asks for",),
         oddities=(NARROWED, "A core that is not an int counts as 4294967295, and its error stays set: `SystemError`."),
+        ryn="switch.fpo_stats(cores=[0])",
         example=("GetFPOStats(0, (0, 1))",),
     ),
     Method(
@@ -976,6 +1026,7 @@ METHODS = (
         memory=OutOfMemory("value"),
         open=("the bits of `actionsSupported`",),
         oddities=("`actionsSupported` is negative when its highest bit is set.",),
+        ryn="uplink.offload",
         example=("GetFPOUplinkStatus(0, 0)",),
     ),
     Method(
@@ -989,6 +1040,7 @@ METHODS = (
         failures=(fails("Ryn_Get_Flow_Timeout", "ValueError: Failed to get flow timeout.\n\n"),),
         operations=("Ryn_Get_Flow_Timeout",),
         memory=OutOfMemory("value"),
+        ryn="host.flow_timeout",
         example=("GetFlowTimeout()",),
     ),
     Method(
@@ -1002,6 +1054,7 @@ METHODS = (
         failures=(fails("Ryn_Set_Flow_Timeout", "ValueError: Failed to set flow timeout.\n\n", SAME),),
         operations=("Ryn_Set_Flow_Timeout",),
         getter="GetFlowTimeout",
+        ryn="host.flow_timeout = 30",
         example=("SetFlowTimeout(30)", "GetFlowTimeout()"),
     ),
     Method(
@@ -1021,6 +1074,7 @@ METHODS = (
             "A failure prints its line and returns the cores that were reported all the same, usually none.",
             "A number that cannot be built is `None` in its place.",
         ),
+        ryn="host.cores",
         example=("ListLCoreIDs(0)",),
     ),
     Method(
@@ -1041,6 +1095,7 @@ METHODS = (
             "A switch is served when its property `com.talvor.extraconfig.opaqueDvs.ryn` is `true`, `poll` or `intr`;"
             " a beginning of these words, or nothing, counts too.",
         ),
+        ryn="host.init_fastslabs()",
         example=("InitMbufFastslabs()",),
     ),
 )
