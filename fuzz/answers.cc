@@ -49,7 +49,7 @@ void CheckItems(PyObject* list, std::size_t count, std::size_t room, Model model
   const std::size_t items = std::min(count, room);
   Expect(PyList_Check(list) && PyList_GET_SIZE(list) == static_cast<Py_ssize_t>(items), "as many as there is room for");
   for (std::size_t i = 0; i < items; i += i < kLooked || i + 1 == items ? 1 : items - i - 1)
-    ExpectEqual(Shown(Share(PyList_GET_ITEM(list, static_cast<Py_ssize_t>(i)))), "{" + model(i) + "}", "an item");
+    ExpectEqual(Shown(NewRef(PyList_GET_ITEM(list, static_cast<Py_ssize_t>(i)))), "{" + model(i) + "}", "an item");
 }
 
 // The same for records that begin with a name of fixed width: each ends at its NUL or with its field, and one that is
@@ -325,7 +325,7 @@ void CheckMacTable(const Ref& dict, const Bytes& area, std::size_t room) {
   });
 }
 
-std::string ShownUnder(const Ref& dict, const char* key) { return Shown(Share(PyDict_GetItemString(dict.get(), key))); }
+std::string ShownUnder(const Ref& dict, const char* key) { return Shown(NewRef(PyDict_GetItemString(dict.get(), key))); }
 
 }  // namespace
 

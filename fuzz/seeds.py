@@ -66,6 +66,9 @@ def flow_pages() -> Iterator[bytes]:
     yield page(KEYS[2] + actions(1 << 18, 60))
     yield page(KEYS[2] + actions(0x28, 0, length=0), count=156, valid=10260)
     yield page(count=0xFFFFFFFF, valid=0xFFFFFFFF)
+    # Non-zero bytes between the valid ones and the end of the page
+    yield (page(KEYS[2] + actions(1 << 18 | 1 << 21, 3)[:240], valid=20 + 304) + b"\x5a" * 400).ljust(10260, b"\xa5")
+    yield page(*whole[:2], valid=20 + 304).ljust(10260, b"\xff")
     yield page(KEYS[3] + actions(1 << 18, 2, length=9800), KEYS[0] + actions(1 << 21, 0, length=1), valid=10260)
 
 
@@ -148,6 +151,10 @@ def switches() -> Iterator[bytes]:
     yield b"\2\3" + dvs * 2 + b"\0dvs-3\0id-3\0\1\0\0" + b"anything\0"
     long = b"a" * 199 + b"\0" + b"i" * 79 + b"\0\1" + b"p" * 150 + b"\0\1" + b"g" * 150 + b"\0"
     yield b"\3\1\0" + long + b"p" * 200 + b"\0"
+    for size in (63, 64, 127, 128):  # names that fill their field
+        full = b"a" * size + b"\0" + b"i" * size + b"\0\1" + b"p" * size + b"\0\1" + b"g" * size + b"\0"
+        for modes in (b"\3", b"\7"):  # with and without a NUL
+            yield modes + b"\1\0" + full + b"a" * size + b"\0" + b"p" * size + b"\0"
 
 
 def fastslabs() -> Iterator[bytes]:
@@ -169,7 +176,8 @@ SEEDS: dict[str, Iterable[bytes]] = {
     "balancer_figures": balancer(),
     "bounded_actions": (u16(512) + actions(bitmap, 2)[:size] for bitmap in BITMAPS
                         for size in (0, 60, 118, 246, 258, 300)),
-    "device_affinity": counted(4, 0, b"lunic0".ljust(32, b"1") + u32(1), 32),
+    "device_affinity": (answer for size in (31, 32) for answer in
+                        counted(4, 0, (b"lunic0".ljust(size, b"1") + b"\0")[:32] + u32(0xA5A5A5A5), 32)),
     "fastslabs": fastslabs(),
     "flow_actions": flow_actions(),
     "flow_key": KEYS,
@@ -189,7 +197,9 @@ SEEDS: dict[str, Iterable[bytes]] = {
     "properties": properties(),
     "snapshot": snapshots(),
     "snapshot_text": (u16(size) + snapshot for size in (0, 30, 16384) for snapshot in snapshots()),
-    "switch_list": counted(8, 0, b"dvs-1".ljust(128, b"1") + u32(1, 2, 3, 4, 1500, 6) + u64(1 << 63), 16),
+    "switch_list": (answer for size in (127, 128) for answer in
+                    counted(8, 0, (b"dvs-1".ljust(size, b"1") + b"\0")[:128] + u32(0xA5A5A5A5, 2, 3, 4, 1500, 6)
+                            + u64(1 << 63), 16)),
     "switch_macs": made_small(counted(16, 0, b"\2\0\0\0\0\1" + u16(4095) + u32(5, 0, 1 << 31), 65536)),
     "tx_uplink": (bytes([kind, count]) + u16(*range(8)) for kind in (0, 3, 255) for count in (0, 1, 8, 9, 255)),
     "uplink_stats": [u32(length) + bytes([kind]) + u64(*range(24)) + b"private text" for length in (0, 5, 12, 50)

@@ -13,9 +13,10 @@ from typing import Any, Callable
 
 import pytest
 
+from branches import branches
 from failing_calls import assert_kept, fail_each_call, load_faults, run_failing
 from fault_rules import INJECTED, item
-from harness import BUFFER, Bytes, Double, capture_stderr, lost_blocks, python, u16
+from harness import BUFFER, Bytes, Double, capture_stderr, lost_blocks, python, u16, u32
 from method_table import METHODS, Method
 
 # Functions that the module uses and that cannot fail, or whose failure is their answer.
@@ -68,6 +69,36 @@ def test_plain_arguments_are_taken_without_the_parser(ryn, double: Double, fault
     method.script(double)
     _, trace = run_failing(faults, getattr(ryn, method.name), method.args, -1)
     assert "PyArg_ParseTuple" not in [name for name, _ in trace]
+
+
+# The areas on the heap of each method, in bytes; of all other methods there is none.
+AREAS = {
+    "ListSwitches": [2568], "ListPorts": [11532], "GetPortStats": [128], "GetPortConf": [1272],
+    "ListPortMACTable": [327696], "ListSwitchMACTable": [1310736], "DumpFlowTable": [10260], "GetFlowStats": [1544],
+    "GetFPOStats": [1800], "GetMirrorConf": [2048], "GetUplinkStats": [6], "GetPortNetQInfo": [524288],
+    "ListDevAffinity": [1156],
+}
+
+
+@pytest.mark.parametrize("method", METHODS, ids=lambda method: method.name)
+def test_areas_are_asked_for_with_exactly_their_size(ryn, double: Double, faults, method: Method):
+    """In each branch that gets as far."""
+    seen = []
+    for branch in branches(method):
+        double.reset()
+        branch.script(double)
+        run_failing(faults, getattr(ryn, method.name), branch.args, -1)
+        seen.append(faults.sizes())
+    wanted = AREAS.get(method.name, [])
+    assert seen[0] == wanted
+    assert [sizes for sizes in seen if sizes not in (wanted, [])] == []
+
+
+@pytest.mark.parametrize("length", [1, 5, 4096, 4097, 100_000])
+def test_area_of_the_private_statistics_is_as_long_as_reported(ryn, double: Double, faults, length: int):
+    double.answer("Ryn_Get_Uplink_Priv_Stats_Len", area=u32(length))
+    run_failing(faults, ryn.GetUplinkStats, (0, 0), -1)
+    assert faults.sizes() == [length]
 
 
 class Unconvertible:

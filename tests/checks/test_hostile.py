@@ -101,6 +101,25 @@ def test_success_with_nothing_filled_in(ryn, double: Double, method: Method):
         assert handed_out == freed
 
 
+@pytest.mark.parametrize("response", RESPONSES, ids=lambda response: response.id)
+def test_nothing_filled_in_shows_nothing_of_an_earlier_answer(ryn, double: Double, response: Response):
+    """An area that was used before, on the heap, on the stack or in the module, is empty at the next call."""
+    function = getattr(ryn, response.method)
+    double.recording(False)
+    response.prepare(double)
+    double.answer(response.op, area=bytes(response.size))
+    empty = run(function, *response.args)
+    for fill in response.largest():
+        double.answer(response.op, area=fill)
+        full = run(function, *response.args)
+        if response.op in ("DVSQOB_HostPropGet", "DVSQOB_PortDataGet"):  # which hand out a block, or none
+            double.answer(response.op, area=bytes(response.size))
+        else:
+            double.answer(response.op)
+        assert run(function, *response.args) == empty
+    assert full != empty
+
+
 @pytest.mark.parametrize("method", [method for method in METHODS if method.name.startswith("Get") and method.calls
                                     and method.calls[0].op in ("DVSQOB_HostPropGet", "DVSQOB_PortDataGet")],
                          ids=lambda method: method.name)

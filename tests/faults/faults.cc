@@ -28,19 +28,23 @@ constexpr Py_ssize_t kOff = -2;  // calls pass unseen
 
 struct Event {
   const void* function;
+  std::size_t size;  // of an area
   const char* text;  // of a text that is made into a str; texts of the module are constants
 };
 
 Event events[1 << 16];
 Py_ssize_t event_count;
-Py_ssize_t failing = kOff;  // the number of the call that fails
+Py_ssize_t made_with_error;  // calls that were made while an error was set
+Py_ssize_t failing = kOff;   // the number of the call that fails
 
-bool Fails(const void* function, const char* text = nullptr) {
+bool Fails(const void* function, const char* text = nullptr, std::size_t size = 0) {
   if (failing == kOff)
     return false;
   if (static_cast<std::size_t>(event_count) == std::size(events))
     std::abort();
-  events[event_count] = {function, text};
+  if (PyErr_Occurred())
+    ++made_with_error;
+  events[event_count] = {function, size, text};
   return event_count++ == failing;
 }
 
@@ -126,10 +130,10 @@ PyObject* TuplePack(Py_ssize_t size, ...) {
   return tuple;
 }
 
-void* Malloc(std::size_t size) { return Fails(Address(std::malloc)) ? nullptr : std::malloc(size); }
+void* Malloc(std::size_t size) { return Fails(Address(std::malloc), nullptr, size) ? nullptr : std::malloc(size); }
 
 void* Calloc(std::size_t count, std::size_t size) {
-  return Fails(Address(std::calloc)) ? nullptr : std::calloc(count, size);
+  return Fails(Address(std::calloc), nullptr, count * size) ? nullptr : std::calloc(count, size);
 }
 
 struct Import {
@@ -231,7 +235,7 @@ PyObject* Bind(PyObject*, PyObject* args) {
 PyObject* Arm(PyObject*, PyObject* args) {
   if (!PyArg_ParseTuple(args, "n:arm", &failing))
     return nullptr;
-  event_count = 0;
+  event_count = made_with_error = 0;
   Py_RETURN_NONE;
 }
 
@@ -248,6 +252,20 @@ PyObject* Trace(PyObject*, PyObject*) {
   for (Py_ssize_t i = 0; trace && i < event_count; ++i)
     PyList_SET_ITEM(trace, i, NameOf(events[i]));
   return trace;
+}
+
+PyObject* MadeWithError(PyObject*, PyObject*) { return PyLong_FromSsize_t(made_with_error); }
+
+PyObject* Sizes(PyObject*, PyObject*) {
+  PyObject* const sizes = PyList_New(0);
+  for (Py_ssize_t i = 0; sizes && i < event_count; ++i) {
+    if (events[i].function != Address(std::malloc) && events[i].function != Address(std::calloc))
+      continue;
+    PyObject* const size = PyLong_FromSize_t(events[i].size);
+    PyList_Append(sizes, size);
+    Py_DECREF(size);
+  }
+  return sizes;
 }
 
 PyObject* Imports(PyObject*, PyObject*) {
@@ -302,6 +320,8 @@ PyMethodDef methods[] = {
     {"imports", Imports, METH_NOARGS, "The names of the functions that can be let fail, as an import table has them"},
     {"arm", Arm, METH_VARARGS, "arm(n): record from now on, and let call n fail, counted from 0; -1: none"},
     {"trace", Trace, METH_NOARGS, "Stop; the calls since arm() as (function, text of a str that was made or None)"},
+    {"made_with_error", MadeWithError, METH_NOARGS, "How many calls since arm() were made while an error was set"},
+    {"sizes", Sizes, METH_NOARGS, "The sizes of the native areas that were asked for since arm(), in order"},
     {"measure", Measure, METH_VARARGS,
      "measure(function, args, n, calls) -> (blocks, bytes, references)\n\n"
      "What so many calls of a built-in function keep when their call n fails (-1: none): blocks of the interpreter, "

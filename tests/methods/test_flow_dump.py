@@ -353,3 +353,29 @@ def test_each_failing_allocation_has_its_outcome(ryn, double):
     assert [outcome for outcome in seen if outcome not in allowed] == []
     assert seen[0] == no_dict
     assert [outcome for outcome in allowed if outcome not in seen] == []
+
+
+# ---- Bytes between the valid ones and the end of the page ------------------------------------------------------------
+
+
+@pytest.mark.parametrize("fill", [0, 0x01, 0x5A, 0xFF])
+def test_arguments_between_the_valid_bytes_and_the_end_of_the_page_show_as_they_are(dump, fill):
+    """They are neither zeros nor refused: an entry needs 304 valid bytes, its arguments may lie behind them."""
+    area = page([entry(bitmap=1 << 18 | 1 << 21, vdr_count=2)[:304]], valid=FIRST_ENTRY + 304, fill=fill)
+    area.u8(FIRST_ENTRY + 64 + 256, 2)
+    (row,) = dump(area).value["list"]
+    instance = hex(int.from_bytes(bytes([fill]) * 4, "little"))
+    vni = int.from_bytes(bytes([fill]) * 3, "little")
+    assert row["actions"].endswith(f"VDR inst: 2; INST 1: {instance}; INST 2: {instance}; VNI: 0; ENCAP VNI: {vni}; ")
+    assert row == items(area, 1)[0]
+
+
+@pytest.mark.parametrize("fill", [0x01, 0xFF])
+def test_entry_behind_the_valid_bytes_is_refused_whatever_stands_there(dump, fill):
+    whole = page([entry(), entry()], fill=fill)
+    assert len(dump(whole).value["list"]) == 2
+    for valid in (FIRST_ENTRY + 304, FIRST_ENTRY + 2 * 304 - 1):
+        whole.u32(16, valid)
+        assert dump(whole) == Outcome(None, INVALID)
+    whole.u32(12, 1)
+    assert dump(whole) == Outcome({"startIndex": 0, "list": items(whole, 1)})

@@ -8,6 +8,8 @@ from __future__ import annotations
 
 import gc
 import sys
+import weakref
+from itertools import product
 from typing import Any, Callable
 
 import harness
@@ -51,6 +53,18 @@ class Number(int):
 
 
 class Text(str):
+    pass
+
+
+class Dict(dict):
+    pass
+
+
+class List(list):
+    pass
+
+
+class Cores(tuple):
     pass
 
 
@@ -157,6 +171,45 @@ def attack_policies(ryn: Any, double: Double) -> None:
         set_policy(other)
 
 
+def attack_ownership(ryn: Any, double: Double) -> None:
+    """A policy that loses its list, the list its items, while one of them is converted: nobody but the method holds
+    them then. Of subclasses too, since exact lists, dicts and tuples stay readable in the interpreter's free lists.
+    """
+    double.recording(True)
+    for new_dict, new_list, new_text in product((dict, Dict), (list, List), (str, Text)):
+        for place, value in product(range(8), (7, "no number")):
+            policy = new_dict({"txType": new_text("".join(["A", "ll"])), "txUplinks": new_list(map(Number, range(8)))})
+            held = weakref.ref(policy["txUplinks"]) if new_list is List else lambda: True
+            alive = []
+
+            def drop() -> None:
+                policy.clear()
+                gc.collect()
+                alive.append(held() is not None)
+
+            policy["txUplinks"][place] = Index(drop, value)
+            double.reset()
+            check(run(ryn.SetPortTxUplink, 0, 0, policy))
+            assert alive == [True]  # by a reference of the method's own
+            expected = [*range(8)]
+            expected[place] = 7 if value == 7 else 0xFFFFFFFF
+            assert [call.uplinks for call in double.calls()] == [expected]
+            assert held() in (None, True)  # and no longer
+        for place in range(8):  # the items too go at once
+            policy = new_dict({"txType": new_text("All"), "txUplinks": new_list(map(Number, range(8)))})
+            policy["txUplinks"][place] = Index(lambda: (policy["txUplinks"].clear(), policy.clear()), "no number")
+            check(run(ryn.SetPortTxUplink, 0, 0, policy))
+    for new_tuple, value in product((tuple, Cores), (7, "no number", None)):
+        for function, more in ((ryn.GetFlowStats, (0,)), (ryn.GetFPOStats, ())):
+            for harm in harms(ryn):
+                check(run(function, Number(3), new_tuple([Number(1), Index(harm, value), Number(2)]), *more))
+    for method in METHODS:  # arguments that only the call itself holds
+        fresh = {int: lambda argument: Number(argument), str: lambda argument: Text(argument)}
+        method.script(double)
+        check(run(getattr(ryn, method.name), *(fresh.get(type(argument), lambda same: same)(argument)
+                                               for argument in method.args)))
+
+
 def attack_through_the_collector(ryn: Any, double: Double) -> None:
     """A hook of the collector, which runs at every container that is made, looks at all that is new and empties it."""
     emptied = 0
@@ -221,5 +274,6 @@ def attack() -> None:
     attack_texts(_libryn)
     double.answer("Ryn_Get_LCore_ID_Bitmap", area=u64((1 << 64) - 1))
     attack_policies(_libryn, double)
+    attack_ownership(_libryn, double)
     attack_through_the_collector(_libryn, double)
     print("unharmed")

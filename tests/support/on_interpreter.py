@@ -9,8 +9,10 @@ import sys
 
 import allocations
 import conversions
+import deferred_errors
 import harness
 import hostile_objects
+import results
 from failing_calls import fail_each_call, load_faults
 from harness import Outcome, run
 from method_table import METHODS
@@ -35,6 +37,8 @@ def check() -> None:
     faults.bind(_libryn.__file__)
     points = sum(fail_each_call(_libryn, double, faults, method) for method in METHODS)
     conversions.check(_libryn, double)
+    deferred_errors.check(_libryn, double)
+    print(f"{results.check(_libryn, double)} results")
     print(f"{sys.version.split()[0]}: {outcomes} outcomes, {points} failing calls")
     allocations.sweep()
     hostile_objects.attack()
