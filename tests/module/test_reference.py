@@ -261,7 +261,9 @@ def made() -> dict[Path, str]:
     return write_reference.written(write_reference.kept_examples(write_reference.METHODS_PAGE.read_text()))
 
 
-@pytest.mark.parametrize("path", ["libryn/stubs/_libryn.pyi", "libryn/_libryn.3", "docs/methods.md", "README.md"])
+@pytest.mark.parametrize(
+    "path", ["libryn/stubs/_libryn.pyi", "libryn/_libryn.3", "docs/methods.md", "docs/ryn.md", "README.md"]
+)
 def test_what_is_made_is_up_to_date(path: str):
     """All but the examples' output, which was true of the simulated host when it was made."""
     missing = {row.name for row in DESCRIPTIONS} - set(

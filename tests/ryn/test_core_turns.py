@@ -12,7 +12,6 @@ import time
 from typing import Any, Callable
 
 import pytest
-
 from harness import Bytes, Double, Held, python
 
 FOREVER = 30.0  # seconds: a time limit that is not to pass
@@ -335,7 +334,9 @@ held = double.hold_call("Ryn_Get_LCore_ID_Bitmap")
 
 @pytest.mark.parametrize("timeout", ["None", "30"])
 def test_ctrl_c_ends_the_wait_for_another_call(timeout):
-    done = python(PRELUDE + f"""
+    done = python(
+        PRELUDE
+        + f"""
 call = threading.Thread(target=core.Platform().cores, args=(0,))
 call.start()
 held.wait()
@@ -347,12 +348,15 @@ except KeyboardInterrupt:
 held.release()
 call.join()
 print(core.Platform({timeout}).flow_timeout())
-""")
+"""
+    )
     assert (done.returncode, done.stdout, done.stderr) == (0, "interrupted\n0\n", "")
 
 
 def test_ctrl_c_ends_the_wait_for_ones_own_call():
-    done = python(PRELUDE + """
+    done = python(
+        PRELUDE
+        + """
 threading.Thread(target=lambda: (held.wait(), os.kill(os.getpid(), signal.SIGINT))).start()
 try:
     core.Platform(30).cores(7)
@@ -369,13 +373,16 @@ while True:
         break
     except ryn.TimeoutError:
         pass
-""")
+"""
+    )
     assert (done.returncode, done.stderr) == (0, "")
     assert done.stdout == "interrupted\nRyn_Get_LCore_ID_Bitmap (7,) Ryn_Get_Flow_Timeout\n0\n"
 
 
 def test_an_exception_of_any_signal_handler_ends_the_wait():
-    done = python(PRELUDE + """
+    done = python(
+        PRELUDE
+        + """
 class Alarm(Exception):
     pass
 
@@ -388,24 +395,30 @@ try:
     core.Platform(30).cores(7)
 except Alarm:
     print("rung")
-""")
+"""
+    )
     assert (done.returncode, done.stdout, done.stderr) == (0, "rung\n", "")
 
 
 def test_exit_does_not_wait_for_a_call_that_is_out():
-    done = python(PRELUDE + """
+    done = python(
+        PRELUDE
+        + """
 try:
     core.Platform(0.01).cores(0)
 except ryn.TimeoutError:
     print("late")
-""")
+"""
+    )
     assert (done.returncode, done.stdout, done.stderr) == (0, "late\n", "")
 
 
 @pytest.mark.parametrize("timeout", ["0.01", "None"])
 def test_a_forked_child_starts_anew(timeout):
     """A call is out in the parent, given up or not. The child makes its own calls, also with workers."""
-    done = python(PRELUDE + f"""
+    done = python(
+        PRELUDE
+        + f"""
 timeout = {timeout}
 if timeout is None:
     threading.Thread(target=core.Platform().cores, args=(0,), daemon=True).start()
@@ -420,7 +433,8 @@ if os.fork() == 0:
     os._exit(0)
 assert os.wait()[1] == 0
 held.release()
-""")
+"""
+    )
     late = "late\n" if timeout != "None" else ""
     assert (done.returncode, done.stdout, done.stderr) == (0, late + "0 0\n", "")
 

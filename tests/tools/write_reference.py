@@ -1,5 +1,6 @@
-"""Makes what is made from the description of the methods (libryn/reference): the type stub, the manual page, the list
-of methods in the README, and docs/methods.md, whose examples are run on a frozen simulated host. ./dev docs runs it.
+"""Makes what is made from the description of the methods (libryn/reference): the type stub, the manual page, the lists
+of methods in the README and in docs/ryn.md, and docs/methods.md, whose examples are run on a frozen simulated host.
+./dev docs runs it.
 """
 
 from __future__ import annotations
@@ -25,7 +26,9 @@ MANUAL = ROOT / "libryn/_libryn.3"
 METHODS_PAGE = ROOT / "docs/methods.md"
 README = ROOT / "README.md"
 README_BEGIN = "<!-- The methods by task: ./dev docs writes them. -->\n"
-README_END = "<!-- The methods end. -->\n"
+RYN_PAGE = ROOT / "docs/ryn.md"
+RYN_BEGIN = "<!-- The calls that do what a method does: ./dev docs writes them. -->\n"
+END = "<!-- The methods end. -->\n"
 SOURCE = "libryn/reference"
 
 IDIOMS = {idiom: idiom.name.lower() for idiom in Idiom}
@@ -398,12 +401,22 @@ def manual_entry(method: Method) -> list[str]:
 # The README
 
 
-def with_methods(text: str) -> str:
-    head, begin, rest = text.partition(README_BEGIN)
-    _, end, tail = rest.partition(README_END)
+def with_table(page: pathlib.Path, mark: str, table: str) -> str:
+    """The page with a table between the mark and the end of it."""
+    head, begin, rest = page.read_text(encoding="utf-8").partition(mark)
+    _, end, tail = rest.partition(END)
     if not begin or not end:
-        raise ValueError(f"README.md lacks the mark {(README_END if begin else README_BEGIN).strip()!r}")
-    return f"{head}{README_BEGIN}\n{by_task('docs/methods.md')}\n{README_END}{tail}"
+        raise ValueError(f"{page.name} lacks the mark {(END if begin else mark).strip()!r}")
+    return f"{head}{mark}\n{table}\n{END}{tail}"
+
+
+def calls_of_ryn() -> str:
+    rows = [
+        f"| [{method.name}](methods.md#{method.name.lower()}) | `{method.ryn}` |"
+        for topic in TOPICS
+        for method in of_topic(topic)
+    ]
+    return "| Method | In `ryn` |\n|---|---|\n" + "\n".join(rows) + "\n"
 
 
 def written(shown: dict[str, str]) -> dict[pathlib.Path, str]:
@@ -412,7 +425,8 @@ def written(shown: dict[str, str]) -> dict[pathlib.Path, str]:
         STUB: stub(),
         MANUAL: manual(),
         METHODS_PAGE: page(shown),
-        README: with_methods(README.read_text(encoding="utf-8")),
+        README: with_table(README, README_BEGIN, by_task("docs/methods.md")),
+        RYN_PAGE: with_table(RYN_PAGE, RYN_BEGIN, calls_of_ryn()),
     }
 
 
