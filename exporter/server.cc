@@ -152,7 +152,7 @@ bool Server::Bind(const ListenAddress& address) {
 
 // The library gets connections that are open already: how many there may be, and which one has to go, is decided here.
 bool Server::StartDaemon() {
-  const bool tls = !key_.empty();
+  const bool tls = !options_.keyFile.empty();
   const unsigned flags = MHD_USE_EPOLL | MHD_USE_NO_LISTEN_SOCKET | (tls ? MHD_USE_TLS : MHD_NO_FLAG);
   std::vector<MHD_OptionItem> items;
   if (tls) {

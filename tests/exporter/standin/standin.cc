@@ -30,11 +30,11 @@ std::string Folder() {
 }
 
 bool ReadScript(const std::string& name, std::vector<unsigned char>* bytes) {
+  bytes->clear();
   std::FILE* const file = std::fopen((Folder() + '/' + name).c_str(), "rb");
   if (!file)
     return false;
   unsigned char piece[4096];
-  bytes->clear();
   for (std::size_t size; (size = std::fread(piece, 1, sizeof(piece), file)) > 0;)
     bytes->insert(bytes->end(), piece, piece + size);
   std::fclose(file);
