@@ -55,9 +55,10 @@ class FlowWalk {
 
 // ---- Counters of cores --------------------------------------------------------------------------------------------
 
-// Core numbers for one question: as many as its answer has room for.
+// Core numbers for one question: at most kMaxLcoreRecords, since its answer has no room for more. The operations are
+// handed an array of 64 whatever the count.
 struct LcoreList {
-  std::uint32_t ids[kMaxLcoreRecords] = {};
+  std::uint32_t ids[64] = {};
   std::uint32_t count = 0;
 };
 
