@@ -5,10 +5,15 @@
 
 namespace {
 
-Status Load(const HostState& state) {
-  if (const std::uint32_t code = DVSState_ConfigReset(); code != 0)
-    return StatusOf(operations::kConfigReset, code);
+Status Reset() { return StatusOf(operations::kConfigReset, DVSState_ConfigReset()); }
+
+Status Deserialize(const HostState& state) {
   return StatusOf(operations::kConfigDeserialize, DVSState_ConfigDeserialize(state.bytes.get(), state.length));
+}
+
+Status ResetAndDeserialize(const HostState& state) {
+  const Status status = Reset();
+  return status.Ok() ? Deserialize(state) : status;
 }
 
 }  // namespace
@@ -24,8 +29,17 @@ Status FetchState(HostState* state) {
 }
 
 Status LoadState(const HostState& state, const HostState* former) {
-  const Status status = Load(state);
+  const Status status = ResetAndDeserialize(state);
   if (!status.Ok() && former)
-    static_cast<void>(Load(*former));  // the caller hears of the first failure
+    static_cast<void>(ResetAndDeserialize(*former));  // the caller hears of the first failure
   return status;
+}
+
+Status FetchAndLoadState() {
+  if (const Status status = Reset(); !status.Ok())
+    return status;
+  HostState state;
+  if (const Status status = FetchState(&state); !status.Ok())
+    return status;
+  return Deserialize(state);
 }

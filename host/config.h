@@ -23,3 +23,9 @@ Status FetchState(HostState* state);
 //
 // Threads: hold the lock that guards walks of the configuration (host/names.h) from begin to end.
 Status LoadState(const HostState& state, const HostState* former = nullptr);
+
+// Loads the host's present state at the start of a process: the configuration is reset first, and left empty where the
+// state cannot be fetched. For later reloads, which must not lose what there is, use the two functions above.
+//
+// Threads: as LoadState.
+Status FetchAndLoadState();

@@ -19,14 +19,21 @@ constexpr char kMarker[] = "com.talvor.extraconfig.opaqueDvs.ryn";
 constexpr const char* kServed[] = {"true", "poll", "intr"};
 constexpr std::size_t kServedSize = 5;  // with the terminator
 
-// The library answers at least 64 readable bytes, which need not end in a NUL.
-const char* Identifier(DVSSwitch* dvs) {
-  static constexpr char kNone[kSwitchIdBytes] = {};
-  const char* const id = DVS_SwitchId(dvs);
-  return id ? id : kNone;
-}
+// A switch's identifier as the library has it: 64 readable bytes, which need not hold a NUL.
+class Identifier {
+ public:
+  explicit Identifier(DVSSwitch* dvs) {
+    static constexpr char kNone[kSwitchIdBytes] = {};
+    const char* const id = DVS_SwitchId(dvs);
+    std::memcpy(bytes_, id ? id : kNone, kSwitchIdBytes);
+  }
 
-std::string_view IdentifierText(const char* id) { return {id, strnlen(id, kSwitchIdBytes)}; }
+  const char* Bytes() const { return bytes_; }  // all 64, and a NUL behind them
+  std::string_view Text() const { return bytes_; }
+
+ private:
+  char bytes_[kSwitchIdBytes + 1] = {};
+};
 
 // The text of a property ends at its NUL, or at the length that the library reports where that is above 0 and smaller.
 std::string_view DatumText(DVSData* datum) {
@@ -39,45 +46,44 @@ std::string_view DatumText(DVSData* datum) {
 }
 
 // The text of a property as the configuration has it; data() is null where the switch has no such property.
-std::string_view HostText(const char* id, const char* key) {
+std::string_view HostText(const Identifier& id, const char* key) {
   DVSData* datum = nullptr;
-  return DVSState_HostPropLookup(id, key, &datum) == 0 ? DatumText(datum) : std::string_view();
+  return DVSState_HostPropLookup(id.Bytes(), key, &datum) == 0 ? DatumText(datum) : std::string_view();
 }
 
-std::string_view GlobalText(const char* id, const char* key) {
+std::string_view GlobalText(const Identifier& id, const char* key) {
   DVSData* datum = nullptr;
-  return DVSState_GlobalPropLookup(id, key, &datum) == 0 ? DatumText(datum) : std::string_view();
+  return DVSState_GlobalPropLookup(id.Bytes(), key, &datum) == 0 ? DatumText(datum) : std::string_view();
 }
 
 // Copies a text and fills the rest with NULs; one that fills the area is cut and not terminated.
-template <std::size_t size>
-void CopyText(std::string_view text, char (&out)[size]) {
+void CopyText(std::string_view text, std::size_t size, char* out) {
   const std::size_t length = std::min(text.size(), size);
   std::memcpy(out, text.data(), length);
   std::memset(out + length, 0, size - length);
 }
 
 struct AliasSearch {
-  std::string_view portset;
+  const char* portset;
   char alias[kAliasBytes] = {};
 };
 
 // The library may stop at the first match or go on; a later match then writes over an earlier one.
 int MatchPortset(DVSSwitch* dvs, void* context) {
   AliasSearch& search = *static_cast<AliasSearch*>(context);
-  const char* const id = Identifier(dvs);
+  const Identifier id(dvs);
   const std::string_view portset = HostText(id, kPortsetKey);
   // Deliberate: a prefix test over the length of the property. A name that begins with a switch's portset name matches
   // that switch, and an empty property matches every name.
-  if (!portset.data() || !search.portset.starts_with(portset))
+  if (!portset.data() || std::strncmp(portset.data(), search.portset, portset.size()) != 0)
     return 0;
 
   if (const std::string_view alias = GlobalText(id, kAliasKey); alias.data()) {
     // Deliberate: no terminator is copied, so a shorter alias keeps the tail of a longer one found before it.
     std::memcpy(search.alias, alias.data(), std::min(alias.size(), sizeof(search.alias)));
   } else {
-    const std::size_t length = std::min(search.portset.size(), sizeof(search.alias) - 1);
-    std::memcpy(search.alias, search.portset.data(), length);
+    const std::size_t length = strnlen(search.portset, sizeof(search.alias) - 1);
+    std::memcpy(search.alias, search.portset, length);
     search.alias[length] = '\0';
   }
   return 1;
@@ -96,8 +102,8 @@ int FindMarker(DVSData* datum, void* context) {
     return 0;
   const void* value = nullptr;
   const std::uint32_t length = DVSData_Data(datum, &value);
-  if (!value && length > 0)
-    return 0;  // a null value holds nothing
+  if (!value && length > 0)  // no value at all; one of length 0 may come as null
+    return 0;
   if (!IsServed(value ? static_cast<const char*>(value) : "", length))
     return 0;
   *static_cast<bool*>(context) = true;
@@ -152,10 +158,10 @@ int SwitchDirectory::Visit(DVSSwitch* dvs, void* context) {
 }
 
 bool SwitchDirectory::Add(DVSSwitch* dvs) {
-  const char* const id = Identifier(dvs);
+  const Identifier id(dvs);
   const char* const className = DVS_ClassName(dvs);
   Row row;
-  if (!Copy(IdentifierText(id), &row.id) || !Copy(className ? className : "", &row.className) ||
+  if (!Copy(id.Text(), &row.id) || !Copy(className ? className : "", &row.className) ||
       !Copy(GlobalText(id, kAliasKey), &row.alias) || !Copy(HostText(id, kPortsetKey), &row.portset) ||
       !Reserve(size_, 1, &rows_, &room_))
     return false;
@@ -189,39 +195,38 @@ SwitchNames SwitchDirectory::operator[](std::size_t index) const {
 
 // ---- One switch ---------------------------------------------------------------------------------------------------
 
-std::uint32_t FindSwitchId(const char* alias, SwitchId* switchId) {
+std::uint32_t FindSwitchId(const char* alias, char* switchId) {
   DVSSwitch* const dvs = DVSState_SwitchFindByAlias(alias);
   if (!dvs)
     return kNotFound;
   const char* const className = DVS_ClassName(dvs);
   if (!className || std::strncmp(className, kClass, sizeof(kClass)) != 0)
     return kBadParameter;
-  CopyText(IdentifierText(Identifier(dvs)), switchId->text);
-  switchId->text[kSwitchIdBytes - 1] = '\0';
+  std::memcpy(switchId, Identifier(dvs).Bytes(), kSwitchIdBytes);  // whatever its length
+  switchId[kSwitchIdBytes - 1] = '\0';
   return 0;
 }
 
-std::uint32_t FindPortsetName(const char* alias, char (*portset)[kPortsetNameBytes]) {
+std::uint32_t FindPortsetName(const char* alias, char* portset) {
   DVSSwitch* const dvs = DVSState_SwitchFindByAlias(alias);
   if (!dvs)
     return kNotFound;
-  const char* const id = Identifier(dvs);
+  const Identifier id(dvs);
   std::string_view name = HostText(id, kPortsetKey);
   if (!name.data())
     name = GlobalText(id, kAliasKey);
   if (!name.data())
-    name = IdentifierText(id);
-  CopyText(name, *portset);
+    name = id.Text();
+  CopyText(name, kPortsetNameBytes, portset);
   return 0;
 }
 
-std::uint32_t FindAlias(const char* portset, char (*alias)[kAliasBytes]) {
+std::uint32_t FindAlias(const char* portset, char* alias) {
   if (!portset || !*portset)
     return kBadParameter;
-  AliasSearch search;
-  search.portset = portset;
+  AliasSearch search = {.portset = portset};
   DVSState_SwitchForEach(MatchPortset, &search);
-  CopyText(std::string_view(search.alias, sizeof(search.alias)), *alias);
+  CopyText({search.alias, strnlen(search.alias, kAliasBytes)}, kAliasBytes, alias);  // all NULs when nothing matched
   return 0;
 }
 

@@ -89,18 +89,18 @@ class SwitchDirectory {
 // ---- One switch ---------------------------------------------------------------------------------------------------
 // The look-ups of the module's native entry points, with what scripts rely on.
 
-// Copies the identifier of the switch with that alias: kNotFound, or kBadParameter for a switch of another class than
-// "vswitch"; *switchId then stays as it is.
-std::uint32_t FindSwitchId(const char* alias, SwitchId* switchId);
+// Copies the identifier of the switch with that alias, kSwitchIdBytes whatever its length; the last byte is always NUL.
+// kNotFound, or kBadParameter for a switch of another class than "vswitch": `switchId` stays as it is.
+std::uint32_t FindSwitchId(const char* alias, char* switchId);
 
-// The datapath's name of the switch with that alias, of whatever class: 128 bytes, filled up with NULs; a longer name
-// is cut and not terminated. kNotFound: `portset` stays as it is.
-std::uint32_t FindPortsetName(const char* alias, char (*portset)[kPortsetNameBytes]);
+// The datapath's name of the switch with that alias, of whatever class, filled up with NULs to kPortsetNameBytes; a
+// longer name is cut and not terminated. kNotFound: `portset` stays as it is.
+std::uint32_t FindPortsetName(const char* alias, char* portset);
 
-// The alias of the switch whose portset property `portset` begins with, or `portset` itself where that switch has none:
-// 128 bytes, not terminated where it fills them, all NULs where there is no such switch. kBadParameter for a null or
-// empty name: `alias` stays as it is.
-std::uint32_t FindAlias(const char* portset, char (*alias)[kAliasBytes]);
+// The alias of the switch with whose portset property `portset` begins, or `portset` itself where that switch has no
+// alias; kAliasBytes, not terminated where it fills them, all NULs where there is no such switch. kBadParameter for a
+// null or empty name: `alias` stays as it is.
+std::uint32_t FindAlias(const char* portset, char* alias);
 
 // ---- Served switches ----------------------------------------------------------------------------------------------
 

@@ -5,7 +5,7 @@
 #include "host/change/properties.h"
 
 bool FindPortsetNameOrReport(const char* alias, PortsetName* name) {
-  if (DVSAliasToPortsetName(alias, name->text) == 0)
+  if (FindPortsetName(alias, name->text) == 0)
     return true;
   Report("Failed to get portset name from dvs %s.\n", alias);
   return false;

@@ -8,11 +8,10 @@
 #include "host/names.h"
 #include "host/properties.h"
 #include "libryn/base/call.h"
-#include "libryn/include/libryn.h"
 
 // Look a switch up by its alias.
 inline bool FindSwitchIdOrReport(const char* alias, SwitchId* switchId) {
-  if (DVSAliasToSwitchId(alias, switchId->text) == 0)
+  if (FindSwitchId(alias, switchId->text) == 0)
     return true;
   Report("Failed to find dvs ID for dvs alias %s.\n", alias);
   return false;

@@ -1,31 +1,16 @@
 // ListLCoreIDs, InitMbufFastslabs: the datapath's cores and its packet-buffer pools.
 
-#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
-#include <iterator>
 
+#include "host/names.h"
 #include "libryn/base/call.h"
 #include "libryn/base/values.h"
 #include "libryn/loadbal/loadbal.h"
-#include "platform/jor_public.h"
 #include "platform/ryn.h"
 
 namespace {
-
-// The global property that marks a switch as served by the datapath, and the values that say so.
-constexpr char kMarker[] = "com.talvor.extraconfig.opaqueDvs.ryn";
-constexpr const char* kServed[] = {"true", "poll", "intr"};
-constexpr std::size_t kServedSize = 5;  // with the terminator
-
-// A value shorter than a word is compared over its own length, so an empty value serves too.
-bool IsServed(const char* value, std::uint32_t length) {
-  const std::size_t compared = std::min<std::size_t>(length, kServedSize);
-  return std::any_of(std::begin(kServed), std::end(kServed),
-                     [=](const char* word) { return std::strncmp(value, word, compared) == 0; });
-}
 
 // Not std::popcount: without a processor flag it is a call into the compiler's run-time library.
 std::size_t CountBits(std::uint64_t bitmap) {
@@ -33,25 +18,6 @@ std::size_t CountBits(std::uint64_t bitmap) {
   for (; bitmap != 0; bitmap &= bitmap - 1)
     ++count;
   return count;
-}
-
-int FindMarker(DVSData* datum, void* context) {
-  const char* const name = DVSData_Name(datum);
-  if (!name || std::strncmp(name, kMarker, sizeof(kMarker)) != 0)
-    return 0;
-  const void* value = nullptr;
-  const std::uint32_t length = DVSData_Data(datum, &value);
-  if (!value && length > 0)  // no value at all; one of length 0 may come as null
-    return 0;
-  if (!IsServed(value ? static_cast<const char*>(value) : "", length))
-    return 0;
-  *static_cast<bool*>(context) = true;
-  return 1;
-}
-
-int FindServedSwitch(DVSSwitch* dvs, void* context) {
-  DVSState_GlobalPropForEach(dvs, FindMarker, context);
-  return *static_cast<bool*>(context) ? 1 : 0;
 }
 
 }  // namespace
@@ -76,9 +42,7 @@ PyObject* PyRyn_ListLCoreIDs(PyObject*, PyObject* args) {
 }
 
 PyObject* PyRyn_InitMbufFastslabs(PyObject*, PyObject*) {
-  bool served = false;
-  DVSState_SwitchForEach(FindServedSwitch, &served);
-  if (!served)
+  if (!HasServedSwitch())
     return None();
   if (Ryn_Init_Mbuf_Fastslabs() != 0)
     return FalseAfter("TypeError: Failed to init RYN mbuf fastslabs.\n\n");

@@ -24,7 +24,7 @@ constinit Key kSensitivity{"Traffic variation sensitivity"};
 
 bool ReadOptions(const char* alias, LBSwitchOptions* options) {
   return ReadSettingOrReport(alias, kLoadBalanceProperty, options, [](const char* portset, LBSwitchOptions* current) {
-    return Ryn_GetCurrentLBData(portset, LIBRYN_PORTSET_NAME_SIZE, current);
+    return Ryn_GetCurrentLBData(portset, kPortsetNameBytes, current);
   });
 }
 

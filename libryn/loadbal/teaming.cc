@@ -15,7 +15,7 @@ PyObject* PyRYN_GetSwitchNUMATeam(PyObject*, PyObject* args) {
     return NoneAfter("TypeError: Invalid parameter passed.\n");
   Teaming teaming = {};
   if (!ReadSettingOrReport(alias, kTeamingProperty, &teaming, [](const char* portset, Teaming* current) {
-        return Ryn_GetSwitchNUMATeam(portset, LIBRYN_PORTSET_NAME_SIZE, &current->numaAware);
+        return Ryn_GetSwitchNUMATeam(portset, kPortsetNameBytes, &current->numaAware);
       }))
     return None();
   return Bool(teaming.numaAware != 0);

@@ -9,7 +9,7 @@ from pathlib import Path
 
 import pytest
 
-from harness import python
+from harness import UNDER_ASAN, python
 from method_table import METHODS
 
 ROOT = Path(__file__).parents[2]
@@ -180,6 +180,56 @@ def test_includes_run_downwards(folder):
     assert [(path, included) for path, included, allowed in layers
             if included not in allowed and included.rpartition("/")[0] + "/" not in allowed] == []
     assert seen or folder == "platform"  # finds the sources
+
+
+def operations() -> set[str]:
+    headers = [(ROOT / "platform" / name).read_text() for name in ("ryn.h", "jor_public.h")]
+    return set(re.findall(r"\b((?:Ryn|DVS\w*?)_\w+)\(", "".join(headers)))
+
+
+def test_every_operation_has_its_name():
+    """host/operations.h and platform/*.h list the same operations. A line is missing in one of them if this fails."""
+    rows = re.findall(r'char k(\w+)\[\] = "(\w+)";', (ROOT / "host/operations.h").read_text())
+    assert sorted(name for _, name in rows) == sorted(operations())
+    assert [(constant, name) for constant, name in rows
+            if constant != re.sub("^(Ryn|DVSQOB|DVSState)_", "", name).replace("_", "")] == []
+
+
+def called(folder: str) -> set[str]:
+    """The operations that the sources of a folder, without those below it, call or hand on to be called."""
+    names = [name for path in (ROOT / folder).glob("*.cc") for name in re.findall(r"\w+", path.read_text())]
+    names += [name for path in (ROOT / folder).glob("*.h") for name in re.findall(r"(\w+)\(", path.read_text())]
+    return operations() & set(names)
+
+
+def test_host_reads_and_changes_apart():
+    """Each operation is either read or changed with. What stands below both changes nothing but the process's own
+    configuration."""
+    read, change, base = called("host/read"), called("host/change"), called("host")
+    assert not read & change and not change & base and not read & base
+    # Nothing above host/ looks for a distributed port, and the module hands that operation on itself.
+    assert read | change | base == operations() - {"DVSState_PortFind"}
+    assert {name for name in read if not re.match("Ryn_(Get|Dump|List)", name)} == set()
+    assert {name for name in change if re.match("Ryn_(Get|Dump|List)", name)} == set()
+    assert {name for name in base if not name.startswith(("DVSState_", "DVS_", "DVSData_"))} == {
+        "DVSQOB_StateGet", "DVSQOB_HostPropGet", "DVSQOB_PortDataGet", "DVSQOB_DataFree"}
+
+
+def test_a_program_of_the_readers_imports_no_changing_operation(ryn, double, tmp_path):
+    """Even when it takes in every object of the two libraries."""
+    if UNDER_ASAN:
+        pytest.skip("the libraries are built with the sanitizers")
+    build = Path(ryn.__file__).parents[1]
+    (tmp_path / "main.cc").write_text("int main() { return 0; }\n")
+    hooks = ["-Wl,--export-dynamic-symbol=Log", "-Wl,--export-dynamic-symbol=Warning",
+             "-Wl,--export-dynamic-symbol=Panic"]
+    subprocess.run(["g++", "-o", tmp_path / "main", tmp_path / "main.cc", "-Wl,--whole-archive",
+                    build / "host/libhost_read.a", build / "host/libhost_base.a", "-Wl,--no-whole-archive", *hooks,
+                    f"-L{double.folder}", f"-Wl,-rpath-link,{double.folder}", "-lryn", "-ljorPublic"], check=True)
+    taken = {line.split()[0] for line in
+             tool("nm", "-D", "--undefined-only", "--format=posix", str(tmp_path / "main")).splitlines()} & operations()
+    assert taken == called("host/read") | called("host")
+    subprocess.run([tmp_path / "main"], check=True, env={**os.environ, "LD_LIBRARY_PATH": str(double.folder)})
 
 
 def test_tests_and_simulated_host_keep_clear_of_the_module():

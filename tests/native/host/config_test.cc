@@ -62,4 +62,19 @@ TEST_F(Config, WithoutAFormerStateAFailureIsTheEnd) {
   EXPECT_EQ(Calls(), Reset() + Load("6e6577"));
 }
 
+TEST_F(Config, AtTheStartAFailedFetchLeavesTheConfigurationEmpty) {
+  Fail("DVSQOB_StateGet", 8);
+  EXPECT_STREQ(FetchAndLoadState().operation, "DVSQOB_StateGet");
+  EXPECT_EQ(Calls(), Reset() + "{\"op\": \"DVSQOB_StateGet\", \"args\": {\"stateIsNull\": 1}}\n");
+}
+
+TEST_F(Config, AtTheStartTheStepsComeInOrder) {
+  Answer("DVSQOB_StateGet", Bytes(3).Text(0, "new"));
+  EXPECT_TRUE(FetchAndLoadState().Ok());
+  EXPECT_EQ(Calls(), Reset() + "{\"op\": \"DVSQOB_StateGet\", \"args\": {\"stateIsNull\": 1}}\n" + Load("6e6577"));
+  Fail("DVSState_ConfigReset", 5);
+  EXPECT_EQ(FetchAndLoadState().code, 5U);
+  EXPECT_EQ(Calls(), Reset());
+}
+
 }  // namespace

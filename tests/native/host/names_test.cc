@@ -82,10 +82,10 @@ TEST_F(Names, AliasFindsTheIdentifier) {
   AddSwitch("dvs-1", "id-1");
   AddSwitch("dvs-2", "id-2", "vswitches");
   SwitchId id;
-  EXPECT_EQ(FindSwitchId("dvs-1", &id), 0U);
+  EXPECT_EQ(FindSwitchId("dvs-1", id.text), 0U);
   EXPECT_STREQ(id.text, "id-1");
-  EXPECT_EQ(FindSwitchId("dvs-2", &id), kBadParameter);
-  EXPECT_EQ(FindSwitchId("dvs", &id), kNotFound);
+  EXPECT_EQ(FindSwitchId("dvs-2", id.text), kBadParameter);
+  EXPECT_EQ(FindSwitchId("dvs", id.text), kNotFound);
   EXPECT_STREQ(id.text, "id-1");
 }
 
@@ -94,14 +94,13 @@ TEST_F(Names, AliasFindsTheDatapathsName) {
   AddAlias(AddSwitch("dvs-2", "id-2", "opaque"), "alias-2");
   AddSwitch("dvs-3", "id-3");
   PortsetName name;
-  auto* const area = reinterpret_cast<char(*)[kPortsetNameBytes]>(name.text);
-  EXPECT_EQ(FindPortsetName("dvs-1", area), 0U);
+  EXPECT_EQ(FindPortsetName("dvs-1", name.text), 0U);
   EXPECT_STREQ(name.text, "net-1");
-  EXPECT_EQ(FindPortsetName("dvs-2", area), 0U);
+  EXPECT_EQ(FindPortsetName("dvs-2", name.text), 0U);
   EXPECT_STREQ(name.text, "alias-2");
-  EXPECT_EQ(FindPortsetName("dvs-3", area), 0U);
+  EXPECT_EQ(FindPortsetName("dvs-3", name.text), 0U);
   EXPECT_STREQ(name.text, "id-3");
-  EXPECT_EQ(FindPortsetName("dvs-4", area), kNotFound);
+  EXPECT_EQ(FindPortsetName("dvs-4", name.text), kNotFound);
   EXPECT_STREQ(name.text, "id-3");
 }
 
@@ -110,14 +109,14 @@ TEST_F(Names, PortsetNameFindsTheAliasByPrefix) {
   AddPortset(dvs, "net-1");
   AddAlias(dvs, "dvs-1");
   char alias[kAliasBytes] = "x";
-  EXPECT_EQ(FindAlias("net-1", &alias), 0U);
+  EXPECT_EQ(FindAlias("net-1", alias), 0U);
   EXPECT_STREQ(alias, "dvs-1");
-  EXPECT_EQ(FindAlias("net-10", &alias), 0U);  // Deliberate: begins with the switch's name
+  EXPECT_EQ(FindAlias("net-10", alias), 0U);  // Deliberate: begins with the switch's name
   EXPECT_STREQ(alias, "dvs-1");
-  EXPECT_EQ(FindAlias("net", &alias), 0U);
+  EXPECT_EQ(FindAlias("net", alias), 0U);
   EXPECT_STREQ(alias, "");
-  EXPECT_EQ(FindAlias("", &alias), kBadParameter);
-  EXPECT_EQ(FindAlias(nullptr, &alias), kBadParameter);
+  EXPECT_EQ(FindAlias("", alias), kBadParameter);
+  EXPECT_EQ(FindAlias(nullptr, alias), kBadParameter);
 }
 
 TEST_F(Names, ASwitchIsServedThatIsMarked) {
