@@ -107,5 +107,5 @@ for tick in itertools.islice(host.watch(interval=0.05), 2):
         print(port, rate.tx_bytes)
     assert len(tick.top("tx_bytes", 10)) == 10
 
-assert ryn.raw.ListSwitches()[0]["name"] == switch.name
+assert (ryn.raw.ListSwitches() or [])[0]["name"] == switch.name
 print("as written")

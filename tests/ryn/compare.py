@@ -254,13 +254,17 @@ def compare_switch(switch, listed):
 
 
 host = ryn.Host()
-listed = _libryn.ListSwitches()
+listed = _libryn.ListSwitches() or []
 switches = [switch for switch in host.switches() if switch.number is not None]
 same(len(switches), len(listed), "switches")
 for switch, line in zip(switches, listed):
     compare_switch(switch, line)
 same(host.cores, _libryn.ListLCoreIDs(listed[0]["swID"]) if listed else (), "cores")
-same([tuple(device) for device in host.devices()], [tuple(d.values()) for d in _libryn.ListDevAffinity()], "devices")
-same(tuple(host.balancer_weights), tuple(w["weight"] for w in _libryn.GetLBWeights()), "weights")
+same(
+    [tuple(device) for device in host.devices()],
+    [tuple(d.values()) for d in _libryn.ListDevAffinity() or []],
+    "devices",
+)
+same(tuple(host.balancer_weights), tuple(w["weight"] for w in _libryn.GetLBWeights() or []), "weights")
 same(host.flow_timeout, _libryn.GetFlowTimeout(), "flow timeout")
 print(compared)

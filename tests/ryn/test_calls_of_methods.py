@@ -14,8 +14,8 @@ EVERY_METHOD = pytest.mark.parametrize("method", METHODS, ids=lambda method: met
 
 def do(host: ryn.Host, code: str) -> None:
     """Evaluates an expression, or makes an assignment, with one object of each kind at hand."""
-    names = {"host": host, "switch": host.switch("dvs-1"), "port": host.port("dvs-1/1")}
-    names["uplink"] = names["switch"].uplinks()[0]
+    switch = host.switch("dvs-1")
+    names = {"host": host, "switch": switch, "port": switch.port(1), "uplink": switch.uplinks()[0]}
     try:
         expression = compile(code, "", "eval")
     except SyntaxError:
