@@ -8,6 +8,8 @@
 #include <system_error>
 #include <utility>
 
+#include "simhost/traffic/base.h"
+
 namespace simhost {
 
 namespace {
@@ -225,8 +227,10 @@ void LoadMacEntries(Store& store, Model& model) {
 
 // The pattern of a conversation's packets there; those back have another rate.
 Pattern PatternOf(const ConversationRow& row) {
-  return {row.milli_pps,    row.swing_permille, row.period_ms, row.phase_ms, row.burst_every_ms,
-          row.burst_for_ms, row.burst_permille, row.start_ms,  row.stop_ms};
+  Pattern pattern{row.milli_pps,    row.swing_permille, row.period_ms, row.phase_ms, row.burst_every_ms,
+                  row.burst_for_ms, row.burst_permille, row.start_ms,  row.stop_ms};
+  pattern.IncludeBursts();
+  return pattern;
 }
 
 void CheckConversation(const ConversationRow& row, const RowReader& reader) {
@@ -258,7 +262,7 @@ void LoadConversations(Store& store, Model& model) {
     talk.pattern = {PatternOf(talk), PatternOf(talk)};
     talk.pattern[1].milli_pps =
         talk.delivery == Delivery::kUnicast
-            ? static_cast<std::int64_t>(Share(U64(talk.milli_pps), U64(talk.reply_permille), 1000))
+            ? static_cast<std::int64_t>(Share(U64(talk.pattern[0].milli_pps), U64(talk.reply_permille), 1000))
             : 0;
     talk.size = {talk.frame_size, talk.reply_size};
     model.conversations.push_back(std::move(talk));
@@ -317,58 +321,6 @@ void LoadEvents(Store& store, Model& model) {
   });
 }
 
-template <std::size_t N>
-void CopyWords(std::span<const std::uint8_t> blob, std::array<std::uint64_t, N>& words) {
-  std::memcpy(words.data(), blob.data(), std::min(blob.size(), sizeof words));
-}
-
-void LoadBase(Store& store, Model& model) {
-  Base& base = model.base;
-  base.ports.resize(model.ports.size());
-  base.flows.resize(kSwitches * kCores);
-  base.passed.resize(model.conversations.size());
-  for (const Switch& sw : model.switches) {
-    for (const int uplink : sw.uplinks) {
-      const Port& port = model.ports[Index(uplink)];
-      base.queues[uplink][0].resize(Index(std::max(1, port.rx_queues)));
-      base.queues[uplink][1].resize(Index(std::max(1, port.tx_queues)));
-    }
-  }
-  std::map<int, std::size_t> conversation_index;
-  for (std::size_t i = 0; i < model.conversations.size(); ++i)
-    conversation_index[model.conversations[i].id] = i;
-
-  ForEach<BaseRow>(store, [&](const BaseRow& row, const RowReader& reader) {
-    const std::span<const std::uint8_t> counts(row.counts);
-    if (counts.size() % sizeof(std::uint64_t) != 0)
-      reader.Refuse("counts", "has " + std::to_string(counts.size()) + " bytes, which are no whole words");
-    if (row.kind == "flow") {
-      if (row.id >= kCores)
-        reader.Refuse("id", "is " + std::to_string(row.id) + ", which is no core");
-      CopyWords(counts, base.flows[Index(row.sw * kCores + row.id)]);
-    } else if (row.kind == "core") {
-      CopyWords(counts, base.busy_ns);
-    } else if (row.kind == "passed") {
-      // Conversations and ports may have gone since.
-      if (const auto it = conversation_index.find(row.id); it != conversation_index.end())
-        CopyWords(counts, base.passed[it->second]);
-    } else if (const int port = model.PortIndex(U32(row.sw), U32(row.id)); port >= 0 && row.kind != "lost") {
-      if (row.kind == "port") {
-        CopyWords(counts, base.ports[Index(port)]);
-      } else if (const auto it = base.queues.find(port); it != base.queues.end()) {
-        std::vector<QueueCounts>& queues = it->second[row.kind == "rx" ? 0 : 1];
-        // Of a port that has lost queues since, the last one keeps their counts.
-        for (std::size_t q = 0; (q + 1) * sizeof(QueueCounts) <= counts.size(); ++q) {
-          QueueCounts words{};
-          std::memcpy(words.data(), counts.data() + q * sizeof(QueueCounts), sizeof words);
-          for (std::size_t i = 0; i < words.size(); ++i)
-            queues[std::min(q, queues.size() - 1)][i] += words[i];
-        }
-      }
-    }
-  });
-}
-
 }  // namespace
 
 const Switch* Model::FindSwitch(std::uint32_t id) const {
@@ -414,13 +366,8 @@ int Model::NodeOfCore(int id) const {
   return core != nullptr ? core->node : -1;
 }
 
-bool Model::IsOn(const Conversation& talk) const {
-  const Pattern& pattern = talk.pattern[0];
-  return pattern.start_ms <= segment_ms && (!pattern.stop_ms || segment_ms < *pattern.stop_ms);
-}
-
 std::int64_t Model::NextDueMs() const {
-  std::int64_t due = std::min(balancer.tick_ms + balancer.period_ms, next_turn_ms);
+  std::int64_t due = balancer.fresh ? balancer.tick_ms : balancer.tick_ms + balancer.period_ms;
   for (const Event& event : events) {
     if (event.stage == kEventAhead)
       due = std::min(due, event.from_ms);

@@ -13,6 +13,7 @@
 #include "simhost/host/rows.h"
 #include "simhost/host/store.h"
 #include "simhost/time/clock.h"
+#include "simhost/traffic/path.h"
 #include "simhost/traffic/pattern.h"
 
 namespace simhost {
@@ -182,37 +183,8 @@ struct Base {
   std::map<int, std::array<std::vector<QueueCounts>, 2>> queues;  // by the same index; receive queues, transmit queues
   std::vector<FlowCounts> flows;                                  // by switch * kCores + core
   std::array<std::uint64_t, kCores> busy_ns{};
-  std::vector<std::array<std::uint64_t, 2>> passed;  // by conversation: packets since its flows were cleared
-};
-
-// Copies that a mirror session makes of packets on their way.
-struct MirrorCopy {
-  int port = -1;               // index of the port that gets them
-  std::uint64_t one_of = 1;    // so many packets make one copy
-  std::uint64_t size = 0;      // bytes of each
-  std::uint64_t drop_ppm = 0;  // what the port or its core loses
-  std::uint64_t fast_ns = 0;
-};
-
-// One way that packets of a conversation take: in by one port, out by others. Derived from the settings when a segment
-// begins, so everything in it holds until the segment ends.
-struct Path {
-  int conversation = 0;
-  int back = 0;  // 1: the answers
-  int part = 0;  // of `parts` ways that share the packets flow by flow
-  int parts = 1;
-  std::uint64_t flows = 0;  // lasting flows that go this way
-  int in = -1;              // index of the port
-  std::vector<int> out;     // each of these gets every packet; empty: there is nowhere to go
-  bool oversize = false;
-  std::uint64_t in_drop_ppm = 0;    // what the wire side of an uplink loses
-  std::uint64_t core_drop_ppm = 0;  // what the core has no time for
-  std::uint64_t offload_permille = 0;
-  std::uint64_t slow_permille = 0;
-  std::uint64_t in_fast_ns = 0, in_offload_ns = 0, in_slow_half_ns = 0;
-  std::vector<std::uint64_t> out_drop_ppm;
-  std::vector<std::uint64_t> out_fast_ns, out_slow_half_ns;
-  std::vector<MirrorCopy> copies;
+  std::vector<std::array<std::uint64_t, 2>> seen;  // by conversation, there and back: since its flows were cleared
+  std::vector<std::uint64_t> losses;               // as SaveLosses has them
 };
 
 struct BalancerPort {
@@ -224,7 +196,7 @@ struct BalancerPort {
 struct Balancer {
   std::int64_t period_ms = 0;
   std::int64_t tick_ms = 0;
-  bool fresh = true;  // has not looked yet
+  bool fresh = true;  // it has not looked yet: at tick_ms its first window begins
   std::int64_t window_ms = 0;
   std::array<std::uint64_t, kCores> busy_total{};
   std::array<std::uint64_t, kCores> busy_window{};
@@ -251,7 +223,7 @@ struct Model : HostRow {
 
   // Derived
   std::vector<Path> paths;
-  std::int64_t next_turn_ms = 0;                     // when a conversation begins or ends next
+  Losses losses;
   std::vector<std::vector<int>> paths_of_port;       // by port index
   std::vector<std::vector<int>> paths_of_flow_core;  // by switch * kCores + core of the port they come in by
   mutable std::map<int, std::vector<MacCandidate>> mac_cache;
@@ -264,8 +236,7 @@ struct Model : HostRow {
   int FindNic(std::string_view name) const;                   // -1: no such device
   const Core* FindCore(std::uint32_t id) const;
   int NodeOfCore(int id) const;
-  bool IsOn(const Conversation& talk) const;  // in this segment; it begins and ends with one
-  std::int64_t NextDueMs() const;             // when something happens by itself next
+  std::int64_t NextDueMs() const;  // when something happens by itself next
 };
 
 // An address of the simulation's own making; the same arguments give the same address.

@@ -13,8 +13,11 @@
 #include <set>
 #include <utility>
 
+#include "simhost/host/turn.h"
 #include "simhost/time/timeline.h"
-#include "simhost/traffic/traffic.h"
+#include "simhost/traffic/base.h"
+#include "simhost/traffic/counts.h"
+#include "simhost/traffic/losses.h"
 
 namespace simhost {
 
@@ -27,6 +30,7 @@ struct Session {
   std::mutex mutex;
   pid_t pid;
   std::unique_ptr<Store> store;
+  std::unique_ptr<TurnFile> turns;
   std::optional<Model> model;  // as of `version`
   std::int64_t version = 0;
   std::int64_t latest_ns = 0;  // host time never goes back, even if wall time does
@@ -39,6 +43,8 @@ Session& OwnSession() {
   if (session->pid != getpid()) {
     if (session->store)
       session->store->Abandon();
+    if (session->turns)
+      session->turns->Abandon();
     session = new Session(getpid());
   }
   return *session;
@@ -54,15 +60,20 @@ void Open(Session& session) {
   std::string path = Store::Locate();
   if (session.store && (session.store->path() != path || !session.store->IsCurrent())) {
     session.model.reset();
+    session.turns.reset();
     session.store.reset();
   }
   if (!session.store) {
     session.latest_ns = 0;
+    session.turns.reset();
     session.store = std::make_unique<Store>(std::move(path));
   }
+  if (!session.turns)
+    session.turns = std::make_unique<TurnFile>(session.store->path());
 }
 
-void SameClock(Session& session, const Clock& before) {
+// The latest time that was seen holds for one setting of the clock only.
+void ForgetTimeOfOtherClock(Session& session, const Clock& before) {
   const Clock& now = session.model->clock;
   if (before.frozen != now.frozen || before.base_wall_ns != now.base_wall_ns ||
       before.base_host_ns != now.base_host_ns || before.speed_permille != now.speed_permille)
@@ -79,7 +90,7 @@ void Refresh(Session& session) {
   session.model.reset();
   session.model.emplace(LoadModel(store));
   PrepareTimeline(store, *session.model);
-  SameClock(session, before);
+  ForgetTimeOfOtherClock(session, before);
   session.version = version;
 }
 
@@ -109,6 +120,7 @@ std::int64_t HostMs(Session& session) {
 void StartClock(Session& session) {
   if (session.model->clock.base_wall_ns != 0 || session.model->clock.frozen)
     return;
+  const Turn turn(*session.turns, TurnTo::kWrite);
   Transaction transaction(*session.store);
   session.store->Prepare("UPDATE clock SET base_wall_ns = ? WHERE base_wall_ns = 0 AND mode = 'run'")
       .Bind(WallNs())
@@ -119,7 +131,7 @@ void StartClock(Session& session) {
 }
 
 // Brings the process's idea of the host up to the present.
-void Arrive(Session& session) {
+void BringUpToDate(Session& session) {
   Open(session);
   RefreshForReading(session);
   StartClock(session);
@@ -137,13 +149,12 @@ void PersistPlacement(Store& store, const Model& model) {
   }
 }
 
-// Replays what is due. Other processes may be about to do the same; the first one does it for all.
-void CatchUp(Session& session) {
-  if (HostMs(session) < session.model->NextDueMs())
-    return;
+// Replays what is due until now. Other processes may be about to do the same; the first one does it for all. Call it in
+// the process's turn to write; it answers the host time.
+std::int64_t CatchUp(Session& session) {
   Transaction transaction(*session.store);
   Refresh(session);
-  const std::int64_t ms = HostMs(session);
+  const std::int64_t ms = std::max(HostMs(session), session.model->segment_ms);
   if (ms >= session.model->NextDueMs()) {
     Model changed = std::move(*session.model);
     session.model.reset();
@@ -155,6 +166,7 @@ void CatchUp(Session& session) {
     changed.mac_cache.clear();
     session.model.emplace(std::move(changed));  // as the store has it now
   }
+  return ms;
 }
 
 struct FaultOutcome {
@@ -284,29 +296,58 @@ FaultOutcome TakeFaults(Session& session, std::unique_lock<std::mutex>& lock, co
     lock.unlock();
     Wait(outcome.delay_ms);
     lock.lock();
-    Arrive(session);
+    BringUpToDate(session);
   }
   return outcome;
 }
 
-std::uint32_t ChangeLocked(Session& session, Bears bears, const std::function<std::uint32_t(Change&)>& body) {
+// The host after a change, whose statements were made. Counts go on from where they are.
+Model AfterChange(Change& change, Model& before) {
+  Store& store = change.store;
+  Model after = LoadModel(store);
+  PrepareTimeline(store, after);
+  if (change.ports_to_forget().empty() && change.ports_to_reset().empty() && SameTraffic(before, after)) {
+    after.losses = std::move(before.losses);
+    return after;
+  }
+  CloseSegment(before, change.ms);
+  for (const int port : change.ports_to_reset()) {
+    before.base.ports[static_cast<std::size_t>(port)] = {};
+    if (const auto queues = before.base.queues.find(port); queues != before.base.queues.end()) {
+      for (std::vector<QueueCounts>& way : queues->second)
+        std::fill(way.begin(), way.end(), QueueCounts{});
+    }
+  }
+  for (const int port : change.ports_to_forget())
+    ForgetFlows(before, port);
+  before.base_changed = true;
+  StoreBase(store, before);
+  after.segment_ms = before.segment_ms;
+  LoadBase(store, after);
+  BeginSegment(after);
+  RestoreLosses(after, after.base.losses);
+  return after;
+}
+
+std::uint32_t ChangeInTurn(Session& session, const std::function<std::uint32_t(Change&)>& body) {
+  const Turn turn(*session.turns, TurnTo::kWrite);
   Transaction transaction(*session.store);
   Refresh(session);
   // From here on the model is ahead of the store; unless all goes well it is read again.
   Model model = std::move(*session.model);
   session.model.reset();
-  const std::int64_t ns = std::max(session.latest_ns, model.clock.HostNsAt(WallNs() + kChangeLeadNs));
+  const std::int64_t ns = std::max(session.latest_ns, model.clock.HostNsAt(WallNs()));
   const std::int64_t ms = std::max(ns / 1'000'000, model.segment_ms);
   PersistPlacement(*session.store, model);
   ReplayTimeline(*session.store, model, ms);
-  if (bears == Bears::kOnCounts)
-    CloseSegment(model, ms);
-  Change change{*session.store, model, ms};
+  Change change(*session.store, model, ms);
   const std::uint32_t status = body(change);
   if (status != kOk)
     return status;
-  StoreBase(*session.store, model);
+  const Clock before = model.clock;
+  session.model.emplace(AfterChange(change, model));
   transaction.Commit();
+  ForgetTimeOfOtherClock(session, before);
   return kOk;
 }
 
@@ -314,31 +355,41 @@ std::uint32_t ChangeLocked(Session& session, Bears bears, const std::function<st
 
 std::uint32_t ReadHost(const Call& call, Area* answer, const std::function<std::uint32_t(const View&)>& body) {
   return Guarded([&](Session& session, std::unique_lock<std::mutex>& lock) -> std::uint32_t {
-    Arrive(session);
+    BringUpToDate(session);
     const FaultOutcome fault = TakeFaults(session, lock, call);
     if (fault.status)
       return *fault.status;
-    CatchUp(session);
-    const std::int64_t ms = std::max(HostMs(session), session.model->segment_ms);
-    const std::uint32_t status = body(View{*session.store, *session.model, ms});
-    if (status == kOk && answer != nullptr && !fault.corrupt.empty())
-      Corrupt(fault, *answer);
-    return status;
+    const auto count = [&](std::int64_t ms) {
+      SolveLosses(*session.model, ms);
+      const std::uint32_t status = body(View{*session.store, *session.model, ms});
+      if (status == kOk && answer != nullptr && !fault.corrupt.empty())
+        Corrupt(fault, *answer);
+      return status;
+    };
+    {
+      const Turn turn(*session.turns, TurnTo::kRead);
+      RefreshForReading(session);
+      const std::int64_t ms = std::max(HostMs(session), session.model->segment_ms);
+      if (ms < session.model->NextDueMs())
+        return count(ms);
+    }
+    const Turn turn(*session.turns, TurnTo::kWrite);
+    return count(CatchUp(session));
   });
 }
 
-std::uint32_t ChangeHost(const Call& call, Bears bears, const std::function<std::uint32_t(Change&)>& body) {
+std::uint32_t ChangeHost(const Call& call, const std::function<std::uint32_t(Change&)>& body) {
   return Guarded([&](Session& session, std::unique_lock<std::mutex>& lock) -> std::uint32_t {
-    Arrive(session);
+    BringUpToDate(session);
     const FaultOutcome fault = TakeFaults(session, lock, call);
-    return fault.status ? *fault.status : ChangeLocked(session, bears, body);
+    return fault.status ? *fault.status : ChangeInTurn(session, body);
   });
 }
 
 std::uint32_t FaultOf(const Call& call) {
   std::uint32_t status = kOk;
   Guarded([&](Session& session, std::unique_lock<std::mutex>& lock) -> std::uint32_t {
-    Arrive(session);
+    BringUpToDate(session);
     status = TakeFaults(session, lock, call).status.value_or(kOk);
     return kOk;
   });
@@ -348,8 +399,19 @@ std::uint32_t FaultOf(const Call& call) {
 std::int64_t HostNowMs() {
   std::int64_t ms = -1;
   Guarded([&](Session& session, std::unique_lock<std::mutex>&) -> std::uint32_t {
-    Arrive(session);
+    BringUpToDate(session);
     ms = HostMs(session);
+    return kOk;
+  });
+  return ms;
+}
+
+std::int64_t CatchUpHost() {
+  std::int64_t ms = -1;
+  Guarded([&](Session& session, std::unique_lock<std::mutex>&) -> std::uint32_t {
+    BringUpToDate(session);
+    const Turn turn(*session.turns, TurnTo::kWrite);
+    ms = CatchUp(session);
     return kOk;
   });
   return ms;
@@ -357,11 +419,35 @@ std::int64_t HostNowMs() {
 
 std::uint32_t ApplySql(const char* sql) {
   return Guarded([&](Session& session, std::unique_lock<std::mutex>&) -> std::uint32_t {
-    Arrive(session);
-    return ChangeLocked(session, Bears::kOnCounts, [&](Change& change) {
-      // The counts go to the store before the statements, which may well be about them.
-      StoreBase(change.store, change.model);
+    BringUpToDate(session);
+    return ChangeInTurn(session, [&](Change& change) {
       change.store.Execute(sql);
+      return kOk;
+    });
+  });
+}
+
+std::uint32_t SetHostClock(std::optional<bool> running, std::int64_t speed_permille, std::int64_t ahead_ns) {
+  constexpr std::int64_t kLatestNs = std::int64_t{1} << 62;
+  constexpr std::int64_t kMs = 1'000'000;
+  return Guarded([&](Session& session, std::unique_lock<std::mutex>&) -> std::uint32_t {
+    BringUpToDate(session);
+    return ChangeInTurn(session, [&](Change& change) -> std::uint32_t {
+      const Clock& clock = change.model.clock;
+      const std::int64_t wall_ns = WallNs();
+      std::int64_t now_ns = std::max(session.latest_ns, clock.HostNsAt(wall_ns));
+      if (speed_permille < 0 || ahead_ns < 0 || ahead_ns > kLatestNs - now_ns)
+        return kBadParameter;
+      now_ns += ahead_ns;
+      const bool runs = running.value_or(!clock.frozen);
+      if (!runs)  // at a full millisecond, which is as exact as its time is shown
+        now_ns = (now_ns + kMs - 1) / kMs * kMs;
+      change.store.Prepare("UPDATE clock SET mode = ?, base_wall_ns = ?, base_host_ns = ?, speed_permille = ?")
+          .Bind(std::string_view(runs ? "run" : "freeze"))
+          .Bind(wall_ns)
+          .Bind(now_ns)
+          .Bind(speed_permille != 0 ? speed_permille : clock.speed_permille)
+          .Run();
       return kOk;
     });
   });

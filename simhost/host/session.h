@@ -9,9 +9,11 @@
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <vector>
 
 #include "simhost/host/answer.h"
 #include "simhost/host/model.h"
@@ -42,26 +44,49 @@ struct View {
   std::int64_t ms;  // host time
 };
 
-// The host while a change is made. ms: when the change takes effect.
-struct Change {
-  Store& store;
-  Model& model;
-  std::int64_t ms;
-};
+// The host while a change is made.
+//
+// The contract: the model shows the host as it is when the change is made, everything due until then replayed, and
+// stands still. What the change is, it writes to the store, settings and inventory only: counts, losses and the
+// balancer's memory are not its own. When it is done the host is read anew. If packets then take other ways, or cost
+// something else, the session ends the segment at `ms`: what was counted becomes the base, by the settings before. A
+// change that makes no difference to the traffic ends nothing, so that it leaves no trace in any count. What a change
+// wants of counts themselves, it asks for.
+class Change {
+ public:
+  Change(Store& the_store, const Model& the_model, std::int64_t when) : store(the_store), model(the_model), ms(when) {}
 
-// Whether a change bears on how traffic counts; then the segment is closed before it is made.
-enum class Bears : bool { kNotOnCounts, kOnCounts };
+  // By index of a port: its flows are learned anew; its counters begin at 0.
+  void ForgetFlows(int port) { forget_flows_.push_back(port); }
+  void ResetCounts(int port) { reset_counts_.push_back(port); }
+
+  Store& store;
+  const Model& model;
+  const std::int64_t ms;  // host time when it takes effect
+
+  const std::vector<int>& ports_to_forget() const { return forget_flows_; }
+  const std::vector<int>& ports_to_reset() const { return reset_counts_; }
+
+ private:
+  std::vector<int> forget_flows_;
+  std::vector<int> reset_counts_;
+};
 
 std::uint32_t ReadHost(const Call& call, Area* answer, const std::function<std::uint32_t(const View&)>& body);
 // The change is kept if the body answers kOk, and undone otherwise.
-std::uint32_t ChangeHost(const Call& call, Bears bears, const std::function<std::uint32_t(Change&)>& body);
+std::uint32_t ChangeHost(const Call& call, const std::function<std::uint32_t(Change&)>& body);
 
 // For an operation that needs nothing of the store: the status of a fault that concerns it, else kOk, also if there is
 // no store.
 std::uint32_t FaultOf(const Call& call);
 
-// Without faults and arguments, for the tool's own entry points.
+// Without faults and arguments, for the tool's own entry points. -1: the store cannot be used.
 std::int64_t HostNowMs();
+std::int64_t CatchUpHost();  // replays what is due, and answers the host time
 std::uint32_t ApplySql(const char* sql);
+
+// Lets the clock run or stand (none: as it does), at a speed in permille (0: as it is), from its present time and so
+// much ahead.
+std::uint32_t SetHostClock(std::optional<bool> running, std::int64_t speed_permille, std::int64_t ahead_ns);
 
 }  // namespace simhost

@@ -109,7 +109,7 @@ std::uint32_t GetProperty(const Call& call, std::string_view scope, std::string_
 
 std::uint32_t SetProperty(const Call& call, std::string_view scope, std::string_view switch_id, std::string_view port,
                           std::string_view key, const void* value, std::uint32_t length) {
-  return ChangeHost(call, Bears::kOnCounts, [&](Change& host) {
+  return ChangeHost(call, [&](Change& host) {
     if (key.empty() || (value == nullptr && length > 0))
       return kBadParameter;
     if (!host.store.Prepare("SELECT 1 FROM dvs WHERE switch_id = ?").Bind(switch_id).Step())

@@ -1,4 +1,4 @@
-// Operations of libryn.so on the load balancer, cores and buffers, and the entry points of the simulation itself.
+// Operations of libryn.so on the load balancer, cores and buffers.
 #include <algorithm>
 #include <cstring>
 #include <map>
@@ -7,7 +7,7 @@
 #include "platform/ryn.h"
 #include "simhost/host/session.h"
 #include "simhost/time/balancer.h"
-#include "simhost/traffic/traffic.h"
+#include "simhost/traffic/counts.h"
 
 namespace simhost {
 
@@ -101,8 +101,8 @@ class SnapshotWriter {
     for (const Path& path : model_.paths) {
       if (model_.conversations[Index(path.conversation)].sw != sw_.id)
         continue;
-      for (const int out : path.out) {
-        Edge& edge = edges_[{path.in, out}];
+      for (std::size_t leg = 0; leg < path.receivers; ++leg) {
+        Edge& edge = edges_[{path.in, path.legs[leg].port}];
         edge.load += RateOf(model_, path, at, model_.balancer.period_ms) / 1000;
         edge.average += RateOf(model_, path, at, kAveraged * model_.balancer.period_ms) / 1000;
       }
@@ -208,7 +208,7 @@ uint32_t Ryn_GetLBWeights(void* weights) {
 }
 
 uint32_t Ryn_SetLBWeights(const void* weights) {
-  return ChangeHost({"Ryn_SetLBWeights", {}}, Bears::kNotOnCounts, [&](Change& host) {
+  return ChangeHost({"Ryn_SetLBWeights", {}}, [&](Change& host) {
     uint32_t words[kWeights];
     std::memcpy(words, weights, sizeof words);
     return StoreWeights(host.store, words);
@@ -216,7 +216,7 @@ uint32_t Ryn_SetLBWeights(const void* weights) {
 }
 
 uint32_t Ryn_ResetLBWeights(void) {
-  return ChangeHost({"Ryn_ResetLBWeights", {}}, Bears::kNotOnCounts,
+  return ChangeHost({"Ryn_ResetLBWeights", {}},
                     [&](Change& host) { return StoreWeights(host.store, host.model.default_weights.data()); });
 }
 
@@ -299,7 +299,7 @@ uint32_t Ryn_Get_LCore_ID_Bitmap(uint32_t swID, uint64_t* bitmap) {
 
 // Packets cost a little less from then on.
 uint32_t Ryn_Init_Mbuf_Fastslabs(void) {
-  return ChangeHost({"Ryn_Init_Mbuf_Fastslabs", {}}, Bears::kOnCounts, [&](Change& host) {
+  return ChangeHost({"Ryn_Init_Mbuf_Fastslabs", {}}, [&](Change& host) {
     host.store.Execute("UPDATE host SET fastslabs = 1");
     return kOk;
   });
@@ -308,15 +308,6 @@ uint32_t Ryn_Init_Mbuf_Fastslabs(void) {
 // Says that this library is a stand-in of a simulated host.
 extern const char ryn_sim_version[];
 const char ryn_sim_version[] = "1";
-
-int64_t ryn_sim_now_ms(void);
-uint32_t ryn_sim_apply(const char* sql);
-
-// The host's time; -1 if its store cannot be used.
-int64_t ryn_sim_now_ms(void) { return HostNowMs(); }
-
-// Changes the store of a host in use by SQL, so that no count jumps.
-uint32_t ryn_sim_apply(const char* sql) { return sql != nullptr ? ApplySql(sql) : kBadParameter; }
 
 #pragma GCC visibility pop
 

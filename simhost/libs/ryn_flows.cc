@@ -4,8 +4,8 @@
 
 #include "platform/ryn.h"
 #include "simhost/host/session.h"
+#include "simhost/traffic/counts.h"
 #include "simhost/traffic/flows.h"
-#include "simhost/traffic/traffic.h"
 
 namespace simhost {
 
@@ -64,7 +64,7 @@ std::uint32_t WriteCores(const View& host, std::uint32_t sw, const std::uint32_t
 
 void Relearn(Change& host, const Switch& sw) {
   for (const int port : sw.ports)
-    ForgetFlows(host.model, port);
+    host.ForgetFlows(port);
 }
 
 }  // namespace
@@ -134,7 +134,7 @@ uint32_t Ryn_Get_FPO_Stats(uint32_t swID, const uint32_t* lcores, uint32_t lcore
 }
 
 uint32_t Ryn_Clear_Switch_Flow_Table(uint32_t swID) {
-  return ChangeHost({"Ryn_Clear_Switch_Flow_Table", {{"sw", swID}}}, Bears::kOnCounts, [&](Change& host) {
+  return ChangeHost({"Ryn_Clear_Switch_Flow_Table", {{"sw", swID}}}, [&](Change& host) {
     const Switch* sw = host.model.FindSwitch(swID);
     if (sw == nullptr)
       return kNotFound;
@@ -145,7 +145,7 @@ uint32_t Ryn_Clear_Switch_Flow_Table(uint32_t swID) {
 }
 
 uint32_t Ryn_Enable_Switch_Flow_Cache(uint32_t swID, uint32_t enable) {
-  return ChangeHost({"Ryn_Enable_Switch_Flow_Cache", {{"sw", swID}}}, Bears::kOnCounts, [&](Change& host) {
+  return ChangeHost({"Ryn_Enable_Switch_Flow_Cache", {{"sw", swID}}}, [&](Change& host) {
     const Switch* sw = host.model.FindSwitch(swID);
     if (sw == nullptr)
       return kNotFound;
@@ -174,7 +174,7 @@ uint32_t Ryn_Get_Flow_Timeout(uint32_t* seconds) {
 // A shorter timeout empties the table at once; with a longer one it grows as time goes by, since what has left stays
 // out.
 uint32_t Ryn_Set_Flow_Timeout(uint32_t seconds) {
-  return ChangeHost({"Ryn_Set_Flow_Timeout", {}}, Bears::kNotOnCounts, [&](Change& host) {
+  return ChangeHost({"Ryn_Set_Flow_Timeout", {}}, [&](Change& host) {
     const int64_t oldest = host.ms - int64_t{host.model.flow_timeout_s} * 1000;
     host.store.Prepare("UPDATE host SET flow_timeout_s = ?, flow_floor_ms = max(flow_floor_ms, ?)")
         .Bind(int64_t{seconds})

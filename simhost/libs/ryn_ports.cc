@@ -3,8 +3,8 @@
 
 #include "platform/ryn.h"
 #include "simhost/host/session.h"
+#include "simhost/traffic/counts.h"
 #include "simhost/traffic/macs.h"
-#include "simhost/traffic/traffic.h"
 
 namespace simhost {
 
@@ -198,11 +198,11 @@ uint32_t Ryn_Get_Port_Conf(uint32_t swID, uint32_t rynPortID, void* conf, uint32
 // option1: the core to send on, option2: the core to receive on (0xFFFFFFFF: as it is), option3: pin the port there.
 uint32_t Ryn_Migrate_Port(uint32_t swID, uint32_t rynPortID, uint32_t option1, uint32_t option2, uint32_t option3) {
   const Call call{"Ryn_Migrate_Port", {{"sw", swID}, {"port", rynPortID}, {"lcore", option1}}};
-  return ChangeHost(call, Bears::kOnCounts, [&](Change& host) {
+  return ChangeHost(call, [&](Change& host) {
     const int index = host.model.PortIndex(swID, rynPortID);
     if (index < 0)
       return kNotFound;
-    Port& port = host.model.ports[Index(index)];
+    Port port = host.model.ports[Index(index)];
     const uint64_t allowed = host.model.FindSwitch(swID)->lcores;
     const auto place = [&](uint32_t core, int& on) {
       if (core == 0xFFFFFFFF)
@@ -215,7 +215,7 @@ uint32_t Ryn_Migrate_Port(uint32_t swID, uint32_t rynPortID, uint32_t option1, u
     if (!place(option1, port.tx_core) || !place(option2, port.rx_core))
       return kBadParameter;
     port.pinned = option3 != 0;
-    ForgetFlows(host.model, index);
+    host.ForgetFlows(index);
     StoreCores(host.store, port, host.ms);
     return kOk;
   });
@@ -224,7 +224,7 @@ uint32_t Ryn_Migrate_Port(uint32_t swID, uint32_t rynPortID, uint32_t option1, u
 // The balancer may move the port again. option means nothing here.
 uint32_t Ryn_Unpin_Port(uint32_t swID, uint32_t rynPortID, uint32_t option) {
   const Call call{"Ryn_Unpin_Port", {{"sw", swID}, {"port", rynPortID}, {"lcore", option}}};
-  return ChangeHost(call, Bears::kNotOnCounts, [&](Change& host) {
+  return ChangeHost(call, [&](Change& host) {
     if (host.model.PortIndex(swID, rynPortID) < 0)
       return kNotFound;
     host.store.Prepare("UPDATE port SET pinned = 0 WHERE sw = ? AND port = ?")
@@ -238,16 +238,12 @@ uint32_t Ryn_Unpin_Port(uint32_t swID, uint32_t rynPortID, uint32_t option) {
 // The port's counters start at 0 again, and what was learned by it is learned anew.
 uint32_t Ryn_Reset_Port(uint32_t swID, uint32_t rynPortID) {
   const Call call{"Ryn_Reset_Port", {{"sw", swID}, {"port", rynPortID}}};
-  return ChangeHost(call, Bears::kOnCounts, [&](Change& host) {
+  return ChangeHost(call, [&](Change& host) {
     const int index = host.model.PortIndex(swID, rynPortID);
     if (index < 0)
       return kNotFound;
-    host.model.base.ports[Index(index)] = {};
-    if (const auto queues = host.model.base.queues.find(index); queues != host.model.base.queues.end()) {
-      for (auto& way : queues->second)
-        std::fill(way.begin(), way.end(), QueueCounts{});
-    }
-    ForgetFlows(host.model, index);
+    host.ResetCounts(index);
+    host.ForgetFlows(index);
     host.store.Prepare("UPDATE port SET mac_cleared_ms = ?1, flow_cleared_ms = ?1 WHERE sw = ?2 AND port = ?3")
         .Bind(host.ms)
         .Bind(int64_t{swID})
@@ -275,7 +271,7 @@ uint32_t Ryn_GetLRO(uint32_t scope, uint32_t swID, uint32_t rynPortID, uint32_t*
 // Setting it for a switch sets it for each of its ports; a port may be set again after that.
 uint32_t Ryn_SetLRO(uint32_t scope, uint32_t swID, uint32_t rynPortID, uint32_t state) {
   const Call call{"Ryn_SetLRO", {{"scope", scope}, {"sw", swID}, {"port", rynPortID}}};
-  return ChangeHost(call, Bears::kOnCounts, [&](Change& host) {
+  return ChangeHost(call, [&](Change& host) {
     if (scope > 1)
       return kBadParameter;
     if (host.model.FindSwitch(swID) == nullptr || (scope == 0 && host.model.FindPort(swID, rynPortID) == nullptr))
@@ -305,7 +301,7 @@ uint32_t Ryn_Dump_Switch_MAC_Table(uint32_t swID, void* table, uint32_t* length)
 // What was learned is cleared, and learned again; entries that were added by hand stay.
 uint32_t Ryn_Clear_Port_MAC_Table(uint32_t swID, uint32_t rynPortID) {
   const Call call{"Ryn_Clear_Port_MAC_Table", {{"sw", swID}, {"port", rynPortID}}};
-  return ChangeHost(call, Bears::kNotOnCounts, [&](Change& host) {
+  return ChangeHost(call, [&](Change& host) {
     if (host.model.PortIndex(swID, rynPortID) < 0)
       return kNotFound;
     host.store.Prepare("UPDATE port SET mac_cleared_ms = ? WHERE sw = ? AND port = ?")
@@ -322,7 +318,7 @@ uint32_t Ryn_Clear_Port_MAC_Table(uint32_t swID, uint32_t rynPortID) {
 }
 
 uint32_t Ryn_Clear_Switch_MAC_Table(uint32_t swID) {
-  return ChangeHost({"Ryn_Clear_Switch_MAC_Table", {{"sw", swID}}}, Bears::kNotOnCounts, [&](Change& host) {
+  return ChangeHost({"Ryn_Clear_Switch_MAC_Table", {{"sw", swID}}}, [&](Change& host) {
     if (host.model.FindSwitch(swID) == nullptr)
       return kNotFound;
     host.store.Prepare("UPDATE sw SET mac_cleared_ms = ? WHERE sw = ?").Bind(host.ms).Bind(int64_t{swID}).Run();
@@ -334,7 +330,7 @@ uint32_t Ryn_Clear_Switch_MAC_Table(uint32_t swID) {
 // An entry that was deleted is learned again when its station is next heard.
 uint32_t Ryn_MAC_Entry_Ops(uint32_t swID, uint32_t rynPortID, const uint8_t* mac, uint16_t vlanID, uint32_t operation) {
   const Call call{"Ryn_MAC_Entry_Ops", {{"sw", swID}, {"port", rynPortID}}};
-  return ChangeHost(call, Bears::kNotOnCounts, [&](Change& host) {
+  return ChangeHost(call, [&](Change& host) {
     const Switch* sw = host.model.FindSwitch(swID);
     if (sw == nullptr || host.model.FindPort(swID, rynPortID) == nullptr)
       return kNotFound;

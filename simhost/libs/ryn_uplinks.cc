@@ -6,7 +6,7 @@
 
 #include "platform/ryn.h"
 #include "simhost/host/session.h"
-#include "simhost/traffic/traffic.h"
+#include "simhost/traffic/counts.h"
 
 namespace simhost {
 
@@ -234,7 +234,7 @@ uint32_t Ryn_Get_Port_Tx_Uplink(uint32_t swID, uint32_t rynPortID, void* policy,
 uint32_t Ryn_Set_Port_Tx_Uplink(uint32_t swID, uint32_t rynPortID, uint32_t txType, uint32_t count,
                                 const uint32_t* uplinks) {
   const Call call{"Ryn_Set_Port_Tx_Uplink", {{"sw", swID}, {"port", rynPortID}}};
-  return ChangeHost(call, Bears::kOnCounts, [&](Change& host) {
+  return ChangeHost(call, [&](Change& host) {
     const Switch* sw = host.model.FindSwitch(swID);
     if (host.model.PortIndex(swID, rynPortID) < 0)
       return kNotFound;
@@ -343,7 +343,7 @@ uint32_t Ryn_Get_Uplink_Queue_Stats(uint32_t swID, uint32_t rynPortID, uint32_t 
 }
 
 uint32_t Ryn_Set_Uplink_MAC_Learn(uint32_t swID, uint32_t enable) {
-  return ChangeHost({"Ryn_Set_Uplink_MAC_Learn", {{"sw", swID}}}, Bears::kNotOnCounts, [&](Change& host) {
+  return ChangeHost({"Ryn_Set_Uplink_MAC_Learn", {{"sw", swID}}}, [&](Change& host) {
     if (host.model.FindSwitch(swID) == nullptr)
       return kNotFound;
     host.store.Prepare("UPDATE sw SET uplink_mac_learn = ? WHERE sw = ?")
@@ -366,7 +366,7 @@ uint32_t Ryn_Get_Panic_On_Tx_Hang(uint32_t swID, uint32_t* setting) {
 }
 
 uint32_t Ryn_Set_Panic_On_Tx_Hang(uint32_t swID, uint32_t setting) {
-  return ChangeHost({"Ryn_Set_Panic_On_Tx_Hang", {{"sw", swID}}}, Bears::kNotOnCounts, [&](Change& host) {
+  return ChangeHost({"Ryn_Set_Panic_On_Tx_Hang", {{"sw", swID}}}, [&](Change& host) {
     if (host.model.FindSwitch(swID) == nullptr)
       return kNotFound;
     if (setting > 1)
@@ -413,7 +413,7 @@ uint32_t Ryn_List_Dev_Affinity(void* devices, uint32_t* length) {
 
 uint32_t Ryn_Set_Dev_Affinity(const char* device, uint32_t affinity) {
   const std::string_view name = device != nullptr ? device : "";
-  return ChangeHost({"Ryn_Set_Dev_Affinity", {{"device", name}}}, Bears::kOnCounts, [&](Change& host) {
+  return ChangeHost({"Ryn_Set_Dev_Affinity", {{"device", name}}}, [&](Change& host) {
     const int nic = host.model.FindNic(name);
     if (nic < 0)
       return kNotFound;
@@ -444,7 +444,7 @@ uint32_t Ryn_Set_Dev_Affinity(const char* device, uint32_t affinity) {
           .Bind(int64_t{port.sw})
           .Bind(int64_t{port.id})
           .Run();
-      ForgetFlows(host.model, static_cast<int>(i));
+      host.ForgetFlows(static_cast<int>(i));
     }
     return kOk;
   });

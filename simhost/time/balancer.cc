@@ -5,7 +5,9 @@
 #include <map>
 #include <optional>
 
-#include "simhost/traffic/traffic.h"
+#include "simhost/traffic/counts.h"
+#include "simhost/traffic/losses.h"
+#include "simhost/traffic/paths.h"
 
 namespace simhost {
 
@@ -43,9 +45,9 @@ struct Move {
   std::int64_t score = 0;
 };
 
-class Judge {
+class MoveChooser {
  public:
-  Judge(const Model& model, const Switch& sw, std::int64_t ms) : model_(model), sw_(sw), ms_(ms) {
+  MoveChooser(const Model& model, const Switch& sw, std::int64_t ms) : model_(model), sw_(sw), ms_(ms) {
     for (const Core& core : model.cores) {
       if ((sw.lcores >> core.id & 1) != 0 && !core.stuck)
         cores_.push_back(core.id);
@@ -144,7 +146,13 @@ class Judge {
     for (const int path_index : model_.paths_of_port[Index(index)]) {
       const Path& path = model_.paths[Index(path_index)];
       const auto rate = static_cast<std::int64_t>(RateOf(model_, path, ms_, model_.balancer.window_ms) / 10'000);
-      for (const int other : path.in == index ? path.out : std::vector<int>{path.in}) {
+      std::vector<int> others{path.in};
+      if (path.in == index) {
+        others.clear();
+        for (std::size_t leg = 0; leg < path.receivers; ++leg)
+          others.push_back(path.legs[leg].port);
+      }
+      for (const int other : others) {
         const Port& peer = model_.ports[Index(other)];
         if (peer.IsUplink()) {
           if (model_.nics[Index(peer.nic)].node != node)
@@ -211,20 +219,21 @@ constexpr std::size_t kSavedHead = 1 + 2 * kCores;
 
 }  // namespace
 
-void LookWithoutMoving(Model& model, std::int64_t ms) {
+void BeginWindow(Model& model, std::int64_t ms) {
   Balancer& balancer = model.balancer;
   const std::int64_t counted = std::max(ms, model.segment_ms);
-  const std::array<std::uint64_t, kCores> busy = CountBusyNs(model, counted);
+  SolveLosses(model, counted);
+  const WorkCounts work = CountWork(model, counted);
   balancer.window_ms = balancer.fresh ? 0 : ms - balancer.tick_ms;
   for (std::size_t core = 0; core < kCores; ++core) {
-    balancer.busy_window[core] = balancer.fresh ? 0 : busy[core] - std::min(busy[core], balancer.busy_total[core]);
-    balancer.busy_total[core] = busy[core];
+    const std::uint64_t total = work.busy_ns[core];
+    balancer.busy_window[core] = balancer.fresh ? 0 : total - std::min(total, balancer.busy_total[core]);
+    balancer.busy_total[core] = total;
   }
   for (std::size_t i = 0; i < model.ports.size(); ++i) {
-    const PortCounts words = CountPort(model, static_cast<int>(i), counted);
     BalancerPort& seen = balancer.ports[i];
     for (std::size_t w = 0; w < 4; ++w) {
-      const std::uint64_t total = words[kWork + w];
+      const std::uint64_t total = work.ports[i][w];
       seen.window[w] = balancer.fresh ? 0 : total - std::min(total, seen.total[w]);
       seen.total[w] = total;
     }
@@ -233,10 +242,10 @@ void LookWithoutMoving(Model& model, std::int64_t ms) {
   balancer.fresh = false;
 }
 
-void Look(Store& store, Model& model, std::int64_t ms) {
-  LookWithoutMoving(model, ms);
+void LookAndMove(Store& store, Model& model, std::int64_t ms) {
+  BeginWindow(model, ms);
   for (std::size_t i = 0; i < model.switches.size(); ++i) {
-    const std::optional<Move> move = Judge(model, model.switches[i], ms).Best();
+    const std::optional<Move> move = MoveChooser(model, model.switches[i], ms).Best();
     if (move)
       Perform(store, model, *move, ms);
   }

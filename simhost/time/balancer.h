@@ -9,9 +9,10 @@
 
 namespace simhost {
 
-// Looks at host time ms: what was done since the last look becomes the window, and each switch may move one port.
-void Look(Store& store, Model& model, std::int64_t ms);
-void LookWithoutMoving(Model& model, std::int64_t ms);
+// What was done since the last look becomes the window, and the next one begins at host time ms.
+void BeginWindow(Model& model, std::int64_t ms);
+// A look: the same, and each switch may move one port.
+void LookAndMove(Store& store, Model& model, std::int64_t ms);
 
 void RestoreBalancer(Model& model, std::span<const std::uint8_t> state);
 std::vector<std::uint8_t> SaveBalancer(const Model& model);

@@ -16,8 +16,4 @@ struct Clock {
 
 std::int64_t WallNs();
 
-// A change takes effect this much wall time after it was made, so that whoever still counts by the old settings does
-// not see a time at which the new ones hold.
-inline constexpr std::int64_t kChangeLeadNs = 10'000'000;
-
 }  // namespace simhost

@@ -7,13 +7,16 @@
 #include <cstring>
 
 #include "simhost/time/balancer.h"
-#include "simhost/traffic/traffic.h"
+#include "simhost/traffic/base.h"
+#include "simhost/traffic/counts.h"
+#include "simhost/traffic/losses.h"
+#include "simhost/traffic/paths.h"
 
 namespace simhost {
 
 namespace {
 
-constexpr std::int64_t kMaxTicks = 1000;  // of those missed, so many are replayed
+constexpr std::int64_t kMostLooks = 1'000'000;  // that are replayed: 58 days of the usual period
 
 std::size_t Index(std::int64_t value) { return static_cast<std::size_t>(value); }
 
@@ -116,24 +119,19 @@ void PrepareTimeline(Store& store, Model& model) {
     RestoreBalancer(model, events.Blob(0));
   ApplyEvents(model);
   BuildPaths(model);
+  RestoreLosses(model, model.base.losses);
 }
 
 void ReplayTimeline(Store& store, Model& model, std::int64_t ms) {
   Balancer& balancer = model.balancer;
   const std::int64_t period = balancer.period_ms;
   bool looked = false;
-  // At first, and after a long pause, the balancer begins anew, with two looks: they make a window.
-  const std::int64_t latest = ms - ms % period;
-  const std::int64_t first = balancer.fresh ? latest - period : latest - kMaxTicks * period;
-  if (balancer.tick_ms + period < first) {
-    balancer.tick_ms = first - period;
+  if ((ms - balancer.tick_ms) / period > kMostLooks) {
+    balancer.tick_ms = ms - ms % period - period;
     balancer.fresh = true;
   }
 
-  while (true) {
-    const std::int64_t due = model.NextDueMs();
-    if (due > ms)
-      break;
+  for (std::int64_t due = model.NextDueMs(); due <= ms; due = model.NextDueMs()) {
     Event* next = nullptr;
     for (Event& event : model.events) {
       if ((event.stage == kEventAhead && event.from_ms == due) ||
@@ -142,15 +140,8 @@ void ReplayTimeline(Store& store, Model& model, std::int64_t ms) {
     }
     if (next != nullptr) {
       MoveEvent(store, model, *next, due);
-    } else if (due == model.next_turn_ms) {
-      CloseSegment(model, due);
-      BuildPaths(model);
-    } else if (due < model.segment_ms) {
-      // Counts before the segment are not known any more: look again at its start.
-      LookWithoutMoving(model, due);
-      looked = true;
     } else {
-      Look(store, model, due);
+      balancer.fresh ? BeginWindow(model, due) : LookAndMove(store, model, due);
       looked = true;
     }
   }
@@ -161,6 +152,8 @@ void ReplayTimeline(Store& store, Model& model, std::int64_t ms) {
         .Bind(balancer.tick_ms)
         .Bind(std::span<const std::uint8_t>(state))
         .Run();
+    if (!model.base_changed)
+      StoreLosses(store, model);
   }
   StoreBase(store, model);
 }

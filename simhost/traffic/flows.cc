@@ -2,7 +2,8 @@
 
 #include <algorithm>
 
-#include "simhost/traffic/traffic.h"
+#include "simhost/traffic/counts.h"
+#include "simhost/traffic/paths.h"
 
 namespace simhost {
 
@@ -71,7 +72,7 @@ struct LiveFlows {
 };
 
 std::uint64_t ShortFlowsUntil(const Model& model, const Path& path, std::int64_t ms) {
-  return Share(Offered(model, path, ms), model.conversations[Index(path.conversation)].churn_ppm, 1'000'000);
+  return Share(PacketsOf(model, path, ms), model.conversations[Index(path.conversation)].churn_ppm, 1'000'000);
 }
 
 LiveFlows FindLive(const Model& model, const Switch& sw, const Path& path, std::int64_t ms) {
@@ -82,8 +83,8 @@ LiveFlows FindLive(const Model& model, const Switch& sw, const Path& path, std::
   const std::int64_t timeout_ms = std::int64_t{model.flow_timeout_s} * 1000;
   const std::int64_t since = std::min(
       ms, std::max({std::int64_t{0}, ms - timeout_ms, model.flow_floor_ms, sw.flow_cleared_ms, in.flow_cleared_ms}));
-  const std::uint64_t before = Offered(model, path, since);
-  const std::uint64_t now = Offered(model, path, ms);
+  const std::uint64_t before = PacketsOf(model, path, since);
+  const std::uint64_t now = PacketsOf(model, path, ms);
   live.lasting = std::min(path.flows, now - before);
   live.first = live.lasting == path.flows ? 0 : before % path.flows;
   const std::uint64_t short_before = ShortFlowsUntil(model, path, since);
@@ -122,7 +123,7 @@ class Entry {
 
  private:
   const Port& In() const { return model_.ports[Index(path_.in)]; }
-  const Port* Out() const { return path_.out.empty() ? nullptr : &model_.ports[Index(path_.out.front())]; }
+  const Port* Out() const { return path_.receivers == 0 ? nullptr : &model_.ports[Index(path_.Receiver())]; }
   const Port& SourcePort() const { return model_.ports[Index(talk_.source)]; }
 
   void ChooseActions() {
@@ -189,10 +190,9 @@ class Entry {
   void WriteKey(Area& page, std::size_t at) const {
     const bool back = path_.back != 0;
     const Mac& here = SourcePort().mac;
-    const Mac there = talk_.delivery == Delivery::kBroadcast   ? Mac{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}
-                      : talk_.delivery == Delivery::kMulticast ? Mac{0x01, 0x00, 0x5E, 0x00, 0x00, 0xFB}
-                      : talk_.destination >= 0                 ? model_.ports[Index(talk_.destination)].mac
-                                                               : talk_.remote_mac;
+    const Mac there = talk_.delivery != Delivery::kUnicast ? GroupOf(talk_)
+                      : talk_.destination >= 0             ? model_.ports[Index(talk_.destination)].mac
+                                                           : talk_.remote_mac;
     page.PutMac(at + kKeyMacA, back ? there : here);
     page.PutMac(at + kKeyMacB, back ? here : there);
 
@@ -270,7 +270,7 @@ class Entry {
       return 1;
     const std::int64_t flushed = std::max({ms_ - ms_ % kFlushMs, sw_.flow_cleared_ms, In().flow_cleared_ms});
     const auto own = [&](std::int64_t ms) {
-      return (Offered(model_, path_, ms) + path_.flows - 1 - flow_.number) / path_.flows;
+      return (PacketsOf(model_, path_, ms) + path_.flows - 1 - flow_.number) / path_.flows;
     };
     return own(ms_) - own(std::min(flushed, ms_));
   }

@@ -45,15 +45,44 @@ std::uint64_t Pattern::PacketsUntil(std::int64_t ms) const {
   return static_cast<std::uint64_t>(milli_pps * weighted / (static_cast<Int128>(1'000'000) * 1000 * wave));
 }
 
-std::int64_t Pattern::MeanMilliPps() const {
+void Pattern::IncludeBursts() {
   if (burst_every_ms == 0 || burst_permille <= 1000)
-    return milli_pps;
-  const Int128 more = static_cast<Int128>(milli_pps) * (burst_permille - 1000) * burst_for_ms;
-  return milli_pps + static_cast<std::int64_t>(more / (1000 * static_cast<Int128>(burst_every_ms)));
+    return;
+  const Int128 whole = 1000 * static_cast<Int128>(burst_every_ms);
+  const Int128 with_bursts = whole + static_cast<Int128>(burst_permille - 1000) * burst_for_ms;
+  milli_pps = static_cast<std::int64_t>((milli_pps * whole + with_bursts / 2) / with_bursts);
+}
+
+double Pattern::PeakPps(std::int64_t from, std::int64_t until) const {
+  if (milli_pps == 0 || until <= start_ms || (stop_ms && from >= *stop_ms))
+    return 0;
+  // How near the wave comes to its top, a quarter of the period after it begins to rise.
+  const std::int64_t quarter = period_ms / 4;
+  const std::int64_t at = (from % period_ms + phase_ms % period_ms) % period_ms;
+  const std::int64_t to_top = at <= quarter ? quarter - at : quarter - at + period_ms;
+  const auto height = [&](std::int64_t off) {  // of the wave so far from its top
+    return 1 - static_cast<double>(std::min(off, period_ms - off)) * 4 / static_cast<double>(period_ms);
+  };
+  const std::int64_t length = until - from;
+  double top = 1;
+  if (length < to_top) {
+    const std::int64_t since_top = (period_ms - to_top) % period_ms;
+    top = std::max(height(std::min(since_top, period_ms)), height(to_top - length));
+  }
+  double factor = 1 + static_cast<double>(swing_permille) / 1000 * top + 1e-6;
+  if (burst_every_ms != 0 && burst_permille > 1000 &&
+      (length >= burst_every_ms || from % burst_every_ms < burst_for_ms ||
+       from % burst_every_ms + length > burst_every_ms))
+    factor += static_cast<double>(burst_permille - 1000) / 1000;
+  return static_cast<double>(milli_pps) / 1000 * factor;
 }
 
 std::uint64_t Share(std::uint64_t n, std::uint64_t part, std::uint64_t whole) {
-  return whole == 0 ? 0 : static_cast<std::uint64_t>(static_cast<UInt128>(n) * part / whole);
+  if (whole == 0)
+    return 0;
+  if (((n | part) >> 32) == 0)  // the usual case, several times as fast
+    return n * part / whole;
+  return static_cast<std::uint64_t>(static_cast<UInt128>(n) * part / whole);
 }
 
 }  // namespace simhost

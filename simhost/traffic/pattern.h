@@ -11,7 +11,7 @@ __extension__ using Int128 = __int128;
 __extension__ using UInt128 = unsigned __int128;
 
 struct Pattern {
-  std::int64_t milli_pps = 0;  // mean rate, bursts apart
+  std::int64_t milli_pps = 0;  // mean rate, without what bursts add
   std::int64_t swing_permille = 0;
   std::int64_t period_ms = 86'400'000;
   std::int64_t phase_ms = 0;
@@ -22,7 +22,14 @@ struct Pattern {
   std::optional<std::int64_t> stop_ms;
 
   std::uint64_t PacketsUntil(std::int64_t ms) const;
-  std::int64_t MeanMilliPps() const;  // while it lasts, bursts included
+
+  // Takes milli_pps for the mean with bursts included, and lowers it by what they add.
+  void IncludeBursts();
+
+  // No second in [from, until) has more packets than this, rounding apart.
+  double PeakPps(std::int64_t from, std::int64_t until) const;
+
+  bool operator==(const Pattern&) const = default;
 };
 
 // n * part / whole, rounded down. Both the share and the rest grow, or stay, as n grows, so that a count may be divided

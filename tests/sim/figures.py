@@ -13,32 +13,41 @@ class Figures:
     def __init__(self, host: simulated.Host) -> None:
         self.switches = [switch["swID"] for switch in host.ListSwitches()]
         lists = host.many([["ListPorts", sw] for sw in self.switches])
-        self.kind = {(sw, port["rynPortID"]): port["clientType"]
-                     for sw, ports in zip(self.switches, lists) for port in ports}
-        self.queues = {(sw, port["rynPortID"]): (port["numRxQ"], port["numTxQ"])
-                       for sw, ports in zip(self.switches, lists) for port in ports}
+        self.kind = {
+            (sw, port["rynPortID"]): port["clientType"] for sw, ports in zip(self.switches, lists) for port in ports
+        }
+        self.queues = {
+            (sw, port["rynPortID"]): (port["numRxQ"], port["numTxQ"])
+            for sw, ports in zip(self.switches, lists)
+            for port in ports
+        }
         keys = list(self.kind)
         self.ports = dict(zip(keys, host.many([["GetPortStats", *key] for key in keys])))
         self.uplink_keys = [key for key in keys if self.kind[key] == "UPLINK"]
-        self.uplinks = {key: dict(stats["uplinkStats"]) for key, stats in
-                        zip(self.uplink_keys, host.many([["GetUplinkStats", *key] for key in self.uplink_keys]))}
+        self.uplinks = {
+            key: dict(stats["uplinkStats"])
+            for key, stats in zip(self.uplink_keys, host.many([["GetUplinkStats", *key] for key in self.uplink_keys]))
+        }
         flows = host.many([["GetFlowStats", sw, [], 0] for sw in self.switches])
-        self.flows = {(sw, record["lcoreID"]): record
-                      for sw, records in zip(self.switches, flows) for record in records}
+        self.flows = {
+            (sw, record["lcoreID"]): record for sw, records in zip(self.switches, flows) for record in records
+        }
         self.host = host
 
     def counters(self) -> dict:
         """Every counter by a name of its own."""
         counters = {(key, name): value for key, stats in self.ports.items() for name, value in stats.items()}
-        counters |= {(key, "uplink", name): value
-                     for key, stats in self.uplinks.items() for name, value in stats.items()}
+        counters |= {
+            (key, "uplink", name): value for key, stats in self.uplinks.items() for name, value in stats.items()
+        }
         counters |= {(key, "flow", name): record[name] for key, record in self.flows.items() for name in FLOW_COUNTERS}
         return counters
 
     def queue_sums(self, key) -> dict:
         """The sums of an uplink's queues, receive and transmit queues together."""
-        calls = [["GetUplinkQueueStats", *key, kind, queue]
-                 for kind in (0, 1) for queue in range(self.queues[key][kind])]
+        calls = [
+            ["GetUplinkQueueStats", *key, kind, queue] for kind in (0, 1) for queue in range(self.queues[key][kind])
+        ]
         sums = dict.fromkeys(self.uplinks[key], 0)
         for queue in self.host.many(calls):
             for name, value in queue:

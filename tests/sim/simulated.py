@@ -38,9 +38,13 @@ class Process:
     def __init__(self, state: Path) -> None:
         # The configuration of the distributed switches is loaded with the module, so from the host named here.
         self.stderr = ""
-        self._child = subprocess.Popen([sys.executable, str(Path(__file__).with_name("worker.py"))], text=True,
-                                       stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                       env=environment(RYN_SIM_STATE=str(state)))
+        self._child = subprocess.Popen(
+            [sys.executable, str(Path(__file__).with_name("worker.py"))],
+            text=True,
+            stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE,
+            env=environment(RYN_SIM_STATE=str(state)),
+        )
 
     @property
     def pid(self) -> int:
@@ -129,7 +133,7 @@ def make_template(path: Path, process: Process) -> Path:
         # As if nobody had looked yet
         store.execute("DELETE FROM base")
         store.execute("UPDATE host SET segment_ms = 0")
-        store.execute("UPDATE balancer SET tick_ms = 0, state = x''")
+        store.execute(f"UPDATE balancer SET tick_ms = {START_MS} - period_ms, state = x''")
         store.execute("DELETE FROM move")
         store.commit()
         store.execute("PRAGMA wal_checkpoint(TRUNCATE)")

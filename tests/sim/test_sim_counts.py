@@ -46,8 +46,10 @@ def test_no_packet_is_lost_between_the_ports(host):
 def test_what_left_the_ports_left_by_the_uplinks(host):
     """One port, one peer outside: the port's packets are the uplink's."""
     host.apply("DELETE FROM conversation")
-    host.apply("INSERT INTO conversation (id, sw, src_port, protocol, src_ip, dst_ip, milli_pps, size, flows)"
-               " VALUES (1, 0, 2, 17, x'0a000001', x'0a000002', 12345678, 200, 5)")
+    host.apply(
+        "INSERT INTO conversation (id, sw, src_port, protocol, src_ip, dst_ip, milli_pps, size, flows)"
+        " VALUES (1, 0, 2, 17, x'0a000001', x'0a000002', 12345678, 200, 5)"
+    )
     before = Figures(host)
     host.step(1000)
     after = Figures(host)
@@ -134,8 +136,12 @@ class Changes(RuleBasedStateMachine):
     def migrate(self, port, tx, rx, pin) -> None:
         self.host.MigratePort(*port, tx, rx, pin)
 
-    @rule(port=ports, kind=st.sampled_from(("None", "Single", "LAG", "SrcMAC", "All", "NoTeaming")),
-          uplinks=st.permutations((0, 1)), count=st.integers(0, 2))
+    @rule(
+        port=ports,
+        kind=st.sampled_from(("None", "Single", "LAG", "SrcMAC", "All", "NoTeaming")),
+        uplinks=st.permutations((0, 1)),
+        count=st.integers(0, 2),
+    )
     def policy(self, port, kind, uplinks, count) -> None:
         self.host.SetPortTxUplink(*port, {"txType": kind, "txUplinks": uplinks[:count]})
 
@@ -173,19 +179,26 @@ class Changes(RuleBasedStateMachine):
     def affinity(self, device, node) -> None:
         self.host.SetDevAffinity(device, node)
 
-    @rule(kind=st.sampled_from(("uplink-down", "uplink-hang")), device=st.sampled_from(("lunic0", "lunic1", "lunic2")),
-          ahead=st.integers(0, 5000), length=st.one_of(st.none(), st.integers(1, 9000)))
+    @rule(
+        kind=st.sampled_from(("uplink-down", "uplink-hang")),
+        device=st.sampled_from(("lunic0", "lunic1", "lunic2")),
+        ahead=st.integers(0, 5000),
+        length=st.one_of(st.none(), st.integers(1, 9000)),
+    )
     def trouble(self, kind, device, ahead, length) -> None:
         begin = self.host.now_ms() + ahead
         end = "NULL" if length is None else begin + length
-        self.host.apply("INSERT INTO event (kind, target, from_ms, until_ms)"
-                        f" VALUES ('{kind}', '{device}', {begin}, {end})")
+        self.host.apply(
+            "INSERT INTO event (kind, target, from_ms, until_ms)" f" VALUES ('{kind}', '{device}', {begin}, {end})"
+        )
 
     @rule(core=st.sampled_from((0, 3, 11)), length=st.integers(1, 9000))
     def stuck(self, core, length) -> None:
         begin = self.host.now_ms()
-        self.host.apply("INSERT INTO event (kind, target, from_ms, until_ms)"
-                        f" VALUES ('core-stuck', '{core}', {begin}, {begin + length})")
+        self.host.apply(
+            "INSERT INTO event (kind, target, from_ms, until_ms)"
+            f" VALUES ('core-stuck', '{core}', {begin}, {begin + length})"
+        )
 
     @rule(port=ports)
     def reset_port(self, port) -> None:
@@ -198,9 +211,13 @@ class Changes(RuleBasedStateMachine):
             return
         figures = Figures(self.host)
         now = figures.counters()
-        fallen = [name for name in now if now[name] < self.last.get(name, 0)
-                  and name[0] not in self.reset  # a reset begins at 0
-                  and name[1] != "flow"]  # those show the low 32 bits only
+        fallen = [
+            name
+            for name in now
+            if now[name] < self.last.get(name, 0)
+            and name[0] not in self.reset  # a reset begins at 0
+            and name[1] != "flow"
+        ]  # those show the low 32 bits only
         assert fallen == []
         check_sums(figures)
         self.last = now
@@ -214,6 +231,12 @@ class Changes(RuleBasedStateMachine):
 
 def test_any_sequence_of_changes(template, processes):
     machine = type("ChangesHere", (Changes,), {"template": template, "processes": processes})
-    run_state_machine_as_test(machine, settings=settings(
-        max_examples=300 if SOAK else 15, stateful_step_count=12, deadline=None,
-        suppress_health_check=list(HealthCheck)))
+    run_state_machine_as_test(
+        machine,
+        settings=settings(
+            max_examples=300 if SOAK else 15,
+            stateful_step_count=12,
+            deadline=None,
+            suppress_health_check=list(HealthCheck),
+        ),
+    )

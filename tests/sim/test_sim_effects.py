@@ -10,6 +10,7 @@ TCP_PORT = 14  # of the default profile's first switch; receives TCP from anothe
 
 def growth(host, seconds: float, *call) -> dict:
     """How much the counters that a call answers with grow in so much time."""
+
     def read() -> dict:
         value = getattr(host, call[0])(*call[1:])
         return dict(value["uplinkStats"]) if isinstance(value, dict) and "uplinkStats" in value else value
@@ -45,8 +46,10 @@ def uplink_shares(host) -> list[int]:
 
 def test_the_policy_decides_which_uplinks_counters_rise(host):
     host.apply("DELETE FROM conversation")
-    host.apply("INSERT INTO conversation (id, sw, src_port, src_ip, dst_ip, milli_pps, size, flows)"
-               " VALUES (1, 0, 2, x'0a000001', x'0a000002', 1000000, 100, 4)")
+    host.apply(
+        "INSERT INTO conversation (id, sw, src_port, src_ip, dst_ip, milli_pps, size, flows)"
+        " VALUES (1, 0, 2, x'0a000001', x'0a000002', 1000000, 100, 4)"
+    )
     shares = {}
     for kind, uplinks in (("Single", [1, 0]), ("LAG", [0, 1]), ("All", [0, 1]), ("SrcMAC", [0, 1]), ("NoTeaming", [1])):
         host.SetPortTxUplink(0, 2, {"txType": kind, "txUplinks": uplinks})
@@ -59,12 +62,16 @@ def test_the_policy_decides_which_uplinks_counters_rise(host):
 
 def test_teams_fail_over_unless_there_is_no_team(host):
     host.apply("DELETE FROM conversation")
-    host.apply("INSERT INTO conversation (id, sw, src_port, src_ip, dst_ip, milli_pps, size, flows)"
-               " VALUES (1, 0, 2, x'0a000001', x'0a000002', 1000000, 100, 4)")
+    host.apply(
+        "INSERT INTO conversation (id, sw, src_port, src_ip, dst_ip, milli_pps, size, flows)"
+        " VALUES (1, 0, 2, x'0a000001', x'0a000002', 1000000, 100, 4)"
+    )
     begin = host.now_ms()
     nics = dict(host.rows("SELECT port, nic FROM port WHERE sw = 0 AND kind = 2"))
-    host.apply("INSERT INTO event (kind, target, from_ms, until_ms)"
-               f" VALUES ('uplink-down', '{nics[0]}', {begin}, {begin + 100_000})")
+    host.apply(
+        "INSERT INTO event (kind, target, from_ms, until_ms)"
+        f" VALUES ('uplink-down', '{nics[0]}', {begin}, {begin + 100_000})"
+    )
     host.SetPortTxUplink(0, 2, {"txType": "Single", "txUplinks": [0, 1]})
     assert uplink_shares(host) == [0, 10_000]
     host.SetPortTxUplink(0, 2, {"txType": "NoTeaming", "txUplinks": [0, 1]})
@@ -151,11 +158,13 @@ ports:
   - {switch: s, vm: a, teaming: {type: Single, uplinks: [slow]}}
   - {switch: s, vm: b, teaming: {type: Single, uplinks: [fast]}}
 traffic:
-  - {from: a, to: uplink, pps: 200k, size: 1000, reply: 1, reply_size: 1500}
-  - {from: b, to: uplink, pps: 200k, size: 1000, reply: 1, reply_size: 1500}
+  - {from: a, to: uplink, pps: 200k, size: 1000}
+  - {from: slow, to: a, pps: 200k, size: 1500}
+  - {from: b, to: uplink, pps: 200k, size: 1000}
+  - {from: fast, to: b, pps: 200k, size: 1500}
 """
     if bursts:
-        description = description.replace("200k", "100k, pattern: {burst: {every: 1s, for: 250ms, times: 5}}")
+        description = description.replace("200k", "200k, pattern: {burst: {every: 1s, for: 250ms, times: 5}}")
     host = simulated.Host(simulated.make(tmp_path / "host.db", description), *processes)
     slow, fast = growth(host, 10, "GetUplinkStats", 0, 0), growth(host, 10, "GetUplinkStats", 0, 1)
     for way in ("tx", "rx"):
@@ -221,21 +230,24 @@ traffic:
 """
 
 
-@pytest.mark.parametrize("session, packets, size", [
-    ("{session: 1, in: [a], to: [tap]}", 13_000, (10_000 * 500 + 3_000 * 700) / 13_000),
-    ("{session: 1, out: [a], to: [tap]}", 8_000, (5_000 * 90 + 3_000 * 80) / 8_000),
-    ("{session: 1, in: [a], out: [a], to: [tap]}", 21_000, None),
-    ("{session: 1, in: [a, b], out: [a, b], to: [tap]}", 21_000, None),  # each packet once
-    ("{session: 1, in: [a], to: [tap]}, {session: 2, in: [a], to: [tap]}", 26_000, None),
-    ("{session: 1, in: [a], to: [tap], snap_len: 64}", 13_000, 64),
-    ("{session: 1, in: [a], to: [tap], snap_len: 64, encap_vlan: 9, flags: [vlanEncap]}", 13_000, 68),
-    ("{session: 1, in: [a], to: [tap], sampling_rate: 10}", 1_300, None),
-    ("{session: 1, in: [a], to: [tap], vlans: [4, 5]}", 13_000, None),
-    ("{session: 1, in: [a], to: [tap], vlans: [4, 6]}", 0, None),
-    ("{session: 1, in: [tap], to: [tap]}", 0, None),
-    ("{session: 1, in: [s/0], to: [tap]}", 3_000, 80),  # an uplink's packets from the wire
-    ("{session: 1, in: [a], to: [a]}", 0, None),  # nobody gets back what he sends
-])
+@pytest.mark.parametrize(
+    "session, packets, size",
+    [
+        ("{session: 1, in: [a], to: [tap]}", 13_000, (10_000 * 500 + 3_000 * 700) / 13_000),
+        ("{session: 1, out: [a], to: [tap]}", 8_000, (5_000 * 90 + 3_000 * 80) / 8_000),
+        ("{session: 1, in: [a], out: [a], to: [tap]}", 21_000, None),
+        ("{session: 1, in: [a, b], out: [a, b], to: [tap]}", 21_000, None),  # each packet once
+        ("{session: 1, in: [a], to: [tap]}, {session: 2, in: [a], to: [tap]}", 26_000, None),
+        ("{session: 1, in: [a], to: [tap], snap_len: 64}", 13_000, 64),
+        ("{session: 1, in: [a], to: [tap], snap_len: 64, encap_vlan: 9, flags: [vlanEncap]}", 13_000, 68),
+        ("{session: 1, in: [a], to: [tap], sampling_rate: 10}", 1_300, None),
+        ("{session: 1, in: [a], to: [tap], vlans: [4, 5]}", 13_000, None),
+        ("{session: 1, in: [a], to: [tap], vlans: [4, 6]}", 0, None),
+        ("{session: 1, in: [tap], to: [tap]}", 0, None),
+        ("{session: 1, in: [s/0], to: [tap]}", 3_000, 80),  # an uplink's packets from the wire
+        ("{session: 1, in: [a], to: [a]}", 0, None),  # nobody gets back what he sends
+    ],
+)
 def test_mirror_copies_reach_their_destination(tmp_path, processes, session, packets, size):
     host = simulated.Host(simulated.make(tmp_path / "host.db", MIRRORED % session), *processes)
     got = growth(host, 10, "GetPortStats", 0, 4)
@@ -350,6 +362,7 @@ def test_a_reset_port_counts_from_nothing(host):
 
 
 # MAC tables
+
 
 def macs(host, *call) -> set:
     table = getattr(host, call[0])(*call[1:])["MacTableList"]

@@ -88,12 +88,15 @@ def test_a_delay(host):
     assert host.many([["time", ["GetPortConf", 0, 2]]])[0] < 0.1
 
 
-@pytest.mark.parametrize("corrupt, check", [
-    ("zero", lambda good, bad: bad == bytes(len(good))),
-    ("ones", lambda good, bad: bad == b"\xff" * len(good)),
-    ("half", lambda good, bad: bad[:64] == good[:64] and bad[64:] == bytes(64)),
-    ("random", lambda good, bad: bad != good and len(set(bad)) > 30),
-])
+@pytest.mark.parametrize(
+    "corrupt, check",
+    [
+        ("zero", lambda good, bad: bad == bytes(len(good))),
+        ("ones", lambda good, bad: bad == b"\xff" * len(good)),
+        ("half", lambda good, bad: bad[:64] == good[:64] and bad[64:] == bytes(64)),
+        ("random", lambda good, bad: bad != good and len(set(bad)) > 30),
+    ],
+)
 def test_a_corrupted_answer(host, corrupt, check):
     call = ["=Ryn_Get_Port_Stats", 0, 2, {"area": 128, "guard": 64}]
     good = host.many([call])[0]
@@ -105,9 +108,18 @@ def test_a_corrupted_answer(host, corrupt, check):
 
 def test_the_module_survives_corrupted_answers(host):
     fault(host, "*", corrupt="random", seed=11)
-    calls = [["ListSwitches"], ["ListPorts", 0], ["GetPortConf", 0, 2], ["DumpFlowTable", 0, 1, 0, 0],
-             ["GetMirrorConf", 0], ["GetPortNetQInfo", 0, 0], ["DumpLBSnapshot", 0], ["ListPortMACTable", 0, 2],
-             ["DumpLBPortStats", 0, 0, 127], ["GetPortTxUplink", 0, 2]]
+    calls = [
+        ["ListSwitches"],
+        ["ListPorts", 0],
+        ["GetPortConf", 0, 2],
+        ["DumpFlowTable", 0, 1, 0, 0],
+        ["GetMirrorConf", 0],
+        ["GetPortNetQInfo", 0, 0],
+        ["DumpLBSnapshot", 0],
+        ["ListPortMACTable", 0, 2],
+        ["DumpLBPortStats", 0, 0, 127],
+        ["GetPortTxUplink", 0, 2],
+    ]
     for _ in range(5):
         for call in calls:
             host.process.send(host.state, [["quiet", *call]])

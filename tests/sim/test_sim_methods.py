@@ -8,9 +8,28 @@ import pytest
 import simulated
 
 PROFILES = ("default", "empty", "large", "overloaded", "asymmetric", "degraded")
-ACTIONS = {"KCPInputChildPort", "LRO", "IPFIX Ingress", "DROP", "DFW on srcPort", "SP", "VI", "VR", "PI", "PR",
-           "GVLAN Insert", "VDR inst", "INST", "VNI", "ENCAP VNI", "DECAP", "GVLAN Remove", "IPFIX Egress",
-           "DFW on dstPort", "KCPOutputVLAN"}
+ACTIONS = {
+    "KCPInputChildPort",
+    "LRO",
+    "IPFIX Ingress",
+    "DROP",
+    "DFW on srcPort",
+    "SP",
+    "VI",
+    "VR",
+    "PI",
+    "PR",
+    "GVLAN Insert",
+    "VDR inst",
+    "INST",
+    "VNI",
+    "ENCAP VNI",
+    "DECAP",
+    "GVLAN Remove",
+    "IPFIX Egress",
+    "DFW on dstPort",
+    "KCPOutputVLAN",
+}
 
 
 @pytest.fixture(params=PROFILES)
@@ -25,59 +44,110 @@ def profile(request, tmp_path: Path):
 class Inventory:
     def __init__(self, host: simulated.Host) -> None:
         self.switches = [switch["swID"] for switch in host.ListSwitches()]
-        self.rows = {(sw, port["rynPortID"]): port
-                     for sw, ports in zip(self.switches, host.many([["ListPorts", sw] for sw in self.switches]))
-                     for port in ports}
+        self.rows = {
+            (sw, port["rynPortID"]): port
+            for sw, ports in zip(self.switches, host.many([["ListPorts", sw] for sw in self.switches]))
+            for port in ports
+        }
         self.ports = list(self.rows)
         self.uplinks = [key for key, port in self.rows.items() if port["clientType"] == "UPLINK"]
         self.cores = dict(zip(self.switches, host.many([["ListLCoreIDs", sw] for sw in self.switches])))
         self.names = host.rows("SELECT alias, switch_id FROM dvs JOIN sw USING (switch_id) ORDER BY sw")
-        self.dvports = host.rows("SELECT switch_id, CAST(dvport AS TEXT) FROM port JOIN sw USING (sw)"
-                                 " WHERE kind = 2 ORDER BY sw, port")
+        self.dvports = host.rows(
+            "SELECT switch_id, CAST(dvport AS TEXT) FROM port JOIN sw USING (sw)" " WHERE kind = 2 ORDER BY sw, port"
+        )
 
 
 def readings(found: Inventory) -> list:
     """A call of each method that reads, for everything that there is on the host."""
-    queues = [(key, kind, queue) for key in found.uplinks for kind, count in ((0, "numRxQ"), (1, "numTxQ"))
-              for queue in range(found.rows[key][count])]
+    queues = [
+        (key, kind, queue)
+        for key in found.uplinks
+        for kind, count in ((0, "numRxQ"), (1, "numTxQ"))
+        for queue in range(found.rows[key][count])
+    ]
     aliases = [alias for alias, _ in found.names]
     return [
         *(["ListSwitches"], ["GetFlowTimeout"], ["GetLBWeights"], ["ListDevAffinity"]),
-        *([name, sw] for sw in found.switches for name in
-          ("ListPorts", "ListSwitchMACTable", "GetSwitchLRO", "GetMirrorConf", "GetPanicOnTxHang", "DumpLBSnapshot",
-           "ListLCoreIDs")),
+        *(
+            [name, sw]
+            for sw in found.switches
+            for name in (
+                "ListPorts",
+                "ListSwitchMACTable",
+                "GetSwitchLRO",
+                "GetMirrorConf",
+                "GetPanicOnTxHang",
+                "DumpLBSnapshot",
+                "ListLCoreIDs",
+            )
+        ),
         *(["DumpLBPortStats", sw, 0, 127] for sw in found.switches),
-        *(["GetFlowStats", sw, [], 0] for sw in found.switches), *(["GetFPOStats", sw, []] for sw in found.switches),
+        *(["GetFlowStats", sw, [], 0] for sw in found.switches),
+        *(["GetFPOStats", sw, []] for sw in found.switches),
         *(["DumpFlowTable", sw, core, 0, 0] for sw in found.switches for core in found.cores[sw] if core < 32),
-        *([name, *key] for key in found.ports for name in
-          ("GetPortStats", "GetPortConf", "ListPortMACTable", "GetPortLRO", "GetPortTxUplink", "GetPortNetQInfo")),
+        *(
+            [name, *key]
+            for key in found.ports
+            for name in (
+                "GetPortStats",
+                "GetPortConf",
+                "ListPortMACTable",
+                "GetPortLRO",
+                "GetPortTxUplink",
+                "GetPortNetQInfo",
+            )
+        ),
         *([name, *key] for key in found.uplinks for name in ("GetUplinkStats", "GetFPOUplinkStatus")),
         *(["GetUplinkQueueStats", *key, kind, queue] for key, kind, queue in queues),
-        *([name, alias] for alias in aliases for name in
-          ("GetLBParams", "GetLBAlgorithm", "GetFPOEnabled", "GetSwitchNUMATeam", "GetSwitchBurstSize")),
+        *(
+            [name, alias]
+            for alias in aliases
+            for name in ("GetLBParams", "GetLBAlgorithm", "GetFPOEnabled", "GetSwitchNUMATeam", "GetSwitchBurstSize")
+        ),
         *(["GetUplinkRingSize", *port] for port in found.dvports),
     ]
 
 
 def settings(found: Inventory) -> list:
     """A call of each method that sets or clears something, for one thing of each kind."""
-    calls: list = [["SetFlowTimeout", 7], ["SetLBWeights", *range(8)], ["ResetLBWeights"],
-                   ["SetDevAffinity", "lunic0", 0]]
+    calls: list = [
+        ["SetFlowTimeout", 7],
+        ["SetLBWeights", *range(8)],
+        ["ResetLBWeights"],
+        ["SetDevAffinity", "lunic0", 0],
+    ]
     calls += [["InitMbufFastslabs"]] if found.switches else []  # without switches nobody serves them
     for sw in found.switches[:1]:
-        calls += [["SetSwitchLRO", sw, 0], ["SetUplinkMACLearn", sw, 1], ["SetPanicOnTxHang", sw, 1],
-                  ["EnableSwitchFlowCache", sw, 1], ["ClearSwitchFlowTable", sw], ["ClearSwitchMACTable", sw]]
+        calls += [
+            ["SetSwitchLRO", sw, 0],
+            ["SetUplinkMACLearn", sw, 1],
+            ["SetPanicOnTxHang", sw, 1],
+            ["EnableSwitchFlowCache", sw, 1],
+            ["ClearSwitchFlowTable", sw],
+            ["ClearSwitchMACTable", sw],
+        ]
     for sw, port in found.ports[:1] + found.ports[-1:]:
         core = found.cores[sw][0]
-        calls += [["SetPortLRO", sw, port, 1], ["MigratePort", sw, port, core, core, 0], ["UnpinPort", sw, port, 0],
-                  ["ResetPort", sw, port], ["ClearPortMACTable", sw, port],
-                  ["SetPortTxUplink", sw, port, {"txType": "LAG", "txUplinks": []}]]
+        calls += [
+            ["SetPortLRO", sw, port, 1],
+            ["MigratePort", sw, port, core, core, 0],
+            ["UnpinPort", sw, port, 0],
+            ["ResetPort", sw, port],
+            ["ClearPortMACTable", sw, port],
+            ["SetPortTxUplink", sw, port, {"txType": "LAG", "txUplinks": []}],
+        ]
     for port in [port for sw, port in found.ports if sw == 0][:1]:  # entries are those of switch 0
         entry = [0, port, 0x554433221102, 9]
         calls += [["ClearSwitchMACTable", 0], ["AddMACEntry", *entry], ["DelMACEntry", *entry]]
     for alias, _ in found.names[-1:]:
-        calls += [["SetLBAlgorithm", alias, "count"], ["SetLBParams", alias, 70, 30, 5, 5], ["EnableFPO", alias, 1],
-                  ["SetSwitchNUMATeam", alias, 1], ["SetSwitchBurstSize", alias, 48]]
+        calls += [
+            ["SetLBAlgorithm", alias, "count"],
+            ["SetLBParams", alias, 70, 30, 5, 5],
+            ["EnableFPO", alias, 1],
+            ["SetSwitchNUMATeam", alias, 1],
+            ["SetSwitchBurstSize", alias, 48],
+        ]
     for port in found.dvports[:1]:
         calls += [["SetUplinkRingSize", *port, 1024, 512]]
     return calls
@@ -145,8 +215,10 @@ def test_every_action_that_can_be_shown_occurs(host):
 
 def test_all_methods_answer_alike_in_two_processes_on_two_hosts(tmp_path, processes):
     """Two hosts made from the same description, used in the same way by one process each."""
-    twins = [simulated.Host(simulated.make_profile(tmp_path / f"{n}.db", "default"), process, process)
-             for n, process in enumerate(processes)]
+    twins = [
+        simulated.Host(simulated.make_profile(tmp_path / f"{n}.db", "default"), process, process)
+        for n, process in enumerate(processes)
+    ]
     answers = []
     for twin in twins:
         found = Inventory(twin)

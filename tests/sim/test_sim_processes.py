@@ -111,8 +111,9 @@ while True:
 
 
 def start(code: str, host: Path) -> subprocess.Popen:
-    return subprocess.Popen([sys.executable, "-c", code], stdout=subprocess.PIPE,
-                            env=simulated.environment(RYN_SIM_STATE=str(host)))
+    return subprocess.Popen(
+        [sys.executable, "-c", code], stdout=subprocess.PIPE, env=simulated.environment(RYN_SIM_STATE=str(host))
+    )
 
 
 def test_a_killed_writer_loses_no_setting_that_it_had_finished(host):
@@ -166,9 +167,13 @@ def test_eight_processes_at_once(host):
         for number, process in enumerate(processes):
             calls: list = []
             for n in range(40):
-                calls += [["SetPortLRO", 0, 2 + number, n % 2], ["GetPortLRO", 0, 2 + number], ["GetPortStats", 0, 2],
-                          ["SetPortTxUplink", 0, 2 + number, {"txType": "LAG", "txUplinks": [n % 2]}],
-                          ["GetPortTxUplink", 0, 2 + number]]
+                calls += [
+                    ["SetPortLRO", 0, 2 + number, n % 2],
+                    ["GetPortLRO", 0, 2 + number],
+                    ["GetPortStats", 0, 2],
+                    ["SetPortTxUplink", 0, 2 + number, {"txType": "LAG", "txUplinks": [n % 2]}],
+                    ["GetPortTxUplink", 0, 2 + number],
+                ]
             process.send(host.state, calls)
         for process in processes:
             values = process.receive()

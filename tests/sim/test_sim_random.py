@@ -24,38 +24,71 @@ def descriptions(draw, identifiers: dict) -> dict:
     nodes = draw(st.integers(1, 2))
     nics = [f"nic{n}" for n in range(draw(st.integers(2, 4)))]
     description: dict = {
-        "host": "random", "seed": draw(st.integers(0, 2**31)), "flow_timeout": f"{draw(st.integers(0, 30))}s",
+        "host": "random",
+        "seed": draw(st.integers(0, 2**31)),
+        "flow_timeout": f"{draw(st.integers(0, 30))}s",
         "clock": {"uptime": draw(st.sampled_from(("0s", "7s", "1h", "30d"))), "frozen": True},
         "balancer": {"period": draw(st.sampled_from(("100ms", "1s", "5s")))},
-        "numa": [{"lcores": CORES[node], "capacity": draw(st.sampled_from((20_000, 300_000, 5_000_000)))}
-                 for node in range(nodes)],
-        "nics": {nic: {"numa": draw(st.integers(0, nodes - 1)), "link": draw(st.sampled_from(("10M", "1G", "100G"))),
-                       "crc_ppm": draw(st.sampled_from((0, 30, 900_000))), "drop_ppm": draw(st.sampled_from((0, 777))),
-                       "fpo": draw(st.sampled_from(("none", "Model 1 Level 1", "Model 1 Level 2", "Model 2")))}
-                 for nic in nics},
-        "switches": [], "ports": [], "traffic": [], "events": [],
+        "numa": [
+            {"lcores": CORES[node], "capacity": draw(st.sampled_from((20_000, 300_000, 5_000_000)))}
+            for node in range(nodes)
+        ],
+        "nics": {
+            nic: {
+                "numa": draw(st.integers(0, nodes - 1)),
+                "link": draw(st.sampled_from(("10M", "1G", "100G"))),
+                "crc_ppm": draw(st.sampled_from((0, 30, 900_000))),
+                "drop_ppm": draw(st.sampled_from((0, 777))),
+                "fpo": draw(st.sampled_from(("none", "Model 1 Level 1", "Model 1 Level 2", "Model 2"))),
+            }
+            for nic in nics
+        },
+        "switches": [],
+        "ports": [],
+        "traffic": [],
+        "events": [],
     }
-    for n, alias in enumerate(simulated.SWITCHES[:draw(st.integers(1, 2))]):
+    for n, alias in enumerate(simulated.SWITCHES[: draw(st.integers(1, 2))]):
         uplinks = nics[n::2]
         machines = [f"vm-{n}-{m}" for m in range(draw(st.integers(1, 5)))]
         switch: dict = {
-            "alias": alias, "name": alias + "-set", "id": identifiers[alias], "uplinks": uplinks,
-            "mtu": draw(st.sampled_from((1500, 9000))), "marker": "poll",
-            "flow_cache": draw(st.booleans()), "numa_team": draw(st.booleans()),
-            "burst": draw(st.sampled_from((1, 32, 64))), "mac_limit": draw(st.sampled_from((3, 65536))),
-            "balancer": {"metric": draw(st.sampled_from(("none", "cpu", "count"))), "high": 30, "low": 20, "pause": 1}}
+            "alias": alias,
+            "name": alias + "-set",
+            "id": identifiers[alias],
+            "uplinks": uplinks,
+            "mtu": draw(st.sampled_from((1500, 9000))),
+            "marker": "poll",
+            "flow_cache": draw(st.booleans()),
+            "numa_team": draw(st.booleans()),
+            "burst": draw(st.sampled_from((1, 32, 64))),
+            "mac_limit": draw(st.sampled_from((3, 65536))),
+            "balancer": {"metric": draw(st.sampled_from(("none", "cpu", "count"))), "high": 30, "low": 20, "pause": 1},
+        }
         if draw(st.booleans()):
-            switch["mirrors"] = [{
-                "session": 1, "in": draw(some(machines + uplinks, 2)), "out": draw(some(machines + uplinks, 2)),
-                "to": draw(some(machines + uplinks, 2)), "sampling_rate": draw(st.sampled_from((1, 7))),
-                "snap_len": draw(st.sampled_from((0, 64)))}]
+            switch["mirrors"] = [
+                {
+                    "session": 1,
+                    "in": draw(some(machines + uplinks, 2)),
+                    "out": draw(some(machines + uplinks, 2)),
+                    "to": draw(some(machines + uplinks, 2)),
+                    "sampling_rate": draw(st.sampled_from((1, 7))),
+                    "snap_len": draw(st.sampled_from((0, 64))),
+                }
+            ]
         description["switches"].append(switch)
         for machine in machines:
-            description["ports"].append({
-                "switch": alias, "vm": machine, "vlan": n, "queues": draw(st.integers(1, 3)),
-                "active": draw(st.sampled_from((True, True, True, False))), "lro": draw(st.booleans()),
-                "macs_behind": draw(st.sampled_from((0, 5))),
-                "teaming": {"type": draw(st.sampled_from(KINDS)), "uplinks": draw(some(uplinks, 2))}})
+            description["ports"].append(
+                {
+                    "switch": alias,
+                    "vm": machine,
+                    "vlan": n,
+                    "queues": draw(st.integers(1, 3)),
+                    "active": draw(st.sampled_from((True, True, True, False))),
+                    "lro": draw(st.booleans()),
+                    "macs_behind": draw(st.sampled_from((0, 5))),
+                    "teaming": {"type": draw(st.sampled_from(KINDS)), "uplinks": draw(some(uplinks, 2))},
+                }
+            )
         for place in range(draw(st.integers(1, 4))):
             source = draw(st.sampled_from(machines + uplinks))
             targets = [machine for machine in machines if machine != source]
@@ -63,17 +96,30 @@ def descriptions(draw, identifiers: dict) -> dict:
             if not targets:
                 continue
             talk = {
-                "from": source, "to": draw(st.sampled_from(targets)),
+                "from": source,
+                "to": draw(st.sampled_from(targets)),
                 "dport": 1000 + place,  # else two conversations between the same ends may have a flow in common
                 "pps": draw(st.sampled_from((0.001, 3, 999.5, 40_000, 2_000_000))),
-                "size": draw(st.sampled_from((60, 700, 2000))), "reply": draw(st.sampled_from((0, 0.3, 2))),
-                "flows": draw(st.sampled_from((1, 3, 500))), "churn_ppm": draw(st.sampled_from((0, 1, 5000, 100_000))),
-                "slow": draw(st.sampled_from((0, 0.01, 1))), "proto": draw(st.sampled_from(("tcp", "udp", "icmp"))),
+                "size": draw(st.sampled_from((60, 700, 2000))),
+                "reply": draw(st.sampled_from((0, 0.3, 2))),
+                "flows": draw(st.sampled_from((1, 3, 500))),
+                "churn_ppm": draw(st.sampled_from((0, 1, 5000, 100_000))),
+                "slow": draw(st.sampled_from((0, 0.01, 1))),
+                "proto": draw(st.sampled_from(("tcp", "udp", "icmp"))),
                 "delivery": draw(st.sampled_from(("unicast", "unicast", "multicast", "broadcast"))),
                 "actions": draw(st.sampled_from(([], [], ["DROP"], ["SP"], ["VDR", "ENCAP VNI"]))),
                 "start": draw(st.sampled_from(("0s", "5s"))),
-                "pattern": draw(st.sampled_from(({}, {"swing": 1, "period": "3s"}, {"swing": 0.5},
-                                                 {"burst": {"every": "2s", "for": "500ms", "times": 9}})))}
+                "pattern": draw(
+                    st.sampled_from(
+                        (
+                            {},
+                            {"swing": 1, "period": "3s"},
+                            {"swing": 0.5},
+                            {"burst": {"every": "2s", "for": "500ms", "times": 9}},
+                        )
+                    )
+                ),
+            }
             if talk["delivery"] != "unicast":
                 talk["reply"] = 0
             description["traffic"].append(talk)
@@ -103,7 +149,7 @@ class Host(simulated.Host):
         machine = self.kinds[sw, port] != "UPLINK"
         number = draw(st.sampled_from((0, 1, 50, 64, 4096)))
         kind = draw(st.sampled_from(KINDS))
-        chosen = draw(st.permutations(uplinks))[:draw(st.integers(0, 2))]
+        chosen = draw(st.permutations(uplinks))[: draw(st.integers(0, 2))]
         tx, rx = draw(st.sampled_from(self.cores)), draw(st.sampled_from(self.cores))
         nic = draw(st.sampled_from(self.nics))
         mac = draw(st.sampled_from((0x554433221102, 0x060504030202)))
@@ -111,8 +157,11 @@ class Host(simulated.Host):
             "step": lambda: self.step(draw(st.sampled_from((0.001, 0.3, 2, 11, 700)))),
             "port lro": lambda: self.set(["SetPortLRO", sw, port, flag], ["GetPortLRO", sw, port], flag == 1),
             "switch lro": lambda: self.set_switch_lro(sw, flag),
-            "policy": lambda: self.set(["SetPortTxUplink", sw, port, {"txType": kind, "txUplinks": chosen}],
-                                       ["GetPortTxUplink", sw, port], {"txType": kind, "txUplinks": chosen}),
+            "policy": lambda: self.set(
+                ["SetPortTxUplink", sw, port, {"txType": kind, "txUplinks": chosen}],
+                ["GetPortTxUplink", sw, port],
+                {"txType": kind, "txUplinks": chosen},
+            ),
             "timeout": lambda: self.set(["SetFlowTimeout", number], ["GetFlowTimeout"], number),
             "panic": lambda: self.set(["SetPanicOnTxHang", sw, flag], ["GetPanicOnTxHang", sw], flag),
             "burst": lambda: self.set(["SetSwitchBurstSize", alias, number], ["GetSwitchBurstSize", alias], number),
@@ -129,8 +178,12 @@ class Host(simulated.Host):
             "migrate": lambda: self.migrate(sw, port, tx, rx) if machine else None,
             "unpin": lambda: self.unpin(sw, port),
             "reset": lambda: self.reset_port(sw, port),
-            "trouble": lambda: self.trouble(draw(st.sampled_from(("uplink-down", "uplink-hang"))), nic,
-                                            draw(st.integers(0, 3000)), draw(st.integers(1, 9000))),
+            "trouble": lambda: self.trouble(
+                draw(st.sampled_from(("uplink-down", "uplink-hang"))),
+                nic,
+                draw(st.integers(0, 3000)),
+                draw(st.integers(1, 9000)),
+            ),
             "stuck": lambda: self.trouble("core-stuck", str(tx), 0, draw(st.integers(1, 9000))),
             "entry": lambda: self.quietly("AddMACEntry" if flag else "DelMACEntry", 0, port, mac, 9),
         }
@@ -170,15 +223,21 @@ class Host(simulated.Host):
 
     def trouble(self, kind: str, target: str, ahead: int, length: int) -> None:
         begin = self.now_ms() + ahead
-        self.apply("INSERT INTO event (kind, target, from_ms, until_ms)"
-                   f" VALUES ('{kind}', '{target}', {begin}, {begin + length})")
+        self.apply(
+            "INSERT INTO event (kind, target, from_ms, until_ms)"
+            f" VALUES ('{kind}', '{target}', {begin}, {begin + length})"
+        )
 
     def check(self) -> None:
         figures = Figures(self)
         now = figures.counters()
-        fallen = [name for name in now if now[name] < self.last.get(name, 0)
-                  and name[1] != "flow"  # those show their low 32 bits only
-                  and name[0] not in self.reset]
+        fallen = [
+            name
+            for name in now
+            if now[name] < self.last.get(name, 0)
+            and name[1] != "flow"  # those show their low 32 bits only
+            and name[0] not in self.reset
+        ]
         assert fallen == []
         check_sums(figures)
         # The other process sees all of it, and goes on from here.
@@ -186,8 +245,11 @@ class Host(simulated.Host):
         assert Figures(self).counters() == now
         values = self.many([list(getting) for getting in self.expected])
         assert dict(zip(self.expected, values)) == self.expected
-        ports = {(sw, port["rynPortID"]): (set(port["txQLM"]), set(port["rxQLM"]))
-                 for sw in figures.switches for port in self.ListPorts(sw)}
+        ports = {
+            (sw, port["rynPortID"]): (set(port["txQLM"]), set(port["rxQLM"]))
+            for sw in figures.switches
+            for port in self.ListPorts(sw)
+        }
         for key, (tx, rx) in self.pinned.items():
             assert ports[key] == ({tx}, {rx})
         for sw in figures.switches:

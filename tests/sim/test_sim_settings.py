@@ -7,24 +7,32 @@ import simulated
 IDENTIFIER = "a91c20da-b05c-4387-a4701d270827"  # dvs-1's
 
 
-@pytest.mark.parametrize("setting, getting, expected", [
-    (["SetPortLRO", 0, 5, 0], ["GetPortLRO", 0, 5], False),
-    (["SetPortLRO", 0, 5, 7], ["GetPortLRO", 0, 5], True),
-    (["SetSwitchLRO", 0, 0], ["GetSwitchLRO", 0], False),
-    (["SetSwitchLRO", 1, 0], ["GetPortLRO", 1, 3], False),
-    (["SetPortTxUplink", 0, 5, {"txType": "LAG", "txUplinks": [1, 0]}], ["GetPortTxUplink", 0, 5],
-     {"txType": "LAG", "txUplinks": [1, 0]}),
-    (["SetPortTxUplink", 0, 5, {"txType": "None", "txUplinks": []}], ["GetPortTxUplink", 0, 5],
-     {"txType": "None", "txUplinks": []}),
-    (["SetFlowTimeout", 33], ["GetFlowTimeout"], 33),
-    (["SetPanicOnTxHang", 0, 1], ["GetPanicOnTxHang", 0], 1),
-    (["SetUplinkRingSize", IDENTIFIER, "1000", 4096, 512],
-     ["GetUplinkRingSize", IDENTIFIER, "1000"], [4096, 512]),
-    (["SetSwitchNUMATeam", "dvs-1", 257], ["GetSwitchNUMATeam", "dvs-1"], True),
-    (["SetSwitchBurstSize", "dvs-1", 8], ["GetSwitchBurstSize", "dvs-1"], 8),
-    (["EnableFPO", "dvs-1", 7], ["GetFPOEnabled", "dvs-1"], 7),
-    (["SetLBAlgorithm", "dvs-2", "count"], ["GetLBAlgorithm", "dvs-2"], "count"),
-])
+@pytest.mark.parametrize(
+    "setting, getting, expected",
+    [
+        (["SetPortLRO", 0, 5, 0], ["GetPortLRO", 0, 5], False),
+        (["SetPortLRO", 0, 5, 7], ["GetPortLRO", 0, 5], True),
+        (["SetSwitchLRO", 0, 0], ["GetSwitchLRO", 0], False),
+        (["SetSwitchLRO", 1, 0], ["GetPortLRO", 1, 3], False),
+        (
+            ["SetPortTxUplink", 0, 5, {"txType": "LAG", "txUplinks": [1, 0]}],
+            ["GetPortTxUplink", 0, 5],
+            {"txType": "LAG", "txUplinks": [1, 0]},
+        ),
+        (
+            ["SetPortTxUplink", 0, 5, {"txType": "None", "txUplinks": []}],
+            ["GetPortTxUplink", 0, 5],
+            {"txType": "None", "txUplinks": []},
+        ),
+        (["SetFlowTimeout", 33], ["GetFlowTimeout"], 33),
+        (["SetPanicOnTxHang", 0, 1], ["GetPanicOnTxHang", 0], 1),
+        (["SetUplinkRingSize", IDENTIFIER, "1000", 4096, 512], ["GetUplinkRingSize", IDENTIFIER, "1000"], [4096, 512]),
+        (["SetSwitchNUMATeam", "dvs-1", 257], ["GetSwitchNUMATeam", "dvs-1"], True),
+        (["SetSwitchBurstSize", "dvs-1", 8], ["GetSwitchBurstSize", "dvs-1"], 8),
+        (["EnableFPO", "dvs-1", 7], ["GetFPOEnabled", "dvs-1"], 7),
+        (["SetLBAlgorithm", "dvs-2", "count"], ["GetLBAlgorithm", "dvs-2"], "count"),
+    ],
+)
 def test_a_setting_shows_in_another_process(host, setting, getting, expected):
     assert host.elsewhere(*getting) != expected or getting[0] == "GetPortLRO"
     getattr(host, setting[0])(*setting[1:])
@@ -79,23 +87,26 @@ def test_migrating_and_unpinning(host):
     assert host.rows("SELECT pinned FROM port WHERE sw = 0 AND port = 5") == [(0,)]
 
 
-@pytest.mark.parametrize("call, message", [
-    (["MigratePort", 0, 5, 60, 60, 0], "Failed to migrate port.\n"),
-    (["MigratePort", 0, 127, 0, 0, 0], "Failed to migrate port.\n"),
-    (["UnpinPort", 9, 0, 0], "Failed to unpin port.\n"),
-    (["ResetPort", 0, 126], "Failed to reset port.\n"),
-    (["SetPortLRO", 0, 126, 1], "ValueError: Failed to set LRO.\n\n"),
-    (["GetSwitchLRO", 9], "ValueError: Failed to get LRO.\n\n"),
-    (["SetPortTxUplink", 0, 5, {"txType": "Single", "txUplinks": [5]}], "Failed to set port TX uplink.\n"),
-    (["SetDevAffinity", "lunic9", 0], "ValueError: Failed to set device affinity.\n"),
-    (["SetDevAffinity", "lunic0", 7], "ValueError: Failed to set device affinity.\n"),
-    (["GetFPOUplinkStatus", 0, 5], "Failed to get FPO uplink status.\n"),
-    (["GetUplinkQueueStats", 0, 0, 0, 31], "Failed to get uplink stats.\n"),
-    (["ListPorts", 5], "Failed to retrieve list of ports.\n"),
-    (["ClearSwitchFlowTable", 5], "Failed clear switch flow table\n"),
-    (["GetUplinkRingSize", IDENTIFIER, "4"], "ValueError: Failed to read property data length.\n"),
-    (["SetUplinkRingSize", "nothing", "1000", 32, 32], "ValueError: Failed to set port property.\n"),
-])
+@pytest.mark.parametrize(
+    "call, message",
+    [
+        (["MigratePort", 0, 5, 60, 60, 0], "Failed to migrate port.\n"),
+        (["MigratePort", 0, 127, 0, 0, 0], "Failed to migrate port.\n"),
+        (["UnpinPort", 9, 0, 0], "Failed to unpin port.\n"),
+        (["ResetPort", 0, 126], "Failed to reset port.\n"),
+        (["SetPortLRO", 0, 126, 1], "ValueError: Failed to set LRO.\n\n"),
+        (["GetSwitchLRO", 9], "ValueError: Failed to get LRO.\n\n"),
+        (["SetPortTxUplink", 0, 5, {"txType": "Single", "txUplinks": [5]}], "Failed to set port TX uplink.\n"),
+        (["SetDevAffinity", "lunic9", 0], "ValueError: Failed to set device affinity.\n"),
+        (["SetDevAffinity", "lunic0", 7], "ValueError: Failed to set device affinity.\n"),
+        (["GetFPOUplinkStatus", 0, 5], "Failed to get FPO uplink status.\n"),
+        (["GetUplinkQueueStats", 0, 0, 0, 31], "Failed to get uplink stats.\n"),
+        (["ListPorts", 5], "Failed to retrieve list of ports.\n"),
+        (["ClearSwitchFlowTable", 5], "Failed clear switch flow table\n"),
+        (["GetUplinkRingSize", IDENTIFIER, "4"], "ValueError: Failed to read property data length.\n"),
+        (["SetUplinkRingSize", "nothing", "1000", 32, 32], "ValueError: Failed to set port property.\n"),
+    ],
+)
 def test_what_means_nothing_is_refused(host, call, message):
     assert host.complaint(*call) == message
 

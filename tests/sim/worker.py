@@ -16,7 +16,8 @@ import time
 import _libryn
 
 ryn = ctypes.CDLL("libryn.so")
-ryn.ryn_sim_now_ms.restype = ctypes.c_int64
+sim = ctypes.CDLL("libryn_sim.so")  # the tool's way to the host
+sim.ryn_sim_now_ms.restype = ctypes.c_int64
 jor = ctypes.CDLL("libjorPublic.so")  # is loaded already: it takes Log, Warning and Panic from the module
 GUARD = b"\xa5"
 
@@ -40,18 +41,21 @@ def raw(operation: str, *arguments) -> dict:
             native.append(ctypes.c_uint32(argument))
     library = jor if operation.startswith("DVS") else ryn
     status = getattr(library, operation)(*native) & 0xFFFFFFFF
-    return {"status": status, "lengths": [length.value for _, length, _ in areas],
-            "areas": [area.raw[:size].hex() for area, _, size in areas],
-            "intact": all(set(area.raw[size:]) <= set(GUARD) for area, _, size in areas)}
+    return {
+        "status": status,
+        "lengths": [length.value for _, length, _ in areas],
+        "areas": [area.raw[:size].hex() for area, _, size in areas],
+        "intact": all(set(area.raw[size:]) <= set(GUARD) for area, _, size in areas),
+    }
 
 
 def perform(name: str, *arguments):
     if name == "apply":  # SQL, through the stand-ins
-        return ryn.ryn_sim_apply(arguments[0].encode()) & 0xFFFFFFFF
+        return sim.ryn_sim_apply(arguments[0].encode()) & 0xFFFFFFFF
     if name == "methods":
         return [name for name in dir(_libryn) if not name.startswith("_")]
     if name == "now_ms":
-        return ryn.ryn_sim_now_ms()
+        return sim.ryn_sim_now_ms()
     if name == "fork":  # the same calls in a child; True: it ended well
         child = os.fork()
         if child == 0:

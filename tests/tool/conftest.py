@@ -15,6 +15,6 @@ def live(sim: Sim) -> Sim:
     folder = sim.environment.get("RYN_SIM_LIBS")
     if folder is None:
         pytest.skip("RYN_BUILD does not name a build folder with the stand-ins")
-    if b"ryn_sim_apply" not in (pathlib.Path(folder) / "libryn.so").read_bytes():
+    if b"ryn_sim_apply" not in (pathlib.Path(folder) / "libryn_sim.so").read_bytes():
         pytest.skip("these stand-ins cannot change a host in use")
     return sim

@@ -232,7 +232,7 @@ def test_an_installed_tool_finds_its_own(sim, tmp_path):
     shutil.copytree(PROFILES, share / "profiles")
     for name in ("schema.sql", "host.schema.json"):
         shutil.copy(ROOT / "simhost" / name, share)
-    for name in ("libryn.so", "libjorPublic.so"):
+    for name in ("libryn.so", "libjorPublic.so", "libryn_sim.so"):
         (share / name).write_bytes(b"")
     (prefix / "bin").mkdir()
     shutil.copy(TOOL, prefix / "bin")

@@ -86,7 +86,7 @@ class Library:
         import ctypes
 
         os.environ["RYN_SIM_STATE"] = path
-        library = os.path.join(paths.libraries(), "libryn.so")
+        library = os.path.join(paths.libraries(), "libryn_sim.so")
         try:
             loaded = ctypes.CDLL(library)
             self._apply = loaded.ryn_sim_apply
