@@ -8,6 +8,7 @@ from pathlib import Path
 
 import harness
 import pytest
+from watchdog import pytest_runtest_protocol, pytest_sessionstart  # noqa: F401 (hooks)
 
 # The package ryn is the built one: its sources in the root, which `python -m pytest` puts on the path, lack its
 # extensions.

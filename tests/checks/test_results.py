@@ -2,9 +2,8 @@
 
 from __future__ import annotations
 
-import pytest
-
 import conversions
+import pytest
 import results
 from branches import branches
 from failing_calls import load_faults, run_failing

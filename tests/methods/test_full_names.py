@@ -3,7 +3,6 @@
 import ctypes
 
 import pytest
-
 from harness import MISSING, Bytes, Call, Outcome, run
 from method_table import PORTSET
 
@@ -41,9 +40,14 @@ def test_device_is_passed_on_whole(ryn, double, length):
 
 
 # The methods that ask the datapath about a switch by its portset name
-ASKS = [("GetLBAlgorithm", (), "Ryn_GetCurrentLBData"), ("GetLBParams", (), "Ryn_GetCurrentLBData"),
-        ("SetLBAlgorithm", ("cpu",), "Ryn_GetCurrentLBData"), ("SetLBParams", (1, 1, 1, 1), "Ryn_GetCurrentLBData"),
-        ("GetSwitchNUMATeam", (), "Ryn_GetSwitchNUMATeam"), ("GetSwitchBurstSize", (), "Ryn_GetSwitchBurstSize")]
+ASKS = [
+    ("GetLBAlgorithm", (), "Ryn_GetCurrentLBData"),
+    ("GetLBParams", (), "Ryn_GetCurrentLBData"),
+    ("SetLBAlgorithm", ("cpu",), "Ryn_GetCurrentLBData"),
+    ("SetLBParams", (1, 1, 1, 1), "Ryn_GetCurrentLBData"),
+    ("GetSwitchNUMATeam", (), "Ryn_GetSwitchNUMATeam"),
+    ("GetSwitchBurstSize", (), "Ryn_GetSwitchBurstSize"),
+]
 
 
 @pytest.mark.parametrize("method, more, op", ASKS, ids=[method for method, *_ in ASKS])
@@ -54,14 +58,23 @@ def test_portset_name_of_a_switch(ryn, double, method, more, op, length, end):
     double.add_switch("dvs-1", id="id-1", host={PORTSET: name + end})
     double.answer("DVSQOB_HostPropGet", status=MISSING)
     assert run(getattr(ryn, method), "dvs-1", *more).error is None
-    asked, = [call for call in double.calls() if call.op == op]
+    (asked,) = [call for call in double.calls() if call.op == op]
     assert asked.portset == name[:128].ljust(128, b"\0")
 
 
 # The methods that key a property by the switch's identifier
-KEYED = [("GetLBAlgorithm", ()), ("SetLBAlgorithm", ("cpu",)), ("GetLBParams", ()), ("SetLBParams", (1, 1, 1, 1)),
-         ("GetSwitchNUMATeam", ()), ("SetSwitchNUMATeam", (1,)), ("GetSwitchBurstSize", ()),
-         ("SetSwitchBurstSize", (1,)), ("GetFPOEnabled", ()), ("EnableFPO", (1,))]
+KEYED = [
+    ("GetLBAlgorithm", ()),
+    ("SetLBAlgorithm", ("cpu",)),
+    ("GetLBParams", ()),
+    ("SetLBParams", (1, 1, 1, 1)),
+    ("GetSwitchNUMATeam", ()),
+    ("SetSwitchNUMATeam", (1,)),
+    ("GetSwitchBurstSize", ()),
+    ("SetSwitchBurstSize", (1,)),
+    ("GetFPOEnabled", ()),
+    ("EnableFPO", (1,)),
+]
 
 
 @pytest.mark.parametrize("method, more", KEYED, ids=[method for method, _ in KEYED])

@@ -1,4 +1,7 @@
-"""Items of a caller's list or tuple that are no ints, and their errors; on every interpreter in tests/checks/test_interpreters.py."""
+"""Items of a caller's list or tuple that are no ints, and their errors.
+
+Every interpreter goes through the same in tests/checks/test_interpreters.py.
+"""
 
 import conversions
 import deferred_errors

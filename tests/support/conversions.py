@@ -10,7 +10,7 @@ from decimal import Decimal
 from fractions import Fraction
 from typing import Any
 
-from harness import ANY, Double, Outcome, run
+from harness import ANY, Double, run
 
 ALL_ONES = 0xFFFFFFFF
 
@@ -41,12 +41,14 @@ def check(ryn: Any, double: Double) -> int:
     calls = 0
     for item, passed, error in [*((item, ALL_ONES, (TypeError, ANY)) for item in NO_INTS), (IntSubclass(9), 9, None)]:
         for method, args, argument in [
-                (ryn.SetPortTxUplink, (0, 0, {"txType": "All", "txUplinks": [5, item, 6]}), "uplinks"),
-                (ryn.GetFlowStats, (0, (5, item, 6), 0), "lcores"), (ryn.GetFPOStats, (0, (5, item, 6)), "lcores")]:
+            (ryn.SetPortTxUplink, (0, 0, {"txType": "All", "txUplinks": [5, item, 6]}), "uplinks"),
+            (ryn.GetFlowStats, (0, (5, item, 6), 0), "lcores"),
+            (ryn.GetFPOStats, (0, (5, item, 6)), "lcores"),
+        ]:
             double.reset()
             outcome = run(method, *args)
             assert (outcome.stderr, outcome.error) == ("", error), (method.__name__, item, outcome)
-            sent, = double.calls()
+            (sent,) = double.calls()
             assert getattr(sent, argument)[:3] == [5, passed, 6], (method.__name__, item, sent)
             calls += 1
     assert not any(item.asked for item in NO_INTS if isinstance(item, IntAlone))

@@ -1,4 +1,4 @@
-"""The error of an item's conversion, which the module keeps while it goes on: which one stays, as what, and what becomes
+"""The error of an item's conversion, which the module keeps while it goes on: which one stays, and what becomes
 of the others. The code behind it differs between interpreters before and from 3.12 on, so every interpreter runs this.
 """
 
@@ -50,8 +50,11 @@ Call = Tuple[Callable, tuple]
 
 def calls(ryn: Any, *items: Any) -> List[Call]:
     """The calls that convert the items, in their order."""
-    return [(ryn.SetPortTxUplink, (0, 0, {"txType": "All", "txUplinks": list(items)})),
-            (ryn.GetFlowStats, (0, items, 0)), (ryn.GetFPOStats, (0, items))]
+    return [
+        (ryn.SetPortTxUplink, (0, 0, {"txType": "All", "txUplinks": list(items)})),
+        (ryn.GetFlowStats, (0, items, 0)),
+        (ryn.GetFPOStats, (0, items)),
+    ]
 
 
 def error_of(call: Call, **failing: Any) -> Any:
@@ -101,7 +104,9 @@ def check_blocks(ryn: Any) -> None:
 
     if sys.getallocatedblocks():
         for function, args in calls(ryn, RaisesAnew(), 1 << 70, RaisesAnew(), "no number"):
-            assert lost_blocks(lambda: _probe.call(function, args, -1)) == 0, function.__name__
+            # A loss shows in each measurement; what the interpreter keeps in reserve does not
+            lost = [lost_blocks(lambda: _probe.call(function, args, -1)) for _ in range(3)]
+            assert 0 in lost, (function.__name__, lost)
 
 
 def check_later_failure(ryn: Any, double: Double) -> None:

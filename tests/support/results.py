@@ -48,7 +48,7 @@ def walk(value: Any) -> Iterator[Any]:
             for key, item in found.items():
                 todo += [key, item]
         elif isinstance(found, (list, tuple)):
-            todo += found[:MOST_WALKED // 2] + found[-MOST_WALKED // 2:] if len(found) > MOST_WALKED else found
+            todo += found[: MOST_WALKED // 2] + found[-MOST_WALKED // 2 :] if len(found) > MOST_WALKED else found
 
 
 def rebuilt(value: Any) -> Any:
@@ -132,6 +132,9 @@ def check_references(function: Callable, args: tuple, value: Any, where: str) ->
         run(function, *args)
     for place in range(len(shared)):
         after[place] = sys.getrefcount(shared[place])
-    changed = [(shared[place], after[place] - before[place]) for place in range(len(shared))
-               if abs(after[place] - before[place]) >= CALLS]
+    changed = [
+        (shared[place], after[place] - before[place])
+        for place in range(len(shared))
+        if abs(after[place] - before[place]) >= CALLS
+    ]
     assert changed == [], where
