@@ -7,10 +7,11 @@ from __future__ import annotations
 import gc
 import sys
 from array import array
+from functools import partial
 from typing import Any, Callable, Dict, Iterator, List, Tuple
 
 from branches import branches
-from harness import NULL, Double, run
+from harness import NULL, Double, Outcome, run
 from hostile_answers import RESPONSES
 from method_table import METHODS
 
@@ -19,21 +20,21 @@ MUTABLE = (dict, list)
 MOST_WALKED = 3000  # values of a result; large tables have rows of one kind
 
 
-def outcomes(ryn: Any, double: Double) -> Iterator[Tuple[str, Callable, tuple]]:
-    """The name, the function and the arguments of a call whose answers are scripted: all branches, largest answers."""
+def outcomes(ryn: Any, double: Double) -> Iterator[Tuple[str, Callable[[], Any], Callable, tuple]]:
+    """All branches, and all largest answers: the name, what scripts the answers, the function and its arguments."""
     for method in METHODS:
         for branch in branches(method):
-            double.reset()
-            double.recording(False)
-            branch.script(double)
-            yield f"{method.name}, {branch.name}", getattr(ryn, method.name), branch.args
+            yield f"{method.name}, {branch.name}", partial(branch.script, double), getattr(
+                ryn, method.name
+            ), branch.args
     for response in RESPONSES:
         for number, fill in enumerate(response.largest()):
-            double.reset()
-            double.recording(False)
-            response.prepare(double)
-            double.answer(response.op, area=fill)
-            yield f"{response.id}, {number}", getattr(ryn, response.method), response.args
+
+            def script() -> None:
+                response.prepare(double)
+                double.answer(response.op, area=fill)
+
+            yield f"{response.id}, {number}", script, getattr(ryn, response.method), response.args
 
 
 def walk(value: Any) -> Iterator[Any]:
@@ -95,8 +96,15 @@ def check(ryn: Any, double: Double) -> int:
     """Returns how many results were looked at."""
     count = 0
     gc.disable()
-    for where, function, args in outcomes(ryn, double):
-        first, second = run(function, *args), run(function, *args)
+    for where, script, function, args in outcomes(ryn, double):
+
+        def outcome() -> Outcome:
+            double.reset()
+            double.recording(False)
+            script()
+            return run(function, *args)
+
+        first, second = outcome(), outcome()
         assert first == second, where
         if first.value is NULL:
             continue
