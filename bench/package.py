@@ -95,9 +95,10 @@ def set_the_stage() -> Any:
 def on_the_double() -> tuple[list[Case], list[tuple[str, float, float]]]:
     """The cases, and sizes in bytes with their limits."""
     double = set_the_stage()
-    import ryn
     import _floor
     import _libryn
+
+    import ryn
 
     _floor.keep_arenas()
     host = ryn.Host()
@@ -152,8 +153,9 @@ def on_the_double() -> tuple[list[Case], list[tuple[str, float, float]]]:
 
 
 def on_a_simulated_host() -> list[Case]:
-    import ryn
     import _libryn
+
+    import ryn
 
     host = ryn.Host()
     switch = host.switches()[0]

@@ -34,7 +34,6 @@ import harness  # noqa: E402
 DOUBLE = harness.set_up()
 
 import _libryn  # noqa: E402
-
 import cases  # noqa: E402
 from measuring import Contender, calibrate, machine, measure, median_ratio, run_for, table, time_text  # noqa: E402
 

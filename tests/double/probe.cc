@@ -52,6 +52,17 @@ PyObject* OrNone(PyObject* object) {
   Py_RETURN_NONE;
 }
 
+// By the convention that its flags name: a tuple, or an array of the arguments.
+PyObject* CallPlain(PyObject* function, PyObject* arguments) {
+  using FastCall = PyObject* (*)(PyObject*, PyObject* const*, Py_ssize_t);
+  const auto method = PyCFunction_GetFunction(function);
+  PyObject* const self = PyCFunction_GetSelf(function);
+  if (PyCFunction_GetFlags(function) != METH_FASTCALL)
+    return method(self, arguments);
+  const auto fast = reinterpret_cast<FastCall>(reinterpret_cast<void (*)()>(method));
+  return fast(self, PySequence_Fast_ITEMS(arguments), PyTuple_GET_SIZE(arguments));
+}
+
 PyObject* CallBuiltin(PyObject*, PyObject* args) {
   PyObject *function, *arguments;
   Py_ssize_t failing;
@@ -59,17 +70,15 @@ PyObject* CallBuiltin(PyObject*, PyObject* args) {
   if (!PyArg_ParseTuple(args, "O!O!n|p:call", &PyCFunction_Type, &function, &PyTuple_Type, &arguments, &failing,
                         &following))
     return nullptr;
-  const auto method = PyCFunction_GetFunction(function);
-  PyObject* const self = PyCFunction_GetSelf(function);
 
   bool allocation_failed = false;
   PyObject* result;
   if (failing < 0) {
-    result = method(self, arguments);
+    result = CallPlain(function, arguments);
   } else {
     const Spares taken;
     const FailingAllocation failing_allocation(failing, following != 0);
-    result = method(self, arguments);
+    result = CallPlain(function, arguments);
     allocation_failed = failing_allocation.HasFailed();
   }
 

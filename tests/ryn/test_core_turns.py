@@ -12,6 +12,7 @@ import time
 from typing import Any, Callable
 
 import pytest
+from core_calls import CALLS
 from harness import Bytes, Double, Held, python
 
 FOREVER = 30.0  # seconds: a time limit that is not to pass
@@ -77,63 +78,10 @@ def wait_for_turn_to_be_free(platform) -> None:
             assert time.monotonic() < deadline
 
 
-# Each way to the platform, with an operation of its own
-CALLS: list[tuple[str, str, tuple]] = [
-    ("switches", "Ryn_Get_Switch_List", ()),
-    ("cores", "Ryn_Get_LCore_ID_Bitmap", (0,)),
-    ("port_counters", "Ryn_Get_Port_Stats", (0, 0)),
-    ("port_counters", "Ryn_Get_Port_Stats_Slowpath", (0, 0)),
-    ("port_config", "Ryn_Get_Port_Conf", (0, 0)),
-    ("port_macs", "Ryn_Dump_Port_MAC_Table", (0, 0)),
-    ("switch_macs", "Ryn_Dump_Switch_MAC_Table", (0,)),
-    ("clear_port_macs", "Ryn_Clear_Port_MAC_Table", (0, 0)),
-    ("clear_switch_macs", "Ryn_Clear_Switch_MAC_Table", (0,)),
-    ("add_mac", "Ryn_MAC_Entry_Ops", (0, 0, b"\2\0\0\0\0\1", 5)),
-    ("del_mac", "Ryn_MAC_Entry_Ops", (0, 0, b"\2\0\0\0\0\1", 5)),
-    ("migrate", "Ryn_Migrate_Port", (0, 0, 1, 2, 3)),
-    ("unpin", "Ryn_Unpin_Port", (0, 0, 1)),
-    ("reset_port", "Ryn_Reset_Port", (0, 0)),
-    ("port_lro", "Ryn_GetLRO", (0, 0)),
-    ("set_port_lro", "Ryn_SetLRO", (0, 0, 1)),
-    ("switch_lro", "Ryn_GetLRO", (0,)),
-    ("set_switch_lro", "Ryn_SetLRO", (0, 1)),
-    ("flow_stats", "Ryn_Get_Flow_Stats", (0, (1, 2))),
-    ("fpo_stats", "Ryn_Get_FPO_Stats", (0, (1, 2))),
-    ("clear_flows", "Ryn_Clear_Switch_Flow_Table", (0,)),
-    ("set_flow_cache", "Ryn_Enable_Switch_Flow_Cache", (0, 1)),
-    ("flow_timeout", "Ryn_Get_Flow_Timeout", ()),
-    ("set_flow_timeout", "Ryn_Set_Flow_Timeout", (10,)),
-    ("uplink_counters", "Ryn_Get_Uplink_Stats", (0, 0)),
-    ("uplink_queue_counters", "Ryn_Get_Uplink_Queue_Stats", (0, 0, 3, 1)),
-    ("uplink_driver_text", "Ryn_Get_Uplink_Priv_Stats_Len", (0, 0)),
-    ("teaming", "Ryn_Get_Port_Tx_Uplink", (0, 0)),
-    ("set_teaming", "Ryn_Set_Port_Tx_Uplink", (0, 0, "LAG", (0, 1))),
-    ("panic_on_tx_hang", "Ryn_Get_Panic_On_Tx_Hang", (0,)),
-    ("set_panic_on_tx_hang", "Ryn_Set_Panic_On_Tx_Hang", (0, 1)),
-    ("set_uplink_learning", "Ryn_Set_Uplink_MAC_Learn", (0, 1)),
-    ("offload", "Ryn_Get_FPO_Uplink_Status", (0, 0)),
-    ("mirrors", "Ryn_Get_Mirror_Conf", (0,)),
-    ("netq", "Ryn_Get_Port_NetQ_Info", (0, 0)),
-    ("devices", "Ryn_List_Dev_Affinity", ()),
-    ("set_affinity", "Ryn_Set_Dev_Affinity", ("lunic0", 1)),
-    ("weights", "Ryn_GetLBWeights", ()),
-    ("set_weights", "Ryn_SetLBWeights", (range(8),)),
-    ("reset_weights", "Ryn_ResetLBWeights", ()),
-    ("balancer_snapshot", "Ryn_DumpLBSnapshot", (0,)),
-    ("balancer_port_stats", "Ryn_Dump_LB_PortStats", (0,)),
-    ("running_options", "Ryn_GetCurrentLBData", ("set",)),
-    ("running_numa_teaming", "Ryn_GetSwitchNUMATeam", ("set",)),
-    ("running_burst_size", "Ryn_GetSwitchBurstSize", ("set",)),
-    ("reload", "DVSQOB_StateGet", ()),
-    ("host_property", "DVSQOB_HostPropGet", ("id", "key")),
-    ("set_host_property", "DVSQOB_HostPropSet", ("id", "key", b"\1\2")),
-    ("port_property", "DVSQOB_PortDataGet", ("id", "1000", "key")),
-    ("set_port_property", "DVSQOB_PortDataSet", ("id", "1000", "key", b"\1\2")),
-]
-
-
 @pytest.mark.parametrize("timeout", [None, FOREVER])
-@pytest.mark.parametrize("name, op, args", CALLS, ids=[f"{name}-{op}" for name, op, _ in CALLS])
+@pytest.mark.parametrize(
+    "name, op, args", [call[:3] for call in CALLS], ids=[f"{call.name}-{call.op}" for call in CALLS]
+)
 def test_the_interpreter_lock_is_free_while_an_operation_is_out(core, hold, name, op, args, timeout):
     held = hold(op)
     call = Call(getattr(core.Platform(timeout), name), *args)
@@ -142,7 +90,9 @@ def test_the_interpreter_lock_is_free_while_an_operation_is_out(core, hold, name
     call.value()
 
 
-@pytest.mark.parametrize("name, op, args", CALLS, ids=[f"{name}-{op}" for name, op, _ in CALLS])
+@pytest.mark.parametrize(
+    "name, op, args", [call[:3] for call in CALLS], ids=[f"{call.name}-{call.op}" for call in CALLS]
+)
 def test_a_call_past_its_limit_names_operation_and_arguments(core, hold, name, op, args):
     import ryn
 
