@@ -55,30 +55,28 @@ std::uint32_t JoinedChecksum(std::uint32_t first, std::uint32_t second, std::siz
 }
 
 template <class Visit>
-void ForEachColumn(const Body& body, Visit visit) {
-  for (const auto& snapshot : body.values) {
-    if (!snapshot)
+void ForEachColumn(const Overview& view, Visit visit) {
+  for (const CollectorView& seen : view.collectors) {
+    if (!seen.values)
       continue;
-    for (const Samples& samples : *snapshot) {
+    for (const Samples& samples : *seen.values) {
       for (std::size_t column = 0; column < samples.Columns(); ++column)
         visit(samples, column);
     }
   }
 }
 
-void WriteText(Body* body) {
-  const bool openMetrics = body->format == Format::kOpenMetrics;
-  ForEachColumn(*body,
-                [&](const Samples& samples, std::size_t column) { samples.Write(column, openMetrics, &body->bytes); });
+void WriteText(const Overview& view, bool openMetrics, Buffer* out) {
+  ForEachColumn(view, [&](const Samples& samples, std::size_t column) { samples.Write(column, openMetrics, out); });
 }
 
 // A metric at a time, so that the whole text never stands in memory.
-void WriteGzip(Body* body, Buffer* scratch) {
+void WriteGzip(const Overview& view, Body* body, Buffer* scratch) {
   const bool openMetrics = body->format == Format::kOpenMetrics;
   body->bytes.Reserve(kGzipHead.size());
   body->bytes.Add(kGzipHead);
   Deflater deflater;
-  ForEachColumn(*body, [&](const Samples& samples, std::size_t column) {
+  ForEachColumn(view, [&](const Samples& samples, std::size_t column) {
     scratch->Clear();
     samples.Write(column, openMetrics, scratch);
     const std::string_view text = scratch->Text();
@@ -116,18 +114,18 @@ void WriteOwn(const Overview& view, const std::string& backend, bool openMetrics
   }
 }
 
-std::vector<std::shared_ptr<const Snapshot>> ValuesOf(const Overview& view) {
-  std::vector<std::shared_ptr<const Snapshot>> values;
+std::vector<std::uint64_t> VersionsOf(const Overview& view) {
+  std::vector<std::uint64_t> versions;
   for (const CollectorView& seen : view.collectors)
-    values.push_back(seen.values);
-  return values;
+    versions.push_back(seen.version);
+  return versions;
 }
 
 }  // namespace
 
 std::shared_ptr<const Body> Bodies::Get(const Overview& view, Format format, bool gzip) {
-  std::vector<std::shared_ptr<const Snapshot>> values = ValuesOf(view);
-  if (newest_ && newest_->values == values && newest_->format == format && newest_->gzip == gzip)
+  std::vector<std::uint64_t> versions = VersionsOf(view);
+  if (newest_ && newest_->versions == versions && newest_->format == format && newest_->gzip == gzip)
     return newest_;
 
   newest_.reset();
@@ -140,13 +138,16 @@ std::shared_ptr<const Body> Bodies::Get(const Overview& view, Format format, boo
     body = bodies_.emplace_back(std::make_shared<Body>());
   std::erase_if(bodies_, [](const std::shared_ptr<Body>& kept) { return kept.use_count() == 1; });
 
-  body->values = std::move(values);
+  body->versions = std::move(versions);
   body->format = format;
   body->gzip = gzip;
   body->bytes.Clear();
   body->crc = 0;
   body->textSize = 0;
-  gzip ? WriteGzip(body.get(), &scratch_) : WriteText(body.get());
+  if (gzip)
+    WriteGzip(view, body.get(), &scratch_);
+  else
+    WriteText(view, format == Format::kOpenMetrics, &body->bytes);
   newest_ = body;
   return body;
 }
@@ -173,9 +174,8 @@ std::size_t Bodies::Unread() const {
 }
 
 std::string PlainText(const Overview& view, const std::string& backend) {
-  Body body;
-  body.values = ValuesOf(view);
-  WriteText(&body);
-  WriteOwn(view, backend, false, &body.bytes);
-  return std::string(body.bytes.Text());
+  Buffer text;
+  WriteText(view, false, &text);
+  WriteOwn(view, backend, false, &text);
+  return std::string(text.Text());
 }

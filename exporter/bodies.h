@@ -15,7 +15,7 @@
 #include "exporter/negotiation.h"
 
 struct Body {
-  std::vector<std::shared_ptr<const Snapshot>> values;  // what it is the text of
+  std::vector<std::uint64_t> versions;  // of each collector's values that it is the text of
   Format format = Format::kText;
   bool gzip = false;
   Buffer bytes;              // gzip: up to where more can follow

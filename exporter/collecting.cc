@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "exporter/journal.h"
+#include "exporter/memory.h"
 #include "exporter/round.h"
 
 namespace {
@@ -73,8 +74,10 @@ Overview Collecting::Look(Clock::time_point now) const {
       continue;
     const Clock::duration age = std::max(now - *state.succeeded, Clock::duration::zero());
     seen.age = Seconds(age);
-    if (age <= 10 * options_.interval)
+    if (age <= 10 * options_.interval) {
       seen.values = state.values;
+      seen.version = state.version;
+    }
   }
   return view;
 }
@@ -85,6 +88,7 @@ void Collecting::Run() {
     Clock::time_point next = Clock::now();
     lock.unlock();
     RunRound();
+    ReleaseFreeMemory();
     lock.lock();
     lastRoundEnd_ = Clock::now();
     roundEnded_ = true;
@@ -148,6 +152,7 @@ void Collecting::End(Round* round, std::size_t index, bool success, Snapshot sna
     state.duration = now - stepBegan_;
     if (success) {
       state.succeeded = now;
+      ++state.version;
       state.values.swap(values);  // the former ones are freed after the lock
     }
     running_.reset();

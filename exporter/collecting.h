@@ -27,6 +27,7 @@ struct CollectorView {
   double duration;                         // seconds of its last run, or so far where it is overdue; 0 before the first
   std::optional<double> age;               // seconds since its last success; nothing before the first
   std::shared_ptr<const Snapshot> values;  // of its last success; null before it, and ten intervals after it
+  std::uint64_t version;                   // of the values, another one for each success; 0 where they are null
 };
 
 struct Overview {
@@ -57,6 +58,7 @@ class Collecting {
     Clock::duration duration = {};
     std::optional<Clock::time_point> succeeded;
     std::shared_ptr<const Snapshot> values;
+    std::uint64_t version = 0;
     bool complained = false;  // of its failure, which is told once
   };
 
