@@ -82,13 +82,20 @@ struct MirrorSession : MirrorRow {
   std::vector<std::uint16_t> vlans;
 };
 
-// An address that a port learns, and how long after a clear.
+// An address that a port learns: how long after a clear, and with which packets it is heard again.
 struct MacCandidate {
   int port = 0;
   Mac mac{};
   std::uint16_t vlan = 0;
   std::uint32_t delay_ms = 0;
-  std::uint32_t refresh_ms = 0;  // it is seen again this often
+  std::size_t speaker = 0;  // index into MacCandidates::speakers
+  std::uint64_t turn = 0;   // of `turns` packets of the speaker, this one has the address
+  std::uint64_t turns = 1;
+};
+
+struct MacCandidates {
+  std::vector<MacCandidate> all;           // by port
+  std::vector<std::vector<int>> speakers;  // the paths by which packets come that have a speaker's addresses
 };
 
 enum class Delivery { kUnicast, kMulticast, kBroadcast };
@@ -226,7 +233,7 @@ struct Model : HostRow {
   Losses losses;
   std::vector<std::vector<int>> paths_of_port;       // by port index
   std::vector<std::vector<int>> paths_of_flow_core;  // by switch * kCores + core of the port they come in by
-  mutable std::map<int, std::vector<MacCandidate>> mac_cache;
+  mutable std::map<int, MacCandidates> mac_cache;
   bool base_changed = false;
 
   const Switch* FindSwitch(std::uint32_t id) const;

@@ -47,10 +47,10 @@ void PutReceived(Area& record, const QueueCounts& words) {
   record.Put64(144, words[kQueueMissed]);
 }
 
+// A packet that a hung device sends not is a drop, and no error beside it: it is lost once.
 void PutSent(Area& record, const QueueCounts& words) {
   record.Put64(8, words[kQueuePackets]);
   record.Put64(24, words[kQueueBytes]);
-  record.Put64(40, words[kQueueAborted]);
   record.Put64(56, words[kQueueDrops]);
   record.Put64(80, words[kQueueMulticast]);
   record.Put64(88, words[kQueueBroadcast]);

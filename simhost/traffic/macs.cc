@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <map>
+#include <optional>
+
+#include "simhost/traffic/counts.h"
 
 namespace simhost {
 
@@ -16,49 +19,107 @@ std::size_t Index(std::int64_t value) { return static_cast<std::size_t>(value); 
 enum TableOffset : std::size_t { kCount = 0, kLimitWord = 8, kExceeded = 12, kEntries = 16 };
 enum EntryOffset : std::size_t { kMac = 0, kVlan = 6, kPort = 8, kGeneration = 16, kEntrySize = 20 };
 
-MacCandidate Candidate(const Model& model, int port, const Mac& mac, std::uint16_t vlan) {
+MacCandidate Candidate(const Model& model, int port, const Mac& mac, std::uint16_t vlan, std::size_t speaker,
+                       std::uint64_t turn, std::uint64_t turns) {
   std::uint64_t key = 0;
   for (const std::uint8_t byte : mac)
     key = key << 8 | byte;
   const std::uint64_t dice = Mix(model.seed ^ Mix(key ^ (static_cast<std::uint64_t>(port) << 48)));
-  return {port, mac, vlan, static_cast<std::uint32_t>(dice % kRelearnMs),
-          static_cast<std::uint32_t>(5'000 + (dice >> 32) % 60'000)};
+  return {port, mac, vlan, static_cast<std::uint32_t>(dice % kRelearnMs), speaker, turn, turns};
 }
 
 // All that the switch's ports can learn, by port.
-const std::vector<MacCandidate>& Candidates(const Model& model, const Switch& sw) {
+const MacCandidates& Candidates(const Model& model, const Switch& sw) {
   const auto known = model.mac_cache.find(sw.id);
   if (known != model.mac_cache.end())
     return known->second;
-  std::vector<MacCandidate>& all = model.mac_cache[sw.id];
+  MacCandidates& found = model.mac_cache[sw.id];
   for (const int index : sw.ports) {
     const Port& port = model.ports[Index(index)];
     if (port.IsUplink() ? !sw.uplink_mac_learn : !port.active)
       continue;
-    if (!port.IsUplink())
-      all.push_back(Candidate(model, port.id, port.mac, port.vlan));
+    // All that comes in by the port; its own address and those behind it take turns.
+    const std::size_t speaker = found.speakers.size();
+    found.speakers.emplace_back();
+    for (const int path : model.paths_of_port[Index(index)]) {
+      if (model.paths[Index(path)].in == index)
+        found.speakers[speaker].push_back(path);
+    }
+    const std::uint64_t own = port.IsUplink() ? 0 : 1;
+    const std::uint64_t turns = own + port.macs_behind;
+    if (own != 0)
+      found.all.push_back(Candidate(model, port.id, port.mac, port.vlan, speaker, 0, turns));
     for (std::uint32_t i = 0; i < port.macs_behind; ++i) {
       const Mac mac =
           MadeUpMac(model.seed, static_cast<std::uint64_t>(sw.id) << 8 | static_cast<std::uint64_t>(port.id), i);
-      all.push_back(Candidate(model, port.id, mac, port.vlan));
+      found.all.push_back(Candidate(model, port.id, mac, port.vlan, speaker, own + i, turns));
     }
     if (!port.IsUplink())
       continue;
     // The neighbours on the wire are learned where their answers come in.
-    std::vector<std::pair<Mac, std::uint16_t>> seen;
+    std::map<std::pair<Mac, std::uint16_t>, std::size_t> neighbours;
     for (const int path_index : model.paths_of_port[Index(index)]) {
       const Path& path = model.paths[Index(path_index)];
       const Conversation& talk = model.conversations[Index(path.conversation)];
-      const std::pair<Mac, std::uint16_t> neighbour{talk.remote_mac, talk.vlan};
-      if (path.in == index && path.back != 0 && talk.destination < 0 &&
-          std::find(seen.begin(), seen.end(), neighbour) == seen.end()) {
-        seen.push_back(neighbour);
-        all.push_back(Candidate(model, port.id, neighbour.first, neighbour.second));
+      if (path.in != index || path.back == 0 || talk.destination >= 0)
+        continue;
+      const auto [place, added] = neighbours.try_emplace({talk.remote_mac, talk.vlan}, found.speakers.size());
+      if (added) {
+        found.speakers.emplace_back();
+        found.all.push_back(Candidate(model, port.id, talk.remote_mac, talk.vlan, place->second, 0, 1));
       }
+      found.speakers[place->second].push_back(path_index);
     }
   }
-  return all;
+  return found;
 }
+
+// How long ago the addresses of one speaker were last heard, in generations.
+class Ages {
+ public:
+  Ages(const Model& model, const std::vector<int>& paths, std::int64_t ms)
+      : model_(model), paths_(paths), ms_(ms), now_(Packets(ms)) {}
+
+  // Of the address whose turn it is with every so manieth packet; none: it was never heard.
+  std::optional<std::int64_t> Of(std::uint64_t turn, std::uint64_t turns) {
+    if (now_ <= turn)
+      return std::nullopt;
+    const std::uint64_t last = now_ - (now_ - 1 - turn) % turns;  // its latest packet, counted from 1
+    for (std::size_t generation = 0; generation < kRemembered; ++generation) {
+      if (generation == before_.size())
+        before_.push_back(Packets(ms_ - static_cast<std::int64_t>(generation + 1) * kGenerationMs));
+      if (before_[generation] < last)
+        return generation;
+    }
+    // Long ago: look for the moment.
+    std::int64_t low = 0;
+    std::int64_t high = ms_;
+    while (low < high) {
+      const std::int64_t middle = low + (high - low) / 2;
+      if (Packets(middle) >= last)
+        high = middle;
+      else
+        low = middle + 1;
+    }
+    return (ms_ - high) / kGenerationMs;
+  }
+
+ private:
+  static constexpr std::size_t kRemembered = 64;
+
+  std::uint64_t Packets(std::int64_t ms) const {
+    std::uint64_t packets = 0;
+    for (const int path : paths_)
+      packets += ms <= 0 ? 0 : PacketsOf(model_, model_.paths[Index(path)], ms);
+    return packets;
+  }
+
+  const Model& model_;
+  const std::vector<int>& paths_;
+  std::int64_t ms_;
+  std::uint64_t now_;
+  std::vector<std::uint64_t> before_;  // packets until so many generations ago
+};
 
 struct Known {
   int port;
@@ -76,8 +137,8 @@ struct Table {
 
 Table Collect(const Model& model, const Switch& sw, std::int64_t ms) {
   Table table;
-  const std::vector<MacCandidate>& candidates = Candidates(model, sw);
-  table.entries.reserve(candidates.size());
+  const MacCandidates& candidates = Candidates(model, sw);
+  table.entries.reserve(candidates.all.size());
 
   static const std::vector<MacEntry> kNone;
   const auto by_hand = model.mac_entries.find(sw.id);
@@ -95,10 +156,10 @@ Table Collect(const Model& model, const Switch& sw, std::int64_t ms) {
     }
     if (of == nullptr)
       return;
-    if (in_port >= std::min(of->mac_limit, sw.mac_limit)) {
+    if (in_port >= of->mac_limit) {
       table.exceeded[Index(number)] = true;
-    } else if (table.entries.size() >= sw.mac_limit) {
-      table.exceeded[kPortsPerSwitch] = true;
+    } else if (table.entries.size() >= sw.mac_limit) {  // the port knows an address more as well
+      table.exceeded[Index(number)] = table.exceeded[kPortsPerSwitch] = true;
     } else {
       table.entries.push_back({number, &mac, vlan, generation});
       ++in_port;
@@ -114,7 +175,9 @@ Table Collect(const Model& model, const Switch& sw, std::int64_t ms) {
 
   std::int64_t cleared = 0;
   int cleared_of = -1;
-  for (const MacCandidate& candidate : candidates) {
+  std::optional<Ages> ages;
+  std::size_t speaker = 0;
+  for (const MacCandidate& candidate : candidates.all) {
     if (candidate.port != cleared_of) {
       add_own_until(candidate.port);  // entries made by hand go before what the port learns
       cleared_of = candidate.port;
@@ -132,8 +195,13 @@ Table Collect(const Model& model, const Switch& sw, std::int64_t ms) {
     const std::int64_t age = ms - forgotten - candidate.delay_ms;
     if (entered || (forgotten > 0 && age < 0))
       continue;
+    if (!ages || candidate.speaker != speaker) {
+      speaker = candidate.speaker;
+      ages.emplace(model, candidates.speakers[speaker], ms);
+    }
+    const std::int64_t learned = (forgotten > 0 ? age : ms) / kGenerationMs;
     add(candidate.port, candidate.mac, candidate.vlan,
-        std::max<std::int64_t>(0, ms + candidate.delay_ms) % candidate.refresh_ms / kGenerationMs);
+        std::min(learned, ages->Of(candidate.turn, candidate.turns).value_or(learned)));
   }
   add_own_until(kPortsPerSwitch);
   return table;

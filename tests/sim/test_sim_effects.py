@@ -424,6 +424,52 @@ def test_the_limit(host):
     assert host.complaint("AddMACEntry", 0, 0, 0x554433221102, 77) == "Failed to add a MAC entry."
 
 
+def ages(host, port: int) -> dict:
+    return {row["macAddr"]: row["macGenDiff"] for row in host.ListPortMACTable(0, port)["MacTableList"]}
+
+
+def test_addresses_age_while_they_are_not_heard(tmp_path, processes):
+    description = """
+host: h
+numa: [{lcores: [0]}]
+switches: [{alias: s}]
+ports:
+  - {switch: s, vm: busy, mac: "02:00:00:00:00:01"}
+  - {switch: s, vm: silent, mac: "02:00:00:00:00:02"}
+  - {switch: s, vm: rare, mac: "02:00:00:00:00:03", macs_behind: 2}
+traffic:
+  - {from: busy, to: silent, pps: 1000, size: 100}
+  - {from: rare, to: silent, pps: 0.05, size: 100, dport: 2}
+"""
+    host = simulated.Host(simulated.make(tmp_path / "host.db", description), *processes)
+    for second in range(5, 200, 5):
+        host.step(5)
+        assert set(ages(host, 0).values()) == {0}
+        assert ages(host, 1) == {"02:00:00:00:00:02": second // 10}  # never comes back to 0 by itself
+    # A packet every 20 seconds, in turn from three addresses: the latest after 180 s, then 160 s and 140 s.
+    assert sorted(ages(host, 2).values()) == [1, 3, 5]
+    host.step(3600)
+    assert set(ages(host, 0).values()) == {0} and ages(host, 1) == {"02:00:00:00:00:02": 379}
+    host.ClearPortMACTable(0, 1)
+    host.step(3)
+    assert ages(host, 1) == {"02:00:00:00:00:02": 0}  # the switch knows who is connected
+    host.step(20)
+    assert ages(host, 1)["02:00:00:00:00:02"] in (1, 2)
+
+
+def test_an_address_that_the_switchs_limit_shuts_out_is_told_of(tmp_path, processes):
+    description = """
+host: h
+numa: [{lcores: [0]}]
+switches: [{alias: s, mac_limit: 3}]
+ports: [{switch: s, vm: a, macs_behind: 1}, {switch: s, vm: b, macs_behind: 1}, {switch: s, vm: c, mac_limit: 9}]
+"""
+    host = simulated.Host(simulated.make(tmp_path / "host.db", description), *processes)
+    tables = host.many([["ListPortMACTable", 0, port] for port in range(3)] + [["ListSwitchMACTable", 0]])
+    assert [len(table["MacTableList"]) for table in tables] == [2, 1, 0, 3]
+    assert [table["LimitExceeded"] for table in tables[:3]] == [0, 1, 1]  # a switch's table does not say
+
+
 def test_uplinks_need_not_learn(host):
     assert macs(host, "ListPortMACTable", 0, 0) != set()
     host.SetUplinkMACLearn(0, 0)

@@ -2,6 +2,7 @@
 
 import contextlib
 import random
+import signal
 import sqlite3
 import subprocess
 import sys
@@ -187,6 +188,54 @@ def test_eight_processes_at_once(host):
             process.close()
     assert host.rows("SELECT calls, hits FROM fault") == [(8 * 40, 0)]
     assert host.rows("PRAGMA integrity_check") == [("ok",)]
+
+
+# Sends what it had to say of a reading that was below the one before it, and how many readings there were.
+READING = """
+import os, sys, time, _libryn
+names = ("txPkts", "spTxPkts", "rxPkts", "spRxPkts")
+end, readings, fallen, last = time.monotonic() + float(sys.argv[1]), 0, [], dict.fromkeys(names, 0)
+while time.monotonic() < end:
+    now = _libryn.GetPortStats(0, 2)
+    fallen += [(name, last[name], now[name]) for name in names if now[name] < last[name]]
+    readings, last = readings + 1, now
+print(readings, fallen[:3])
+"""
+
+# The flow cache decides which path packets take, so a reading by the wrong setting is far off.
+SWITCHING = """
+import _libryn
+n = 0
+while True:
+    n += 1
+    _libryn.EnableSwitchFlowCache(0, n % 2)
+"""
+
+
+def test_no_counter_falls_while_others_change_what_is_counted(host):
+    """Writers are stopped now and then, as a busy machine does, between deciding on a moment and their commit."""
+    host.run(speed=50)
+    chance = random.Random(9)
+    arguments = {"env": simulated.environment(RYN_SIM_STATE=str(host.state)), "text": True}
+    writers = [subprocess.Popen([sys.executable, "-c", SWITCHING], **arguments) for _ in range(3)]
+    readers = [
+        subprocess.Popen([sys.executable, "-c", READING, "6"], stdout=subprocess.PIPE, **arguments) for _ in range(2)
+    ]
+    try:
+        while any(reader.poll() is None for reader in readers):
+            writer = chance.choice(writers)
+            writer.send_signal(signal.SIGSTOP)
+            time.sleep(chance.uniform(0.01, 0.06))
+            writer.send_signal(signal.SIGCONT)
+            time.sleep(chance.uniform(0, 0.005))
+        for reader in readers:
+            readings, fallen = reader.communicate()[0].split(" ", 1)
+            assert int(readings) > 100 and fallen == "[]\n"
+        assert all(writer.poll() is None for writer in writers)
+    finally:
+        for process in writers + readers:
+            process.kill()
+            process.wait()
 
 
 def test_a_child_goes_on_by_itself(host):

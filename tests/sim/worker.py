@@ -18,6 +18,7 @@ import _libryn
 ryn = ctypes.CDLL("libryn.so")
 sim = ctypes.CDLL("libryn_sim.so")  # the tool's way to the host
 sim.ryn_sim_now_ms.restype = ctypes.c_int64
+sim.ryn_sim_rates.restype = ctypes.c_void_p
 jor = ctypes.CDLL("libjorPublic.so")  # is loaded already: it takes Log, Warning and Panic from the module
 GUARD = b"\xa5"
 
@@ -54,6 +55,12 @@ def perform(name: str, *arguments):
         return sim.ryn_sim_apply(arguments[0].encode()) & 0xFFFFFFFF
     if name == "methods":
         return [name for name in dir(_libryn) if not name.startswith("_")]
+    if name == "rates":  # of the moment
+        text = sim.ryn_sim_rates()
+        try:
+            return json.loads(ctypes.string_at(text))
+        finally:
+            sim.ryn_sim_free(ctypes.c_void_p(text))
     if name == "now_ms":
         return sim.ryn_sim_now_ms()
     if name == "fork":  # the same calls in a child; True: it ended well
