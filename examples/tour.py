@@ -9,6 +9,8 @@ Run it on a host of its own, since it changes settings and the clock:
 With --still the host's clock is stepped instead of waited for, so that a new host gives the same figures each time.
 """
 
+from __future__ import annotations
+
 import argparse
 import json
 import os
@@ -16,147 +18,101 @@ import pathlib
 import subprocess
 import sys
 import time
+from collections import Counter
+from typing import Dict, List, Set
 
-import _libryn
+import ryn
 
 TOOL = os.environ.get("RYN_SIM", str(pathlib.Path(__file__).resolve().parents[1] / "simhost" / "tool" / "ryn-sim"))
 WIDTH = 100
 
 
-class Stopped(Exception):
-    """A method answered None; its own message stands on standard error."""
-
-
-def ask(method, *arguments):
-    result = method(*arguments)
-    if result is None:
-        raise Stopped(f"{method.__name__} has failed")
-    return result
-
-
-def ryn_sim(*arguments):
+def ryn_sim(*arguments: str) -> str:
     """The simulated host's own tool, for what no script can do on a real one: moving its clock, making calls fail."""
     sys.stdout.flush()
     return subprocess.run([TOOL, *arguments], check=True, stdout=subprocess.PIPE, text=True).stdout
 
 
-def stand_still():
+def stand_still() -> None:
     """Stops the host's clock at the next full minute, so that it does not matter when the host was made."""
     ryn_sim("clock", "freeze")
     passed = json.loads(ryn_sim("clock", "--json"))["time"] % 60
     ryn_sim("clock", "step", f"{60 - passed:.3f}s")
 
 
-def headline(text):
+def headline(text: str) -> None:
     print(f"\n-- {text} ".ljust(WIDTH, "-"))
 
 
-def short(number):
+def short(number: float) -> str:
     for suffix, scale in (("G", 1e9), ("M", 1e6), ("k", 1e3)):
         if number >= scale:
             return f"{number / scale:.1f}{suffix}"
     return f"{number:.0f}"
 
 
-def inventory():
+def inventory(host: ryn.Host) -> None:
     headline("Inventory")
-    for switch in ask(_libryn.ListSwitches):
-        ports = ask(_libryn.ListPorts, switch["swID"])
-        kinds = {}
-        for port in ports:
-            kinds[port["clientType"]] = kinds.get(port["clientType"], 0) + 1
-        counted = ", ".join(f"{number} {kind}" for kind, number in kinds.items())
-        print(f"switch {switch['swID']}  {switch['name']:<12} MTU {switch['mtu']:<5} {len(ports):3} ports: {counted}")
-    print("cores    ", ", ".join(map(str, ask(_libryn.ListLCoreIDs, 0))))
-    print(
-        "devices  ",
-        ", ".join(f"{device['devname']} (node {device['affinity']})" for device in ask(_libryn.ListDevAffinity)),
-    )
+    for switch in host.switches():
+        if switch.number is None:
+            continue  # only the configuration knows it
+        ports = switch.ports()
+        counted = ", ".join(f"{count} {kind}" for kind, count in Counter(port.kind for port in ports).items())
+        print(f"switch {switch.number}  {switch.name:<12} MTU {switch.mtu:<5} {len(ports):3} ports: {counted}")
+    print("cores    ", ", ".join(map(str, host.cores)))
+    print("devices  ", ", ".join(f"{device.name} (node {device.affinity})" for device in host.devices()))
 
 
-def rates(still, seconds=2):
+def rates(host: ryn.Host, still: bool, seconds: int = 2) -> None:
     headline(f"Rates over {seconds} seconds: the busiest ports")
-    ports = [
-        (switch["swID"], port)
-        for switch in ask(_libryn.ListSwitches)
-        for port in ask(_libryn.ListPorts, switch["swID"])
-    ]
-
-    def read():
-        return [ask(_libryn.GetPortStats, number, port["rynPortID"]) for number, port in ports], time.monotonic()
-
-    before, begun = read()
+    earlier = host.counters()
     if still:
         ryn_sim("clock", "step", f"{seconds}s")
     else:
         time.sleep(seconds)
-    after, ended = read()
-    passed = seconds if still else ended - begun
-    rows = []
-    for (number, port), old, new in zip(ports, before, after):
-        pace = {key: (new[key] - old[key]) / passed for key in new}
-        rows.append((pace["txPkts"] + pace["rxPkts"], number, port, pace))
-    rows.sort(key=lambda row: -row[0])
-    print("switch  port  kind      sent pkt/s     bit/s   received pkt/s     bit/s   slow path pkt/s  drops/s")
-    for _, number, port, pace in rows[:8]:
+    later = host.counters()
+    if still:  # by the clock of the host, which was stepped
+        later.clock = earlier.clock + seconds
+    busiest = sorted(later.rates(earlier).items(), key=lambda pair: -(pair[1].tx_packets + pair[1].rx_packets))
+    print("port      kind      sent pkt/s     bit/s   received pkt/s     bit/s   slow path pkt/s  drops/s")
+    for port, rate in busiest[:8]:
+        slow = [reading[port].slow.tx_packets + reading[port].slow.rx_packets for reading in (earlier, later)]
         print(
-            f"{number:6}  {port['rynPortID']:4}  {port['clientType']:<8}  {short(pace['txPkts']):>10}"
-            f"  {short(8 * pace['txBytes']):>8}   {short(pace['rxPkts']):>14}  {short(8 * pace['rxBytes']):>8}"
-            f"   {short(pace['spTxPkts'] + pace['spRxPkts']):>15}  {short(pace['txDrops'] + pace['rxDrops']):>7}"
+            f"{port!s:<8}  {port.kind:<8}  {short(rate.tx_packets):>10}  {short(8 * rate.tx_bytes):>8}"
+            f"   {short(rate.rx_packets):>14}  {short(8 * rate.rx_bytes):>8}"
+            f"   {short((slow[1] - slow[0]) / seconds):>15}  {short(rate.tx_drops + rate.rx_drops):>7}"
         )
 
 
-def busiest_flows():
+def busiest_flows(host: ryn.Host) -> None:
     headline("The busiest flows")
-    found = []
-    for switch in ask(_libryn.ListSwitches):
-        for core in ask(_libryn.ListLCoreIDs, switch["swID"]):
-            start = 0
-            while core < 32:
-                page = ask(_libryn.DumpFlowTable, switch["swID"], core, start, 0)
-                if not page["list"]:
-                    break
-                start += len(page["list"])
-                for flow in page["list"]:
-                    if flow["stats"].startswith("pktsSinceLastFlush:"):
-                        packets = int(flow["stats"].split()[0].partition(":")[2])
-                        found.append((packets, switch["swID"], core, flow))
-    found.sort(key=lambda row: -row[0])
-    print(f"{len(found)} flows in all. The busiest between any two addresses, by packets since the last flush:")
-    shown = set()
-    for packets, number, core, flow in found:
-        fields = flow["key"].split()
-        if len(shown) == 6 or (fields[4], fields[5]) in shown:
+    flows = sorted(host.flows(), key=lambda flow: -(flow.packets or 0))
+    print(f"{len(flows)} flows in all. The busiest between any two addresses, by packets since the last flush:")
+    shown: Set[object] = set()
+    for flow in flows:
+        if len(shown) == 6 or (flow.src, flow.dst) in shown:
             continue
-        shown.add((fields[4], fields[5]))
-        address = f"{fields[4]} -> {fields[5]}, protocol {fields[6]}, ports {fields[8]} -> {fields[9]}"
-        print(f"{packets:10}  switch {number}, core {core:2}  {address}"[:WIDTH])
-        # What follows the header of the line are the actions.
-        actions = flow["actions"].partition("len:")[2].partition("; ")[2].rstrip()
-        if len(actions) > WIDTH - 12:
-            actions = actions[: WIDTH - 16].rpartition("; ")[0] + "; ..."
-        print("            " + actions)
+        shown.add((flow.src, flow.dst))
+        address = f"{flow.src} -> {flow.dst}, protocol {flow.protocol}, ports {flow.sport} -> {flow.dport}"
+        print(f"{flow.packets:10}  switch {flow.switch}, core {flow.core:2}  {address}"[:WIDTH])
+        print(f"            {flow.actions}"[:WIDTH])
 
 
-def core_usage(number):
+def print_usage(switch: ryn.Switch) -> None:
     """The usage of each core in percent, as the balancer saw it last."""
-    cores = ask(_libryn.DumpLBPortStats, number, 0, 0)[5]
-    return {core: cores[core][0] for core in ask(_libryn.ListLCoreIDs, number)}
+    cores = switch.balancer.port_stats().cores
+    for core in switch.cores or ():
+        print(f"  core {core:2} {cores[core].usage:4} %  {'#' * (cores[core].usage * 60 // 100)}")
 
 
-def print_usage(number):
-    for core, usage in core_usage(number).items():
-        print(f"  core {core:2} {usage:4} %  {'#' * (usage * 60 // 100)}")
+def placement(switch: ryn.Switch) -> Dict[int, Set[int]]:
+    return {port.number: {*port.tx_cores, *port.rx_cores} for port in switch.ports()}
 
 
-def placement(number):
-    return {port["rynPortID"]: set(port["txQLM"] + port["rxQLM"]) for port in ask(_libryn.ListPorts, number)}
-
-
-def moves_in_a_minute(number):
-    before = placement(number)
+def moves_in_a_minute(switch: ryn.Switch) -> None:
+    before = placement(switch)
     ryn_sim("clock", "warp", "1m")
-    after = placement(number)
+    after = placement(switch)
     moved = [port for port in before if before[port] != after[port]]
     if not moved:
         print("  in the next minute: no port is moved")
@@ -164,41 +120,40 @@ def moves_in_a_minute(number):
         print(f"  in the next minute: port {port}: cores {sorted(before[port])} -> {sorted(after[port])}")
 
 
-def balancer(number=0):
-    headline(f"The load balancer, on switch {number}")
-    cores = ask(_libryn.ListLCoreIDs, number)
-    busy = [
-        port["rynPortID"] for port in ask(_libryn.ListPorts, number) if port["clientType"] == "VNIC" and port["numTxQ"]
-    ]
+def balancer(host: ryn.Host) -> None:
+    switch = host.switch(0)
+    headline(f"The load balancer, on {switch}")
+    core = (switch.cores or (0,))[0]
+    busy: List[ryn.Port] = [port for port in switch.ports() if port.kind == ryn.Kind.VNIC and port.tx_cores][:14]
     print("Nobody may move anything: the weights of migration are set high.")
-    print(f"Ports {busy[0]} to {busy[13]} go to core {cores[0]}.")
-    _libryn.SetLBWeights(-1, 1000000, -1, 1000000, -1, -1, -1, -1)
-    for port in busy[:14]:
-        _libryn.MigratePort(number, port, cores[0], cores[0], 0)
-    moves_in_a_minute(number)
-    print_usage(number)
-    _libryn.ResetLBWeights()
-    weights = {entry["weightName"]: entry["weight"] for entry in ask(_libryn.GetLBWeights)}
-    print(f"Back to the default weights (Cross-NUMA Migration Weight {weights['Cross-NUMA Migration Weight']}):")
-    moves_in_a_minute(number)
-    print_usage(number)
+    print(f"Ports {busy[0].number} to {busy[-1].number} go to core {core}.")
+    host.balancer_weights = (None, 1000000, None, 1000000, None, None, None, None)
+    for port in busy:
+        port.migrate(core, core, 0)
+    moves_in_a_minute(switch)
+    print_usage(switch)
+    host.reset_balancer_weights()
+    print(f"Back to the default weights (cross_numa_migration {host.balancer_weights.cross_numa_migration}):")
+    moves_in_a_minute(switch)
+    print_usage(switch)
 
 
-def failure():
+def failure(host: ryn.Host) -> None:
     headline("A failure")
     print("ryn-sim fault add Ryn_Get_Port_Stats_Slowpath --status 0xbad0001 --times 1")
     ryn_sim("fault", "add", "Ryn_Get_Port_Stats_Slowpath", "--status", "0xbad0001", "--times", "1")
-    print(">>> _libryn.GetPortStats(0, 2)      # its message goes to standard error:")
-    sys.stdout.flush()
-    result = _libryn.GetPortStats(0, 2)
-    print(f"{result!r}")
+    print('>>> host.port("dvs-1/2").counters()')
+    try:
+        host.port("dvs-1/2").counters()
+    except ryn.PlatformError as error:
+        print(f"ryn.{type(error).__name__}: {error}")
     print("ryn-sim log")
     (line,) = json.loads(ryn_sim("log", "-n", "1", "--json"))
     print(f"    {line['operation']}({line['arguments']}): {line['what']}")
     ryn_sim("fault", "clear")
 
 
-def main():
+def main() -> int:
     parser = argparse.ArgumentParser(description="A tour of a simulated host.")
     parser.add_argument("--still", action="store_true", help="step the clock instead of waiting for it")
     still = parser.parse_args().still
@@ -207,14 +162,15 @@ def main():
         return 1
     print("This host is simulated: what follows is computed from a description, not measured on hardware.")
     try:
+        host = ryn.Host()
         if still:
             stand_still()
-        inventory()
-        rates(still)
-        busiest_flows()
-        balancer()
-        failure()
-    except (Stopped, OSError, subprocess.CalledProcessError) as error:
+        inventory(host)
+        rates(host, still)
+        busiest_flows(host)
+        balancer(host)
+        failure(host)
+    except (ryn.Error, OSError, subprocess.CalledProcessError) as error:
         print(f"the tour ends here: {error}", file=sys.stderr)
         return 1
     return 0

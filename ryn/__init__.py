@@ -16,13 +16,13 @@ from typing import TYPE_CHECKING, Any
 
 try:
     import ryn._records  # noqa: F401
-except ModuleNotFoundError as error:
+except ModuleNotFoundError as _error:
     import sys
 
     raise ImportError(
         f"ryn in {__path__[0]} is not built for this interpreter, {sys.executable}; where it was built, the build"
         " folder belongs on the path (PYTHONPATH=build:build/libryn), and not the sources' folder before it"
-    ) from error
+    ) from _error
 
 from ryn._records import (
     BalancerCore,

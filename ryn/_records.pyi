@@ -1,7 +1,9 @@
 """Records, tables and flows: native types that need no platform library. All are exported by `ryn`."""
 
 from ipaddress import IPv4Address, IPv6Address
-from typing import Any, Iterator, List, Optional, Sequence, Tuple, Union, final, overload
+from typing import Any, Final, Iterator, List, Optional, Sequence, Tuple, Union, final, overload
+
+from _typeshed import structseq
 
 from ryn.names import Actions
 
@@ -12,6 +14,7 @@ class MacAddress:
     def __init__(self, address: Union[str, bytes, MacAddress], /) -> None: ...
     @property
     def packed(self) -> bytes: ...
+    def __bytes__(self) -> bytes: ...
     @property
     def is_multicast(self) -> bool: ...
     @property
@@ -24,11 +27,28 @@ class MacAddress:
     def __hash__(self) -> int: ...
 
 @final
-class Counters(Tuple[int, ...]):
+class Counters(structseq[int], Tuple[int, ...]):
     """The counters of one path of a port, or of both, unsigned 64 bits."""
 
     _fields: Tuple[str, ...]
-    def __new__(cls, values: Sequence[int], /) -> Counters: ...
+    __match_args__: Final = (
+        "tx_packets",
+        "tx_bytes",
+        "tx_multicast_packets",
+        "tx_multicast_bytes",
+        "tx_broadcast_packets",
+        "tx_broadcast_bytes",
+        "tx_drops",
+        "tx_errors",
+        "rx_packets",
+        "rx_bytes",
+        "rx_multicast_packets",
+        "rx_multicast_bytes",
+        "rx_broadcast_packets",
+        "rx_broadcast_bytes",
+        "rx_drops",
+        "rx_errors",
+    )
     @property
     def tx_packets(self) -> int: ...
     @property
@@ -63,11 +83,28 @@ class Counters(Tuple[int, ...]):
     def rx_errors(self) -> int: ...
 
 @final
-class Rates(Tuple[float, ...]):
+class Rates(structseq[float], Tuple[float, ...]):
     """Counters of both paths of a port, a second."""
 
     _fields: Tuple[str, ...]
-    def __new__(cls, values: Sequence[float], /) -> Rates: ...
+    __match_args__: Final = (
+        "tx_packets",
+        "tx_bytes",
+        "tx_multicast_packets",
+        "tx_multicast_bytes",
+        "tx_broadcast_packets",
+        "tx_broadcast_bytes",
+        "tx_drops",
+        "tx_errors",
+        "rx_packets",
+        "rx_bytes",
+        "rx_multicast_packets",
+        "rx_multicast_bytes",
+        "rx_broadcast_packets",
+        "rx_broadcast_bytes",
+        "rx_drops",
+        "rx_errors",
+    )
     @property
     def tx_packets(self) -> float: ...
     @property
@@ -102,11 +139,36 @@ class Rates(Tuple[float, ...]):
     def rx_errors(self) -> float: ...
 
 @final
-class UplinkCounters(Tuple[int, ...]):
+class UplinkCounters(structseq[int], Tuple[int, ...]):
     """The counters of an uplink's device or of one of its queues, unsigned 64 bits."""
 
     _fields: Tuple[str, ...]
-    def __new__(cls, values: Sequence[int], /) -> UplinkCounters: ...
+    __match_args__: Final = (
+        "rx_packets",
+        "tx_packets",
+        "rx_bytes",
+        "tx_bytes",
+        "rx_errors",
+        "tx_errors",
+        "rx_drops",
+        "tx_drops",
+        "rx_multicast_packets",
+        "rx_broadcast_packets",
+        "tx_multicast_packets",
+        "tx_broadcast_packets",
+        "collisions",
+        "rx_length_errors",
+        "rx_overflow_errors",
+        "rx_crc_errors",
+        "rx_frame_align_errors",
+        "rx_fifo_errors",
+        "rx_miss_errors",
+        "tx_aborted_errors",
+        "tx_carrier_errors",
+        "tx_fifo_errors",
+        "tx_heartbeat_errors",
+        "tx_window_errors",
+    )
     @property
     def rx_packets(self) -> int: ...
     @property
@@ -157,11 +219,11 @@ class UplinkCounters(Tuple[int, ...]):
     def tx_window_errors(self) -> int: ...
 
 @final
-class SwitchRecord(Tuple[Any, ...]):
+class SwitchRecord(structseq[Any], Tuple[Any, ...]):
     """A switch as the datapath lists it."""
 
     _fields: Tuple[str, ...]
-    def __new__(cls, values: Sequence[Any], /) -> SwitchRecord: ...
+    __match_args__: Final = ("name", "number", "max_ports", "active_ports", "ports", "mtu", "core_count", "cores")
     @property
     def name(self) -> str: ...
     @property
@@ -180,11 +242,11 @@ class SwitchRecord(Tuple[Any, ...]):
     def cores(self) -> Tuple[int, ...]: ...
 
 @final
-class MacEntry(Tuple[Any, ...]):
+class MacEntry(structseq[Any], Tuple[Any, ...]):
     """A row of a table of MAC addresses; `generation` grows with the row's age (assumed)."""
 
     _fields: Tuple[str, ...]
-    def __new__(cls, values: Sequence[Any], /) -> MacEntry: ...
+    __match_args__: Final = ("mac", "vlan", "port", "generation")
     @property
     def mac(self) -> MacAddress: ...
     @property
@@ -195,33 +257,44 @@ class MacEntry(Tuple[Any, ...]):
     def generation(self) -> int: ...
 
 @final
-class Device(Tuple[Any, ...]):
+class Device(structseq[Any], Tuple[Any, ...]):
     """A network device of the host."""
 
     _fields: Tuple[str, ...]
-    def __new__(cls, values: Sequence[Any], /) -> Device: ...
+    __match_args__: Final = ("name", "affinity")
     @property
     def name(self) -> str: ...
     @property
     def affinity(self) -> int: ...
 
 @final
-class Teaming(Tuple[Any, ...]):
+class Teaming(structseq[Any], Tuple[Any, ...]):
     """How a port picks the uplink for what it sends."""
 
     _fields: Tuple[str, ...]
-    def __new__(cls, values: Sequence[Any], /) -> Teaming: ...
+    __match_args__: Final = ("type", "uplinks")
     @property
     def type(self) -> str: ...
     @property
     def uplinks(self) -> Tuple[int, ...]: ...
 
 @final
-class PortConfig(Tuple[Any, ...]):
+class PortConfig(structseq[Any], Tuple[Any, ...]):
     """The configuration of a port."""
 
     _fields: Tuple[str, ...]
-    def __new__(cls, values: Sequence[Any], /) -> PortConfig: ...
+    __match_args__: Final = (
+        "dvport",
+        "flags",
+        "ladrf",
+        "mac",
+        "untagged_vlan",
+        "forged_allowed",
+        "vni",
+        "sample_rate",
+        "multicast",
+        "vlan_ranges",
+    )
     @property
     def dvport(self) -> int: ...
     @property
@@ -244,11 +317,24 @@ class PortConfig(Tuple[Any, ...]):
     def vlan_ranges(self) -> Tuple[Tuple[int, int], ...]: ...
 
 @final
-class Mirror(Tuple[Any, ...]):
+class Mirror(structseq[Any], Tuple[Any, ...]):
     """A mirror session: what is copied from the source ports and VLANs to the destination ports."""
 
     _fields: Tuple[str, ...]
-    def __new__(cls, values: Sequence[Any], /) -> Mirror: ...
+    __match_args__: Final = (
+        "index",
+        "encap_vlan",
+        "snap_len",
+        "sampling_rate",
+        "no_input",
+        "no_output",
+        "vlan_encap",
+        "orig_vlan",
+        "source_in",
+        "source_out",
+        "destinations",
+        "vlans",
+    )
     @property
     def index(self) -> int: ...  # type: ignore[override]
     @property
@@ -275,11 +361,11 @@ class Mirror(Tuple[Any, ...]):
     def vlans(self) -> Tuple[int, ...]: ...
 
 @final
-class NetQQueue(Tuple[int, ...]):
+class NetQQueue(structseq[int], Tuple[int, ...]):
     """A queue of the hardware that serves a filter."""
 
     _fields: Tuple[str, ...]
-    def __new__(cls, values: Sequence[int], /) -> NetQQueue: ...
+    __match_args__: Final = ("port", "queue", "flow")
     @property
     def port(self) -> int: ...
     @property
@@ -288,11 +374,11 @@ class NetQQueue(Tuple[int, ...]):
     def flow(self) -> int: ...
 
 @final
-class NetQFilter(Tuple[Any, ...]):
+class NetQFilter(structseq[Any], Tuple[Any, ...]):
     """A receive filter in the hardware; `text` is how `_libryn` words it."""
 
     _fields: Tuple[str, ...]
-    def __new__(cls, values: Sequence[Any], /) -> NetQFilter: ...
+    __match_args__: Final = ("kind", "text", "queues")
     @property
     def kind(self) -> int: ...
     @property
@@ -301,11 +387,11 @@ class NetQFilter(Tuple[Any, ...]):
     def queues(self) -> Tuple[NetQQueue, ...]: ...
 
 @final
-class NetQ(Tuple[Any, ...]):
+class NetQ(structseq[Any], Tuple[Any, ...]):
     """The receive filters of a port."""
 
     _fields: Tuple[str, ...]
-    def __new__(cls, values: Sequence[Any], /) -> NetQ: ...
+    __match_args__: Final = ("switch", "port", "is_uplink", "filters")
     @property
     def switch(self) -> int: ...
     @property
@@ -316,11 +402,11 @@ class NetQ(Tuple[Any, ...]):
     def filters(self) -> Tuple[NetQFilter, ...]: ...
 
 @final
-class FlowStats(Tuple[int, ...]):
+class FlowStats(structseq[int], Tuple[int, ...]):
     """What the flow cache of a core has counted."""
 
     _fields: Tuple[str, ...]
-    def __new__(cls, values: Sequence[int], /) -> FlowStats: ...
+    __match_args__: Final = ("core", "flows", "hits", "misses", "fpo_hits", "local_hits", "insert_failures")
     @property
     def core(self) -> int: ...
     @property
@@ -337,11 +423,19 @@ class FlowStats(Tuple[int, ...]):
     def insert_failures(self) -> int: ...
 
 @final
-class FpoStats(Tuple[int, ...]):
+class FpoStats(structseq[int], Tuple[int, ...]):
     """What devices have taken over of a core's flows."""
 
     _fields: Tuple[str, ...]
-    def __new__(cls, values: Sequence[int], /) -> FpoStats: ...
+    __match_args__: Final = (
+        "core",
+        "hits",
+        "mark_mismatches",
+        "pnic_mismatches",
+        "delayed_matches",
+        "ephemeral_flows",
+        "transient_flows",
+    )
     @property
     def core(self) -> int: ...
     @property
@@ -358,11 +452,21 @@ class FpoStats(Tuple[int, ...]):
     def transient_flows(self) -> int: ...
 
 @final
-class Offload(Tuple[Any, ...]):
+class Offload(structseq[Any], Tuple[Any, ...]):
     """What an uplink's device can take over of flow processing."""
 
     _fields: Tuple[str, ...]
-    def __new__(cls, values: Sequence[Any], /) -> Offload: ...
+    __match_args__: Final = (
+        "level",
+        "groups",
+        "priorities",
+        "mark_bits",
+        "flows",
+        "counters",
+        "key_bits",
+        "dec_ttl",
+        "actions",
+    )
     @property
     def level(self) -> str: ...
     @property
@@ -383,11 +487,20 @@ class Offload(Tuple[Any, ...]):
     def actions(self) -> int: ...
 
 @final
-class Weights(Tuple[int, ...]):
+class Weights(structseq[int], Tuple[int, ...]):
     """What the balancer judges a move by."""
 
     _fields: Tuple[str, ...]
-    def __new__(cls, values: Sequence[int], /) -> Weights: ...
+    __match_args__: Final = (
+        "cross_numa_communication",
+        "cross_numa_migration",
+        "cross_lcore_communication",
+        "cross_lcore_migration",
+        "vm_affinity",
+        "device_affinity",
+        "stability_decay",
+        "port_count",
+    )
     @property
     def cross_numa_communication(self) -> int: ...
     @property
@@ -406,11 +519,11 @@ class Weights(Tuple[int, ...]):
     def port_count(self) -> int: ...
 
 @final
-class BalancerGroup(Tuple[Any, ...]):
+class BalancerGroup(structseq[Any], Tuple[Any, ...]):
     """A group of ports in the balancer's topology."""
 
     _fields: Tuple[str, ...]
-    def __new__(cls, values: Sequence[Any], /) -> BalancerGroup: ...
+    __match_args__: Final = ("load", "tx_ports", "rx_ports")
     @property
     def load(self) -> int: ...
     @property
@@ -419,11 +532,11 @@ class BalancerGroup(Tuple[Any, ...]):
     def rx_ports(self) -> Tuple[int, ...]: ...
 
 @final
-class BalancerEdge(Tuple[int, ...]):
+class BalancerEdge(structseq[int], Tuple[int, ...]):
     """An edge to or from a vertex of the balancer's topology."""
 
     _fields: Tuple[str, ...]
-    def __new__(cls, values: Sequence[int], /) -> BalancerEdge: ...
+    __match_args__: Final = ("peer", "load", "ema")
     @property
     def peer(self) -> int: ...
     @property
@@ -432,11 +545,11 @@ class BalancerEdge(Tuple[int, ...]):
     def ema(self) -> int: ...
 
 @final
-class BalancerVertex(Tuple[Any, ...]):
+class BalancerVertex(structseq[Any], Tuple[Any, ...]):
     """A vertex of the balancer's topology."""
 
     _fields: Tuple[str, ...]
-    def __new__(cls, values: Sequence[Any], /) -> BalancerVertex: ...
+    __match_args__: Final = ("number", "wid", "flags", "outgoing", "incoming")
     @property
     def number(self) -> int: ...
     @property
@@ -449,11 +562,23 @@ class BalancerVertex(Tuple[Any, ...]):
     def incoming(self) -> Tuple[BalancerEdge, ...]: ...
 
 @final
-class BalancerPort(Tuple[int, ...]):
+class BalancerPort(structseq[int], Tuple[int, ...]):
     """The balancer's last figures of a port: usage in percent, load in units of 100,000."""
 
     _fields: Tuple[str, ...]
-    def __new__(cls, values: Sequence[int], /) -> BalancerPort: ...
+    __match_args__: Final = (
+        "port",
+        "number0",
+        "number4",
+        "core_a",
+        "core_b",
+        "usage0",
+        "usage1",
+        "usage2",
+        "usage3",
+        "load_a",
+        "load_b",
+    )
     @property
     def port(self) -> int: ...
     @property
@@ -478,11 +603,11 @@ class BalancerPort(Tuple[int, ...]):
     def load_b(self) -> int: ...
 
 @final
-class BalancerCore(Tuple[int, ...]):
+class BalancerCore(structseq[int], Tuple[int, ...]):
     """The balancer's last figures of a core: usage in percent, load in units of 100,000."""
 
     _fields: Tuple[str, ...]
-    def __new__(cls, values: Sequence[int], /) -> BalancerCore: ...
+    __match_args__: Final = ("core", "usage", "load")
     @property
     def core(self) -> int: ...
     @property
@@ -491,11 +616,11 @@ class BalancerCore(Tuple[int, ...]):
     def load(self) -> int: ...
 
 @final
-class DvsRecord(Tuple[Any, ...]):
+class DvsRecord(structseq[Any], Tuple[Any, ...]):
     """A switch as the configuration has it."""
 
     _fields: Tuple[str, ...]
-    def __new__(cls, values: Sequence[Any], /) -> DvsRecord: ...
+    __match_args__: Final = ("id", "alias", "portset", "class_name")
     @property
     def id(self) -> str: ...
     @property
@@ -634,8 +759,8 @@ _Bytes = bytes  # Flow has a field of that name.
 class FlowFilter:
     """What a flow has to match; None matches all. Networks are (packed address, bits of the prefix)."""
 
-    def __init__(
-        self,
+    def __new__(
+        cls,
         *,
         src: Optional[Tuple[_Bytes, int]] = None,
         dst: Optional[Tuple[_Bytes, int]] = None,
@@ -646,5 +771,5 @@ class FlowFilter:
         actions: int = 0,
         mac_a: Optional[_Bytes] = None,
         mac_b: Optional[_Bytes] = None,
-    ) -> None: ...
+    ) -> FlowFilter: ...
     def matches(self, flow: Flow, /) -> bool: ...

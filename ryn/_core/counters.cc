@@ -259,6 +259,7 @@ PyTypeObject MakeCounterTableType() {
   type.tp_hash = PyObject_HashNotImplemented;
   type.tp_richcompare = CompareTables;
   type.tp_as_sequence = &table_sequence;
+  type.tp_iter = PySeqIter_New;
   type.tp_methods = table_methods;
   return type;
 }

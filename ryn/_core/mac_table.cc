@@ -276,6 +276,7 @@ PyTypeObject MakeType() {
   type.tp_hash = PyObject_HashNotImplemented;
   type.tp_richcompare = Compare;
   type.tp_as_sequence = &sequence;
+  type.tp_iter = PySeqIter_New;
   type.tp_as_mapping = &mapping;
   type.tp_as_buffer = &buffer;
   type.tp_getset = properties;

@@ -407,59 +407,23 @@ print(json.dumps([len(switches), sum(map(len, ports.values())), None in flows + 
 # The examples ---------------------------------------------------------------------------------------------------------
 
 
-def example(sim, name: str, *arguments):
-    return sim.process("run", "--", "/usr/bin/python3", str(ROOT / "examples" / name), *arguments)
-
-
-def test_the_inventory_is_a_table_or_a_document(host):
-    text = example(host, "inventory.py").stdout
-    document = json.loads(example(host, "inventory.py", "--json").stdout)
-    assert [len(switch["ports"]) for switch in document] == [23, 12]
-    assert all(port["hwAddr"] in text for switch in document for port in switch["ports"])
-    assert "cores 0-3,8-11" in text
-
-
-@pytest.mark.parametrize("profile", ["default", "asymmetric", "large"])
-def test_the_inventory_fits_100_columns(live, profile):
-    live("init", profile)
-    lines = example(live, "inventory.py").stdout.splitlines()
-    assert 100 >= max(map(len, lines)) > 80
-
-
-def test_the_inventory_passes_a_failure_on(host):
-    host("fault", "add", "Ryn_Get_Port_List", "--status", "1", "--where", "sw=1")
-    done = example(host, "inventory.py")
-    assert (done.returncode, done.stdout, done.stderr) == (1, "", "Failed to retrieve list of ports.\n")
-
-
-def test_the_inventory_of_an_empty_host(live):
-    live("init", "empty")
-    assert example(live, "inventory.py").stdout == "no switches\n"
-    assert json.loads(example(live, "inventory.py", "--json").stdout) == []
-
-
-def test_a_whole_flow_table_is_paged_through(host):
-    (counted,) = on_host(host, "print(json.dumps(ryn.GetFlowStats(0, (1,), 0)))")
-    lines = example(host, "flows.py", "0", "1", "--json").stdout.splitlines()
-    flows = [json.loads(line) for line in lines]
-    assert len(flows) == counted["numFlows"] > 100 and set(flows[0]) == {"key", "actions", "stats"}
-    text = example(host, "flows.py", "0", "1", "--start", "50", "--limit", "40").stdout.splitlines()
-    assert len(text) == 120 and text[0] == flows[50]["key"].rstrip()
-
-
-def test_a_flow_table_that_cannot_be_read_is_a_failure(host):
-    done = example(host, "flows.py", "0", "32")
-    assert (done.returncode, done.stdout, done.stderr) == (1, "", "TypeError: Invalid parameter passed.\n")
-
-
 def test_the_tour_goes_its_way(live):
     live("init")
     done = live.process("run", "--", "/usr/bin/python3", str(ROOT / "examples" / "tour.py"), RYN_SIM="")
     assert done.returncode == 1
     done = live.process("run", "--", "/usr/bin/python3", str(ROOT / "examples" / "tour.py"))
-    assert (done.returncode, done.stderr) == (0, "Failed to retrieve slowpath port stats.\n")
+    assert (done.returncode, done.stderr) == (0, "")
     assert max(map(len, done.stdout.splitlines())) <= 100
-    for heading in ("simulated", "Inventory", "Rates", "busiest flows", "load balancer", "A failure", "0x0BAD0001"):
+    for heading in (
+        "simulated",
+        "Inventory",
+        "Rates",
+        "busiest flows",
+        "load balancer",
+        "A failure",
+        "0x0BAD0001",
+        "ryn.PlatformError: ",
+    ):
         assert heading in done.stdout
     assert "no port is moved" in done.stdout and "cores [0] -> [" in done.stdout
 

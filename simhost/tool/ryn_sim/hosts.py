@@ -245,9 +245,9 @@ def run_command(options) -> None:
         raise paths.missing(options.path)
     environment = dict(os.environ, RYN_SIM_STATE=options.path)
     _prepend(environment, "LD_LIBRARY_PATH", paths.libraries())
-    module = paths.module_folder()
-    if module:
-        _prepend(environment, "PYTHONPATH", module)
+    for folder in (paths.module_folder(), paths.package_folder()):
+        if folder:
+            _prepend(environment, "PYTHONPATH", folder)
     sys.stdout.flush()
     try:
         os.execvpe(command[0], command, environment)

@@ -47,6 +47,12 @@ def module_folder() -> str | None:
     return folder if glob.glob(os.path.join(folder, "_libryn*.so")) else None
 
 
+def package_folder() -> str | None:
+    """The folder that holds the package ryn as it was built with the stand-ins; None where it is installed as usual."""
+    folder = os.path.dirname(libraries())
+    return folder if os.path.exists(os.path.join(folder, "ryn", "__init__.py")) else None
+
+
 def state_folder() -> str:
     """Where hosts are kept by name, as the stand-ins find it."""
     base = os.environ.get("XDG_STATE_HOME", "")
