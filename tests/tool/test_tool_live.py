@@ -439,7 +439,7 @@ def test_the_documents_show_the_tour_as_it_is(live):
         assert path.read_text() == text, f"{path}: ./dev demo --docs renews it"
         if path.suffix == ".md":
             lines = [line for line in text.splitlines() if not line.startswith("|")]  # but tables
-                assert max(map(len, lines)) <= 120
+            assert max(map(len, lines)) <= 120
 
 
 def test_the_tour_stays_off_a_host_that_is_real():
