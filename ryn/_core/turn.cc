@@ -157,7 +157,7 @@ bool Line::Enter(const Operation& operation) {
   turn.taken = true;
   turn.operation = &operation;
   turn.job = job_;
-  turn.since = job_ ? job_->since : RoughlyNow();
+  turn.since = RoughlyNow();
   Unlock();
   return true;
 }
@@ -170,7 +170,6 @@ void Line::Leave() {
   turn.job = nullptr;
   if (job_) {
     job_->operation = nullptr;
-    job_->since = Now();
   }
   Tell();
 }
@@ -239,7 +238,6 @@ bool StartWorker(Job* job) {
 
 bool HandOver(Job* job) {
   Lock();
-  job->since = Now();
   Worker* const worker = turn.idle;
   if (worker) {
     turn.idle = worker->next;
@@ -261,11 +259,10 @@ void GiveUp(Job* job) {
 // With the mutex held: the job's operation has not returned in time, or another one keeps it waiting.
 void CopyTimeout(Job* job, double timeout, Failure* failure) {
   if (turn.taken && turn.job != job)
-    return CopyOut(failure, job->operation ? job->operation->name : "the operation");
+    return CopyOut(failure, job->operation->name);
   failure->kind = Failure::Kind::kOut;
   failure->seconds = timeout;
-  if (job->operation)
-    failure->out.CopyFrom(*job->operation);
+  failure->out.CopyFrom(*job->operation);
 }
 
 }  // namespace
@@ -282,7 +279,8 @@ void WaitFor(Job* job, double timeout, Failure* failure) {
   Lock();
   while (!job->done) {
     const timespec now = Now();
-    const double left = timeout - Between(job->since, now);
+    // The limit is the operation's: a worker that a busy machine has not let come to it is waited for.
+    const double left = job->operation ? timeout - Between(job->since, now) : kSignalInterval;
     if (left <= 0) {
       CopyTimeout(job, timeout, failure);
       GiveUp(job);

@@ -57,7 +57,7 @@ struct Job {
   bool done = false;
   bool given_up = false;                 // the worker is to make no further operation
   const Operation* operation = nullptr;  // that it makes or waits for
-  timespec since = {};                   // when the job, or its last operation, began
+  timespec since = {};                   // when it began to
   Job* next = nullptr;                   // of the jobs that wait for a worker
 };
 

@@ -57,7 +57,10 @@ extern "C" {
 uint32_t DVSState_ConfigReset() {
   if (TheDouble().log_hooks)
     CallLogHooks();
-  return THIS_CALL.Status();
+  const std::uint32_t status = THIS_CALL.Status();
+  if (status == 0)
+    UnloadSwitches();
+  return status;
 }
 
 uint32_t DVSQOB_StateGet(void** state, uint32_t* length) {
@@ -68,7 +71,10 @@ uint32_t DVSQOB_StateGet(void** state, uint32_t* length) {
 }
 
 uint32_t DVSState_ConfigDeserialize(const void* state, uint32_t length) {
-  return THIS_CALL.Bytes("state", state, state ? length : 0).Number("length", length).Status();
+  const std::uint32_t status = THIS_CALL.Bytes("state", state, state ? length : 0).Number("length", length).Status();
+  if (status == 0)
+    LoadSwitches();
+  return status;
 }
 
 DVSSwitch* DVSState_SwitchFindByAlias(const char* alias) {

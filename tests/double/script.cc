@@ -106,6 +106,32 @@ Double& TheDouble() {
   return *the_double;
 }
 
+namespace {
+
+std::deque<Property> Copy(const std::deque<Property>& properties) {
+  std::deque<Property> copies;
+  for (const Property& property : properties)
+    copies.push_back({property.name, AtPageEnd(property.value.get(), property.size), property.size});
+  return copies;
+}
+
+}  // namespace
+
+void UnloadSwitches() {
+  auto& d = TheDouble();
+  for (const Switch& dvs : d.switches)
+    d.unloaded.push_back({dvs.alias, dvs.class_name, dvs.identifier,
+                          AtPageEnd(dvs.identifier.data(), dvs.identifier.size()), Copy(dvs.host), Copy(dvs.global)});
+  d.switches.clear();
+}
+
+void LoadSwitches() {
+  auto& d = TheDouble();
+  if (!d.unloaded.empty())
+    d.switches = std::move(d.unloaded);
+  d.unloaded.clear();
+}
+
 void Call::RecordOperation(const char* operation) {
   auto& calls = TheDouble().calls;
   calls += R"({"op": ")";
@@ -273,14 +299,15 @@ const char* double_calls() { return TheDouble().calls.c_str(); }
 void double_forget_calls() { TheDouble().calls.clear(); }
 
 int double_add_switch(const char* alias, const char* class_name, const void* id, size_t id_size) {
+  LoadSwitches();
   auto& switches = TheDouble().switches;
   auto& added = switches.emplace_back();
   added.alias = alias;
   added.class_name = class_name;
   constexpr std::size_t kReadable = 64;
-  std::string identifier(static_cast<const char*>(id), id_size);
-  identifier.resize(std::max(id_size, kReadable));
-  added.id = AtPageEnd(identifier.data(), identifier.size());
+  added.identifier.assign(static_cast<const char*>(id), id_size);
+  added.identifier.resize(std::max(id_size, kReadable));
+  added.id = AtPageEnd(added.identifier.data(), added.identifier.size());
   return static_cast<int>(switches.size() - 1);
 }
 

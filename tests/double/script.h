@@ -42,17 +42,22 @@ struct Property {
 };
 
 struct Switch {
-  std::string alias, class_name;
-  PageEnd id;
+  std::string alias, class_name, identifier;
+  PageEnd id;                         // the identifier's bytes
   std::deque<Property> host, global;  // a deque: handles stay valid
 };
 
 struct Double {
   std::map<std::string, Script> scripts;  // none is ever removed
-  std::deque<Switch> switches;
+  std::deque<Switch> switches, unloaded;
   std::string calls;
   bool recording = true, visit_all = false, find_port = false, log_hooks = false;
   std::uint64_t blocks_out = 0, blocks_freed = 0;
 };
 
 Double& TheDouble();
+
+// Between a reset of the configuration and the next load there are no switches, and those that are there then stand in
+// other memory: a handle that was kept is good for nothing.
+void UnloadSwitches();
+void LoadSwitches();

@@ -18,7 +18,9 @@ def records() -> int:
     """Records, tables and flows are made, shown, compared, copied and pickled."""
     import ryn
 
-    flow = ryn.Flow(0, 1, bytes([10, 0, 0, 1]), bytes([10, 0, 0, 2]), 80, 81, 6, 5, 1, 2, 32, False, bytes(6), bytes(6), 1, 2)
+    flow = ryn.Flow(
+        0, 1, bytes([10, 0, 0, 1]), bytes([10, 0, 0, 2]), 80, 81, 6, 5, 1, 2, 32, False, bytes(6), bytes(6), 1, 2
+    )
     values = [
         ryn.Counters(range(16)),
         ryn.Weights(range(8)),
