@@ -41,8 +41,7 @@ CREATE TABLE host (
 
 -- One row, the only source of time. Host time is base_host_ns while frozen, else base_host_ns + (wall time -
 -- base_wall_ns) * speed_permille / 1000. It never goes back: whoever writes this row writes a host time at or after
--- the present one (freezing a clock that runs, 10 ms of wall time after it, so that no reader has already seen a
--- later time).
+-- the present one.
 CREATE TABLE clock (
     id                   INTEGER PRIMARY KEY CHECK (id = 1),
     -- host time to begin with

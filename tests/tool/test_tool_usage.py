@@ -12,7 +12,10 @@ import pytest
 from ryn_sim.generate import DOCUMENTED
 from simtool import PROFILES, ROOT, TOOL
 
-COMMANDS = ["init", "info", "show", "set", "export", "reset", "rm", "run", "clock", "fault", "event", "log"]
+COMMANDS = [
+    *("init", "info", "show", "ls", "get", "set", "export", "save", "restore", "clone", "reset", "rm", "run", "clock"),
+    *("fault", "event", "log", "completion"),
+]
 
 
 @pytest.mark.parametrize("command", COMMANDS)
@@ -26,7 +29,6 @@ def test_every_command_has_help_that_fits(sim, command):
 @pytest.mark.parametrize(
     "arguments",
     [
-        [],
         ["dance"],
         ["init", "default", "again"],
         ["init", "--seed", "x"],
@@ -207,7 +209,7 @@ def test_run_finds_stand_ins_and_module_from_a_build(sim):
     libraries = environment["LD_LIBRARY_PATH"].split(":")
     assert os.path.exists(os.path.join(libraries[0], "libryn.so")) and libraries[1] == "/before"
     folders = environment["PYTHONPATH"].split(":")
-    assert any(name.startswith("_libryn") for name in os.listdir(folders[0])) and folders[1] == "/python"
+    assert any(name.startswith("_libryn") for name in os.listdir(folders[0])) and folders[-1] == "/python"
     assert environment["RYN_SIM_STATE"] == str(sim.path())
 
 
@@ -221,7 +223,7 @@ def test_run_passes_on_arguments_and_exit_code(sim):
 
 def test_run_says_what_it_cannot_run(sim):
     sim("init")
-    assert "no-such-command" in sim.fails(1, "run", "--", "no-such-command")
+    assert sim.fails(127, "run", "--", "no-such-command") == "ryn-sim: no-such-command: there is no such command\n"
     assert 'no simulated host "typo"' in sim.fails(1, "run", "--host", "typo", "--", "true")
 
 
@@ -287,11 +289,11 @@ def test_json_is_json_everywhere(sim):
         assert json.loads(sim("show", what, "--json")) or what == "moves", what
 
 
-def test_tables_fit_100_columns(sim):
+def test_tables_fit_80_columns(sim):
     sim("init")
     for arguments in (["show", "all"], ["show"], ["info"], ["init", "--list"]):
         text = sim(*arguments)
-        assert max(map(len, text.splitlines())) <= (100 if arguments[0] == "show" else 200), arguments
+        assert max(map(len, text.splitlines())) <= (80 if arguments[0] == "show" else 200), arguments
 
 
 def test_show_takes_a_switch_by_alias_or_number(sim):
@@ -326,9 +328,7 @@ def test_the_documentation_names_every_key_and_command(sim):
 def test_the_page_on_the_model_says_what_each_setting_does():
     text = (ROOT / "docs" / "simulated-host.md").read_text()
     table = text.partition("## What settings do\n")[2].partition("\n## ")[0]
-    methods = set(
-        re.findall(r"^def (\w+)", (ROOT / "libryn" / "stubs" / "_libryn-stubs" / "__init__.pyi").read_text(), re.M)
-    )
+    methods = set(re.findall(r"^def (\w+)", (ROOT / "libryn" / "stubs" / "_libryn.pyi").read_text(), re.M))
     verbs = ("Set", "Enable", "Clear", "Reset", "Migrate", "Unpin", "Init")
     changing = {name for name in methods if name.startswith(verbs)}
     # What clears and resets without a word about it there: MAC tables and weights

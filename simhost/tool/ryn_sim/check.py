@@ -127,3 +127,12 @@ def read_known(entity: Entity, mapping: dict[str, Any]) -> dict[str, Any]:
     given = read(entity, mapping, (), Problems(Document.of(mapping, entity.name)))
     assert given is not None, entity.name
     return given
+
+
+def read_known_or_raise(entity: Entity, mapping: dict[str, Any], name: str) -> dict[str, Any]:
+    """As read(); BadInput says what is wrong, of a mapping that messages call by a name."""
+    problems = Problems(Document.of(mapping, name))
+    given = read(entity, mapping, (), problems)
+    problems.raise_any()
+    assert given is not None
+    return given

@@ -7,16 +7,33 @@ import difflib
 import os
 import re
 import sys
+from typing import Any, NoReturn
 
 from . import VERSION
 from .errors import BadInput, Failed, nearest
+from .members import EVENT_TARGETS, EVENTS, Event
 
 _EPILOG = """\
 A simulated host stands in for a virtualisation host: scripts written with _libryn run against it
 with "ryn-sim run -- COMMAND". It is one file that all processes share; its clock runs and its
 traffic flows without any process of its own.
 
-exit codes: 0 done, 1 could not be done, 2 wrong usage or input (run: those of COMMAND)
+exit codes: 0 done, 1 could not be done, 2 wrong usage or input (run: those of COMMAND, 127 if
+there is no such command, 126 if it cannot be run)
+"""
+
+_FIRST_STEPS = """\
+ryn-sim makes, shows and changes simulated hosts.
+
+  ryn-sim init                        make the host "default"
+  ryn-sim run -- python3 script.py    run a script on it
+  ryn-sim show                        what there is; show rates: what flows now
+  ryn-sim ls ports.web-0              everything that can be set of a port
+  ryn-sim set ports.web-0.lro=off     change it
+  ryn-sim fault add Ryn_GetLRO        make an operation fail
+  ryn-sim clock step 5s               let five seconds pass
+
+ryn-sim --help lists all commands, ryn-sim COMMAND --help says what one takes.
 """
 
 _SET_HELP = """\
@@ -49,22 +66,25 @@ Makes operations of the platform libraries fail, hesitate or answer wrongly.
   ryn-sim fault list | fault remove 2 | fault clear
 """
 
-_EVENT_HELP = """\
-Lets something happen to the host, at once or --in some time, for good or --for some time.
 
-  uplink-down NIC               its link is down; policies choose among the others
-  uplink-hang NIC               its link is up, but nothing is sent
-  core-stuck CORE               it works on nothing; what reaches it is dropped
-  mac-limit SWITCH              its MAC tables hold at most --value entries (16)
-  counters-near-wrap SWITCH/PORT   the port's counters go to a little below 2^--value (32, 63 or 64)
-  list, end ID
-"""
+def _event_help(event: Event) -> str:
+    about = event.about.replace("`value`", "--value")
+    if event.values:
+        return f"{about} ({', '.join(map(str, event.values))})"
+    return about + (f" ({event.default})" if event.default is not None else "")
+
+
+_EVENT_HELP = (
+    "Lets something happen to the host, at once or --in some time, for good or --for some time.\n\n"
+    + "".join(f"  {f'{event.name} {EVENT_TARGETS[event.target]}':<33}{_event_help(event)}\n" for event in EVENTS)
+    + "  list, end ID\n"
+)
 
 
 class _Parser(argparse.ArgumentParser):
     """Names what comes nearest to a word or an option that it does not know."""
 
-    def error(self, message: str):
+    def error(self, message: str) -> NoReturn:
         wrong = re.fullmatch(r"argument (\S+): invalid choice: '(.*)' \(choose from (.*)\)", message)
         if wrong:
             known = re.findall(r"'([^']*)'", wrong[3])
@@ -101,16 +121,12 @@ def _parser() -> argparse.ArgumentParser:
     parser.add_argument("--version", action="version", version=f"ryn-sim {VERSION}")
     commands = parser.add_subparsers(dest="command", metavar="COMMAND", required=True)
 
-    def command(name: str, summary: str, *further, **options) -> argparse.ArgumentParser:
-        raw = {"formatter_class": argparse.RawDescriptionHelpFormatter} if "description" in options else {}
-        return commands.add_parser(
-            name,
-            help=summary,
-            parents=[which, *further],
-            allow_abbrev=False,
-            **{"description": summary[0].upper() + summary[1:] + ".", **options},
-            **raw,
-        )
+    def command(name: str, summary: str, *further: argparse.ArgumentParser, **options: Any) -> argparse.ArgumentParser:
+        settings: dict[str, Any] = {"description": summary[0].upper() + summary[1:] + ".", **options}
+        if "description" in options:
+            settings["formatter_class"] = argparse.RawDescriptionHelpFormatter
+        parents: Any = [which, *further]
+        return commands.add_parser(name, help=summary, parents=parents, allow_abbrev=False, **settings)
 
     init = command("init", "make a host from a profile or a description", as_json)
     init.add_argument(
@@ -128,15 +144,22 @@ def _parser() -> argparse.ArgumentParser:
 
     command("info", "say what is simulated, from where, and how far", as_json)
 
-    show = command("show", "show the host's inventory and settings", as_json)
+    show = command("show", "show the host's inventory, its settings and what flows now", as_json)
     show.add_argument(
         "what",
         nargs="?",
         default="summary",
         metavar="WHAT",
-        help="summary (default), cores, nics, switches, ports, traffic, mirrors, properties, balancer, moves, all",
+        help="summary (default), cores, links, rates, flows (figures of the moment), nics, switches, ports, traffic,"
+        " mirrors, properties, balancer, moves, all",
     )
     show.add_argument("switch", nargs="?", help="only of this switch (its alias or number)")
+
+    listing = command("ls", "list what is under a path of the description", as_json)
+    listing.add_argument("what", nargs="?", metavar="PATH", help="such as ports, or ports.web-0 (default: the host)")
+
+    getting = command("get", "print the value of a path of the description, as it holds now", as_json)
+    getting.add_argument("what", metavar="PATH", help="such as switches.dvs-1.mtu")
 
     change = command("set", "change settings of the host", as_json, description=_SET_HELP)
     change.add_argument("settings", nargs="+", metavar="PATH=VALUE")
@@ -144,9 +167,20 @@ def _parser() -> argparse.ArgumentParser:
     export = command("export", "write the host's description, in YAML", as_json)
     export.add_argument("file", nargs="?", default="-", help="where to (default: standard output)")
 
-    command("reset", "put the host back to its beginning, as it was made")
+    save = command("save", "write the whole host to a file, what was counted included", as_json)
+    save.add_argument("file", metavar="FILE")
+    save.add_argument("--force", action="store_true", help="replace the file if it is there already")
 
-    remove = command("rm", "remove the host")
+    restore = command("restore", "put a saved host in place of this one", as_json)
+    restore.add_argument("file", metavar="FILE")
+
+    clone = command("clone", "make another host that is the same, what was counted included", as_json)
+    clone.add_argument("name", metavar="NAME", help="the other host's name")
+    clone.add_argument("--force", action="store_true", help="replace the other host if it is there already")
+
+    command("reset", "put the host back to its beginning, as it was made", as_json)
+
+    remove = command("rm", "remove the host", as_json)
     remove.add_argument("--force", action="store_true", help="also if processes have it open, and if it is not there")
 
     command(
@@ -201,7 +235,20 @@ def _parser() -> argparse.ArgumentParser:
     log.add_argument("--operation", metavar="GLOB", help="only of such operations or events")
     log.add_argument("-f", "--follow", action="store_true", help="go on as more comes, until interrupted")
     log.add_argument("--clear", action="store_true", help="empty the log")
+
+    completion = command("completion", "print what makes a shell complete this tool's commands")
+    completion.add_argument("shell", choices=["bash", "zsh", "tcsh"])
     return parser
+
+
+def completion_command(options: argparse.Namespace) -> None:
+    """Prints the shell's completion: in bash, eval "$(ryn-sim completion bash)"."""
+    try:
+        import shtab
+    except ImportError:
+        raise Failed("completion needs shtab (Debian: python3-shtab)") from None
+    parser = _parser()
+    print(shtab.complete(parser, shell=options.shell))
 
 
 def _number(text: str) -> int:
@@ -216,18 +263,17 @@ def _number(text: str) -> int:
 
 # Which module does a command; only that one is loaded.
 _MODULES = {
-    "init": "hosts",
-    "info": "hosts",
-    "export": "hosts",
-    "reset": "hosts",
-    "rm": "hosts",
-    "run": "hosts",
+    **dict.fromkeys(("init", "info", "export", "reset", "rm"), "hosts"),
+    **dict.fromkeys(("save", "restore", "clone"), "copies"),
+    **dict.fromkeys(("ls", "get"), "browse"),
+    "run": "run",
     "show": "show",
     "set": "settings",
     "clock": "clock",
     "fault": "faults",
     "event": "events",
     "log": "log",
+    "completion": "cli",
 }
 
 
@@ -236,6 +282,9 @@ def main(arguments: list[str] | None = None) -> int:
     own, further = arguments, None
     if "--" in arguments:
         own, further = arguments[: arguments.index("--")], arguments[arguments.index("--") + 1 :]
+    if not arguments:
+        print(_FIRST_STEPS, end="")
+        return 0
     parser = _parser()
     options = parser.parse_args(own)
     if options.command != "run" and further:
@@ -260,7 +309,7 @@ def main(arguments: list[str] | None = None) -> int:
         return 2
     except Failed as error:
         print(_prefixed(error), file=sys.stderr)
-        return 1
+        return error.code
     except BrokenPipeError:
         # The reader has gone; what is left in the buffer must not be tried again at exit.
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())

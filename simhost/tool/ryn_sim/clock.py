@@ -2,68 +2,59 @@
 
 from __future__ import annotations
 
-import time
+import argparse
 from fractions import Fraction
+from typing import Any
 
 from . import units
 from .errors import BadInput
-from .store import Store, host_ns
+from .library import Library
+from .store import Store
 from .table import print_json
 
 
-def clock_command(options) -> None:
+def clock_command(options: argparse.Namespace) -> None:
     store = Store(options.path)
     action, amount = options.action, options.amount
     if action in ("speed", "step", "warp") and amount is None:
-        raise BadInput(
-            f"clock {action}: expected {'a number' if action == 'speed' else 'a time'}, such as"
-            f" {'clock speed 60' if action == 'speed' else f'clock {action} 5s'}"
-        )
+        expected = "a number" if action == "speed" else "a time"
+        example = "clock speed 60" if action == "speed" else f"clock {action} 5s"
+        raise BadInput(f"clock {action}: expected {expected}, such as {example}")
     if action in ("show", "run", "freeze") and amount is not None:
         raise BadInput(f'clock {action}: nothing is expected after it, got "{amount}"')
     if action == "speed":
-        _change(store, running=True, speed=_permille(amount))
+        change(store, running=True, speed_permille=permille(amount))
     elif action in ("step", "warp"):
-        ahead = _nanoseconds(action, amount)
-        _change(store, running=False if action == "step" else None, ahead=ahead)
+        change(store, running=False if action == "step" else None, ahead_ns=nanoseconds(action, amount))
     elif action != "show":
-        _change(store, running=action == "run")
-    row = store.row("SELECT * FROM clock")
-    facts = {
-        "time": store.now_ns() / 10**9,
-        "mode": "frozen" if row["mode"] == "freeze" else "running",
-        "speed": row["speed_permille"] / 1000,
-    }
+        change(store, running=action == "run")
+    facts = state(store)
     if options.json:
         print_json(facts)
     else:
         pace = f", at {facts['speed']:g} times the wall's speed" if facts["speed"] != 1 else ""
-        print(f"host time {units.age_text(store.now_ns())} ({facts['time']:.3f} s), {facts['mode']}{pace}")
+        now = f"{units.age_text(round(facts['time'] * 10**9))} ({facts['time']:.3f} s)"
+        print(f"host time {now}, {facts['mode']}{pace}")
 
 
-# A change holds from so much wall time after it was made: till then others may still reckon by what was before.
-_LEAD_NS = 10_000_000
+def state(store: Store) -> dict[str, Any]:
+    """Host time in seconds, whether the clock runs, and how fast."""
+    row = store.row("SELECT * FROM clock")
+    return {
+        "time": store.now_ns() / 10**9,
+        "mode": "frozen" if row["mode"] == "freeze" else "running",
+        "speed": row["speed_permille"] / 1000,
+    }
 
 
-def _change(store: Store, running: bool | None, speed: int | None = None, ahead: int = 0) -> None:
-    """Lets the clock run or stand (None: as it does), at a speed, from a time that is at or after all that was seen."""
-    with store.writing() as db:
-        row = db.execute("SELECT * FROM clock").fetchone()
-        ran = row["mode"] == "run"
-        wall = time.time_ns() + (_LEAD_NS if ran else 0)
-        base = host_ns(row, wall) + ahead
-        if base >= 1 << 62:
-            raise BadInput("clock: that is more than the clock can count (about 146 years)")
-        mode = "run" if (ran if running is None else running) else "freeze"
-        if mode == "freeze":  # at a full millisecond, which is as exact as its time is shown
-            base = -(-base // 10**6) * 10**6
-        db.execute(
-            "UPDATE clock SET mode = ?, base_wall_ns = ?, base_host_ns = ?, speed_permille = ?",
-            (mode, wall, base, speed or row["speed_permille"]),
-        )
+def change(store: Store, running: bool | None, speed_permille: int = 0, ahead_ns: int = 0) -> None:
+    """Lets the clock run or stand (None: as it does), at a speed (0: as it is), so much ahead of now."""
+    if store.now_ns() + ahead_ns >= 1 << 62:
+        raise BadInput("clock: that is more than the clock can count (about 146 years)")
+    Library(store.path).set_clock(running, speed_permille, ahead_ns)
 
 
-def _permille(text: str) -> int:
+def permille(text: str) -> int:
     try:
         exact = Fraction(text) * 1000
     except (ValueError, ZeroDivisionError):
@@ -73,7 +64,7 @@ def _permille(text: str) -> int:
     return int(exact)
 
 
-def _nanoseconds(action: str, text: str) -> int:
+def nanoseconds(action: str, text: str) -> int:
     try:
         ns = units.nanoseconds(text)
     except ValueError:

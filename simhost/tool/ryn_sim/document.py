@@ -4,20 +4,21 @@ from __future__ import annotations
 
 import math
 import re
+from typing import Any, NoReturn, Tuple
 
-import yaml
+import yaml  # type: ignore[import]
 
 from .errors import BadInput
 
-Path = tuple  # of keys and indexes, from the document's root to a value
+Path = Tuple[Any, ...]  # of keys and indexes, from the document's root to a value
 
 _TOO_MANY = 2_000_000
 
 
-class _Loader(getattr(yaml, "CSafeLoader", yaml.SafeLoader)):
+class _Loader(getattr(yaml, "CSafeLoader", yaml.SafeLoader)):  # type: ignore[misc]
     """Scalars as in YAML 1.2, so that 10:20:30:40:50:55 is a text and no number of base 60; yes, no, on, off stay."""
 
-    yaml_implicit_resolvers: dict = {}
+    yaml_implicit_resolvers: dict[str, Any] = {}
 
 
 for _tag, _pattern, _first in (
@@ -54,7 +55,7 @@ class Document:
         self.value = self._build(root, (), ())
 
     @classmethod
-    def of(cls, value, name: str) -> Document:
+    def of(cls, value: Any, name: str) -> Document:
         """A description that was never a text: messages about it name no lines."""
         document = cls.__new__(cls)
         document.name, document.text, document.value, document._lines = name, "", value, {}
@@ -74,7 +75,7 @@ class Document:
             path = path[:-1]
         return self._lines.get(path, 1)
 
-    def _build(self, node: yaml.Node, path: Path, around: tuple):
+    def _build(self, node: yaml.Node, path: Path, around: tuple[int, ...]) -> Any:
         self._lines.setdefault(path, node.start_mark.line + 1)
         self._count += 1
         if id(node) in around or self._count > _TOO_MANY:
@@ -83,7 +84,7 @@ class Document:
         if isinstance(node, yaml.SequenceNode):
             return [self._build(item, (*path, index), inside) for index, item in enumerate(node.value)]
         if isinstance(node, yaml.MappingNode):
-            result: dict = {}
+            result: dict[str, Any] = {}
             for key_node, value_node in node.value:
                 if not isinstance(key_node, yaml.ScalarNode):
                     self._refuse(key_node, "a key must be a plain text")
@@ -110,7 +111,7 @@ class Document:
             return text
         self._refuse(node, f'the tag "{node.tag}" is not understood here')
 
-    def _refuse(self, node: yaml.Node, why: str):
+    def _refuse(self, node: yaml.Node, why: str) -> NoReturn:
         raise BadInput(f"{self.name}:{node.start_mark.line + 1}: {why}")
 
 

@@ -83,7 +83,7 @@ def add_event(
 def _lead_ms(store: Store, frozen: int) -> int:
     """How far ahead something is to happen at the least, since nothing may happen before what others have seen."""
     clock = store.row("SELECT * FROM clock")
-    return frozen if clock["mode"] == "freeze" else max(10, clock["speed_permille"] // 50)
+    return frozen if clock["mode"] == "freeze" else max(10, int(clock["speed_permille"]) // 50)
 
 
 def _target(store: Store, kind: str, text: str) -> str:

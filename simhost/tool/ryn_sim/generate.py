@@ -38,9 +38,8 @@ from ryn_sim.members import (  # noqa: E402
     Member,
     Table,
 )
+from ryn_sim.store import APPLICATION_ID, SCHEMA_VERSION  # noqa: E402
 
-SCHEMA_VERSION = 2
-APPLICATION_ID = 0x52594E53
 WIDTH = 120
 
 # schema.sql -----------------------------------------------------------------------------------------------------------

@@ -1,17 +1,23 @@
-"""Commands on a host as a whole: init, info, export, reset, rm, run."""
+"""Commands on a host as a whole: init, info, export, reset, rm."""
 
 from __future__ import annotations
 
+import argparse
+import json
 import os
 import sys
+from typing import TYPE_CHECKING, Any
 
 from . import names, paths, units
 from .errors import BadInput, Failed, nearest
 from .store import Store
 from .table import Progress, counted, print_json, print_table
 
+if TYPE_CHECKING:
+    from .compile import Rows
 
-def _source(what: str | None) -> tuple[str, str, str]:
+
+def source(what: str | None) -> tuple[str, str, str]:
     """A description's text, its name in messages, and the profile's name that goes into the store."""
     if what == "-":
         return sys.stdin.read(), "standard input", "standard input"
@@ -30,7 +36,7 @@ def _source(what: str | None) -> tuple[str, str, str]:
         raise BadInput(f"{what}: not a text in UTF-8") from None
 
 
-def compiled(text: str, name: str, profile: str, seed: int | None = None):
+def compiled(text: str, name: str, profile: str, seed: int | None = None) -> Rows:
     """The rows of a host that is described by this text."""
     from .compile import compiled as compile_document
     from .document import Document
@@ -42,64 +48,70 @@ def compiled(text: str, name: str, profile: str, seed: int | None = None):
         return compile_document(document, profile, progress)
 
 
-def _inserts(rows: dict, text: str, profile: str, seed: int | None) -> str:
+def _inserts(rows: Rows, text: str, profile: str, seed: int | None) -> str:
     """What fills the store. The description goes along for a reset, unless it is a shipped profile as it is."""
     from .compile import literal, sql
 
     shipped = profile in paths.profiles() and seed is None
     kept = "" if shipped else text
-    seed_text = literal(seed)
-    return sql(rows) + f"\nINSERT INTO origin (id, yaml, seed) VALUES (1, {literal(kept)}, {seed_text});\n"
+    return sql(rows) + f"\nINSERT INTO origin (id, yaml, seed) VALUES (1, {literal(kept)}, {literal(seed)});\n"
 
 
-def init_command(options) -> None:
+def make(path: str, what: str | None, seed: int | None = None, replace: bool = False) -> Rows:
+    """Makes a host from a profile's name, a file, or "-" for standard input."""
+    text, name, profile = source(what)
+    return make_from_text(path, text, name, profile, seed, replace)
+
+
+def make_from_text(
+    path: str, text: str, name: str, profile: str, seed: int | None = None, replace: bool = False
+) -> Rows:
+    """Makes a host from a description in YAML. name: what messages call it; profile: what the host says it is from."""
     from .store import create
 
+    rows = compiled(text, name, profile, seed)
+    create(path, _inserts(rows, text, profile, seed), replace=replace)
+    return rows
+
+
+def list_profiles() -> list[dict[str, str]]:
+    """The shipped profiles, each with a line about it."""
+    found = []
+    for name in paths.profiles():
+        lines = paths.read_data(f"profiles/{name}.yaml").splitlines()
+        about = next((line[6:].strip() for line in lines if line.startswith("about:")), "")
+        found.append({"profile": name, "about": about})
+    return found
+
+
+def init_command(options: argparse.Namespace) -> None:
     if options.list:
-        rows = []
-        for name in paths.profiles():
-            about = next(
-                (
-                    line[6:].strip()
-                    for line in paths.read_data(f"profiles/{name}.yaml").splitlines()
-                    if line.startswith("about:")
-                ),
-                "",
-            )
-            rows.append({"profile": name, "about": about})
-        print_json(rows) if options.json else print_table(rows, ["profile", "about"])
+        print_json(list_profiles()) if options.json else print_table(list_profiles(), ["profile", "about"])
         return
-    text, name, profile = _source(options.what)
+    text, name, profile = source(options.what)
     if options.sql:
         from .compile import sql
 
+        if options.json:
+            raise BadInput("init: --sql prints SQL, --json means nothing with it")
         sys.stdout.write(sql(compiled(text, name, profile, options.seed)))
         return
+    called = paths.host_of(options.path)
     if not options.check and not options.force and os.path.exists(options.path):
-        raise Failed(
-            f'the host "{paths.host_of(options.path)}" is there already ({options.path}); replace it with --force'
-        )
-    rows = compiled(text, name, profile, options.seed)
-    counts = {"switches": len(rows["sw"]), "ports": len(rows["port"]), "conversations": len(rows["conversation"])}
-    if not options.check:
-        create(options.path, _inserts(rows, text, profile, options.seed), replace=options.force)
-    if options.json:
-        print_json(
-            {
-                "host": paths.host_of(options.path),
-                "profile": profile,
-                "state": options.path,
-                "made": not options.check,
-                **counts,
-            }
-        )
+        raise Failed(f'the host "{called}" is there already ({options.path}); replace it with --force')
+    if options.check:
+        rows = compiled(text, name, profile, options.seed)
     else:
-        what = ", ".join(counted(number, noun) for noun, number in counts.items())
-        print(
-            f"{name} is right: {what}"
-            if options.check
-            else f'made the simulated host "{paths.host_of(options.path)}" from {name}: {what}\nin {options.path}'
-        )
+        rows = make_from_text(options.path, text, name, profile, options.seed, options.force)
+    counts = {"switches": len(rows["sw"]), "ports": len(rows["port"]), "conversations": len(rows["conversation"])}
+    what = ", ".join(counted(number, noun) for noun, number in counts.items())
+    if options.json:
+        facts = {"host": called, "profile": profile, "state": options.path, "made": not options.check}
+        print_json(facts | counts)
+    elif options.check:
+        print(f"{name} is right: {what}")
+    else:
+        print(f'made the simulated host "{called}" from {name}: {what}\nin {options.path}')
 
 
 _MODELLED = """\
@@ -111,65 +123,66 @@ Not modelled: traffic that reacts to what becomes of it, real hardware's speed a
 Made up: what fields mean that the platform leaves open, and all names of hardware."""
 
 
-def info_command(options) -> None:
-    store = Store(options.path)
-    host = store.row("SELECT * FROM host")
-    clock = store.row("SELECT * FROM clock")
-    counts = {
-        table: store.row(f"SELECT COUNT(*) FROM {table}")[0]
-        for table in ("lcore", "nic", "dvs", "sw", "port", "conversation", "fault", "event")
+def info_command(options: argparse.Namespace) -> None:
+    facts = info(Store(options.path))
+    if options.json:
+        print_json(facts)
+        return
+    age = units.age_text(round(facts["time"] * 10**9))
+    pace = f" at {facts['speed']:g} times the wall's speed" if facts["speed"] != 1 else ""
+    print(f"Simulated host {facts['host']}" + (f": {facts['about']}" if facts["about"] else ""))
+    print(f"  made from   {facts['profile'] or 'an unnamed description'}, seed {facts['seed']}")
+    print(f"  kept in     {facts['state']}")
+    print(f"  host time   {age}, {facts['clock']}{pace}")
+    what = [counted(facts[noun], noun) for noun in ("cores", "nics", "switches", "ports", "conversations")]
+    print(f"  inventory   {', '.join(what)}".replace(" nic", " NIC"))
+    print(f"  goes wrong  {counted(facts['faults'], 'faults')}, {counted(facts['events'], 'events')}")
+    found = f"{facts['libraries']} (version {facts['libraries_version'] or 'unknown'})"
+    print("  stand-ins   " + (found if facts["libraries"] else "not built"))
+    print("  module      " + (facts["module"] or "as Python finds it"))
+    print("  all hosts   " + (", ".join(facts["hosts"]) or "-"))
+    print(f"\n{_MODELLED}")
+
+
+def info(store: Store) -> dict[str, Any]:
+    """What is simulated, from where, and how far."""
+    from . import clock
+
+    host, time = store.row("SELECT * FROM host"), clock.state(store)
+    tables = {
+        "cores": "lcore",
+        "nics": "nic",
+        "switches": "dvs",
+        "datapath_switches": "sw",
+        "ports": "port",
+        "conversations": "conversation",
+        "faults": "fault",
+        "events": "event",
     }
+    libraries: str | None = None
+    module: str | None = None
     try:
         libraries = paths.libraries()
         module = paths.module_folder()
     except Failed:
-        libraries = module = None
-    facts = {
+        pass
+    return {
         "simulated": True,
         "host": host["name"],
         "about": host["description"],
         "profile": host["profile"],
         "seed": host["seed"],
-        "state": options.path,
-        "time": store.now_ns() / 10**9,
-        "clock": "frozen" if clock["mode"] == "freeze" else "running",
-        "speed": clock["speed_permille"] / 1000,
+        "state": store.path,
+        "time": time["time"],
+        "clock": time["mode"],
+        "speed": time["speed"],
         "libraries": libraries,
         "libraries_version": _library_version(libraries),
         "module": module,
         "operations": len(names.OPERATIONS),
-        "cores": counts["lcore"],
-        "nics": counts["nic"],
-        "switches": counts["dvs"],
-        "datapath_switches": counts["sw"],
-        "ports": counts["port"],
-        "conversations": counts["conversation"],
-        "faults": counts["fault"],
-        "events": counts["event"],
+        **{noun: store.row(f"SELECT COUNT(*) FROM {table}")[0] for noun, table in tables.items()},
         "hosts": paths.all_hosts(),
     }
-    if options.json:
-        print_json(facts)
-        return
-    print(f"Simulated host {host['name']}" + (f": {host['description']}" if host["description"] else ""))
-    print(f"  made from   {host['profile'] or 'an unnamed description'}, seed {host['seed']}")
-    print(f"  kept in     {options.path}")
-    print(
-        f"  host time   {units.age_text(store.now_ns())}, {facts['clock']}"
-        + (f" at {facts['speed']:g} times the wall's speed" if facts["speed"] != 1 else "")
-    )
-    print(
-        f"  inventory   {counts['lcore']} cores, {counts['nic']} NICs, {counts['dvs']} switches"
-        f" ({counts['sw']} of the datapath), {counts['port']} ports, {counts['conversation']} conversations"
-    )
-    print(f"  trouble     {counts['fault']} faults, {counts['event']} events")
-    print(
-        "  stand-ins   "
-        + (f"{libraries} (version {facts['libraries_version'] or 'unknown'})" if libraries else "not built")
-    )
-    print("  module      " + (module or "as Python finds it"))
-    print("  all hosts   " + (", ".join(facts["hosts"]) or "-"))
-    print(f"\n{_MODELLED}")
 
 
 def _library_version(libraries: str | None) -> str | None:
@@ -185,14 +198,14 @@ def _library_version(libraries: str | None) -> str | None:
         return None
 
 
-def export_command(options) -> None:
+def export_command(options: argparse.Namespace) -> None:
     from .export import describe
     from .yaml_text import to_yaml
 
-    description = describe(Store(options.path))
+    store = Store(options.path)
+    catch_up(store)
+    description = describe(store)
     if options.json:
-        import json
-
         text = json.dumps(description, indent=2, ensure_ascii=False) + "\n"
     else:
         text = to_yaml(description)
@@ -206,10 +219,25 @@ def export_command(options) -> None:
         raise Failed(f"{options.file}: {error.strerror}") from None
 
 
-def reset_command(options) -> None:
+def catch_up(store: Store) -> None:
+    """Brings the host up to the present before it is read, where the stand-ins are there to do it."""
+    try:
+        paths.libraries()
+    except Failed:
+        return
+    store.catch_up()
+
+
+def reset_command(options: argparse.Namespace) -> None:
+    reset(Store(options.path))
+    called = paths.host_of(options.path)
+    print_json({"reset": called}) if options.json else print(f'put the simulated host "{called}" back to its beginning')
+
+
+def reset(store: Store) -> None:
+    """Puts a host back to its beginning; programs that have it open go on with it."""
     from .store import refill
 
-    store = Store(options.path)
     profile = store.row("SELECT profile FROM host")[0]
     origin = store.rows("SELECT * FROM origin")
     text, seed = (origin[0]["yaml"], origin[0]["seed"]) if origin else ("", None)
@@ -217,44 +245,21 @@ def reset_command(options) -> None:
         raise Failed(f'the description that this host was made from ("{profile}") is not known here')
     text = text or paths.read_data(f"profiles/{profile}.yaml")
     refill(store, _inserts(compiled(text, profile, profile, seed), text, profile, seed))
-    print(f'put the simulated host "{paths.host_of(options.path)}" back to its beginning')
 
 
-def rm_command(options) -> None:
+def rm_command(options: argparse.Namespace) -> None:
     from .store import in_use, remove
 
+    called = paths.host_of(options.path)
     if not os.path.exists(options.path):
-        if options.force:
-            return
-        raise paths.missing(options.path)
+        if not options.force:
+            raise paths.missing(options.path)
+        if options.json:
+            print_json({"removed": None})
+        return
     if not options.force:
         Store(options.path).close()  # what is not a store stays where it is
         if in_use(options.path):
-            raise Failed(
-                f'processes have the simulated host "{paths.host_of(options.path)}" open; remove it with --force'
-            )
+            raise Failed(f'processes have the simulated host "{called}" open; remove it with --force')
     remove(options.path)
-    print(f'removed the simulated host "{paths.host_of(options.path)}"')
-
-
-def run_command(options) -> None:
-    command = options.arguments
-    if not command:
-        raise BadInput("run: expected a command after --, such as: ryn-sim run -- python3 script.py")
-    if options.named and not os.path.exists(options.path):
-        raise paths.missing(options.path)
-    environment = dict(os.environ, RYN_SIM_STATE=options.path)
-    _prepend(environment, "LD_LIBRARY_PATH", paths.libraries())
-    for folder in (paths.module_folder(), paths.package_folder()):
-        if folder:
-            _prepend(environment, "PYTHONPATH", folder)
-    sys.stdout.flush()
-    try:
-        os.execvpe(command[0], command, environment)
-    except OSError as error:
-        raise Failed(f"{command[0]}: {error.strerror}") from None
-
-
-def _prepend(environment: dict, variable: str, folder: str) -> None:
-    before = environment.get(variable)
-    environment[variable] = f"{folder}:{before}" if before else folder
+    print_json({"removed": called}) if options.json else print(f'removed the simulated host "{called}"')

@@ -153,7 +153,7 @@ def bits(table: Mapping[str, int], what: str, further: int, positions: bool = Fa
             return table[item]
         if not further or not _integer(item) or not 0 <= item <= further:
             raise Wrong(f"a name of a {what}" + (f", or a number from 0 to {further}" if further else ""), (at,))
-        return 1 << item if positions else item
+        return 1 << int(item) if positions else int(item)
 
     def parse(value: Any) -> int:
         if not isinstance(value, list):

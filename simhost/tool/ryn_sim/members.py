@@ -133,7 +133,7 @@ def _parse_frozen(value: Any) -> str:
 
 
 def _parse_deleted(value: Any) -> int:
-    return 1 - TRUTH.parse(value)
+    return 1 - int(TRUTH.parse(value))
 
 
 FROZEN = Kind(
@@ -248,7 +248,7 @@ EVENTS = (
     Event(
         "counters-near-wrap",
         "port",
-        "once: the port's counters go to a little below 2^`value`",
+        "its counters go up to a little below 2^`value`, once",
         values=(32, 63, 64),
         default=32,
         once=True,
@@ -963,9 +963,8 @@ TABLES = (
     Table(
         "clock",
         "One row, the only source of time. Host time is base_host_ns while frozen, else"
-        " base_host_ns + (wall time - base_wall_ns) * speed_permille / 1000. It never goes back: whoever writes this row"
-        " writes a host time at or after the present one (freezing a clock that runs, 10 ms of wall time after"
-        " it, so that no reader has already seen a later time).",
+        " base_host_ns + (wall time - base_wall_ns) * speed_permille / 1000. It never goes back: whoever writes this"
+        " row writes a host time at or after the present one.",
         ("id",),
         row="ClockRow",
     ),

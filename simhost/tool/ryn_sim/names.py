@@ -1,5 +1,9 @@
 """Names of a description and the numbers that stand for them in the store."""
 
+from __future__ import annotations
+
+from typing import Mapping
+
 WEIGHTS = (
     "cross_numa_communication",
     "cross_numa_migration",
@@ -86,7 +90,7 @@ DVSQOB_DataFree
 CANNOT_FAIL = "DVSQOB_DataFree"
 
 
-def name_of(table: dict, number: int):
+def name_of(table: Mapping[str, int], number: int) -> str | int:
     """The name that stands for a number, or the number itself."""
     for name, value in table.items():
         if value == number:

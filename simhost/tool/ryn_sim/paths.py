@@ -47,10 +47,21 @@ def module_folder() -> str | None:
     return folder if glob.glob(os.path.join(folder, "_libryn*.so")) else None
 
 
-def package_folder() -> str | None:
-    """The folder that holds the package ryn as it was built with the stand-ins; None where it is installed as usual."""
-    folder = os.path.dirname(libraries())
-    return folder if os.path.exists(os.path.join(folder, "ryn", "__init__.py")) else None
+def python_folders() -> list[str]:
+    """Folders with what was built or lies beside the stand-ins: the module, the package ryn, and this package."""
+    build = os.path.dirname(libraries())
+    module = module_folder()
+    folders = [module] if module else []
+    if os.path.exists(os.path.join(build, "ryn", "__init__.py")):
+        folders.append(build)
+    return [*folders, os.path.dirname(_PACKAGE)]
+
+
+def program_folders() -> list[str]:
+    """Folders with programs of the source tree that work on a host."""
+    tree = os.path.dirname(os.path.dirname(os.path.dirname(_PACKAGE)))
+    folder = os.path.join(tree, "rynctl")
+    return [folder] if os.access(os.path.join(folder, "rynctl"), os.X_OK) else []
 
 
 def state_folder() -> str:

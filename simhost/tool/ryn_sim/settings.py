@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import argparse
 import copy
-from typing import Any
+from typing import Any, Mapping, Sequence, Tuple
 
 from .check import Problems
 from .compile import Rows, compile_host, literal
@@ -28,7 +28,7 @@ _EXAMPLES = {"switches": "mtu=9000", "ports": "vlan=200", "traffic": "pps=80k", 
 _SETTABLE = [table for table in COLUMNS if table not in ("clock", "fault", "fault_where", "event")]
 _KEPT_COLUMNS = {"tick_ms"}  # compiled, but the stand-ins go on from there
 
-Path = tuple[Any, ...]
+Path = Tuple[Any, ...]
 
 
 def set_command(options: argparse.Namespace) -> None:
@@ -40,14 +40,17 @@ def set_command(options: argparse.Namespace) -> None:
         print(f"changed {counted(changed, 'rows')}" if changed else "nothing to change")
 
 
-def set_all(store: Store, settings: list[str]) -> int:
-    """Makes all of the settings, each PATH=VALUE, or none of them. Answers how many rows of the store have changed."""
+def set_all(store: Store, settings: Sequence[str] | Mapping[str, Any]) -> int:
+    """Makes all of the settings, or none: a list of PATH=VALUE, the values in YAML, or a mapping of paths to values.
+
+    Answers how many rows of the store have changed.
+    """
+    wanted = dict(settings) if isinstance(settings, Mapping) else dict(map(_parsed, settings))
     before = describe(store, every_port=True)
     after = copy.deepcopy(before)
     typed: dict[Path, str] = {}
-    for text in settings:
-        path, name = _set(after, text)
-        typed[path] = name
+    for name, value in wanted.items():
+        typed[_set(after, name, value)] = name
     profile = store.row("SELECT profile FROM host")[0]
     old = compile_host(*_document(before, profile)).rows
     document = Document.of(after, "set")
@@ -92,12 +95,16 @@ def _refuse(problems: Problems, typed: dict[Path, str]) -> None:
         raise BadInput(f"set: {what}: the rest of the host does not allow it: {path_text(path)}: {message}{more}")
 
 
-def _set(description: Description, text: str) -> tuple[Path, str]:
-    """Puts one setting into the description; answers where, and the path that was typed."""
+def _parsed(text: str) -> tuple[str, Any]:
+    """The path and the value of PATH=VALUE."""
     typed, equals, value_text = text.partition("=")
     if not equals or not typed:
         raise BadInput(f'set: expected PATH=VALUE, got "{text}"')
-    value = Document(value_text or "''", f"set: {typed}").value if value_text.strip() else ""
+    return typed, Document(value_text, f"set: {typed}").value if value_text.strip() else ""
+
+
+def _set(description: Description, typed: str, value: Any) -> Path:
+    """Puts one setting into the description; answers where."""
     head = typed.partition(".")[0]
     if head in _ELSEWHERE:
         raise BadInput(f"set: {head} is not set here; {_ELSEWHERE[head]}")
@@ -114,12 +121,14 @@ def _set(description: Description, text: str) -> tuple[Path, str]:
         place.pop(keys[-1], None)
     else:
         place[keys[-1]] = value
-    return (*around, *keys), typed
+    return (*around, *keys)
 
 
 def find(description: Description, typed: str, command: str) -> tuple[Any, Path, list[str]]:
     """The thing that a path names, where it stands in the description, and the keys of the path within it."""
     head, _, rest = typed.partition(".")
+    place: Any
+    around: Path
     if head in _EXAMPLES and rest:
         place, where, rest = _named(description.get(head, {} if head == "nics" else []), head, rest, typed, command)
         keys, around = rest.split(".") if rest else [], (head, where)
@@ -170,7 +179,8 @@ def _named(items: Any, head: str, rest: str, typed: str, command: str) -> tuple[
 
 def _difference(old: Rows, new: Rows) -> list[str]:
     """The statements that make the new rows of the old ones."""
-    deletes, changes = [], []
+    deletes: list[str] = []
+    changes: list[str] = []
     for table in _SETTABLE:
         key = TABLE[table].key
         columns = [column for column in COLUMNS[table] if column not in _KEPT_COLUMNS]

@@ -1,41 +1,52 @@
-"""The command show: the host's inventory and settings, as tables or JSON."""
+"""The command show: the host's inventory, settings and figures of the moment, as tables or JSON."""
 
 from __future__ import annotations
 
+import argparse
+from dataclasses import dataclass
+from typing import Any, Callable, Dict, List, Mapping, Sequence
+
 from . import names, units, values
 from .errors import BadInput, Failed, nearest
+from .hosts import catch_up
+from .library import Library
 from .store import Store
-from .table import print_json, print_table
+from .table import Column, print_json, print_table
+
+Record = Dict[str, Any]
+Rows = List[Record]
 
 
-def show_command(options) -> None:
-    sections = {
-        "summary": _summary,
-        "cores": _cores,
-        "nics": _nics,
-        "switches": _switches,
-        "ports": _ports,
-        "traffic": _traffic,
-        "mirrors": _mirrors,
-        "properties": _properties,
-        "balancer": _balancer,
-        "moves": _moves,
-    }
-    if options.what not in (*sections, "all"):
-        raise BadInput(f'show: there is no "{options.what}" to show{nearest(options.what, [*sections, "all"])}')
+@dataclass(frozen=True)
+class Section:
+    """Something that can be shown: records with values of their own types, and what of them a table has."""
+
+    rows: Callable[[Store, "int | None"], Rows]
+    columns: Sequence[Column]
+    warns: Callable[[Mapping[str, Any]], bool] = lambda row: False
+
+
+def show_command(options: argparse.Namespace) -> None:
+    if options.what not in (*SECTIONS, "all"):
+        raise BadInput(f'show: there is no "{options.what}" to show{nearest(options.what, [*SECTIONS, "all"])}')
     store = Store(options.path)
-    wanted = [name for name in sections if name != "summary"] if options.what == "all" else [options.what]
-    with store.reading():
-        sw = _switch_number(store, options.switch)
-        results = {name: sections[name](store, sw) for name in wanted}
+    wanted = [name for name in SECTIONS if name != "summary"] if options.what == "all" else [options.what]
+    results = show(store, wanted, options.switch)
     if options.json:
-        plain = {name: rows for name, (rows, _) in results.items()}
-        print_json(plain if options.what == "all" else plain[options.what])
+        print_json(results if options.what == "all" else results[options.what])
         return
-    for index, (name, (rows, columns)) in enumerate(results.items()):
+    for index, (name, rows) in enumerate(results.items()):
         if len(results) > 1:
             print(("\n" if index else "") + name.capitalize())
-        print_table(rows, columns)
+        print_table(rows, SECTIONS[name].columns, warns=SECTIONS[name].warns)
+
+
+def show(store: Store, wanted: Sequence[str], switch: str | None = None) -> dict[str, Rows]:
+    """The records of these sections, of one switch or all, at the present moment."""
+    catch_up(store)
+    with store.reading():
+        sw = _switch_number(store, switch)
+        return {name: SECTIONS[name].rows(store, sw) for name in wanted}
 
 
 def _switch_number(store: Store, name: str | None) -> int | None:
@@ -43,7 +54,7 @@ def _switch_number(store: Store, name: str | None) -> int | None:
         return None
     for row in store.rows("SELECT sw, alias, name FROM sw JOIN dvs USING (switch_id)"):
         if name in (row["alias"], row["name"], str(row["sw"])):
-            return row["sw"]
+            return int(row["sw"])
     known = [row["alias"] for row in store.rows("SELECT alias FROM sw JOIN dvs USING (switch_id)")]
     raise Failed(f'there is no switch "{name}" of the datapath{nearest(name, known)}')
 
@@ -52,195 +63,231 @@ def _only(sw: int | None, table: str) -> str:
     return "" if sw is None else f" WHERE {table}.sw = {sw}"
 
 
-def _summary(store: Store, _):
+def _called(store: Store) -> dict[tuple[int, int], str]:
+    """What each port is called, by switch and number."""
+    return {
+        (row["sw"], row["port"]): row["nic"] or row["client"] or f"{row['sw']}/{row['port']}"
+        for row in store.rows("SELECT sw, port, nic, client FROM port")
+    }
+
+
+def _summary(store: Store, _: int | None) -> Rows:
     rows = []
     for row in store.rows("SELECT switch_id, alias, class FROM dvs ORDER BY alias"):
         found = store.rows("SELECT * FROM sw WHERE switch_id = ?", row["switch_id"])
         sw = found[0]["sw"] if found else None
-        entry = {
-            "switch": row["alias"],
-            "number": sw,
-            "name": found[0]["name"] if found else None,
-            "uplinks": [],
-            "ports": 0,
-            "conversations": 0,
-            "mean_pps": 0,
-        }
-        if found:
-            entry["uplinks"] = [
-                port["nic"] for port in store.rows("SELECT nic FROM port WHERE sw = ? AND kind = 2 ORDER BY port", sw)
-            ]
-            entry["ports"] = store.row("SELECT COUNT(*) FROM port WHERE sw = ?", sw)[0]
-            count, sum_of_rates = store.row(
-                "SELECT COUNT(*), COALESCE(SUM(milli_pps * (1000 + reply_permille) / 1000), 0) FROM conversation"
-                " WHERE sw = ?",
-                sw,
-            )
-            entry["conversations"], entry["mean_pps"] = count, sum_of_rates // 1000
-        rows.append(entry)
-    return rows, ["switch", "number", "name", "uplinks", "ports", "conversations", "mean_pps"]
-
-
-def _cores(store: Store, _):
-    rows = [
-        {"core": row["lcore"], "numa": row["node"], "capacity": row["packets_per_s"]}
-        for row in store.rows("SELECT * FROM lcore ORDER BY lcore")
-    ]
-    return rows, ["core", "numa", "capacity"]
-
-
-def _nics(store: Store, _):
-    rows = []
-    for row in store.rows(
-        "SELECT nic.*, port.sw, port.port FROM nic LEFT JOIN port ON port.nic = nic.name ORDER BY name"
-    ):
-        rows.append(
-            {
-                "nic": row["name"],
-                "numa": row["node"],
-                "affinity": row["affinity"],
-                "link": f"{units.quantity_text(row['link_mbps'] * 10**6)}",
-                "link_mbps": row["link_mbps"],
-                "fpo": names.name_of(names.FPO_LEVELS, row["fpo_level"]),
-                "crc_ppm": row["crc_ppm"],
-                "drop_ppm": row["drop_ppm"],
-                "uplink": None if row["sw"] is None else f"{row['sw']}/{row['port']}",
-            }
+        uplinks = store.rows("SELECT nic FROM port WHERE sw = ? AND kind = 2 ORDER BY port", sw)
+        count, sum_of_rates = store.row(
+            "SELECT COUNT(*), COALESCE(SUM(milli_pps * (1000 + reply_permille) / 1000), 0) FROM conversation"
+            " WHERE sw = ?",
+            sw,
         )
-    return rows, ["nic", "numa", "affinity", "link", "fpo", "crc_ppm", "drop_ppm", "uplink"]
-
-
-def _switches(store: Store, sw):
-    rows = []
-    for row in store.rows(f"SELECT sw.*, alias, class FROM sw JOIN dvs USING (switch_id){_only(sw, 'sw')} ORDER BY sw"):
-        rows.append(
-            {
-                "number": row["sw"],
-                "alias": row["alias"],
-                "name": row["name"],
-                "id": row["switch_id"],
-                "class": row["class"],
-                "mtu": row["mtu"],
-                "max_ports": row["max_ports"],
-                "lro": row["lro"],
-                "flow_cache": bool(row["flow_cache"]),
-                "burst": row["burst_size"],
-                "numa_team": row["numa_team"],
-                "mac_limit": row["mac_limit"],
-                "panic": row["panic_on_tx_hang"],
-                "mac_learn": row["uplink_mac_learn"],
-                "metric": names.name_of(names.METRICS, row["lb_metric"]),
-            }
-        )
-    return rows, ["number", "alias", "name", "mtu", "lro", "flow_cache", "burst", "numa_team", "mac_limit", "metric"]
-
-
-def _ports(store: Store, sw):
-    rows = []
-    for row in store.rows(
-        f"SELECT port.*, alias FROM port JOIN sw USING (sw) JOIN dvs USING (switch_id){_only(sw, 'port')}"
-        " ORDER BY port.sw, port.port"
-    ):
         rows.append(
             {
                 "switch": row["alias"],
-                "number": row["sw"],
-                "port": row["port"],
-                "client": row["nic"] or row["client"],
-                "kind": names.name_of(names.KINDS, row["kind"]),
-                "dvport": row["dvport"],
-                "active": bool(row["active"]),
-                "mac": units.mac_text(row["mac"]),
-                "vlan": row["vlan"],
-                "vni": row["vni"],
-                "queues": f"{row['tx_queues']}/{row['rx_queues']}",
-                "lro": row["lro"],
-                "teaming": names.name_of(names.TX_TYPES, row["tx_type"]),
-                "pinned": bool(row["pinned"]),
-                "tx_core": row["tx_core"],
-                "rx_core": row["rx_core"],
-                "cores": f"{_core(row['tx_core'])}/{_core(row['rx_core'])}",
+                "number": sw,
+                "name": found[0]["name"] if found else None,
+                "uplinks": [port["nic"] for port in uplinks],
+                "ports": store.row("SELECT COUNT(*) FROM port WHERE sw = ?", sw)[0],
+                "conversations": count,
+                "mean_pps": sum_of_rates // 1000,
             }
         )
-    return rows, ["switch", "port", "client", "kind", "mac", "vlan", "vni", "queues", "teaming", "cores", "pinned"]
+    return rows
 
 
-def _core(number: int) -> str:
-    return "-" if number < 0 else str(number)
-
-
-def _traffic(store: Store, sw):
-    called = {
-        (row["sw"], row["port"]): row["nic"] or row["client"] or f"{row['sw']}/{row['port']}"
-        for row in store.rows("SELECT sw, port, nic, client FROM port")
-    }
+def _cores(store: Store, _: int | None) -> Rows:
+    figures = {core["core"]: core for core in Library(store.path).rates()["cores"]}
     rows = []
-    for position, row in enumerate(store.rows("SELECT * FROM conversation ORDER BY id")):
-        if sw is not None and row["sw"] != sw:
-            continue
-        mean = row["milli_pps"] / 1000
+    for row in store.rows("SELECT * FROM lcore ORDER BY lcore"):
+        found = figures[row["lcore"]]
         rows.append(
             {
-                "index": position,
-                "from": called.get((row["sw"], row["src_port"])),
-                "to": "uplink" if row["dst_port"] is None else called.get((row["sw"], row["dst_port"])),
-                "proto": names.name_of(names.PROTOCOLS, row["protocol"]),
-                "dport": row["dst_l4"],
-                "vlan": row["vlan"],
-                "vni": row["vni"],
-                "mean_pps": mean,
-                "pps": units.short(mean),
-                "size": row["size"],
-                "reply": row["reply_permille"] / 1000,
-                "flows": row["flows"],
-                "swing": row["swing_permille"] / 1000,
-                "burst": None
-                if not row["burst_every_ms"]
-                else f"x{row['burst_permille'] / 1000:g} {units.duration_text(row['burst_for_ms'] * 10**6)}/"
-                f"{units.duration_text(row['burst_every_ms'] * 10**6)}",
+                "core": row["lcore"],
+                "numa": row["node"],
+                "capacity": row["packets_per_s"],
+                "busy_percent": found["busy_percent"],
+                "asked_percent": found["asked_percent"],
+                "lost_pps": found["lost"],
+                "stuck": found["stuck"],
             }
         )
-    return rows, [
-        "index",
-        "from",
-        "to",
-        "proto",
-        "dport",
-        "vlan",
-        "vni",
-        "pps",
-        "size",
-        "reply",
-        "flows",
-        "swing",
-        "burst",
+    return rows
+
+
+def _links(store: Store, _: int | None) -> Rows:
+    return [
+        {
+            "nic": link["nic"],
+            "direction": link["direction"],
+            "state": link["state"],
+            "mbps": link["mbps"],
+            "limit_mbps": link["limit_mbps"],
+            "pps": link["packets"],
+            "lost_pps": link["lost"],
+        }
+        for link in Library(store.path).rates()["links"]
     ]
 
 
-def _mirrors(store: Store, sw):
+def _rates(store: Store, sw: int | None) -> Rows:
+    called = _called(store)
+    places = {row["id"]: place for place, row in enumerate(store.rows("SELECT id FROM conversation ORDER BY id"))}
+    rows = []
+    for talk in Library(store.path).rates()["conversations"]:
+        if sw is None or talk["switch"] == sw:
+            lost = {where: count for where, count in talk["lost"].items() if count}
+            rows.append(
+                {
+                    "index": places.get(talk["id"]),
+                    "direction": talk["direction"],
+                    "from": called.get((talk["switch"], talk["from"])),
+                    "to": [called.get((talk["switch"], port)) for port in talk["to"]],
+                    "offered_pps": talk["offered"],
+                    "delivered_pps": talk["delivered"],
+                    "lost_pps": sum(lost.values()),
+                    "lost": lost,
+                }
+            )
+    return rows
+
+
+def _flows(store: Store, sw: int | None) -> Rows:
+    """Conversations by what they keep in the flow table."""
+    offered = {
+        (talk["id"], talk["direction"]): talk["offered"] for talk in Library(store.path).rates()["conversations"]
+    }
+    called, rows = _called(store), []
+    for position, row in enumerate(store.rows("SELECT * FROM conversation ORDER BY id")):
+        if sw is None or row["sw"] == sw:
+            pps = offered.get((row["id"], "there"), 0)
+            rows.append(
+                {
+                    "index": position,
+                    "from": called.get((row["sw"], row["src_port"])),
+                    "to": "uplink" if row["dst_port"] is None else called.get((row["sw"], row["dst_port"])),
+                    "proto": names.name_of(names.PROTOCOLS, row["protocol"]),
+                    "sport": row["src_l4"],
+                    "dport": row["dst_l4"],
+                    "flows": row["flows"],
+                    "short_flows_per_s": pps * row["churn_ppm"] / 10**6,
+                    "offered_pps": pps,
+                    "slow_share": row["slow_permille"] / 1000,
+                }
+            )
+    return rows
+
+
+def _nics(store: Store, _: int | None) -> Rows:
+    return [
+        {
+            "nic": row["name"],
+            "numa": row["node"],
+            "affinity": row["affinity"],
+            "link_mbps": row["link_mbps"],
+            "fpo": names.name_of(names.FPO_LEVELS, row["fpo_level"]),
+            "driver_text": bool(row["driver_text"]),
+            "crc_ppm": row["crc_ppm"],
+            "drop_ppm": row["drop_ppm"],
+            "switch": row["sw"],
+            "port": row["port"],
+        }
+        for row in store.rows(
+            "SELECT nic.*, port.sw, port.port FROM nic LEFT JOIN port ON port.nic = nic.name ORDER BY name"
+        )
+    ]
+
+
+def _switches(store: Store, sw: int | None) -> Rows:
+    query = f"SELECT sw.*, alias, class FROM sw JOIN dvs USING (switch_id){_only(sw, 'sw')} ORDER BY sw"
+    return [
+        {
+            "number": row["sw"],
+            "alias": row["alias"],
+            "name": row["name"],
+            "id": row["switch_id"],
+            "class": row["class"],
+            "mtu": row["mtu"],
+            "max_ports": row["max_ports"],
+            "lro": bool(row["lro"]),
+            "flow_cache": bool(row["flow_cache"]),
+            "burst": row["burst_size"],
+            "numa_team": bool(row["numa_team"]),
+            "mac_limit": row["mac_limit"],
+            "panic_on_tx_hang": bool(row["panic_on_tx_hang"]),
+            "uplink_mac_learn": bool(row["uplink_mac_learn"]),
+            "metric": names.name_of(names.METRICS, row["lb_metric"]),
+        }
+        for row in store.rows(query)
+    ]
+
+
+def _ports(store: Store, sw: int | None) -> Rows:
+    return [
+        {
+            "switch": row["alias"],
+            "number": row["sw"],
+            "port": row["port"],
+            "client": row["nic"] or row["client"],
+            "kind": names.name_of(names.KINDS, row["kind"]),
+            "dvport": row["dvport"],
+            "active": bool(row["active"]),
+            "mac": units.mac_text(row["mac"]),
+            "vlan": row["vlan"],
+            "vni": row["vni"],
+            "tx_queues": row["tx_queues"],
+            "rx_queues": row["rx_queues"],
+            "lro": bool(row["lro"]),
+            "teaming": names.name_of(names.TX_TYPES, row["tx_type"]),
+            "pinned": bool(row["pinned"]),
+            "tx_core": None if row["tx_core"] < 0 else row["tx_core"],
+            "rx_core": None if row["rx_core"] < 0 else row["rx_core"],
+        }
+        for row in store.rows(
+            f"SELECT port.*, alias FROM port JOIN sw USING (sw) JOIN dvs USING (switch_id){_only(sw, 'port')}"
+            " ORDER BY port.sw, port.port"
+        )
+    ]
+
+
+def _traffic(store: Store, sw: int | None) -> Rows:
+    called = _called(store)
+    rows = []
+    for position, row in enumerate(store.rows("SELECT * FROM conversation ORDER BY id")):
+        if sw is None or row["sw"] == sw:
+            rows.append(
+                {
+                    "index": position,
+                    "from": called.get((row["sw"], row["src_port"])),
+                    "to": "uplink" if row["dst_port"] is None else called.get((row["sw"], row["dst_port"])),
+                    "proto": names.name_of(names.PROTOCOLS, row["protocol"]),
+                    "dport": row["dst_l4"],
+                    "vlan": row["vlan"],
+                    "vni": row["vni"],
+                    "mean_pps": row["milli_pps"] / 1000,
+                    "size": row["size"],
+                    "reply": row["reply_permille"] / 1000,
+                    "flows": row["flows"],
+                    "swing": row["swing_permille"] / 1000,
+                    "burst_every_s": row["burst_every_ms"] / 1000,
+                    "burst_for_s": row["burst_for_ms"] / 1000,
+                    "burst_times": row["burst_permille"] / 1000,
+                }
+            )
+    return rows
+
+
+def _mirrors(store: Store, sw: int | None) -> Rows:
     rows = []
     for row in store.rows(
         f"SELECT mirror.*, alias FROM mirror JOIN sw USING (sw) JOIN dvs USING (switch_id){_only(sw, 'mirror')}"
         " ORDER BY mirror.sw, session"
     ):
-        ports = {
-            role: [
-                found["port"]
-                for found in store.rows(
-                    "SELECT port FROM mirror_port WHERE sw = ? AND session = ? AND role = ? ORDER BY port",
-                    row["sw"],
-                    row["session"],
-                    role,
-                )
-            ]
-            for role in ("in", "out", "dst")
-        }
-        vlans = [
-            found["vlan"]
-            for found in store.rows(
-                "SELECT vlan FROM mirror_vlan WHERE sw = ? AND session = ? ORDER BY seq", row["sw"], row["session"]
-            )
-        ]
+        of = (row["sw"], row["session"])
+        ports: dict[str, list[int]] = {"in": [], "out": [], "dst": []}
+        for found in store.rows("SELECT * FROM mirror_port WHERE sw = ? AND session = ? ORDER BY port", *of):
+            ports[found["role"]].append(found["port"])
+        vlans = store.rows("SELECT vlan FROM mirror_vlan WHERE sw = ? AND session = ? ORDER BY seq", *of)
         rows.append(
             {
                 "switch": row["alias"],
@@ -248,47 +295,43 @@ def _mirrors(store: Store, sw):
                 "in": ports["in"],
                 "out": ports["out"],
                 "to": ports["dst"],
-                "vlans": vlans,
+                "vlans": [found["vlan"] for found in vlans],
                 "encap_vlan": row["encap_vlan"],
                 "sampling": row["sampling_rate"],
                 "snap_len": row["snap_len"],
-                "flags": [word for word, bit in names.MIRROR_FLAGS.items() if row["flags"] & bit],
+                "flags": [name for name, bit in names.MIRROR_FLAGS.items() if row["flags"] & bit],
             }
         )
-    return rows, ["switch", "session", "in", "out", "to", "vlans", "encap_vlan", "sampling", "snap_len", "flags"]
+    return rows
 
 
-def _properties(store: Store, sw):
-    rows = []
-    for row in store.rows(
-        "SELECT prop.*, alias, sw FROM prop JOIN dvs USING (switch_id) LEFT JOIN sw USING (switch_id)"
-        " ORDER BY alias, scope, port, key"
-    ):
-        if sw is None or row["sw"] == sw:
-            rows.append(
-                {
-                    "switch": row["alias"],
-                    "scope": row["scope"],
-                    "port": row["port"] or None,
-                    "key": row["key"],
-                    "value": values.to_text(row["value"]),
-                }
-            )
-    return rows, ["switch", "scope", "port", "key", "value"]
+def _properties(store: Store, sw: int | None) -> Rows:
+    return [
+        {
+            "switch": row["alias"],
+            "scope": row["scope"],
+            "port": row["port"] or None,
+            "key": row["key"],
+            "value": values.to_text(row["value"]),
+        }
+        for row in store.rows(
+            "SELECT prop.*, alias, sw FROM prop JOIN dvs USING (switch_id) LEFT JOIN sw USING (switch_id)"
+            " ORDER BY alias, scope, port, key"
+        )
+        if sw is None or row["sw"] == sw
+    ]
 
 
-def _balancer(store: Store, _):
-    rows = [
+def _balancer(store: Store, _: int | None) -> Rows:
+    return [
         {"weight": names.WEIGHTS[row["position"]], "value": row["value"], "default": row["default_value"]}
         for row in store.rows("SELECT * FROM weight ORDER BY position")
     ]
-    return rows, ["weight", "value", "default"]
 
 
-def _moves(store: Store, sw):
-    rows = [
+def _moves(store: Store, sw: int | None) -> Rows:
+    return [
         {
-            "at": units.age_text(row["at_ms"] * 10**6),
             "at_ms": row["at_ms"],
             "switch": row["alias"],
             "port": row["port"],
@@ -301,4 +344,121 @@ def _moves(store: Store, sw):
             f" LEFT JOIN port ON port.sw = move.sw AND port.port = move.port{_only(sw, 'move')} ORDER BY move.id"
         )
     ]
-    return rows, ["at", "switch", "port", "client", "from", "to"]
+
+
+def _net(row: Mapping[str, Any]) -> str:
+    return f"vni {row['vni']}" if row["vni"] else f"{row['vlan'] or '-'}"
+
+
+def _pair(one: str, two: str) -> Callable[[Mapping[str, Any]], str]:
+    def text(row: Mapping[str, Any]) -> str:
+        first, second = row[one], row[two]
+        return "-" if first is None and second is None else f"{first}/{second}"
+
+    return text
+
+
+def _short(key: str) -> Callable[[Mapping[str, Any]], str]:
+    return lambda row: units.short(row[key])
+
+
+def _burst(row: Mapping[str, Any]) -> str | None:
+    if not row["burst_every_s"]:
+        return None
+    every, lasting = (units.duration_text(round(row[f"burst_{key}_s"] * 10**9)) for key in ("every", "for"))
+    return f"x{row['burst_times']:g} {lasting}/{every}"
+
+
+def _lost(row: Mapping[str, Any]) -> str:
+    return " ".join(f"{where} {units.short(count)}" for where, count in row["lost"].items()) or "-"
+
+
+def _loses(row: Mapping[str, Any]) -> bool:
+    return bool(row["lost_pps"])
+
+
+SECTIONS = {
+    "summary": Section(_summary, ["switch", "number", "name", "uplinks", "ports", "conversations", "mean_pps"]),
+    "cores": Section(
+        _cores, ["core", "numa", "capacity", "busy_percent", "asked_percent", "lost_pps", "stuck"], _loses
+    ),
+    "links": Section(_links, ["nic", "direction", "state", "mbps", "limit_mbps", "pps", "lost_pps"], _loses),
+    "rates": Section(
+        _rates,
+        [
+            "index",
+            "from",
+            "to",
+            ("offered", _short("offered_pps")),
+            ("delivered", _short("delivered_pps")),
+            ("lost where", _lost),
+        ],
+        _loses,
+    ),
+    "flows": Section(
+        _flows,
+        ["index", "from", "to", "proto", "sport", "dport", "flows", ("short/s", _short("short_flows_per_s"))],
+    ),
+    "nics": Section(
+        _nics,
+        [
+            "nic",
+            "numa",
+            "affinity",
+            ("link", lambda row: units.quantity_text(row["link_mbps"] * 10**6)),
+            "fpo",
+            "crc_ppm",
+            "drop_ppm",
+            ("uplink", _pair("switch", "port")),
+        ],
+    ),
+    "switches": Section(
+        _switches,
+        [
+            "number",
+            "alias",
+            "name",
+            "mtu",
+            "lro",
+            ("cache", lambda row: row["flow_cache"]),
+            "burst",
+            "mac_limit",
+            "metric",
+        ],
+    ),
+    "ports": Section(
+        _ports,
+        [
+            "switch",
+            "port",
+            "client",
+            "mac",
+            ("vlan/vni", _net),
+            ("queues", _pair("tx_queues", "rx_queues")),
+            "teaming",
+            ("cores", lambda row: _pair("tx_core", "rx_core")(row) + (" p" if row["pinned"] else "")),
+        ],
+    ),
+    "traffic": Section(
+        _traffic,
+        [
+            "index",
+            "from",
+            "to",
+            "proto",
+            "dport",
+            ("pps", _short("mean_pps")),
+            "size",
+            "reply",
+            "flows",
+            ("burst", _burst),
+        ],
+    ),
+    "mirrors": Section(_mirrors, ["switch", "session", "in", "out", "to", "vlans", "encap_vlan", "sampling", "flags"]),
+    "properties": Section(_properties, ["switch", "scope", "port", "key", "value"]),
+    "balancer": Section(_balancer, ["weight", "value", "default"]),
+    "moves": Section(
+        _moves,
+        [("at", lambda row: units.age_text(row["at_ms"] * 10**6)), "switch", "port", "client", "from", "to"],
+    ),
+}

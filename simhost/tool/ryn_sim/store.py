@@ -7,12 +7,14 @@ import sqlite3
 import tempfile
 import time
 from contextlib import closing, contextmanager
-from typing import Any
+from typing import Any, Callable, Iterator
 
 from . import paths
 from .errors import Failed
+from .library import Library
 
 SCHEMA_VERSION = 2
+APPLICATION_ID = 0x52594E53
 
 
 class Store:
@@ -39,17 +41,17 @@ class Store:
     def close(self) -> None:
         self.db.close()
 
-    def rows(self, sql: str, *parameters) -> list[Any]:
+    def rows(self, sql: str, *parameters: Any) -> list[Any]:
         try:
             return self.db.execute(sql, parameters).fetchall()
         except sqlite3.Error as error:
             raise Failed(f"{self.path}: {error}") from None
 
-    def row(self, sql: str, *parameters) -> Any:
+    def row(self, sql: str, *parameters: Any) -> Any:
         return self.rows(sql, *parameters)[0]
 
     @contextmanager
-    def reading(self):
+    def reading(self) -> Iterator[Store]:
         self.db.execute("BEGIN")
         try:
             yield self
@@ -57,7 +59,7 @@ class Store:
             self.db.execute("COMMIT")
 
     @contextmanager
-    def writing(self):
+    def writing(self) -> Iterator[sqlite3.Connection]:
         """A transaction of the tool's own, for what bears on no count: faults, the log, a reset."""
         try:
             self.db.execute("BEGIN IMMEDIATE")
@@ -78,33 +80,17 @@ class Store:
         if Library(self.path).apply(sql) != 0:
             raise Failed(f"{self.path}: the change was refused; nothing was changed")
 
-
-class Library:
-    """The stand-in's own functions, called on one store."""
-
-    def __init__(self, path: str):
-        import ctypes
-
-        os.environ["RYN_SIM_STATE"] = path
-        library = os.path.join(paths.libraries(), "libryn_sim.so")
-        try:
-            loaded = ctypes.CDLL(library)
-            self._apply = loaded.ryn_sim_apply
-        except (OSError, AttributeError) as error:
-            raise Failed(f"{library} cannot be used: {error}") from None
-        self._apply.argtypes = [ctypes.c_char_p]
-        self._apply.restype = ctypes.c_uint32
-
-    def apply(self, sql: str) -> int:
-        return self._apply(sql.encode())
+    def catch_up(self) -> None:
+        """Replays what is due by now, as every method does, so that what is read next is the present."""
+        Library(self.path).catch_up()
 
 
-def host_ns(clock: sqlite3.Row, wall_ns: int | None = None) -> int:
+def host_ns(clock: Any, wall_ns: int | None = None) -> int:
     """Host time at a wall time (else now), from the row of the clock."""
     if clock["mode"] == "freeze" or clock["base_wall_ns"] == 0:
-        return clock["base_host_ns"]
-    passed = max(0, (time.time_ns() if wall_ns is None else wall_ns) - clock["base_wall_ns"])
-    return clock["base_host_ns"] + passed * clock["speed_permille"] // 1000
+        return int(clock["base_host_ns"])
+    passed = max(0, (time.time_ns() if wall_ns is None else wall_ns) - int(clock["base_wall_ns"]))
+    return int(clock["base_host_ns"]) + passed * int(clock["speed_permille"]) // 1000
 
 
 def _quoted(path: str) -> str:
@@ -114,8 +100,20 @@ def _quoted(path: str) -> str:
 
 
 def create(path: str, inserts: str, replace: bool = False) -> None:
-    """Makes a store. It appears under its name only when it is complete."""
-    folder = os.path.dirname(path)
+    """Makes a store from the rows of a description."""
+    script = paths.read_data("schema.sql") + inserts + f"UPDATE clock SET base_wall_ns = {time.time_ns()};"
+
+    def fill(db: sqlite3.Connection) -> None:
+        db.execute("PRAGMA synchronous = OFF")
+        db.executescript(f"BEGIN;{script} COMMIT;")
+        db.execute("PRAGMA journal_mode = WAL")
+
+    place(path, fill, replace)
+
+
+def place(path: str, fill: Callable[[sqlite3.Connection], None], replace: bool) -> None:
+    """Makes a file that is a database. It appears under its name only when it is complete."""
+    folder = os.path.dirname(os.path.abspath(path))
     try:
         os.makedirs(folder, exist_ok=True)
         descriptor, temporary = tempfile.mkstemp(prefix=os.path.basename(path) + ".", dir=folder)
@@ -124,14 +122,7 @@ def create(path: str, inserts: str, replace: bool = False) -> None:
         raise Failed(f"{path} cannot be made: {error.strerror}") from None
     try:
         with closing(sqlite3.connect(temporary, isolation_level=None)) as db:
-            db.execute("PRAGMA synchronous = OFF")
-            db.executescript(
-                "BEGIN;"
-                + paths.read_data("schema.sql")
-                + inserts
-                + f"UPDATE clock SET base_wall_ns = {time.time_ns()}; COMMIT;"
-            )
-            db.execute("PRAGMA journal_mode = WAL")
+            fill(db)
         if replace:
             remove(path)
         os.link(temporary, path)
@@ -159,7 +150,7 @@ def refill(store: Store, inserts: str) -> None:
         db.execute("UPDATE clock SET base_wall_ns = ?", (time.time_ns(),))
 
 
-def _statements(sql: str):
+def _statements(sql: str) -> Iterator[str]:
     """The single statements of a script; a semicolon within a text does not end one."""
     part = ""
     for line in sql.splitlines(keepends=True):

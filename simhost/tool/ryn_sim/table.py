@@ -3,15 +3,26 @@
 from __future__ import annotations
 
 import json
+import os
 import shutil
 import sys
+import time
+from typing import Any, Callable, Mapping, Sequence, Tuple, Union
 
-_WIDEST = 100
+NARROW = 80
+
+# A column: the key of its values, or a heading and what makes its text of a row
+Column = Union[str, Tuple[str, Callable[[Mapping[str, Any]], Any]]]
 
 
 def width() -> int:
-    """Columns to fill: the terminal's, 100 at most, and 100 where there is no terminal."""
-    return min(shutil.get_terminal_size((_WIDEST, 24)).columns, _WIDEST) if sys.stdout.isatty() else _WIDEST
+    """Columns to fill: the terminal's, and 80 where there is no terminal."""
+    return shutil.get_terminal_size((NARROW, 24)).columns if sys.stdout.isatty() else NARROW
+
+
+def coloured() -> bool:
+    """Whether to use colour: on a terminal, unless NO_COLOR is set."""
+    return sys.stdout.isatty() and not os.environ.get("NO_COLOR") and os.environ.get("TERM") != "dumb"
 
 
 def counted(number: int, nouns: str) -> str:
@@ -20,11 +31,11 @@ def counted(number: int, nouns: str) -> str:
     return f"{number} {one if number == 1 else nouns}"
 
 
-def print_json(value) -> None:
+def print_json(value: Any) -> None:
     print(json.dumps(value, indent=2, ensure_ascii=False))
 
 
-def cell(value) -> str:
+def cell(value: Any) -> str:
     if value is None:
         return "-"
     if isinstance(value, bool):
@@ -34,44 +45,48 @@ def cell(value) -> str:
     return str(value)
 
 
-def print_table(rows: list[dict], columns: list[str], nothing: str = "none") -> None:
-    """One line a row. Numbers stand on the right; what does not fit the line is cut at the widest column's end."""
+def print_table(
+    rows: Sequence[Mapping[str, Any]],
+    columns: Sequence[Column],
+    nothing: str = "none",
+    warns: Callable[[Mapping[str, Any]], bool] = lambda row: False,
+) -> None:
+    """One line a row. Numbers stand on the right; what does not fit the line is cut at the widest column's end.
+
+    warns: rows that are shown in red on a terminal.
+    """
     if not rows:
         print(nothing)
         return
-    texts = [[cell(row.get(column)) for column in columns] for row in rows]
-    widths = [max(len(column), *(len(line[index]) for line in texts)) for index, column in enumerate(columns)]
+    headings = [column if isinstance(column, str) else column[0] for column in columns]
+    values = [[row.get(column) if isinstance(column, str) else column[1](row) for column in columns] for row in rows]
+    texts = [[cell(value) for value in line] for line in values]
+    widths = [max(len(heading), *(len(line[index]) for line in texts)) for index, heading in enumerate(headings)]
     room = width() - 2 * (len(columns) - 1)
-    while sum(widths) > room and max(widths) > 8:
+    while sum(widths) > room and max(widths) > 6:
         widths[widths.index(max(widths))] -= 1
-    right = [
-        all(isinstance(row.get(column), (int, float)) and not isinstance(row.get(column), bool) for row in rows)
-        for column in columns
-    ]
-    for line in [[column.upper() for column in columns], *texts]:
-        fitted = [text if len(text) <= room else text[: room - 1] + "…" for text, room in zip(line, widths)]
-        print(
-            "  ".join(
-                text.rjust(room) if flush else text.ljust(room) for text, room, flush in zip(fitted, widths, right)
-            ).rstrip()
-        )
+    right = [all(isinstance(line[index], (int, float)) for line in values) for index in range(len(columns))]
+    styles = ["\033[1m", *("\033[31m" if warns(row) else "" for row in rows)]
+    for line, style in zip([[heading.upper() for heading in headings], *texts], styles):
+        fitted = [text if len(text) <= size else text[: size - 1] + "…" for text, size in zip(line, widths)]
+        text = "  ".join(
+            text.rjust(size) if flush else text.ljust(size) for text, size, flush in zip(fitted, widths, right)
+        ).rstrip()
+        print(f"{style}{text}\033[0m" if style and coloured() else text)
 
 
 class Progress:
     """A line on a terminal's standard error that says how far long work is; nothing elsewhere or for short work."""
 
     def __init__(self, what: str):
-        import time
-
         self._what = what
-        self._time = time.monotonic
-        self._begun = self._time()
+        self._begun = time.monotonic()
         self._shown_at = self._begun
         self._shown = False
         self._active = sys.stderr.isatty()
 
     def __call__(self, done: int, of: int | None = None) -> None:
-        now = self._time()
+        now = time.monotonic()
         if self._active and now - self._begun > 0.3 and now - self._shown_at > 0.1:
             self._shown_at, self._shown = now, True
             print(f"\r\033[K{self._what}: {done}" + (f" of {of}" if of else ""), end="", file=sys.stderr, flush=True)
@@ -80,8 +95,8 @@ class Progress:
         if self._shown:
             print("\r\033[K", end="", file=sys.stderr, flush=True)
 
-    def __enter__(self):
+    def __enter__(self) -> Progress:
         return self
 
-    def __exit__(self, *_):
+    def __exit__(self, *_: object) -> None:
         self.close()

@@ -6,7 +6,14 @@ import re
 from fractions import Fraction
 
 _SCALES = {"": 1, "k": 10**3, "M": 10**6, "G": 10**9, "T": 10**12}
-_SECONDS = {"us": Fraction(1, 10**6), "ms": Fraction(1, 1000), "s": 1, "m": 60, "h": 3600, "d": 86400}
+_SECONDS: dict[str, int | Fraction] = {
+    "us": Fraction(1, 10**6),
+    "ms": Fraction(1, 1000),
+    "s": 1,
+    "m": 60,
+    "h": 3600,
+    "d": 86400,
+}
 _QUANTITY = re.compile(r"([0-9]+(?:\.[0-9]+)?)([kMGT]?)")
 _DURATION_PART = re.compile(r"([0-9]+(?:\.[0-9]+)?)(us|ms|s|m|h|d)")
 _MAC = re.compile(r"[0-9A-Fa-f]{2}(:[0-9A-Fa-f]{2}){5}")

@@ -2,30 +2,32 @@
 
 from __future__ import annotations
 
+from typing import Any, Dict, Mapping
+
 _HEAD = """\
 # A simulated host: ryn-sim init makes it, ryn-sim export wrote this. What was counted so far is not kept here: a host
 # made from this counts from 0 (ryn-sim save keeps everything).
 """
 
 
-def to_yaml(description: dict) -> str:
+def to_yaml(description: Mapping[str, Any]) -> str:
     """The description as people write it: a block for the whole, a line for each thing in it."""
-    import yaml
+    import yaml  # type: ignore[import]
 
     from .document import _Loader
 
-    class Dumper(getattr(yaml, "CSafeDumper", yaml.SafeDumper)):
+    class Dumper(getattr(yaml, "CSafeDumper", yaml.SafeDumper)):  # type: ignore[misc]
         """Quotes what either this tool's or another reader of YAML would take for something other than a text."""
 
         yaml_implicit_resolvers = {key: list(found) for key, found in yaml.SafeDumper.yaml_implicit_resolvers.items()}
 
-        def ignore_aliases(self, data):
+        def ignore_aliases(self, data: Any) -> bool:
             return True
 
     for first, found in _Loader.yaml_implicit_resolvers.items():
         Dumper.yaml_implicit_resolvers.setdefault(first, []).extend(found)
 
-    class Line(dict):
+    class Line(Dict[str, Any]):
         """Written in braces."""
 
     Dumper.add_representer(
@@ -38,13 +40,13 @@ def to_yaml(description: dict) -> str:
         ),
     )
 
-    def lines(value):
+    def lines(value: Any) -> Any:
         """Everything within this value on one line, if it is short enough."""
         if isinstance(value, list):
             return [lines(item) for item in value]
         return Line((key, lines(item)) for key, item in value.items()) if isinstance(value, dict) else value
 
-    def block(value):
+    def block(value: Any) -> Any:
         """A mapping with a line for each key; a list or mapping of mappings has a line for each of those."""
         if isinstance(value, list):
             return [block(item) if isinstance(item, dict) and not _is_plain(item) else lines(item) for item in value]
@@ -63,5 +65,5 @@ def to_yaml(description: dict) -> str:
     return _HEAD + "".join(parts)
 
 
-def _is_plain(value: dict) -> bool:
+def _is_plain(value: Mapping[str, Any]) -> bool:
     return not any(isinstance(item, (dict, list)) for item in value.values())
