@@ -134,7 +134,6 @@ class Host:
         """What a path of the description has, said or not."""
         from .browse import get
 
-        self._store.catch_up()
         return get(self._store, path)
 
     def show(self, what: str = "summary", switch: str | None = None) -> list[dict[str, Any]]:
@@ -153,7 +152,6 @@ class Host:
         """Its description, which make() takes. What was counted is not in it; save() keeps everything."""
         from .export import describe
 
-        self._store.catch_up()
         return describe(self._store)
 
     def info(self) -> dict[str, Any]:

@@ -8,7 +8,6 @@ from typing import Any, Mapping
 
 from .errors import BadInput, nearest
 from .export import Description, describe
-from .hosts import catch_up
 from .members import CONVERSATION, HOST, NIC, PORT_ENTITY, REQUIRED, SWITCH, Entity
 from .settings import find, item_names
 from .store import Store
@@ -19,7 +18,6 @@ _ENTITIES = {"nics": NIC, "switches": SWITCH, "ports": PORT_ENTITY, "traffic": C
 
 def get_command(options: argparse.Namespace) -> None:
     store = Store(options.path)
-    catch_up(store)
     value = get(store, options.what)
     if options.json:
         print_json(value)
@@ -31,7 +29,6 @@ def get_command(options: argparse.Namespace) -> None:
 
 def ls_command(options: argparse.Namespace) -> None:
     store = Store(options.path)
-    catch_up(store)
     rows = ls(store, options.what or "")
     if options.json:
         print_json(rows)

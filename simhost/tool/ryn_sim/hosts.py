@@ -202,9 +202,7 @@ def export_command(options: argparse.Namespace) -> None:
     from .export import describe
     from .yaml_text import to_yaml
 
-    store = Store(options.path)
-    catch_up(store)
-    description = describe(store)
+    description = describe(Store(options.path))
     if options.json:
         text = json.dumps(description, indent=2, ensure_ascii=False) + "\n"
     else:
@@ -217,15 +215,6 @@ def export_command(options: argparse.Namespace) -> None:
             file.write(text)
     except OSError as error:
         raise Failed(f"{options.file}: {error.strerror}") from None
-
-
-def catch_up(store: Store) -> None:
-    """Brings the host up to the present before it is read, where the stand-ins are there to do it."""
-    try:
-        paths.libraries()
-    except Failed:
-        return
-    store.catch_up()
 
 
 def reset_command(options: argparse.Namespace) -> None:

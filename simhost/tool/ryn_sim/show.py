@@ -8,7 +8,6 @@ from typing import Any, Callable, Dict, List, Mapping, Sequence
 
 from . import names, units, values
 from .errors import BadInput, Failed, nearest
-from .hosts import catch_up
 from .library import Library
 from .store import Store
 from .table import Column, print_json, print_table
@@ -43,7 +42,7 @@ def show_command(options: argparse.Namespace) -> None:
 
 def show(store: Store, wanted: Sequence[str], switch: str | None = None) -> dict[str, Rows]:
     """The records of these sections, of one switch or all, at the present moment."""
-    catch_up(store)
+    store.catch_up()
     with store.reading():
         sw = _switch_number(store, switch)
         return {name: SECTIONS[name].rows(store, sw) for name in wanted}
