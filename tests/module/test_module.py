@@ -162,6 +162,8 @@ LAYERS = [
     ("host/", HOST),
     ("ryn/_core/", (*HOST, "host/read/", "host/change/", "ryn/_core/")),
     ("exporter/", (*HOST, "host/read/", "exporter/", "exporter/collect/")),
+    ("ryn/_core/", (*HOST, "host/read/", "host/change/", "ryn/_core/")),
+    ("exporter/", (*HOST, "host/read/", "exporter/", "exporter/collect/")),
     ("libryn/include/", ()),
     ("libryn/base/", ("host/", "libryn/base/")),
     ("libryn/dvs/", (*HOST, "host/change/properties.h", "libryn/include/", "libryn/base/", "libryn/dvs/")),

@@ -3,9 +3,8 @@
 import subprocess
 from pathlib import Path
 
-import pytest
-
 import _probe
+import pytest
 
 FOLDER = Path(_probe.__file__).parents[1] / "native"
 BINARIES = ["native_tests", "host/host_tests"]  # the module's helpers in an interpreter, and host/ without one
@@ -24,6 +23,7 @@ def native_tests(binary: str) -> list[str]:
 
 @pytest.mark.parametrize("binary, name", [(binary, name) for binary in BINARIES for name in native_tests(binary)])
 def test_native(binary: str, name: str):
-    done = subprocess.run([FOLDER / binary, f"--gtest_filter={name}", "--gtest_brief=1"], text=True, capture_output=True,
-                          timeout=60)
+    done = subprocess.run(
+        [FOLDER / binary, f"--gtest_filter={name}", "--gtest_brief=1"], text=True, capture_output=True, timeout=60
+    )
     assert done.returncode == 0, done.stdout + done.stderr

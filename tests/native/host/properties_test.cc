@@ -52,6 +52,17 @@ TEST_F(Properties, OneThatIsNotThereIsNotFound) {
   EXPECT_EQ(setting, 5U);
 }
 
+TEST_F(Properties, AFailureIsHandedOn) {
+  Fail("DVSQOB_HostPropGet", 9);
+  Fail("DVSQOB_PortDataGet", 8);
+  BurstSize burst;
+  EXPECT_EQ(GetPropertyRecord("id-1", kBurstSizeProperty, &burst).code, 9U);
+  RingSizes sizes;
+  const Status status = GetStoredRingSizes("id-1", "50", &sizes);
+  EXPECT_EQ(status.code, 8U);
+  EXPECT_STREQ(status.operation, "DVSQOB_PortDataGet");
+}
+
 TEST_F(Properties, ANullValueHoldsNothing) {
   const DoubleAnswer answer = {0, -1, nullptr, 0, 4, 0};  // no block, but a length of 4
   double_answer("DVSQOB_HostPropGet", &answer);
