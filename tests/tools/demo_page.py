@@ -62,12 +62,13 @@ def with_tour(text: str, output: str) -> str:
     return f"{head}{BEGIN}\n```text\n{output}```\n\n{END}{tail}"
 
 
-def picture(lines: list[str]) -> str:
-    console = Console(record=True, width=max(map(len, lines)) + 1, file=open(os.devnull, "w"))
-    for line in lines:
-        heading = line.startswith("-- ")
-        console.print(Text(line, style="bold cyan" if heading else ""))
-    return console.export_svg(title="./dev demo", theme=DIMMED_MONOKAI, code_format=SVG)
+def picture(lines: list[Text], title: str) -> str:
+    """The lines in a terminal, as SVG."""
+    with open(os.devnull, "w") as nowhere:
+        console = Console(record=True, width=max(map(len, lines)) + 1, file=nowhere)
+        for line in lines:
+            console.print(line)
+    return console.export_svg(title=title, theme=DIMMED_MONOKAI, code_format=SVG, unique_id="terminal")
 
 
 def pages() -> dict[Path, str]:
@@ -78,7 +79,8 @@ def pages() -> dict[Path, str]:
         README: with_tour(README.read_text(), "\n".join(lines[:README_LINES]) + "\n"),
         PAGE: "# What the demo shows\n\nThe tour at the end of `./dev demo`, here with the clock stepped instead of waited "
               f"for. `./dev demo --docs` wrote this\npage.\n\n```text\n{output}```\n",
-        PICTURE: picture(lines[:PICTURE_LINES]),
+        PICTURE: picture([Text(line, "bold cyan" if line.startswith("-- ") else "") for line in lines[:PICTURE_LINES]],
+                         "./dev demo"),
     }
 
 

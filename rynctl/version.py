@@ -1,0 +1,3 @@
+"""The version, as meson.build has it; a test compares the two."""
+
+VERSION = "1.0.0"
