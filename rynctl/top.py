@@ -161,6 +161,7 @@ class Screen:
         import curses
 
         os.environ.setdefault("ESCDELAY", "25")
+        curses.use_env(False)  # the terminal's own size, not that of COLUMNS and LINES
         try:
             return curses.wrapper(self.loop)
         except curses.error as error:

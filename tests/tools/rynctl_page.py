@@ -40,7 +40,7 @@ class Shell:
             "PYTHONPATH": f"{build}:{build / 'libryn'}", "RYN_SIM_STATE": str(folder / "host.db"), "NO_COLOR": "1",
             "PYTHONDONTWRITEBYTECODE": "1",
         }
-        self.run("ryn-sim init default && ryn-sim clock freeze")
+        self.run("ryn-sim init default && ryn-sim clock freeze && ryn-sim clock step 20s")
 
     def run(self, command: str) -> str:
         done = subprocess.run(["bash", "-c", command], env=self.environment, cwd=self.folder, text=True,
@@ -67,7 +67,7 @@ def top() -> str:
         shell = Shell(Path(folder))
         shell.run("ryn-sim clock run")
         socket = str(Path(folder, "tmux"))
-        environment = {name: value for name, value in shell.environment.items() if name != "NO_COLOR"}
+        environment = {name: value for name, value in shell.environment.items() if name not in ("NO_COLOR", "COLUMNS")}
         command = ["tmux", "-S", socket, "-f", "/dev/null", "new-session", "-d", "-x", "90", "-y", "24",
                    shlex.join([f"{folder}/bin/rynctl", "top", "--interval", "1"])]
         subprocess.run(command, env=environment, check=True)
