@@ -79,7 +79,7 @@ def test_top_on_a_terminal(running: Ctl, language: str):
     child.send("x")
     child.expect("by tx_bytes")
     child.send("s")
-    child.expect("rx_packets")
+    child.expect("by rx_bytes")
     child.send("/")
     child.expect("filter: ")
     child.send("kind=VNIC\r")

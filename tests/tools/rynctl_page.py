@@ -40,7 +40,10 @@ class Shell:
             "PYTHONPATH": f"{build}:{build / 'libryn'}", "RYN_SIM_STATE": str(folder / "host.db"), "NO_COLOR": "1",
             "PYTHONDONTWRITEBYTECODE": "1",
         }
-        self.run("ryn-sim init default && ryn-sim clock freeze && ryn-sim clock step 20s")
+        description = (ROOT / "simhost/profiles/default.yaml").read_text()
+        assert "uptime: 1h" in description
+        (folder / "hv0.yaml").write_text(description.replace("uptime: 1h", "uptime: 1h, frozen: true"))
+        self.run("ryn-sim init hv0.yaml && ryn-sim clock step 20s")
 
     def run(self, command: str) -> str:
         done = subprocess.run(["bash", "-c", command], env=self.environment, cwd=self.folder, text=True,
