@@ -223,6 +223,7 @@ class Screen:
         curses = self.curses
         height, width = self.window.getmaxyx()
         self.put(height - 1, "filter: ".ljust(width - 1), curses.A_REVERSE)
+        self.window.refresh()
         curses.echo()
         self.window.timeout(-1)
         try:
@@ -240,6 +241,7 @@ class Screen:
         self.window.erase()
         for y, text in enumerate(("Keys", "", *HELP)):
             self.put(y, text, self.curses.A_BOLD if y == 0 else 0)
+        self.window.refresh()
         self.window.timeout(-1)
         self.window.getch()
 

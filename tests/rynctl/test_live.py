@@ -6,10 +6,13 @@ import csv
 import io
 import json
 import os
+import re
+import shlex
 import signal
 import subprocess
 import time
 from pathlib import Path
+from typing import Iterator
 
 import pexpect
 import pytest
@@ -68,30 +71,65 @@ def test_top_marks_resets(running: Ctl):
     assert row["reset"] is True and row["tx_packets"] is None
 
 
-@pytest.mark.parametrize("language", ["C.UTF-8", "C"])
-def test_top_on_a_terminal(running: Ctl, language: str):
-    child = pexpect.spawn("/usr/bin/python3", [str(RYNCTL), "top", "--interval", "0.5"], dimensions=(24, 80), timeout=20,
-                          env={**running.environment, "LANG": language, "LC_ALL": language}, encoding="utf-8")
-    child.expect("TX_BYTES")
-    child.expect("UPLINK")
-    child.send("?")
-    child.expect("turn the order round")
-    child.send("x")
-    child.expect("by tx_bytes")
-    child.send("s")
-    child.expect("by rx_bytes")
-    child.send("/")
-    child.expect("filter: ")
-    child.send("kind=VNIC\r")
-    child.expect("where kind=VNIC")
-    child.send("/")
-    child.expect("filter: ")
-    child.send("nonsense=1\r")
-    child.expect("there is no column 'nonsense'")
-    child.send("q")
-    child.expect(pexpect.EOF)
-    child.close()
-    assert child.exitstatus == 0
+class Terminal:
+    """A terminal of 80 columns by tmux, in which a command runs."""
+
+    def __init__(self, folder: Path, environment: dict[str, str], *command: str):
+        self.tmux = ["tmux", "-S", str(folder / "tmux"), "-f", "/dev/null"]
+        self.environment = {**environment, "TERM": "screen"}
+        self("new-session", "-d", "-x", "80", "-y", "24", f"{shlex.join(command)}; echo ended with $?; sleep 60")
+
+    def __call__(self, *arguments: str) -> str:
+        return subprocess.run([*self.tmux, *arguments], env=self.environment, text=True, check=True,
+                              stdout=subprocess.PIPE).stdout
+
+    def press(self, *keys: str) -> None:
+        self("send-keys", *keys)
+
+    def shows(self, pattern: str) -> str:
+        """The screen, as soon as it shows this."""
+        end = time.monotonic() + 60
+        while True:
+            screen = self("capture-pane", "-p")
+            if re.search(pattern, screen, re.MULTILINE):
+                return screen
+            assert time.monotonic() < end, f"no {pattern!r} in\n{screen}"
+            time.sleep(0.05)
+
+
+@pytest.fixture
+def top(running: Ctl, tmp_path: Path, request) -> Iterator[Terminal]:
+    language = {"LANG": request.param, "LC_ALL": request.param}
+    terminal = Terminal(tmp_path, {**running.environment, **language}, "/usr/bin/python3", str(RYNCTL), "top",
+                        "--interval", "0.5")
+    yield terminal
+    terminal("kill-server")
+
+
+@pytest.mark.parametrize("top", ["C.UTF-8", "C"], indirect=True)
+def test_top_on_a_terminal(top: Terminal):
+    screen = top.shows(r"^dvs-2-set +8 +VNIC")
+    assert screen.splitlines()[0].startswith("rynctl top ports") and "(simulated)" in screen.splitlines()[0]
+    assert screen.isascii() and "DROPS[1/s]" in screen
+    rates = re.findall(r"VNIC +([\d.]+[kMG]?)", screen)
+    assert len(rates) > 5
+    top.press("?")
+    top.shows("turn the order round")
+    top.press("x")
+    top.shows("by tx_bytes")
+    top.press("s")
+    top.shows("by rx_bytes")
+    top.press("/")
+    top.shows("^filter:")
+    top.press("kind=QOBNIC", "Enter")
+    screen = top.shows("where kind=QOBNIC")
+    assert "VNIC" not in screen and "2 of 35" in screen
+    top.press("/")
+    top.shows("^filter:")
+    top.press("nonsense=1", "Enter")
+    top.shows("there is no column 'nonsense'")
+    top.press("q")
+    top.shows("ended with 0")
 
 
 def test_control_c_ends_top_with_0(running: Ctl):
