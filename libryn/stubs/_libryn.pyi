@@ -194,7 +194,17 @@ class _DeviceAffinity(TypedDict):
     affinity: int  # its affinity
 
 class _LBWeight(TypedDict):
-    weightName: Literal["Cross-NUMA Communication Weight", "Cross-NUMA Migration Weight", "Cross-Lcore Communication Weight", "Cross-Lcore Migration Weight", "VM Affinity Weight", "Device Affinity Weight", "Stability Decay Rate", "Port Count Weight"]  # its name
+    # its name
+    weightName: Literal[
+        "Cross-NUMA Communication Weight",
+        "Cross-NUMA Migration Weight",
+        "Cross-Lcore Communication Weight",
+        "Cross-Lcore Migration Weight",
+        "VM Affinity Weight",
+        "Device Affinity Weight",
+        "Stability Decay Rate",
+        "Port Count Weight",
+    ]
     weight: int  # its value
 
 _LBParams = tuple[

@@ -18,7 +18,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "libryn"))
 
 from reference.methods import METHODS, TOPICS  # noqa: E402
-from reference.model import Argument, Idiom, Method, Record  # noqa: E402
+from reference.model import Argument, Field, Idiom, Method, Record  # noqa: E402
 from reference.records import RECORDS  # noqa: E402
 
 STUB = ROOT / "libryn/stubs/_libryn.pyi"
@@ -107,7 +107,7 @@ def stub_record(record: Record) -> str:
         return f"_{record.name} = tuple[\n{items}]\n"
 
     def lines(fields: list) -> str:
-        return "".join(f"    {field.key}: {field.checked_type()}  # {field.meaning}\n" for field in fields)
+        return "".join(stub_key(field) for field in fields)
 
     always = [field for field in record.fields if not field.optional]
     optional = [field for field in record.fields if field.optional]
@@ -116,6 +116,16 @@ def stub_record(record: Record) -> str:
     return (
         f"class _{record.name}Always(TypedDict):\n{lines(always)}\n"
         f"class _{record.name}(_{record.name}Always, total=False):\n{lines(optional)}"
+    )
+
+
+def stub_key(field: Field) -> str:
+    line = f"    {field.key}: {field.checked_type()}  # {field.meaning}\n"
+    if len(line) <= 121:
+        return line
+    choices = re.findall(r'"[^"]*"', field.type)
+    return (
+        f"    # {field.meaning}\n    {field.key}: Literal[\n" + "".join(f"        {c},\n" for c in choices) + "    ]\n"
     )
 
 
