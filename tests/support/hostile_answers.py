@@ -49,7 +49,7 @@ class Response:
 
     def fills(self) -> dict[str, Bytes]:
         """What stands in the area where no field does."""
-        noise = random.Random(self.op).randbytes(self.size)
+        noise = random.Random(self.op).getrandbits(8 * self.size).to_bytes(self.size, "little")  # randbytes is of 3.9
         return {"zeros": self.zeros(), "ones": Bytes(b"\xff" * self.size), "noise": Bytes(noise)}
 
     def largest(self) -> Iterator[Bytes]:

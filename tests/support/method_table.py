@@ -450,23 +450,14 @@ def alias_failures(value: Any = None, *rest: Any) -> tuple[Failure, ...]:
     return unknown_alias(("dvs-9", *rest), value), wrong_class(("dvs-2", *rest), value)
 
 
-def alias_gone(double: Double) -> None:
-    """The property is not there, and the alias neither when it is looked up again."""
-    double.answer("DVSQOB_HostPropGet", status=MISSING)
-    double.answer("DVSState_SwitchFindByAlias", status=1)
-    double.answer("DVSState_SwitchFindByAlias", times=1)
-
-
 def versioned(key: str, size: int, value: Any = None) -> tuple[Failure, ...]:
     unknown = f"Format of property {key} value is from unknown version.\n"
     odd = f"Property {key} value length is odd.\n"
-    no_name = "Failed to get portset name from dvs dvs-1.\n"
     return (
         bad_property("unknown version", u32(1) + bytes(size - 4), unknown, value),
         bad_property("unknown version, other length", u32(1) + bytes(size), unknown, value),
         bad_property("too short", bytes(size - 1), odd, value),
         bad_property("too long", bytes(size + 1), odd, value),
-        Failure("alias gone", alias_gone, Outcome(value, no_name)),
     )
 
 
