@@ -716,6 +716,26 @@ class Flow:
     """A flow of a core's flow cache."""
 
     _fields: Tuple[str, ...]
+    def __new__(
+        cls,
+        switch: int,
+        core: int,
+        src: _Bytes,
+        dst: _Bytes,
+        sport: int,
+        dport: int,
+        protocol: int,
+        vlan: int,
+        packets: Optional[int],
+        bytes: Optional[int],
+        actions: int,
+        offloaded: bool,
+        mac_a: _Bytes,
+        mac_b: _Bytes,
+        number15: int,
+        number24: int,
+        /,
+    ) -> Flow: ...
     @property
     def switch(self) -> int: ...
     @property

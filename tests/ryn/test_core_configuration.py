@@ -8,7 +8,6 @@ import threading
 from typing import Callable
 
 import pytest
-
 from harness import MISSING, Double, u32
 
 ROUNDS = 300
@@ -46,6 +45,7 @@ def at_once(*works: Callable[[], None]) -> None:
 def test_hosts_look_ups_and_the_module_at_once(core, platform, timeout):
     """Three threads: new hosts, look-ups of a switch, and the module's look-ups, which hold the interpreter lock."""
     import _libryn
+
     import ryn
 
     platform.double.recording(False)

@@ -10,7 +10,6 @@ import subprocess
 import sys
 
 import pytest
-
 from harness import Bytes
 
 ADDRESS = bytes([2, 0, 0, 0xAA, 0xBB, 0xCC])
