@@ -334,7 +334,7 @@ uint32_t Ryn_MAC_Entry_Ops(uint32_t swID, uint32_t rynPortID, const uint8_t* mac
     const Switch* sw = host.model.FindSwitch(swID);
     if (sw == nullptr || host.model.FindPort(swID, rynPortID) == nullptr)
       return kNotFound;
-    if (mac == nullptr || vlanID > 4095 || operation > 1)
+    if (mac == nullptr || (mac[0] & 1) != 0 || vlanID > 4095 || operation > 1)  // a group is no station
       return kBadParameter;
     Mac address{};
     std::copy_n(mac, address.size(), address.begin());
