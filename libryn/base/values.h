@@ -53,7 +53,7 @@ inline Ref Text(std::string_view utf8) {
   return Ref(PyUnicode_FromStringAndSize(utf8.data(), static_cast<Py_ssize_t>(utf8.size())));
 }
 
-// A list of `size` items, all None at first: whoever meets it half built, a hook of the collector for one, finds no
+// A list of `size` items, all None at first, so that code which reaches it half built (a collector callback) finds no
 // empty slot. `size` is never a count from a library that was not bounded before. Null with Python's error set.
 Ref NewList(std::size_t size);
 

@@ -186,7 +186,7 @@ bool AppendActions(const View& actions, BoundedText* line) {
         break;
       case kActionDrop:
         line->Append("DROP; ");
-        return true;  // whatever else the flow would do does not happen
+        return true;  // no later action takes place
       case kActionDfwOnSrcPort:
         line->Append("DFW on srcPort; ");
         break;

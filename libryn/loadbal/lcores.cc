@@ -28,7 +28,7 @@ PyObject* PyRyn_ListLCoreIDs(PyObject*, PyObject* args) {
     return NoneAfter("TypeError: Invalid parameter passed.\n\n");
 
   std::uint64_t bitmap = 0;
-  // Deliberate: after a failure the method goes on with the bitmap as it is.
+  // Deliberate: a failure is reported and the bitmap used as it is, empty.
   if (Ryn_Get_LCore_ID_Bitmap(swID, &bitmap) != 0)
     Report("TypeError: Failed to get lcore ID bitmap.\n\n");
 

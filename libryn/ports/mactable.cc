@@ -88,7 +88,7 @@ PyObject* PyRYN_MAC_Entry_Ops(PyObject* args, std::uint32_t operation) {
     return NoneAfter("TypeError: Invalid parameter passed.\n");
 
   // Deliberate: the high half of the VLAN argument takes the place of the low half of the switch ID, so an ordinary
-  // call reaches switch 0 whatever switch it names.
+  // call reaches switch 0, not the switch it names.
   swID = (swID & 0xFFFF0000) + (vlanID >> 16);
   if (!IsSwitch(swID))
     return NoneAfter("TypeError: Invalid parameter passed.\n");

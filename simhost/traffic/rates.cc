@@ -78,7 +78,7 @@ class Rates {
     text += "], \"links\": [";
     comma = "";
     for (std::size_t nic = 0; nic < model_.nics.size(); ++nic) {
-      for (const std::size_t way : {0, 1})
+      for (const std::size_t way : {0U, 1U})
         text += std::exchange(comma, ", ") + LinkAsJson(model_.nics[nic], way, links_[nic][way]);
     }
     return text + "]}";
