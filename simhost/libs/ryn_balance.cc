@@ -101,10 +101,12 @@ class SnapshotWriter {
     for (const Path& path : model_.paths) {
       if (model_.conversations[Index(path.conversation)].sw != sw_.id)
         continue;
+      const std::uint64_t load = RateOf(model_, path, at, model_.balancer.period_ms) / 1000;
+      const std::uint64_t average = RateOf(model_, path, at, kAveraged * model_.balancer.period_ms) / 1000;
       for (std::size_t leg = 0; leg < path.receivers; ++leg) {
         Edge& edge = edges_[{path.in, path.legs[leg].port}];
-        edge.load += RateOf(model_, path, at, model_.balancer.period_ms) / 1000;
-        edge.average += RateOf(model_, path, at, kAveraged * model_.balancer.period_ms) / 1000;
+        edge.load += load;
+        edge.average += average;
       }
     }
     std::erase_if(edges_, [](const auto& edge) { return edge.second.load == 0 && edge.second.average == 0; });

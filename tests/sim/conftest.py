@@ -2,7 +2,6 @@ import shutil
 from pathlib import Path
 
 import pytest
-
 import simulated
 
 

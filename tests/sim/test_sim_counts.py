@@ -4,12 +4,12 @@ import shutil
 import tempfile
 from pathlib import Path
 
-from hypothesis import HealthCheck, settings, strategies as st
-from hypothesis.stateful import RuleBasedStateMachine, initialize, invariant, rule, run_state_machine_as_test
-
 import simulated
 from figures import Figures, check_sums, flow_table
 from hostile_answers import SOAK
+from hypothesis import HealthCheck, settings
+from hypothesis import strategies as st
+from hypothesis.stateful import RuleBasedStateMachine, initialize, invariant, rule, run_state_machine_as_test
 
 
 def test_sums_of_the_default_host(host):

@@ -1,7 +1,6 @@
 """Settings have effects that a script can see."""
 
 import pytest
-
 import simulated
 
 IDENTIFIER = "a91c20da-b05c-4387-a4701d270827"  # dvs-1's

@@ -1,7 +1,6 @@
 """Faults and events: what goes wrong on purpose."""
 
 import pytest
-
 import simulated
 
 

@@ -269,9 +269,11 @@ def overloads(draw) -> str:
     lines = [
         "host: random",
         f"numa: [{{lcores: [0, 1], capacity: {capacity}}}, {{lcores: [4], capacity: {capacity}}}]",
-        f"nics: {{n0: {{numa: 0, link: {draw(st.sampled_from(('1M', '100M', '100G')))}, drop_ppm: 700}}, n1: {{numa: 1}}}}",
+        f"nics: {{n0: {{numa: 0, link: {draw(st.sampled_from(('1M', '100M', '100G')))}, drop_ppm: 700}},"
+        " n1: {numa: 1}}",
         f"switches: [{{alias: s, uplinks: [n0, n1], burst: {draw(st.sampled_from((1, 32)))},"
-        f" flow_cache: {str(draw(st.booleans())).lower()}, balancer: {{metric: {draw(st.sampled_from(('cpu', 'none')))}}}"
+        f" flow_cache: {str(draw(st.booleans())).lower()},"
+        f" balancer: {{metric: {draw(st.sampled_from(('cpu', 'none')))}}}"
         + draw(st.sampled_from(("", ", mirrors: [{session: 1, in: [vm-0], to: [vm-2], sampling_rate: 3}]")))
         + "}]",
         "ports:",

@@ -4,7 +4,6 @@ import re
 from pathlib import Path
 
 import pytest
-
 import simulated
 
 PROFILES = ("default", "empty", "large", "overloaded", "asymmetric", "degraded")

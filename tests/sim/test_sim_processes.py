@@ -10,7 +10,6 @@ import time
 from pathlib import Path
 
 import pytest
-
 import simulated
 
 # Every operation that reads, with the areas that the module hands it

@@ -4,11 +4,11 @@ import shutil
 import tempfile
 from pathlib import Path
 
-from hypothesis import HealthCheck, given, note, settings, strategies as st
-
 import simulated
 from figures import Figures, check_sums, flow_table
 from hostile_answers import SOAK
+from hypothesis import HealthCheck, given, note, settings
+from hypothesis import strategies as st
 
 KINDS = ("None", "Single", "LAG", "SrcMAC", "All", "NoTeaming")
 CORES = [[0, 1], [4, 5, 31]]

@@ -1,7 +1,6 @@
 """What one process sets, another one gets, and a later one as well."""
 
 import pytest
-
 import simulated
 
 IDENTIFIER = "a91c20da-b05c-4387-a4701d270827"  # dvs-1's
