@@ -127,10 +127,11 @@ def child(profile: str) -> None:
         print(
             "table",
             measure(libraries["R"], "Ryn_Dump_Switch_MAC_Table", 0, area),
-            int.from_bytes(area.buffer[:4], "little"),
+            int.from_bytes(area.buffer.raw[:4], "little"),
         )
         begun = time.perf_counter_ns()
-        assert len(_libryn.ListSwitchMACTable(1)["MacTableList"]) == 65536
+        table = _libryn.ListSwitchMACTable(1)
+        assert table is not None and len(table["MacTableList"]) == 65536
         print("method", (time.perf_counter_ns() - begun) / 1000)
         print("setting", measure_setting(_libryn.SetPortLRO, 0, 2, ROUNDS // 20))
         return

@@ -36,7 +36,7 @@ class Figures:
 
     def counters(self) -> dict:
         """Every counter by a name of its own."""
-        counters = {(key, name): value for key, stats in self.ports.items() for name, value in stats.items()}
+        counters: dict = {(key, name): value for key, stats in self.ports.items() for name, value in stats.items()}
         counters |= {
             (key, "uplink", name): value for key, stats in self.uplinks.items() for name, value in stats.items()
         }
@@ -81,7 +81,8 @@ def check_sums(figures: Figures) -> None:
 
 def flow_table(host: simulated.Host, sw: int, lcore: int) -> list[dict]:
     """The whole table, page by page."""
-    table, pages = [], itertools.count()
+    table: list[dict] = []
+    pages = itertools.count()
     while True:
         page = host.DumpFlowTable(sw, lcore, len(table), 0)
         assert page is not None and next(pages) < 3000

@@ -45,19 +45,21 @@ class Process:
             stdout=subprocess.PIPE,
             env=environment(RYN_SIM_STATE=str(state)),
         )
+        assert self._child.stdin and self._child.stdout
+        self._requests, self._answers = self._child.stdin, self._child.stdout
 
     @property
     def pid(self) -> int:
         return self._child.pid
 
     def send(self, state: Path, calls: list) -> None:
-        self._child.stdin.write(json.dumps({"state": str(state), "calls": calls}) + "\n")
-        self._child.stdin.flush()
+        self._requests.write(json.dumps({"state": str(state), "calls": calls}) + "\n")
+        self._requests.flush()
 
     def receive(self) -> list:
-        if not select.select([self._child.stdout], [], [], PATIENCE_S)[0]:
+        if not select.select([self._answers], [], [], PATIENCE_S)[0]:
             raise RuntimeError(f"no answer within {PATIENCE_S} seconds")
-        line = self._child.stdout.readline()
+        line = self._answers.readline()
         if not line:
             raise RuntimeError(f"the process ended with {self._child.wait()}")
         answer = json.loads(line)
@@ -77,8 +79,8 @@ class Process:
 
     def close(self) -> None:
         with contextlib.suppress(BrokenPipeError):
-            self._child.stdin.close()
-        self._child.stdout.close()
+            self._requests.close()
+        self._answers.close()
         self._child.wait()
 
 

@@ -254,7 +254,9 @@ class Host(simulated.Host):
             assert ports[key] == ({tx}, {rx})
         for sw in figures.switches:
             whole = self.ListSwitchMACTable(sw)
-            parts = sum((self.ListPortMACTable(sw, port)["MacTableList"] for own, port in self.kinds if own == sw), [])
+            parts = []
+            for own, port in self.kinds:
+                parts += self.ListPortMACTable(sw, port)["MacTableList"] if own == sw else []
             assert whole["MacTableList"] == parts and len(parts) <= whole["MacLimit"]
         self.last = now
         self.reset.clear()

@@ -33,7 +33,7 @@ ODD = (
     b"\xff" * 16, b"\xff" * 4096,
 )  # fmt: skip
 # What a script does with a host that it finds: everything that a store says comes by here.
-CALLS = [
+CALLS: list[list] = [
     ["ListSwitches"], *(["ListPorts", sw] for sw in (0, 1, 9)), *(["GetPortConf", sw, 2] for sw in (0, 1)),
     *([name, 0, port] for name in ("GetPortStats", "GetPortTxUplink", "ListPortMACTable") for port in (2, 14)),
     *([name, 0, 0] for name in ("GetUplinkStats", "GetFPOUplinkStatus", "GetPortNetQInfo")),

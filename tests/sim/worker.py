@@ -25,7 +25,8 @@ GUARD = b"\xa5"
 
 def raw(operation: str, *arguments) -> dict:
     """Calls an operation of a stand-in; answers its status and the bytes of its areas."""
-    native, areas = [], []
+    native: list = []
+    areas: list = []
     for argument in arguments:
         if isinstance(argument, dict):
             size, guard = argument.get("area", argument.get("out")), argument.get("guard", 0)
@@ -66,7 +67,9 @@ def perform(name: str, *arguments):
     if name == "fork":  # the same calls in a child; True: it ended well
         child = os.fork()
         if child == 0:
-            os._exit(0 if _libryn.ListPorts(0) is not None and _libryn.SetLBWeights(*[7] * 8) is None else 1)
+            listed = _libryn.ListPorts(0) is not None
+            _libryn.SetLBWeights(*[7] * 8)
+            os._exit(0 if listed else 1)
         return os.waitpid(child, 0)[1] == 0
     if name == "quiet":  # a call that may fail in any way that Python knows
         try:
