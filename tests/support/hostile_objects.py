@@ -219,6 +219,7 @@ def attack_through_the_collector(ryn: Any, double: Double) -> None:
         for found in gc.get_objects():
             if type(found) in (list, dict, tuple):
                 repr(found)
+                list(found)  # an empty slot has no object
         gc.enable()
 
     def empty(phase: str, info: dict) -> None:
