@@ -124,7 +124,7 @@ values = st.one_of(
     texts.map("text:".__add__),
     st.lists(u32, min_size=1, max_size=4).map(lambda numbers: "u32:" + ",".join(map(str, numbers))),
 )
-balancers = st.fixed_dictionaries(
+balancers = st.fixed_dictionaries(  # type: ignore[misc]
     {}, optional={"metric": st.sampled_from(["none", "cpu", "count"]), "high": u32, "low": u32, "pause": u32}
 )
 

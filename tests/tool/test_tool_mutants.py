@@ -14,7 +14,7 @@ from ryn_sim.yaml_text import to_yaml
 from simtool import PROFILES, ROOT
 
 SCHEMA = (ROOT / "simhost" / "schema.sql").read_text()
-ODD = [
+ODD: list = [
     None,
     True,
     False,
