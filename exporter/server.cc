@@ -183,9 +183,7 @@ void Server::Serve(int stopping, Connections::Clock::duration tickTime, const st
       if (waits[i].revents != 0)
         Accept(waits[i].fd);
     }
-    MHD_run(daemon_);
-    connections_.CutLate(Connections::Clock::now());
-    CutSlowReaders();
+    Turn();
     if (Connections::Clock::now() >= next) {
       tick();
       next = Connections::Clock::now() + tickTime;
@@ -211,15 +209,25 @@ void Server::Accept(int listener) {
     const int socket = accept4(listener, reinterpret_cast<sockaddr*>(&address), &length, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (socket < 0)
       return;
-    for (int tries = 0; connections_.Count() >= Connections::kMost && tries < 3; ++tries) {
-      connections_.CutOldest();
-      MHD_run(daemon_);
-    }
-    if (connections_.Count() < Connections::kMost)
-      MHD_add_connection(daemon_, socket, reinterpret_cast<sockaddr*>(&address), length);
-    else
-      close(socket);
+    Adopt(socket, reinterpret_cast<sockaddr*>(&address), length);
   }
+}
+
+void Server::Adopt(int socket, const sockaddr* address, socklen_t length) {
+  for (int tries = 0; connections_.Count() >= Connections::kMost && tries < 3; ++tries) {
+    connections_.CutOldest();
+    MHD_run(daemon_);
+  }
+  if (connections_.Count() < Connections::kMost)
+    MHD_add_connection(daemon_, socket, address, length);
+  else
+    close(socket);
+}
+
+void Server::Turn() {
+  MHD_run(daemon_);
+  connections_.CutLate(Connections::Clock::now());
+  CutSlowReaders();
 }
 
 void Server::CutSlowReaders() {

@@ -29,6 +29,11 @@ class Server {
   // Serves until `stopping` (a descriptor) can be read; calls `tick` every `tickTime`.
   void Serve(int stopping, Connections::Clock::duration tickTime, const std::function<void()>& tick);
 
+  // The parts of Serve: takes an open connection over, which may cost the oldest one its place; does what is due now.
+  void Adopt(int socket, const sockaddr* address, socklen_t length);
+  void Turn();
+  std::size_t ConnectionCount() const { return connections_.Count(); }
+
  private:
   bool Bind(const ListenAddress& address);
   bool StartDaemon();
