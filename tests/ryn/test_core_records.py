@@ -10,7 +10,8 @@ import subprocess
 import sys
 
 import pytest
-from harness import Bytes
+
+from harness import UNDER_ASAN, Bytes
 
 ADDRESS = bytes([2, 0, 0, 0xAA, 0xBB, 0xCC])
 
@@ -24,6 +25,8 @@ def records(_module):
 
 def test_records_need_no_platform_library(records):
     """In a process that finds no platform library, records and rates work, and only making a Host fails."""
+    if UNDER_ASAN:
+        pytest.skip("its libraries would have to be loaded first")
     code = """
 import ryn
 print(ryn.MacAddress(bytes(6)), len(ryn.MacTable(bytes(40))), ryn.CounterTable(bytes(256))[0].total.tx_bytes)
@@ -36,8 +39,6 @@ except ryn.PlatformNotFound as error:
     done = subprocess.run(
         [sys.executable, "-c", code], cwd="/", text=True, capture_output=True, env={"PYTHONPATH": folder}, timeout=60
     )
-    if "libasan" in done.stderr:
-        pytest.skip("an instrumented build")
     assert (done.stdout, done.stderr) == ("00:00:00:00:00:00 2 0\nTrue\n", "")
 
 

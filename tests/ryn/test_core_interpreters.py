@@ -1,0 +1,74 @@
+"""Every interpreter that is there, from 3.8 on: the package is built for it and goes through core_on_interpreter.py."""
+
+from __future__ import annotations
+
+import os
+import re
+import shutil
+import subprocess
+from pathlib import Path
+
+import pytest
+
+from harness import UNDER_ASAN, Double
+
+ROOT = Path(__file__).parents[2]
+OLDEST = (3, 8)
+WITHOUT_PLATFORM = ["counters", "flow", "listed_port", "mac_address", "mac_table", "records", "records_module"]
+
+
+def interpreters() -> list[Path]:
+    found = []
+    for folder in Path.home().glob(".pyenv/versions/*"):
+        version = re.match(r"(\d+)\.(\d+)\.", folder.name)
+        if version and tuple(map(int, version.groups())) >= OLDEST and (folder / "bin/python").exists():
+            found.append(folder / "bin/python")
+    return sorted(found)
+
+
+@pytest.mark.parametrize(
+    "interpreter", [*interpreters(), *([] if interpreters() else [None])], ids=lambda path: path and path.parts[-3]
+)
+def test_package_on(double: Double, interpreter: Path | None, tmp_path: Path):
+    if interpreter is None:
+        pytest.skip("no other interpreter is there")
+    if UNDER_ASAN:
+        pytest.skip("built without the sanitizers")
+
+    def tool(*command: str | Path) -> str:
+        done = subprocess.run(command, cwd=ROOT, text=True, capture_output=True)
+        assert done.returncode == 0, done.stdout + done.stderr
+        return done.stdout
+
+    include, suffix = tool(
+        interpreter,
+        "-c",
+        "import sysconfig; print(sysconfig.get_path('include'), sysconfig.get_config_var('EXT_SUFFIX'))",
+    ).split()
+    shutil.copytree(ROOT / "ryn", tmp_path / "ryn", ignore=shutil.ignore_patterns("_core", "__pycache__"))
+    libraries = tmp_path / "libraries"
+    libraries.mkdir()
+    for library in ("libryn.so", "libjorPublic.so"):
+        shutil.copy(double.folder / library, libraries)
+    compiler = ["g++", "-std=c++20", "-O0", "-fPIC", "-shared", "-I.", f"-I{include}"]
+    compiler += ["-fno-exceptions", "-fno-rtti", "-fvisibility=hidden"]
+    core = ROOT / "ryn/_core"
+    records = [core / f"{name}.cc" for name in WITHOUT_PLATFORM]
+    rest = [path for path in sorted(core.glob("*.cc")) if path not in records]
+    tool(*compiler, *records, core / "values.cc", "-o", tmp_path / f"ryn/_records{suffix}")
+    tool(*compiler, *rest, *sorted((ROOT / "host").rglob("*.cc")), "-Wl,-z,now",
+         f"-Wl,--version-script={core}/exports.map", f"-L{libraries}", "-lryn", "-ljorPublic",
+         "-o", tmp_path / f"ryn/_core{suffix}")  # fmt: skip
+    tool("g++", "-std=c++20", "-O0", "-fPIC", "-shared", "-I.", f"-I{include}", "tests/double/probe.cc", "-o",
+         libraries / "_probe.so")  # fmt: skip
+
+    environment = {name: value for name, value in os.environ.items() if not name.startswith("PYTHON")}
+    environment["LD_LIBRARY_PATH"] = str(libraries)
+    environment["PYTHONDONTWRITEBYTECODE"] = "1"
+    environment["PYTHONPATH"] = os.pathsep.join(map(str, (tmp_path, ROOT / "tests/support", Path(__file__).parent)))
+    done = subprocess.run(
+        [interpreter, "-c", "import core_on_interpreter; core_on_interpreter.check()"],
+        text=True, capture_output=True, timeout=600, env=environment, cwd=tmp_path,
+    )  # fmt: skip
+    assert (done.returncode, done.stderr) == (0, "")
+    assert re.fullmatch(r"[\d.]+: \d+ records, \d+ calls\n", done.stdout)
