@@ -119,7 +119,7 @@ CREATE TABLE prop (
     port                 TEXT    NOT NULL CHECK (length(CAST(port AS BLOB)) BETWEEN 0 AND 65536),
     key                  TEXT    NOT NULL CHECK (length(CAST(key AS BLOB)) BETWEEN 0 AND 65536),
     -- as it is: a wrong version or length is kept
-    value                BLOB    NOT NULL CHECK (length(value) BETWEEN 0 AND 1048576),
+    value                BLOB    NOT NULL CHECK (length(value) BETWEEN 0 AND 16777216),
     PRIMARY KEY (scope, switch_id, port, key),
     FOREIGN KEY (switch_id) REFERENCES dvs ON DELETE CASCADE
 ) STRICT, WITHOUT ROWID;
@@ -401,7 +401,7 @@ CREATE TABLE balancer (
     -- when it last looked
     tick_ms              INTEGER NOT NULL DEFAULT 0 CHECK (tick_ms BETWEEN 0 AND 4611686018427),
     -- belongs to the stand-ins
-    state                BLOB    NOT NULL DEFAULT x'' CHECK (length(state) BETWEEN 0 AND 1048576)
+    state                BLOB    NOT NULL DEFAULT x'' CHECK (length(state) BETWEEN 0 AND 16777216)
 ) STRICT;
 
 -- A rule for calls of an operation. All conditions must hold; the first rule that holds is applied.
@@ -469,7 +469,7 @@ CREATE TABLE base (
     sw                   INTEGER NOT NULL CHECK (sw BETWEEN 0 AND 15),
     id                   INTEGER NOT NULL CHECK (id BETWEEN 0 AND 2147483647),
     -- little-endian unsigned 64-bit words
-    counts               BLOB    NOT NULL CHECK (length(counts) BETWEEN 0 AND 1048576),
+    counts               BLOB    NOT NULL CHECK (length(counts) BETWEEN 0 AND 16777216),
     PRIMARY KEY (kind, sw, id)
 ) STRICT, WITHOUT ROWID;
 

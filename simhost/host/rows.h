@@ -182,7 +182,7 @@ struct PropertyRow {
     row.Text("switch_id", 1, 63, switch_id);
     row.Text("port", 0, 65536, port);
     row.Text("key", 0, 65536, key);
-    row.Bytes("value", 0, 1048576, value);
+    row.Bytes("value", 0, 16777216, value);
   }
 };
 
@@ -553,7 +553,7 @@ struct BalancerRow {
   void Read(RowReader& row) {
     row.Number("period_ms", 100, 4611686018427, period_ms);
     row.Number("tick_ms", 0, 4611686018427, tick_ms);
-    row.Bytes("state", 0, 1048576, state);
+    row.Bytes("state", 0, 16777216, state);
   }
 };
 
@@ -654,7 +654,7 @@ struct BaseRow {
     row.Choice("kind", {"port", "rx", "tx", "flow", "core", "passed", "lost"}, kind);
     row.Number("sw", 0, 15, sw);
     row.Number("id", 0, 2147483647, id);
-    row.Bytes("counts", 0, 1048576, counts);
+    row.Bytes("counts", 0, 16777216, counts);
   }
 };
 

@@ -375,7 +375,7 @@ IP = Kind(
     high=16,
     cxx="std::vector<std::uint8_t>",
 )
-BYTES = Kind("bytes", _same, sql="BLOB", low=0, high=2**20, cxx="std::vector<std::uint8_t>")
+BYTES = Kind("bytes", _same, sql="BLOB", low=0, high=2**24, cxx="std::vector<std::uint8_t>")
 
 
 def listed(item: Kind, most: int, expected: str) -> Kind:
