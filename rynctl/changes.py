@@ -22,7 +22,7 @@ class Change(NamedTuple):
     object: str
     key: str
     new: Any  # what is asked for; None: an action without a value
-    send: Callable[[], object]
+    send: Callable[[], Any]
     read: Optional[Callable[[], Any]] = None  # None: the platform does not tell
     danger: Optional[str] = None  # what is asked before it is sent
     shows: bool = True  # whether what is read back shows the change: equal before is unchanged, different after changed

@@ -24,8 +24,9 @@ def parser_of(command: Command) -> Parser:
     """The parser of one command; it takes options anywhere."""
     parser = Parser(f"rynctl {command.name}", description=sentence(command.text), allow_abbrev=False)
     for argument in command.arguments:
-        parser.add_argument(argument.key, metavar=argument.name.strip("[].") if argument.nargs else argument.name,
-                            nargs=argument.nargs, help=argument.text)
+        shown = argument.name.strip("[].") if argument.nargs else argument.name
+        count: Any = argument.nargs
+        parser.add_argument(argument.key, metavar=shown, nargs=count, help=argument.text)
     for option in commands.options(command):
         flags = [SHORT[option.flag], option.flag] if option.flag in SHORT else [option.flag]
         if not option.metavar:

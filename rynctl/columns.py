@@ -109,7 +109,7 @@ COLUMNS: Dict[str, Tuple[Column, ...]] = {
     "switch.show": _SWITCH_LIST
     + (
         Column("ports", "int", "ports that there are"),
-        Column("cores", "ints", "cores that work for the switch"),
+        Column("cores", "ints", "cores that work for the switch", null=True),
         Column("macs", "count", "MAC addresses known", null=True),
         Column("mirrors", "int", "mirror sessions", null=True),
     ),

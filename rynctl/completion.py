@@ -1,4 +1,4 @@
-"""`rynctl completion bash|zsh`: scripts made by shtab from the table of commands, with live names of switches and ports."""
+"""`rynctl completion bash|zsh`: scripts made by shtab from the table of commands, with live names of this host."""
 
 from __future__ import annotations
 
@@ -34,7 +34,8 @@ LIVE = ("switches", "ports", "devices")
 
 def add(parser: argparse.ArgumentParser, command: commands.Command) -> None:
     for argument in command.arguments:
-        action: Any = parser.add_argument(argument.key, nargs=argument.nargs, help=argument.text)
+        count: Any = argument.nargs
+        action: Any = parser.add_argument(argument.key, nargs=count, help=argument.text)
         if argument.names in LIVE:
             action.complete = {shell: f"_rynctl_{argument.names}" for shell in PREAMBLE}
         elif argument.names:

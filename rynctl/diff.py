@@ -64,7 +64,8 @@ def differences(before: Dict[str, Any], after: Dict[str, Any], elapsed: float) -
             yield row("diff", "added", name, None, None, None, None, None)
         else:
             for column in [*old[key], *(column for column in new[key] if column not in old[key])]:
-                was, now = old[key].get(column), new[key].get(column)
+                was: Any = old[key].get(column)
+                now: Any = new[key].get(column)
                 if was == now and type(was) is type(now):
                     continue
                 numbers = all(isinstance(each, (int, float)) and not isinstance(each, bool) for each in (was, now))

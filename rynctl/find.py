@@ -108,7 +108,7 @@ def switch_row(switch: Switch) -> Row:
     flows = sum(stats.flows for stats in switch.flow_stats()) if there else None
     uplinks = [uplink.number for uplink in switch.uplinks()] if there else []
     detail = f"number {switch.number}, alias {switch.alias or '-'}, {len(switch.ports())} ports"
-    return row("find", "switch", switch.name, None, None, None, None, uplinks, list(switch.cores), flows, detail)
+    return row("find", "switch", switch.name, None, None, None, None, uplinks, list(switch.cores or ()), flows, detail)
 
 
 def ports(host: Host, what: str) -> Iterator[Row]:

@@ -2,7 +2,8 @@
 
 from __future__ import annotations
 
-from typing import TYPE_CHECKING, Any, Callable, Dict, Iterable, Iterator, List, Optional, Sequence, Tuple
+from functools import partial
+from typing import TYPE_CHECKING, Any, Callable, Dict, Iterable, Iterator, List, Mapping, Optional, Sequence, Tuple
 
 from rynctl.columns import COLUMNS, Column
 from rynctl.errors import NoSuchObject, UsageError
@@ -76,7 +77,8 @@ def switches(context: Context) -> Iterator[Row]:
 def switch_show(context: Context) -> Iterator[Row]:
     switch = context.host().switch(context.options.switch)
     there = switch.number is not None
-    yield row("switch.show", *_switch(switch), len(switch.ports()), list(switch.cores),
+    yield row("switch.show", *_switch(switch), len(switch.ports()),
+              None if switch.cores is None else list(switch.cores),
               len(switch.macs()) if there else None, len(switch.mirrors()) if there else None)
 
 
@@ -297,7 +299,7 @@ def core_rows(host: Host, which: Optional[str] = None) -> List[Row]:
     users: Dict[int, List[str]] = {}
     figures: Dict[int, Any] = {}
     for switch in which_switches(host, which):
-        for core in switch.cores:
+        for core in switch.cores or ():
             users.setdefault(core, []).append(switch.name)
         if not figures:
             figures = {stats.core: stats for stats in switch.balancer.port_stats().cores}
@@ -351,7 +353,7 @@ def host(context: Context) -> Iterator[Row]:
 # Settings: `get`
 
 
-def _settings(context: Context, name: str, settings: Dict[str, Callable[[], Any]], key: Optional[str],
+def _settings(context: Context, name: str, settings: Mapping[str, Callable[[], Any]], key: Optional[str],
               write_only: Sequence[str] = ()) -> Iterator[Row]:
     """Rows of those settings that are asked for. Each is read when it is shown: one that fails spoils no other."""
     from rynctl.select import nearest
@@ -362,8 +364,8 @@ def _settings(context: Context, name: str, settings: Dict[str, Callable[[], Any]
         raise UsageError(f"{context.command.words[0]} has no setting {key!r}"
                          f"{nearest(key, settings) or '; there are ' + ', '.join(settings)}")
     for each in settings if key is None else [key]:
-        value = settings[each]()
-        if isinstance(value, tuple) and hasattr(value, "source"):
+        value: Any = settings[each]()
+        if hasattr(value, "source"):
             yield row("switch.get", name, each, plain(value.value), value.source, plain(value.stored),
                       plain(value.running))
         else:
@@ -379,7 +381,7 @@ def switch_get(context: Context) -> Iterator[Row]:
     switch = context.host().switch(context.options.switch)
     read = switch.settings()
     names = ("burst_size", "numa_teaming", "lro", "panic_on_tx_hang")
-    settings = {name: (lambda name=name: read[name]) for name in names if name in read}
+    settings = {name: partial(read.__getitem__, name) for name in names if name in read}
     return _settings(context, switch.name, settings, context.options.key, ("uplink_mac_learn",))
 
 
@@ -434,5 +436,5 @@ def host_get(context: Context) -> Iterator[Row]:
     weights = there.balancer_weights
     settings: Dict[str, Callable[[], Any]] = {"flow_timeout": lambda: there.flow_timeout}
     for place, name in enumerate(weights._fields):
-        settings[f"weights.{name}"] = lambda place=place: weights[place]
+        settings[f"weights.{name}"] = partial(weights.__getitem__, place)
     return _settings(context, "host", settings, context.options.key, ("fastslabs",))

@@ -24,7 +24,7 @@ TYPES: Dict[str, Dict[str, Any]] = {
 
 
 def of_column(column: Column) -> Dict[str, Any]:
-    found = {"description": column.text + (f" [{column.unit}]" if column.unit else ""), **TYPES[column.type]}
+    found: Dict[str, Any] = {"description": column.text + (f" [{column.unit}]" if column.unit else ""), **TYPES[column.type]}
     if column.null:
         types = found["type"]
         found["type"] = [*(types if isinstance(types, list) else [types]), "null"]

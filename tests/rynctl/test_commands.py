@@ -66,7 +66,8 @@ def test_help_names_every_command(still: Ctl):
         if len(words) == 1:
             assert re.search(rf"^  {words[0]} ", overview, re.MULTILINE)
         else:
-            assert f" {words[1]}" in re.search(rf"^  {words[0]} .*", overview, re.MULTILINE)[0]
+            verbs_of, = re.findall(rf"^  {words[0]} .*", overview, re.MULTILINE)
+            assert f" {words[1]}" in verbs_of
             assert command.text in still(words[0], "--help").stdout
         assert command.text[1:] in " ".join(still(*words, "--help").stdout.split())
 

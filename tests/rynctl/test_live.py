@@ -174,6 +174,8 @@ def test_find(still: Ctl):
     assert {(row["switch"], row["port"]) for row in found} == {("dvs-1-set", 3)}
     assert found[0]["uplinks"] and found[0]["cores"] and found[0]["flows"] > 0
     assert found == still.data("find", port["mac"].upper().replace(":", "-"))
+    assert still.data("switch", "show", "dvs-3")[0]["cores"] is None  # only configured
+    assert still.data("find", "dvs-3")[0]["flows"] is None
     row, = still.data("find", "dvs-1")
     assert (row["match"], row["switch"]) == ("switch", "dvs-1-set") and row["flows"] > 0
     row, = still.data("find", "dvs-1/3")
