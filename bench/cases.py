@@ -30,8 +30,12 @@ def _mac_table(rows: int) -> bytes:
 
 
 def mac_table(rows: int) -> Case:
-    return Case("ListSwitchMACTable", f"MAC table, {rows:,} entries", (3,),
-                lambda double: double.answer("Ryn_Dump_Switch_MAC_Table", area=_mac_table(rows)))
+    return Case(
+        "ListSwitchMACTable",
+        f"MAC table, {rows:,} entries",
+        (3,),
+        lambda double: double.answer("Ryn_Dump_Switch_MAC_Table", area=_mac_table(rows)),
+    )
 
 
 def _ports(double: Double) -> None:

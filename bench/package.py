@@ -4,7 +4,7 @@
     bench/package.py --docs               writes the figures into docs/performance.md as well
     bench/package.py --case counters
 
-Measured as bench/run.py does. The same calls on a simulated host stand beside, without a limit: there the stand-ins take
+Measured as bench/run.py does. The same calls on a simulated host stand beside, without a limit: there they take
 most of the time.
 """
 
@@ -132,7 +132,10 @@ def on_the_double() -> tuple[list[Case], list[tuple[str, float, float]]]:
     assert [row.port for row in full.find(wanted)] == [54321 % 128]
     assert (walk(), dump()) == (FLOWS_OF_A_PAGE, PAGES * FLOWS_OF_A_PAGE)
     assert len(host.counters()) == SWITCHES * PORTS
-    table_of_dicts = lambda: _libryn.ListSwitchMACTable(0)
+
+    def table_of_dicts() -> object:
+        return _libryn.ListSwitchMACTable(0)
+
     return [
         Case("counters", "`port.counters()`, `GetPortStats`", 0.6, port.counters, lambda: _libryn.GetPortStats(0, 7)),
         Case("ports", "`switch.ports()` of 128 ports, `ListPorts`", 0.8, switch.ports, lambda: _libryn.ListPorts(0)),

@@ -31,9 +31,13 @@ def ListSwitchMACTable(switch):
     if dump_macs(switch, MACS_AREA, byref(MACS_LENGTH)):
         return None
     count, limit = MAC_HEAD.unpack_from(MACS)
-    return {"MacLimit": limit, "MacTableList": [
-        {"macAddr": mac.hex(":"), "vlanID": vlan, "rynPortID": port, "macGenDiff": diff}
-        for mac, vlan, port, diff in MAC_ENTRY.iter_unpack(MACS_VIEW[16:16 + 20 * count])]}
+    return {
+        "MacLimit": limit,
+        "MacTableList": [
+            {"macAddr": mac.hex(":"), "vlanID": vlan, "rynPortID": port, "macGenDiff": diff}
+            for mac, vlan, port, diff in MAC_ENTRY.iter_unpack(MACS_VIEW[16 : 16 + 20 * count])
+        ],
+    }
 
 
 get_ports = operation("Ryn_Get_Port_List")
@@ -44,13 +48,24 @@ PORT = Struct("<IIBB6sHI4x32s32s")
 def ListPorts(switch):
     if get_ports(switch, PORTS_AREA, byref(PORTS_LENGTH)):
         return None
-    count, = U32.unpack_from(PORTS, 4)
+    (count,) = U32.unpack_from(PORTS, 4)
     types = text.CLIENT_TYPES
     return [
-        {"portID": port, "rynPortID": ryn_port, "numTxQ": tx, "numRxQ": rx, "hwAddr": mac.hex(":"), "numMACs": macs,
-         "clientType": types[client if client < 5 else 0], "txQLM": [*tx_queues[:tx]], "rxQLM": [*rx_queues[:rx]]}
-        for port, ryn_port, tx, rx, mac, macs, client, tx_queues, rx_queues
-        in PORT.iter_unpack(PORTS_VIEW[12:12 + 90 * count])]
+        {
+            "portID": port,
+            "rynPortID": ryn_port,
+            "numTxQ": tx,
+            "numRxQ": rx,
+            "hwAddr": mac.hex(":"),
+            "numMACs": macs,
+            "clientType": types[client if client < 5 else 0],
+            "txQLM": [*tx_queues[:tx]],
+            "rxQLM": [*rx_queues[:rx]],
+        }
+        for port, ryn_port, tx, rx, mac, macs, client, tx_queues, rx_queues in PORT.iter_unpack(
+            PORTS_VIEW[12 : 12 + 90 * count]
+        )
+    ]
 
 
 get_switches = operation("Ryn_Get_Switch_List")
@@ -61,12 +76,22 @@ SWITCH = Struct("<128sIIIIIIq")
 def ListSwitches():
     if get_switches(SWITCHES_AREA, byref(SWITCHES_LENGTH)):
         return None
-    count, = U32.unpack_from(SWITCHES)
+    (count,) = U32.unpack_from(SWITCHES)
     return [
-        {"name": name.partition(b"\0")[0].decode(), "swID": switch, "maxPorts": max_ports, "numActivePorts": active,
-         "numPorts": ports, "mtu": mtu, "numLcores": lcores, "lcores": bitmap}
-        for name, switch, max_ports, active, ports, mtu, lcores, bitmap
-        in SWITCH.iter_unpack(SWITCHES_VIEW[8:8 + 160 * count])]
+        {
+            "name": name.partition(b"\0")[0].decode(),
+            "swID": switch,
+            "maxPorts": max_ports,
+            "numActivePorts": active,
+            "numPorts": ports,
+            "mtu": mtu,
+            "numLcores": lcores,
+            "lcores": bitmap,
+        }
+        for name, switch, max_ports, active, ports, mtu, lcores, bitmap in SWITCH.iter_unpack(
+            SWITCHES_VIEW[8 : 8 + 160 * count]
+        )
+    ]
 
 
 get_stats, get_slow_stats = operation("Ryn_Get_Port_Stats"), operation("Ryn_Get_Port_Stats_Slowpath")
@@ -77,20 +102,61 @@ COUNTERS = Struct("<16q")
 def GetPortStats(switch, port):
     if get_stats(switch, port, STATS_AREA, byref(STATS_LENGTH)):
         return None
-    (tx_bytes, tx, tx_mcast_bytes, tx_mcast, tx_bcast_bytes, tx_bcast, tx_drops, tx_errors,
-     rx_bytes, rx, rx_mcast_bytes, rx_mcast, rx_bcast_bytes, rx_bcast, rx_drops, rx_errors) = COUNTERS.unpack(STATS)
+    (
+        tx_bytes,
+        tx,
+        tx_mcast_bytes,
+        tx_mcast,
+        tx_bcast_bytes,
+        tx_bcast,
+        tx_drops,
+        tx_errors,
+        rx_bytes,
+        rx,
+        rx_mcast_bytes,
+        rx_mcast,
+        rx_bcast_bytes,
+        rx_bcast,
+        rx_drops,
+        rx_errors,
+    ) = COUNTERS.unpack(STATS)
     if get_slow_stats(switch, port, STATS_AREA, byref(STATS_LENGTH)):
         return None
     slow = COUNTERS.unpack(STATS)
     return {
-        "txPkts": tx, "txBytes": tx_bytes, "txMcastPkts": tx_mcast, "txMcastBytes": tx_mcast_bytes,
-        "txBcastPkts": tx_bcast, "txBcastBytes": tx_bcast_bytes, "txDrops": tx_drops, "txErrors": tx_errors,
-        "rxPkts": rx, "rxBytes": rx_bytes, "rxMcastPkts": rx_mcast, "rxMcastBytes": rx_mcast_bytes,
-        "rxBcastPkts": rx_bcast, "rxBcastBytes": rx_bcast_bytes, "rxDrops": rx_drops, "rxErrors": rx_errors,
-        "spTxPkts": slow[1], "spTxBytes": slow[0], "spTxMcastPkts": slow[3], "spTxMcastBytes": slow[2],
-        "spTxBcastPkts": slow[5], "spTxBcastBytes": slow[4], "spTxDrops": slow[6], "spTxErrors": slow[7],
-        "spRxPkts": slow[9], "spRxBytes": slow[8], "spRxMcastPkts": slow[11], "spRxMcastBytes": slow[10],
-        "spRxBcastPkts": slow[13], "spRxBcastBytes": slow[12], "spRxDrops": slow[14], "spRxErrors": slow[15]}
+        "txPkts": tx,
+        "txBytes": tx_bytes,
+        "txMcastPkts": tx_mcast,
+        "txMcastBytes": tx_mcast_bytes,
+        "txBcastPkts": tx_bcast,
+        "txBcastBytes": tx_bcast_bytes,
+        "txDrops": tx_drops,
+        "txErrors": tx_errors,
+        "rxPkts": rx,
+        "rxBytes": rx_bytes,
+        "rxMcastPkts": rx_mcast,
+        "rxMcastBytes": rx_mcast_bytes,
+        "rxBcastPkts": rx_bcast,
+        "rxBcastBytes": rx_bcast_bytes,
+        "rxDrops": rx_drops,
+        "rxErrors": rx_errors,
+        "spTxPkts": slow[1],
+        "spTxBytes": slow[0],
+        "spTxMcastPkts": slow[3],
+        "spTxMcastBytes": slow[2],
+        "spTxBcastPkts": slow[5],
+        "spTxBcastBytes": slow[4],
+        "spTxDrops": slow[6],
+        "spTxErrors": slow[7],
+        "spRxPkts": slow[9],
+        "spRxBytes": slow[8],
+        "spRxMcastPkts": slow[11],
+        "spRxMcastBytes": slow[10],
+        "spRxBcastPkts": slow[13],
+        "spRxBcastBytes": slow[12],
+        "spRxDrops": slow[14],
+        "spRxErrors": slow[15],
+    }
 
 
 get_conf = operation("Ryn_Get_Port_Conf")
@@ -101,17 +167,27 @@ CONF_HEAD, RANGE = Struct("<I12xIIq6sHB3xII192sI"), Struct("<HH")
 def GetPortConf(switch, port):
     if get_conf(switch, port, CONF_AREA, byref(CONF_LENGTH)):
         return None
-    (port_id, mcasts, flags, ladrf, mac, vlan, forged, vni, ranges, addresses,
-     sample_rate) = CONF_HEAD.unpack_from(CONF)
-    result = {"portID": port_id, "flags": text.flags_text(flags), "ladrf": ladrf, "hwAddr": mac.hex(":"),
-              "untaggedVlanID": vlan, "forgedMACAllowed": forged, "numMcastAddrs": mcasts, "vni": vni,
-              "sampleRate": sample_rate}
+    (port_id, mcasts, flags, ladrf, mac, vlan, forged, vni, ranges, addresses, sample_rate) = CONF_HEAD.unpack_from(
+        CONF
+    )
+    result = {
+        "portID": port_id,
+        "flags": text.flags_text(flags),
+        "ladrf": ladrf,
+        "hwAddr": mac.hex(":"),
+        "untaggedVlanID": vlan,
+        "forgedMACAllowed": forged,
+        "numMcastAddrs": mcasts,
+        "vni": vni,
+        "sampleRate": sample_rate,
+    }
     if mcasts:
-        result["mcastAddrList"] = [addresses[at:at + 6].hex(":") for at in range(0, 6 * min(mcasts, 32), 6)]
+        result["mcastAddrList"] = [addresses[at : at + 6].hex(":") for at in range(0, 6 * min(mcasts, 32), 6)]
     result["numTaggedVlanRanges"] = ranges
     if ranges:
-        result["vlanRanges"] = ["%d-%d" % each
-                                for each in RANGE.iter_unpack(CONF_VIEW[248:248 + 4 * min(ranges, 256)])]
+        result["vlanRanges"] = [
+            "%d-%d" % each for each in RANGE.iter_unpack(CONF_VIEW[248 : 248 + 4 * min(ranges, 256)])
+        ]
     return result
 
 
@@ -130,12 +206,18 @@ def DumpFlowTable(switch, lcore, start, flag):
         if position + 304 > valid:
             return None
         record = position + 64
-        (handle, packets, size, bitmap, flags, length, dp, inval, pi, vi, vni, child,
-         vlan) = FLOW_ACTIONS.unpack_from(FLOWS, record)
-        flows.append({
-            "key": text.key_line(*FLOW_KEY.unpack_from(FLOWS, position)),
-            "actions": text.actions_line(bitmap, inval, handle, dp, length, (child, vi, pi, vni, vlan), FLOWS, record),
-            "stats": text.stats_text(flags, packets, size)})
+        (handle, packets, size, bitmap, flags, length, dp, inval, pi, vi, vni, child, vlan) = FLOW_ACTIONS.unpack_from(
+            FLOWS, record
+        )
+        flows.append(
+            {
+                "key": text.key_line(*FLOW_KEY.unpack_from(FLOWS, position)),
+                "actions": text.actions_line(
+                    bitmap, inval, handle, dp, length, (child, vi, pi, vni, vlan), FLOWS, record
+                ),
+                "stats": text.stats_text(flags, packets, size),
+            }
+        )
         position = record + length
     return {"startIndex": start, "list": flows}
 
@@ -149,12 +231,21 @@ LCORES = c_uint32 * 64
 def GetFlowStats(switch, lcores, option):
     if get_flow_stats(switch, LCORES(*lcores), len(lcores), option, FLOW_STATS_AREA, byref(FLOW_STATS_LENGTH)):
         return None
-    count, = U32.unpack_from(FLOW_STATS)
+    (count,) = U32.unpack_from(FLOW_STATS)
     return [
-        {"lcoreID": lcore, "numFlows": flows, "hits": hits, "miss": miss, "fpoHits": fpo, "localHits": local,
-         "keyInsertFailCount": failed}
-        for lcore, flows, hits, miss, fpo, local, failed
-        in FLOW_STATS_RECORD.iter_unpack(FLOW_STATS_VIEW[8:8 + 48 * count])]
+        {
+            "lcoreID": lcore,
+            "numFlows": flows,
+            "hits": hits,
+            "miss": miss,
+            "fpoHits": fpo,
+            "localHits": local,
+            "keyInsertFailCount": failed,
+        }
+        for lcore, flows, hits, miss, fpo, local, failed in FLOW_STATS_RECORD.iter_unpack(
+            FLOW_STATS_VIEW[8 : 8 + 48 * count]
+        )
+    ]
 
 
 get_queue_stats = operation("Ryn_Get_Uplink_Queue_Stats")
@@ -183,13 +274,25 @@ def GetMirrorConf(switch):
         return None
     sessions, position = [], 8
     for _ in range(int.from_bytes(MIRROR[4:6], "little")):
-        (index, encap, snap, rate, flags, ins, outs, dsts, vlans, in_ports, out_ports,
-         dst_ports) = SESSION.unpack_from(MIRROR, position)
-        sessions.append({
-            "noInput": flags & 1, "noOutput": flags >> 1 & 1, "vlanEncap": flags >> 2 & 1, "OrigVlan": flags >> 3 & 1,
-            "index": index, "encapVlanID": encap, "samplingRate": rate, "snapLen": snap,
-            "srcInPorts": port_list(ins, in_ports), "srcOutPorts": port_list(outs, out_ports),
-            "dstPorts": port_list(dsts, dst_ports), "vlans": [*VLANS[vlans].unpack_from(MIRROR, position + 72)]})
+        (index, encap, snap, rate, flags, ins, outs, dsts, vlans, in_ports, out_ports, dst_ports) = SESSION.unpack_from(
+            MIRROR, position
+        )
+        sessions.append(
+            {
+                "noInput": flags & 1,
+                "noOutput": flags >> 1 & 1,
+                "vlanEncap": flags >> 2 & 1,
+                "OrigVlan": flags >> 3 & 1,
+                "index": index,
+                "encapVlanID": encap,
+                "samplingRate": rate,
+                "snapLen": snap,
+                "srcInPorts": port_list(ins, in_ports),
+                "srcOutPorts": port_list(outs, out_ports),
+                "dstPorts": port_list(dsts, dst_ports),
+                "vlans": [*VLANS[vlans].unpack_from(MIRROR, position + 72)],
+            }
+        )
         position += 72 + (2 * vlans + 7) // 8 * 8
     return sessions
 
@@ -208,16 +311,22 @@ def GetPortNetQInfo(switch, port):
         kind, length, queues = FILTER.unpack_from(NETQ, position)
         body = position + 8
         if kind == 0:
-            rxf = "macOnly:" + NETQ_VIEW[body:body + 6].hex(":")
+            rxf = "macOnly:" + NETQ_VIEW[body : body + 6].hex(":")
         elif kind == 1:
             outer, inner, vni = GENEVE.unpack_from(NETQ, body)
             rxf = f"geneve:outer:{outer.hex(':')}:inner:{inner.hex(':')}:vni:{vni}"
         else:
             rxf = "UnknownFilter"
         position = body + length + 16 * queues
-        filters.append({"rxf": rxf, "qInfo": [
-            {"rynPortID": owner, "qid": queue, "fid": fid}
-            for owner, queue, fid in QUEUE.iter_unpack(NETQ_VIEW[body + length:position])]})
+        filters.append(
+            {
+                "rxf": rxf,
+                "qInfo": [
+                    {"rynPortID": owner, "qid": queue, "fid": fid}
+                    for owner, queue, fid in QUEUE.iter_unpack(NETQ_VIEW[body + length : position])
+                ],
+            }
+        )
     return {"isUplink": is_uplink, "swID": switch, "rynPortID": port, "filters": filters}
 
 
@@ -231,12 +340,14 @@ def DumpLBSnapshot(switch):
         return None
     groups, vertices = Struct("<II").unpack_from(SNAPSHOT)
     at = 8 + 37 * groups
-    group_lines = [text.group_line(i, load, int.from_bytes(tx, "little"), int.from_bytes(rx, "little"))
-                   for i, (load, tx, rx) in enumerate(GROUP.iter_unpack(SNAPSHOT_VIEW[8:at]))]
+    group_lines = [
+        text.group_line(i, load, int.from_bytes(tx, "little"), int.from_bytes(rx, "little"))
+        for i, (load, tx, rx) in enumerate(GROUP.iter_unpack(SNAPSHOT_VIEW[8:at]))
+    ]
     vertex_lines = []
     for _ in range(vertices):
         number, wid, flags, outs, ins = VERTEX.unpack_from(SNAPSHOT, at)
-        edges = [*EDGE.iter_unpack(SNAPSHOT_VIEW[at + 20:at + 20 + 12 * (outs + ins)])]
+        edges = [*EDGE.iter_unpack(SNAPSHOT_VIEW[at + 20 : at + 20 + 12 * (outs + ins)])]
         vertex_lines.append(text.vertex_lines(number, wid, flags, edges[:outs], edges[outs:]))
         at += 20 + 12 * (outs + ins)
     return text.snapshot(group_lines, vertex_lines)
@@ -254,10 +365,19 @@ def DumpLBPortStats(switch, first, last):
     shares = [text.share(*core) for core in cores]
     ports = [*islice(BALANCER_PORT.iter_unpack(BALANCER_VIEW[8:6152]), first, last + 1)]
     p0, p1, a, b, *_ = zip(*ports)
-    return (p0, p1, a, b,
-            tuple([text.figures(c0, c1, c2, c3, shares[core_a], shares[core_b])
-                   for _, _, core_a, core_b, c0, c1, c2, c3 in ports]),
-            tuple([text.core_figures(*core) for core in cores]))
+    return (
+        p0,
+        p1,
+        a,
+        b,
+        tuple(
+            [
+                text.figures(c0, c1, c2, c3, shares[core_a], shares[core_b])
+                for _, _, core_a, core_b, c0, c1, c2, c3 in ports
+            ]
+        ),
+        tuple([text.core_figures(*core) for core in cores]),
+    )
 
 
 set_mac_learn = operation("Ryn_Set_Uplink_MAC_Learn")

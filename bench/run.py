@@ -39,7 +39,10 @@ from measuring import Contender, calibrate, machine, measure, median_ratio, run_
 
 MODULE = "module"
 PEERS = {
-    "_literal": "literal", "_pybind": "pybind11", "pure": "pure Python", "with_cffi": "cffi",
+    "_literal": "literal",
+    "_pybind": "pybind11",
+    "pure": "pure Python",
+    "with_cffi": "cffi",
     "structures": "ctypes",
 }
 FLOORS = ["marshal", "pickle"]
@@ -48,16 +51,20 @@ BURSTS = 8  # parts of a sample, made in turn with those of the call that it is 
 
 def floors(value: Any) -> list[Contender]:
     """The ways in which the interpreter itself loads an equal value from bytes."""
-    found = [Contender(f"marshal {version}", partial(marshal.loads, marshal.dumps(value, version)))
-             for version in (2, 4)]
-    found += [Contender(f"pickle {protocol}", partial(pickle.loads, pickle.dumps(value, protocol)))
-              for protocol in (4, 5)]
+    found = [
+        Contender(f"marshal {version}", partial(marshal.loads, marshal.dumps(value, version))) for version in (2, 4)
+    ]
+    found += [
+        Contender(f"pickle {protocol}", partial(pickle.loads, pickle.dumps(value, protocol))) for protocol in (4, 5)
+    ]
     return found
 
 
 def peers(case: cases.Case) -> list[Contender]:
-    return [Contender(title, partial(getattr(importlib.import_module(name), case.method), *case.args))
-            for name, title in PEERS.items()]
+    return [
+        Contender(title, partial(getattr(importlib.import_module(name), case.method), *case.args))
+        for name, title in PEERS.items()
+    ]
 
 
 def set_the_stage(case: cases.Case) -> None:
@@ -76,8 +83,10 @@ def run_case(case: cases.Case, rounds: int, chance: random.Random) -> dict[str, 
     else:
         import _floor
 
-        contenders += [Contender("empty call", partial(_floor.nothing, 3, 1)),
-                       Contender("call with two numbers", partial(_floor.two_numbers, 3, 1))]
+        contenders += [
+            Contender("empty call", partial(_floor.nothing, 3, 1)),
+            Contender("call with two numbers", partial(_floor.two_numbers, 3, 1)),
+        ]
     for contender in contenders:
         result = contender.call()
         if contender.name not in ("empty call", "call with two numbers"):
@@ -102,7 +111,7 @@ def run_case(case: cases.Case, rounds: int, chance: random.Random) -> dict[str, 
 
 
 def run_growth(rounds: int, chance: random.Random) -> dict[str, Any]:
-    """Nanoseconds that each row adds to MAC tables of growing size: the time of a table less that of an empty one in the
+    """Nanoseconds that each row adds to MAC tables of growing size: a table's time less that of an empty one in the
     same round, by the number of rows."""
     sizes = [1 << power for power in range(17)]
     stages = {size: cases.mac_table(size) for size in (0, *sizes)}
@@ -114,8 +123,13 @@ def run_growth(rounds: int, chance: random.Random) -> dict[str, Any]:
             assert contender.call() == value
             pairs.append((size, contender, Contender(contender.name, contender.call)))
         full, none = (marshal.dumps(each, 4) for each in (value, {**value, "MacTableList": []}))
-        pairs.append((size, Contender("marshal", partial(marshal.loads, full)),
-                      Contender("marshal", partial(marshal.loads, none))))
+        pairs.append(
+            (
+                size,
+                Contender("marshal", partial(marshal.loads, full)),
+                Contender("marshal", partial(marshal.loads, none)),
+            )
+        )
         del value
     for size, contender, empty in pairs:
         for stage, each in ((size, contender), (0, empty)):
@@ -161,38 +175,76 @@ def render(result: dict[str, Any]) -> str:
     others = [*PEERS.values(), *FLOORS]
     with_floors = [case for case in result["cases"] if "marshal" in case["ns"]]
     calls = [case for case in result["cases"] if "empty call" in case["ns"]]
-    parts = ["Time of one call:", table(
-        ["case", MODULE, *others],
-        [[case["title"], *(time_text(case["ns"][name]) if name in case["ns"] else "" for name in [MODULE, *others])]
-         for case in result["cases"]])]
+    parts = [
+        "Time of one call:",
+        table(
+            ["case", MODULE, *others],
+            [
+                [
+                    case["title"],
+                    *(time_text(case["ns"][name]) if name in case["ns"] else "" for name in [MODULE, *others]),
+                ]
+                for case in result["cases"]
+            ],
+        ),
+    ]
     if with_floors:
-        parts += ["Time of the module relative to each contender (below 1, the module is faster):", table(
-            ["case", *others, "at most, to marshal"],
-            [[case["title"], *(f"{case['module to each'][name]:.2f}" for name in others),
-              f"{case['target']:.2f}" if case["target"] else ""] for case in with_floors])]
+        parts += [
+            "Time of the module relative to each contender (below 1, the module is faster):",
+            table(
+                ["case", *others, "at most, to marshal"],
+                [
+                    [
+                        case["title"],
+                        *(f"{case['module to each'][name]:.2f}" for name in others),
+                        f"{case['target']:.2f}" if case["target"] else "",
+                    ]
+                    for case in with_floors
+                ],
+            ),
+        ]
     if calls:
         names = [*PEERS.values(), "empty call", "call with two numbers"]
-        parts += ["The same for calls that carry next to nothing:", table(
-            ["case", *names],
-            [[case["title"], *(f"{case['module to each'][name]:.2f}" for name in names)] for case in calls])]
+        parts += [
+            "The same for calls that carry next to nothing:",
+            table(
+                ["case", *names],
+                [[case["title"], *(f"{case['module to each'][name]:.2f}" for name in names)] for case in calls],
+            ),
+        ]
     if "growth" in result:
         growth = result["growth"]
         per_row = growth["ns per row"]
-        parts += ["What a row adds to a MAC table: the time of the call less that of an empty table, by the number of "
-                  "rows. The last column is the whole call:", table(
-            ["rows", *per_row, f"{MODULE}, the call"],
-            [[f"{rows:,}", *(f"{each[i]:.0f} ns" for each in per_row.values()), time_text(growth["ns per call"][i])]
-             for i, rows in enumerate(growth["rows"])]),
+        parts += [
+            "What a row adds to a MAC table: the time of the call less that of an empty table, by the number of "
+            "rows. The last column is the whole call:",
+            table(
+                ["rows", *per_row, f"{MODULE}, the call"],
+                [
+                    [
+                        f"{rows:,}",
+                        *(f"{each[i]:.0f} ns" for each in per_row.values()),
+                        time_text(growth["ns per call"][i]),
+                    ]
+                    for i, rows in enumerate(growth["rows"])
+                ],
+            ),
             f"The module's dearest row takes {max(per_row[MODULE]) / min(per_row[MODULE]):.2f} times what its cheapest "
             f"does; from 16 rows on {max(per_row[MODULE][4:]) / min(per_row[MODULE]):.2f} times. An empty table takes "
-            f"{time_text(growth['ns of an empty table'])}, most of it for the area of 1,310,736 bytes, which is zeroed.",
-            "![What a row adds](performance-growth.svg)"]
+            f"{time_text(growth['ns of an empty table'])}, most of it for the zeroed area of 1,310,736 bytes.",
+            "![What a row adds](performance-growth.svg)",
+        ]
     if "memory" in result:
         memory = result["memory"]
-        parts += [f"Memory of a row of the MAC table: {memory['bytes']:.0f} bytes; distinct key objects in all 65,536 "
-                  f"rows: {memory['distinct keys']}."]
-    parts += ["Measured on: " + "; ".join(f"{name} {value}" for name, value in result["machine"].items())
-              + f"; {result['rounds']} rounds."]
+        parts += [
+            f"Memory of a row of the MAC table: {memory['bytes']:.0f} bytes; distinct key objects in all 65,536 "
+            f"rows: {memory['distinct keys']}."
+        ]
+    parts += [
+        "Measured on: "
+        + "; ".join(f"{name} {value}" for name, value in result["machine"].items())
+        + f"; {result['rounds']} rounds."
+    ]
     return "\n\n".join(parts) + "\n"
 
 
@@ -205,8 +257,9 @@ def plot(growth: dict[str, Any], file: Path) -> None:
 
     figure, axes = pyplot.subplots(figsize=(8, 4.5), layout="constrained")
     for name, values in growth["ns per row"].items():
-        axes.plot(growth["rows"], values, marker="o", markersize=3, label=name,
-                  linewidth=2.5 if name == MODULE else 1.2)
+        axes.plot(
+            growth["rows"], values, marker="o", markersize=3, label=name, linewidth=2.5 if name == MODULE else 1.2
+        )
     axes.set(xscale="log", yscale="log", xlabel="rows of the MAC table", ylabel="CPU time that a row adds, ns")
     axes.set_xscale("log", base=2)
     axes.grid(True, which="major", alpha=0.3)

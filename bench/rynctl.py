@@ -36,8 +36,13 @@ def main() -> int:
     parser.add_argument("build", type=Path, help="a build folder")
     build = parser.parse_args().build.resolve()
     with tempfile.TemporaryDirectory() as folder:
-        environment = {"HOME": folder, "PATH": "/usr/bin:/bin", "LD_LIBRARY_PATH": str(build / "simhost"),
-                       "PYTHONPATH": f"{build}:{build / 'libryn'}", "RYN_SIM_STATE": os.path.join(folder, "host.db")}
+        environment = {
+            "HOME": folder,
+            "PATH": "/usr/bin:/bin",
+            "LD_LIBRARY_PATH": str(build / "simhost"),
+            "PYTHONPATH": f"{build}:{build / 'libryn'}",
+            "RYN_SIM_STATE": os.path.join(folder, "host.db"),
+        }
         for command in COMMANDS.values():  # makes the host and the caches of compiled modules
             cpu_time(command, environment)
         times: dict[str, list[float]] = {name: [] for name in COMMANDS}

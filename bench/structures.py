@@ -1,7 +1,19 @@
 """ctypes, with the records as structures."""
 
-from ctypes import (CDLL, LittleEndianStructure, Structure, addressof, byref, c_char, c_int32, c_int64, c_uint8,
-                    c_uint16, c_uint32, c_uint64)
+from ctypes import (
+    CDLL,
+    LittleEndianStructure,
+    Structure,
+    addressof,
+    byref,
+    c_char,
+    c_int32,
+    c_int64,
+    c_uint8,
+    c_uint16,
+    c_uint32,
+    c_uint64,
+)
 
 import text
 from pure import BURST, class_name, find_switch, free_property, get_property, switch_id
@@ -18,42 +30,136 @@ def u32(*names):
     return [(name, U32) for name in names]
 
 
-Switch = record("Switch", ("name", c_char * 128), *u32("swID", "maxPorts", "numActivePorts", "numPorts", "mtu",
-                                                       "numLcores"), ("lcores", c_int64))
+Switch = record(
+    "Switch",
+    ("name", c_char * 128),
+    *u32("swID", "maxPorts", "numActivePorts", "numPorts", "mtu", "numLcores"),
+    ("lcores", c_int64),
+)
 SwitchList = record("SwitchList", *u32("count", "unread"), ("switches", Switch * 16))
 Mac = record("Mac", ("mac", U8 * 6), ("vlanID", U16), *u32("rynPortID", "unread", "macGenDiff"))
 MacTable = record("MacTable", *u32("count", "unread", "limit", "exceeded"), ("entries", Mac * 65536))
-Port = record("Port", *u32("portID", "rynPortID"), ("numTxQ", U8), ("numRxQ", U8), ("hwAddr", U8 * 6), ("numMACs", U16),
-              ("clientType", U32), ("unread", U8 * 4), ("txQLM", U8 * 32), ("rxQLM", U8 * 32), pack=1)
+Port = record(
+    "Port",
+    *u32("portID", "rynPortID"),
+    ("numTxQ", U8),
+    ("numRxQ", U8),
+    ("hwAddr", U8 * 6),
+    ("numMACs", U16),
+    ("clientType", U32),
+    ("unread", U8 * 4),
+    ("txQLM", U8 * 32),
+    ("rxQLM", U8 * 32),
+    pack=1,
+)
 PortList = record("PortList", *u32("unread0", "count", "unread8"), ("ports", Port * 128), pack=1)
-COUNTERS = ["txBytes", "txPkts", "txMcastBytes", "txMcastPkts", "txBcastBytes", "txBcastPkts", "txDrops", "txErrors",
-            "rxBytes", "rxPkts", "rxMcastBytes", "rxMcastPkts", "rxBcastBytes", "rxBcastPkts", "rxDrops", "rxErrors"]
+COUNTERS = [
+    "txBytes",
+    "txPkts",
+    "txMcastBytes",
+    "txMcastPkts",
+    "txBcastBytes",
+    "txBcastPkts",
+    "txDrops",
+    "txErrors",
+    "rxBytes",
+    "rxPkts",
+    "rxMcastBytes",
+    "rxMcastPkts",
+    "rxBcastBytes",
+    "rxBcastPkts",
+    "rxDrops",
+    "rxErrors",
+]
 PortStats = record("PortStats", *((name, c_int64) for name in COUNTERS))
-PortConf = record("PortConf", ("portID", U32), ("unread", U32 * 3), *u32("numMcastAddrs", "flags"), ("ladrf", c_int64),
-                  ("hwAddr", U8 * 6), ("untaggedVlanID", U16), ("forgedMACAllowed", U8), ("unread41", U8 * 3),
-                  *u32("vni", "numRanges"), ("mcasts", U8 * 6 * 32), ("sampleRate", U32), ("ranges", U16 * 2 * 256))
-FlowKey = record("FlowKey", ("mac1", U8 * 6), ("mac2", U8 * 6), ("vlan", U16), ("number14", U16), ("port1", U16),
-                 ("port2", U16), ("low20", U16), ("high20", U8), ("protocol", U8), ("address1", U8 * 16),
-                 ("address2", U8 * 16), ("unread", U8 * 8), pack=1)
-Actions = record("Actions", ("unread0", U64), ("handle", U64), ("unread16", U64), ("packets", U64), ("unread32", U64),
-                 ("bytes", U64), ("unread48", U64), ("bitmap", U32), ("unread60", U8), ("flags", U8), ("length", U16),
-                 ("dp", U8), ("unread65", U8 * 3), ("inval", U32), ("pi", U8), ("unread73", U8), ("vi", U16),
-                 ("vni", U32), ("unread80", U8 * 34), ("child", U32), ("vlan", U16), pack=1)
+PortConf = record(
+    "PortConf",
+    ("portID", U32),
+    ("unread", U32 * 3),
+    *u32("numMcastAddrs", "flags"),
+    ("ladrf", c_int64),
+    ("hwAddr", U8 * 6),
+    ("untaggedVlanID", U16),
+    ("forgedMACAllowed", U8),
+    ("unread41", U8 * 3),
+    *u32("vni", "numRanges"),
+    ("mcasts", U8 * 6 * 32),
+    ("sampleRate", U32),
+    ("ranges", U16 * 2 * 256),
+)
+FlowKey = record(
+    "FlowKey",
+    ("mac1", U8 * 6),
+    ("mac2", U8 * 6),
+    ("vlan", U16),
+    ("number14", U16),
+    ("port1", U16),
+    ("port2", U16),
+    ("low20", U16),
+    ("high20", U8),
+    ("protocol", U8),
+    ("address1", U8 * 16),
+    ("address2", U8 * 16),
+    ("unread", U8 * 8),
+    pack=1,
+)
+Actions = record(
+    "Actions",
+    ("unread0", U64),
+    ("handle", U64),
+    ("unread16", U64),
+    ("packets", U64),
+    ("unread32", U64),
+    ("bytes", U64),
+    ("unread48", U64),
+    ("bitmap", U32),
+    ("unread60", U8),
+    ("flags", U8),
+    ("length", U16),
+    ("dp", U8),
+    ("unread65", U8 * 3),
+    ("inval", U32),
+    ("pi", U8),
+    ("unread73", U8),
+    ("vi", U16),
+    ("vni", U32),
+    ("unread80", U8 * 34),
+    ("child", U32),
+    ("vlan", U16),
+    pack=1,
+)
 FlowStats = record("FlowStats", *u32("lcoreID", "numFlows"), ("counters", U64 * 5))
 FlowStatsList = record("FlowStatsList", *u32("count", "unread"), ("records", FlowStats * 32))
-Session = record("Session", ("unread0", U32), *((name, U16) for name in (
-    "index", "encap", "snapLen", "rate", "flags", "ins", "outs", "dsts", "vlans", "unread22")),
-    ("inPorts", U8 * 16), ("outPorts", U8 * 16), ("dstPorts", U8 * 16))
+Session = record(
+    "Session",
+    ("unread0", U32),
+    *(
+        (name, U16)
+        for name in ("index", "encap", "snapLen", "rate", "flags", "ins", "outs", "dsts", "vlans", "unread22")
+    ),
+    ("inPorts", U8 * 16),
+    ("outPorts", U8 * 16),
+    ("dstPorts", U8 * 16),
+)
 NetQ = record("NetQ", *u32("swID", "rynPortID", "unread"), ("isUplink", U16), ("count", U16))
-Filter = record("Filter", ("kind", U16), ("unread", U16), ("length", U16), ("queues", U16), ("outer", U8 * 6),
-                ("inner", U8 * 6), ("vni", U32))
+Filter = record(
+    "Filter",
+    ("kind", U16),
+    ("unread", U16),
+    ("length", U16),
+    ("queues", U16),
+    ("outer", U8 * 6),
+    ("inner", U8 * 6),
+    ("vni", U32),
+)
 Queue = record("Queue", *u32("rynPortID", "qid"), ("fid", c_int64), pack=1)
 Group = record("Group", ("load", c_int32), ("unread", U8), ("tx", U8 * 16), ("rx", U8 * 16), pack=1)
 Vertex = record("Vertex", ("number", c_int32), *u32("wid", "flags", "outs", "ins"), pack=1)
 Edge = record("Edge", ("peer", c_int32), ("load", c_int32), ("ema", c_int32), pack=1)
 BalancerPort = record("BalancerPort", *u32("p0", "p1", "a", "b"), ("counters", U64 * 4))
-BalancerCore = record("BalancerCore", *((name, U64) for name in (
-    "busyNow", "busyBefore", "timeNow", "timeBefore", "work", "unread")))
+BalancerCore = record(
+    "BalancerCore", *((name, U64) for name in ("busyNow", "busyBefore", "timeNow", "timeBefore", "work", "unread"))
+)
 Balancer = record("Balancer", ("unread", U64), ("ports", BalancerPort * 128), ("cores", BalancerCore * 64))
 
 
@@ -64,10 +170,18 @@ dump_macs = LIB.Ryn_Dump_Switch_MAC_Table
 def ListSwitchMACTable(switch):
     if dump_macs(switch, byref(MACS), byref(MACS_LENGTH)):
         return None
-    return {"MacLimit": MACS.limit, "MacTableList": [
-        {"macAddr": bytes(entry.mac).hex(":"), "vlanID": entry.vlanID, "rynPortID": entry.rynPortID,
-         "macGenDiff": entry.macGenDiff}
-        for entry in MACS.entries[:MACS.count]]}
+    return {
+        "MacLimit": MACS.limit,
+        "MacTableList": [
+            {
+                "macAddr": bytes(entry.mac).hex(":"),
+                "vlanID": entry.vlanID,
+                "rynPortID": entry.rynPortID,
+                "macGenDiff": entry.macGenDiff,
+            }
+            for entry in MACS.entries[: MACS.count]
+        ],
+    }
 
 
 PORTS, PORTS_LENGTH = PortList(), U32(11532)
@@ -79,11 +193,19 @@ def ListPorts(switch):
         return None
     types = text.CLIENT_TYPES
     return [
-        {"portID": port.portID, "rynPortID": port.rynPortID, "numTxQ": port.numTxQ, "numRxQ": port.numRxQ,
-         "hwAddr": bytes(port.hwAddr).hex(":"), "numMACs": port.numMACs,
-         "clientType": types[port.clientType if port.clientType < 5 else 0], "txQLM": port.txQLM[:port.numTxQ],
-         "rxQLM": port.rxQLM[:port.numRxQ]}
-        for port in PORTS.ports[:PORTS.count]]
+        {
+            "portID": port.portID,
+            "rynPortID": port.rynPortID,
+            "numTxQ": port.numTxQ,
+            "numRxQ": port.numRxQ,
+            "hwAddr": bytes(port.hwAddr).hex(":"),
+            "numMACs": port.numMACs,
+            "clientType": types[port.clientType if port.clientType < 5 else 0],
+            "txQLM": port.txQLM[: port.numTxQ],
+            "rxQLM": port.rxQLM[: port.numRxQ],
+        }
+        for port in PORTS.ports[: PORTS.count]
+    ]
 
 
 SWITCHES, SWITCHES_LENGTH = SwitchList(), U32(2568)
@@ -94,16 +216,40 @@ def ListSwitches():
     if get_switches(byref(SWITCHES), byref(SWITCHES_LENGTH)):
         return None
     return [
-        {"name": each.name.decode(), "swID": each.swID, "maxPorts": each.maxPorts,
-         "numActivePorts": each.numActivePorts, "numPorts": each.numPorts, "mtu": each.mtu,
-         "numLcores": each.numLcores, "lcores": each.lcores}
-        for each in SWITCHES.switches[:SWITCHES.count]]
+        {
+            "name": each.name.decode(),
+            "swID": each.swID,
+            "maxPorts": each.maxPorts,
+            "numActivePorts": each.numActivePorts,
+            "numPorts": each.numPorts,
+            "mtu": each.mtu,
+            "numLcores": each.numLcores,
+            "lcores": each.lcores,
+        }
+        for each in SWITCHES.switches[: SWITCHES.count]
+    ]
 
 
 STATS, STATS_LENGTH = PortStats(), U32(128)
 get_stats, get_slow_stats = LIB.Ryn_Get_Port_Stats, LIB.Ryn_Get_Port_Stats_Slowpath
-ORDER = ["txPkts", "txBytes", "txMcastPkts", "txMcastBytes", "txBcastPkts", "txBcastBytes", "txDrops", "txErrors",
-         "rxPkts", "rxBytes", "rxMcastPkts", "rxMcastBytes", "rxBcastPkts", "rxBcastBytes", "rxDrops", "rxErrors"]
+ORDER = [
+    "txPkts",
+    "txBytes",
+    "txMcastPkts",
+    "txMcastBytes",
+    "txBcastPkts",
+    "txBcastBytes",
+    "txDrops",
+    "txErrors",
+    "rxPkts",
+    "rxBytes",
+    "rxMcastPkts",
+    "rxMcastBytes",
+    "rxBcastPkts",
+    "rxBcastBytes",
+    "rxDrops",
+    "rxErrors",
+]
 SLOW_ORDER = [(f"sp{name[0].upper()}{name[1:]}", name) for name in ORDER]
 
 
@@ -125,15 +271,22 @@ get_conf = LIB.Ryn_Get_Port_Conf
 def GetPortConf(switch, port):
     if get_conf(switch, port, byref(CONF), byref(CONF_LENGTH)):
         return None
-    result = {"portID": CONF.portID, "flags": text.flags_text(CONF.flags), "ladrf": CONF.ladrf,
-              "hwAddr": bytes(CONF.hwAddr).hex(":"), "untaggedVlanID": CONF.untaggedVlanID,
-              "forgedMACAllowed": CONF.forgedMACAllowed, "numMcastAddrs": CONF.numMcastAddrs, "vni": CONF.vni,
-              "sampleRate": CONF.sampleRate}
+    result = {
+        "portID": CONF.portID,
+        "flags": text.flags_text(CONF.flags),
+        "ladrf": CONF.ladrf,
+        "hwAddr": bytes(CONF.hwAddr).hex(":"),
+        "untaggedVlanID": CONF.untaggedVlanID,
+        "forgedMACAllowed": CONF.forgedMACAllowed,
+        "numMcastAddrs": CONF.numMcastAddrs,
+        "vni": CONF.vni,
+        "sampleRate": CONF.sampleRate,
+    }
     if CONF.numMcastAddrs:
-        result["mcastAddrList"] = [bytes(each).hex(":") for each in CONF.mcasts[:CONF.numMcastAddrs]]
+        result["mcastAddrList"] = [bytes(each).hex(":") for each in CONF.mcasts[: CONF.numMcastAddrs]]
     result["numTaggedVlanRanges"] = CONF.numRanges
     if CONF.numRanges:
-        result["vlanRanges"] = ["%d-%d" % (*each,) for each in CONF.ranges[:CONF.numRanges]]
+        result["vlanRanges"] = ["%d-%d" % (*each,) for each in CONF.ranges[: CONF.numRanges]]
     return result
 
 
@@ -151,13 +304,34 @@ def DumpFlowTable(switch, lcore, start, flag):
         if position + 304 > valid:
             return None
         key, actions = FlowKey.from_buffer(FLOWS, position), Actions.from_buffer(FLOWS, position + 64)
-        flows.append({
-            "key": text.key_line(bytes(key.mac1), bytes(key.mac2), key.vlan, key.number14, key.port1, key.port2,
-                                 key.low20, key.high20, key.protocol, bytes(key.address1), bytes(key.address2)),
-            "actions": text.actions_line(actions.bitmap, actions.inval, actions.handle, actions.dp, actions.length,
-                                         (actions.child, actions.vi, actions.pi, actions.vni, actions.vlan), FLOWS,
-                                         position + 64),
-            "stats": text.stats_text(actions.flags, actions.packets, actions.bytes)})
+        flows.append(
+            {
+                "key": text.key_line(
+                    bytes(key.mac1),
+                    bytes(key.mac2),
+                    key.vlan,
+                    key.number14,
+                    key.port1,
+                    key.port2,
+                    key.low20,
+                    key.high20,
+                    key.protocol,
+                    bytes(key.address1),
+                    bytes(key.address2),
+                ),
+                "actions": text.actions_line(
+                    actions.bitmap,
+                    actions.inval,
+                    actions.handle,
+                    actions.dp,
+                    actions.length,
+                    (actions.child, actions.vi, actions.pi, actions.vni, actions.vlan),
+                    FLOWS,
+                    position + 64,
+                ),
+                "stats": text.stats_text(actions.flags, actions.packets, actions.bytes),
+            }
+        )
         position += 64 + actions.length
     return {"startIndex": start, "list": flows}
 
@@ -171,10 +345,19 @@ def GetFlowStats(switch, lcores, option):
         return None
     low = 0xFFFFFFFF
     result = []
-    for each in FLOW_STATS.records[:FLOW_STATS.count]:
+    for each in FLOW_STATS.records[: FLOW_STATS.count]:
         hits, miss, fpo, local, failed = each.counters
-        result.append({"lcoreID": each.lcoreID, "numFlows": each.numFlows, "hits": hits & low, "miss": miss & low,
-                       "fpoHits": fpo & low, "localHits": local & low, "keyInsertFailCount": failed & low})
+        result.append(
+            {
+                "lcoreID": each.lcoreID,
+                "numFlows": each.numFlows,
+                "hits": hits & low,
+                "miss": miss & low,
+                "fpoHits": fpo & low,
+                "localHits": local & low,
+                "keyInsertFailCount": failed & low,
+            }
+        )
     return result
 
 
@@ -204,11 +387,22 @@ def GetMirrorConf(switch):
     for _ in range(MIRROR_AREA[2]):
         each = Session.from_buffer(MIRROR, position)
         flags, vlans, first_vlan = each.flags, each.vlans, (position + 72) // 2
-        sessions.append({
-            "noInput": flags & 1, "noOutput": flags >> 1 & 1, "vlanEncap": flags >> 2 & 1, "OrigVlan": flags >> 3 & 1,
-            "index": each.index, "encapVlanID": each.encap, "samplingRate": each.rate, "snapLen": each.snapLen,
-            "srcInPorts": port_list(each.ins, each.inPorts), "srcOutPorts": port_list(each.outs, each.outPorts),
-            "dstPorts": port_list(each.dsts, each.dstPorts), "vlans": MIRROR_AREA[first_vlan:first_vlan + vlans]})
+        sessions.append(
+            {
+                "noInput": flags & 1,
+                "noOutput": flags >> 1 & 1,
+                "vlanEncap": flags >> 2 & 1,
+                "OrigVlan": flags >> 3 & 1,
+                "index": each.index,
+                "encapVlanID": each.encap,
+                "samplingRate": each.rate,
+                "snapLen": each.snapLen,
+                "srcInPorts": port_list(each.ins, each.inPorts),
+                "srcOutPorts": port_list(each.outs, each.outPorts),
+                "dstPorts": port_list(each.dsts, each.dstPorts),
+                "vlans": MIRROR_AREA[first_vlan : first_vlan + vlans],
+            }
+        )
         position += 72 + (2 * vlans + 7) // 8 * 8
     return sessions
 
@@ -233,11 +427,19 @@ def GetPortNetQInfo(switch, port):
             rxf = "UnknownFilter"
         position += 8 + each.length
         queues = (Queue * each.queues).from_buffer(NETQ, position)
-        filters.append({"rxf": rxf, "qInfo": [
-            {"rynPortID": queue.rynPortID, "qid": queue.qid, "fid": queue.fid} for queue in queues]})
+        filters.append(
+            {
+                "rxf": rxf,
+                "qInfo": [{"rynPortID": queue.rynPortID, "qid": queue.qid, "fid": queue.fid} for queue in queues],
+            }
+        )
         position += 16 * each.queues
-    return {"isUplink": NETQ_HEAD.isUplink, "swID": NETQ_HEAD.swID, "rynPortID": NETQ_HEAD.rynPortID,
-            "filters": filters}
+    return {
+        "isUplink": NETQ_HEAD.isUplink,
+        "swID": NETQ_HEAD.swID,
+        "rynPortID": NETQ_HEAD.rynPortID,
+        "filters": filters,
+    }
 
 
 SNAPSHOT, SNAPSHOT_LENGTH = bytearray(4096), U32(4096)
@@ -250,15 +452,18 @@ def DumpLBSnapshot(switch):
         return None
     groups, vertices = SNAPSHOT_AREA[:2]
     group_lines = [
-        text.group_line(i, group.load, int.from_bytes(bytes(group.tx), "little"),
-                        int.from_bytes(bytes(group.rx), "little"))
-        for i, group in enumerate((Group * groups).from_buffer(SNAPSHOT, 8))]
+        text.group_line(
+            i, group.load, int.from_bytes(bytes(group.tx), "little"), int.from_bytes(bytes(group.rx), "little")
+        )
+        for i, group in enumerate((Group * groups).from_buffer(SNAPSHOT, 8))
+    ]
     position, vertex_lines = 8 + 37 * groups, []
     for _ in range(vertices):
         vertex = Vertex.from_buffer(SNAPSHOT, position)
         outs, ins = vertex.outs, vertex.ins
-        edges = [(edge.peer, edge.load, edge.ema)
-                 for edge in (Edge * (outs + ins)).from_buffer(SNAPSHOT, position + 20)]
+        edges = [
+            (edge.peer, edge.load, edge.ema) for edge in (Edge * (outs + ins)).from_buffer(SNAPSHOT, position + 20)
+        ]
         vertex_lines.append(text.vertex_lines(vertex.number, vertex.wid, vertex.flags, edges[:outs], edges[outs:]))
         position += 20 + 12 * (outs + ins)
     return text.snapshot(group_lines, vertex_lines)
@@ -273,12 +478,21 @@ def DumpLBPortStats(switch, first, last):
         return None
     cores = [(core.busyNow, core.busyBefore, core.timeNow, core.timeBefore, core.work) for core in BALANCER.cores]
     shares = [text.share(*core) for core in cores]
-    ports = [(port.p0, port.p1, port.a, port.b, *port.counters) for port in BALANCER.ports[first:last + 1]]
+    ports = [(port.p0, port.p1, port.a, port.b, *port.counters) for port in BALANCER.ports[first : last + 1]]
     p0, p1, a, b, *_ = zip(*ports)
-    return (p0, p1, a, b,
-            tuple([text.figures(c0, c1, c2, c3, shares[core_a], shares[core_b])
-                   for _, _, core_a, core_b, c0, c1, c2, c3 in ports]),
-            tuple([text.core_figures(*core) for core in cores]))
+    return (
+        p0,
+        p1,
+        a,
+        b,
+        tuple(
+            [
+                text.figures(c0, c1, c2, c3, shares[core_a], shares[core_b])
+                for _, _, core_a, core_b, c0, c1, c2, c3 in ports
+            ]
+        ),
+        tuple([text.core_figures(*core) for core in cores]),
+    )
 
 
 set_mac_learn = LIB.Ryn_Set_Uplink_MAC_Learn

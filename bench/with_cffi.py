@@ -16,10 +16,18 @@ MACS, MACS_LENGTH = new("MacTable*"), length(1310736)
 def ListSwitchMACTable(switch):
     if lib.Ryn_Dump_Switch_MAC_Table(switch, MACS, MACS_LENGTH):
         return None
-    return {"MacLimit": MACS.limit, "MacTableList": [
-        {"macAddr": bytes(entry.mac).hex(":"), "vlanID": entry.vlanID, "rynPortID": entry.rynPortID,
-         "macGenDiff": entry.macGenDiff}
-        for entry in MACS.entries[0:MACS.count]]}
+    return {
+        "MacLimit": MACS.limit,
+        "MacTableList": [
+            {
+                "macAddr": bytes(entry.mac).hex(":"),
+                "vlanID": entry.vlanID,
+                "rynPortID": entry.rynPortID,
+                "macGenDiff": entry.macGenDiff,
+            }
+            for entry in MACS.entries[0 : MACS.count]
+        ],
+    }
 
 
 PORTS, PORTS_LENGTH = new("PortList*"), length(11532)
@@ -30,11 +38,19 @@ def ListPorts(switch):
         return None
     types = text.CLIENT_TYPES
     return [
-        {"portID": port.portID, "rynPortID": port.rynPortID, "numTxQ": port.numTxQ, "numRxQ": port.numRxQ,
-         "hwAddr": bytes(port.hwAddr).hex(":"), "numMACs": port.numMACs,
-         "clientType": types[port.clientType if port.clientType < 5 else 0], "txQLM": [*port.txQLM[0:port.numTxQ]],
-         "rxQLM": [*port.rxQLM[0:port.numRxQ]]}
-        for port in PORTS.ports[0:PORTS.count]]
+        {
+            "portID": port.portID,
+            "rynPortID": port.rynPortID,
+            "numTxQ": port.numTxQ,
+            "numRxQ": port.numRxQ,
+            "hwAddr": bytes(port.hwAddr).hex(":"),
+            "numMACs": port.numMACs,
+            "clientType": types[port.clientType if port.clientType < 5 else 0],
+            "txQLM": [*port.txQLM[0 : port.numTxQ]],
+            "rxQLM": [*port.rxQLM[0 : port.numRxQ]],
+        }
+        for port in PORTS.ports[0 : PORTS.count]
+    ]
 
 
 SWITCHES, SWITCHES_LENGTH = new("SwitchList*"), length(2568)
@@ -44,15 +60,39 @@ def ListSwitches():
     if lib.Ryn_Get_Switch_List(SWITCHES, SWITCHES_LENGTH):
         return None
     return [
-        {"name": ffi.string(each.name).decode(), "swID": each.swID, "maxPorts": each.maxPorts,
-         "numActivePorts": each.numActivePorts, "numPorts": each.numPorts, "mtu": each.mtu,
-         "numLcores": each.numLcores, "lcores": each.lcores}
-        for each in SWITCHES.switches[0:SWITCHES.count]]
+        {
+            "name": ffi.string(each.name).decode(),
+            "swID": each.swID,
+            "maxPorts": each.maxPorts,
+            "numActivePorts": each.numActivePorts,
+            "numPorts": each.numPorts,
+            "mtu": each.mtu,
+            "numLcores": each.numLcores,
+            "lcores": each.lcores,
+        }
+        for each in SWITCHES.switches[0 : SWITCHES.count]
+    ]
 
 
 STATS, STATS_LENGTH = new("int64_t[16]"), length(128)
-NAMES = ["txPkts", "txBytes", "txMcastPkts", "txMcastBytes", "txBcastPkts", "txBcastBytes", "txDrops", "txErrors",
-         "rxPkts", "rxBytes", "rxMcastPkts", "rxMcastBytes", "rxBcastPkts", "rxBcastBytes", "rxDrops", "rxErrors"]
+NAMES = [
+    "txPkts",
+    "txBytes",
+    "txMcastPkts",
+    "txMcastBytes",
+    "txBcastPkts",
+    "txBcastBytes",
+    "txDrops",
+    "txErrors",
+    "rxPkts",
+    "rxBytes",
+    "rxMcastPkts",
+    "rxMcastBytes",
+    "rxBcastPkts",
+    "rxBcastBytes",
+    "rxDrops",
+    "rxErrors",
+]
 PLACES = [*zip(NAMES, [1, 0, 3, 2, 5, 4, 6, 7, 9, 8, 11, 10, 13, 12, 14, 15])]
 SLOW_PLACES = [(f"sp{name[0].upper()}{name[1:]}", place) for name, place in PLACES]
 
@@ -76,15 +116,22 @@ CONF, CONF_LENGTH = new("PortConf*"), length(1272)
 def GetPortConf(switch, port):
     if lib.Ryn_Get_Port_Conf(switch, port, CONF, CONF_LENGTH):
         return None
-    result = {"portID": CONF.portID, "flags": text.flags_text(CONF.flags), "ladrf": CONF.ladrf,
-              "hwAddr": bytes(CONF.hwAddr).hex(":"), "untaggedVlanID": CONF.untaggedVlanID,
-              "forgedMACAllowed": CONF.forgedMACAllowed, "numMcastAddrs": CONF.numMcastAddrs, "vni": CONF.vni,
-              "sampleRate": CONF.sampleRate}
+    result = {
+        "portID": CONF.portID,
+        "flags": text.flags_text(CONF.flags),
+        "ladrf": CONF.ladrf,
+        "hwAddr": bytes(CONF.hwAddr).hex(":"),
+        "untaggedVlanID": CONF.untaggedVlanID,
+        "forgedMACAllowed": CONF.forgedMACAllowed,
+        "numMcastAddrs": CONF.numMcastAddrs,
+        "vni": CONF.vni,
+        "sampleRate": CONF.sampleRate,
+    }
     if CONF.numMcastAddrs:
-        result["mcastAddrList"] = [bytes(each).hex(":") for each in CONF.mcasts[0:CONF.numMcastAddrs]]
+        result["mcastAddrList"] = [bytes(each).hex(":") for each in CONF.mcasts[0 : CONF.numMcastAddrs]]
     result["numTaggedVlanRanges"] = CONF.numRanges
     if CONF.numRanges:
-        result["vlanRanges"] = ["%d-%d" % (first, last) for first, last in CONF.ranges[0:CONF.numRanges]]
+        result["vlanRanges"] = ["%d-%d" % (first, last) for first, last in CONF.ranges[0 : CONF.numRanges]]
     return result
 
 
@@ -102,12 +149,34 @@ def DumpFlowTable(switch, lcore, start, flag):
         key, actions = ffi.cast("FlowKey*", FLOWS + position), ffi.cast("Actions*", FLOWS + position + 64)
         record = buffer(FLOWS + position + 64, 240)
         child, vlan = int.from_bytes(record[114:118], "little"), int.from_bytes(record[118:120], "little")
-        flows.append({
-            "key": text.key_line(bytes(key.mac1), bytes(key.mac2), key.vlan, key.number14, key.port1, key.port2,
-                                 key.low20, key.high20, key.protocol, bytes(key.address1), bytes(key.address2)),
-            "actions": text.actions_line(actions.bitmap, actions.inval, actions.handle, actions.dp, actions.length,
-                                         (child, actions.vi, actions.pi, actions.vni, vlan), record, 0),
-            "stats": text.stats_text(actions.flags, actions.packets, actions.bytes)})
+        flows.append(
+            {
+                "key": text.key_line(
+                    bytes(key.mac1),
+                    bytes(key.mac2),
+                    key.vlan,
+                    key.number14,
+                    key.port1,
+                    key.port2,
+                    key.low20,
+                    key.high20,
+                    key.protocol,
+                    bytes(key.address1),
+                    bytes(key.address2),
+                ),
+                "actions": text.actions_line(
+                    actions.bitmap,
+                    actions.inval,
+                    actions.handle,
+                    actions.dp,
+                    actions.length,
+                    (child, actions.vi, actions.pi, actions.vni, vlan),
+                    record,
+                    0,
+                ),
+                "stats": text.stats_text(actions.flags, actions.packets, actions.bytes),
+            }
+        )
         position += 64 + actions.length
     return {"startIndex": FLOWS_HEAD[2], "list": flows}
 
@@ -116,15 +185,24 @@ FLOW_STATS, FLOW_STATS_LENGTH, LCORES = new("FlowStatsList*"), length(1544), new
 
 
 def GetFlowStats(switch, lcores, option):
-    LCORES[0:len(lcores)] = lcores
+    LCORES[0 : len(lcores)] = lcores
     if lib.Ryn_Get_Flow_Stats(switch, LCORES, len(lcores), option, FLOW_STATS, FLOW_STATS_LENGTH):
         return None
     low = 0xFFFFFFFF
     result = []
-    for record in FLOW_STATS.records[0:FLOW_STATS.count]:
+    for record in FLOW_STATS.records[0 : FLOW_STATS.count]:
         hits, miss, fpo, local, failed = ffi.unpack(record.counters, 5)
-        result.append({"lcoreID": record.lcoreID, "numFlows": record.numFlows, "hits": hits & low, "miss": miss & low,
-                       "fpoHits": fpo & low, "localHits": local & low, "keyInsertFailCount": failed & low})
+        result.append(
+            {
+                "lcoreID": record.lcoreID,
+                "numFlows": record.numFlows,
+                "hits": hits & low,
+                "miss": miss & low,
+                "fpoHits": fpo & low,
+                "localHits": local & low,
+                "keyInsertFailCount": failed & low,
+            }
+        )
     return result
 
 
@@ -151,12 +229,22 @@ def GetMirrorConf(switch):
     for _ in range(ffi.cast("uint16_t*", MIRROR)[2]):
         each = ffi.cast("Session*", position)
         flags, vlans = each.flags, each.vlans
-        sessions.append({
-            "noInput": flags & 1, "noOutput": flags >> 1 & 1, "vlanEncap": flags >> 2 & 1, "OrigVlan": flags >> 3 & 1,
-            "index": each.index, "encapVlanID": each.encap, "samplingRate": each.rate, "snapLen": each.snapLen,
-            "srcInPorts": port_list(each.ins, each.inPorts), "srcOutPorts": port_list(each.outs, each.outPorts),
-            "dstPorts": port_list(each.dsts, each.dstPorts),
-            "vlans": ffi.unpack(ffi.cast("uint16_t*", position + 72), vlans)})
+        sessions.append(
+            {
+                "noInput": flags & 1,
+                "noOutput": flags >> 1 & 1,
+                "vlanEncap": flags >> 2 & 1,
+                "OrigVlan": flags >> 3 & 1,
+                "index": each.index,
+                "encapVlanID": each.encap,
+                "samplingRate": each.rate,
+                "snapLen": each.snapLen,
+                "srcInPorts": port_list(each.ins, each.inPorts),
+                "srcOutPorts": port_list(each.outs, each.outPorts),
+                "dstPorts": port_list(each.dsts, each.dstPorts),
+                "vlans": ffi.unpack(ffi.cast("uint16_t*", position + 72), vlans),
+            }
+        )
         position += 72 + (2 * vlans + 7) // 8 * 8
     return sessions
 
@@ -180,8 +268,15 @@ def GetPortNetQInfo(switch, port):
             rxf = "UnknownFilter"
         position += 8 + each.length
         queues = cast(queue_type, position)
-        filters.append({"rxf": rxf, "qInfo": [
-            {"rynPortID": queue.rynPortID, "qid": queue.qid, "fid": queue.fid} for queue in queues[0:each.queues]]})
+        filters.append(
+            {
+                "rxf": rxf,
+                "qInfo": [
+                    {"rynPortID": queue.rynPortID, "qid": queue.qid, "fid": queue.fid}
+                    for queue in queues[0 : each.queues]
+                ],
+            }
+        )
         position += 16 * each.queues
     return {"isUplink": head.isUplink, "swID": head.swID, "rynPortID": head.rynPortID, "filters": filters}
 
@@ -194,14 +289,16 @@ def DumpLBSnapshot(switch):
         return None
     groups, vertices = ffi.cast("uint32_t*", SNAPSHOT)[0:2]
     group_lines = [
-        text.group_line(i, group.load, int.from_bytes(bytes(group.tx), "little"),
-                        int.from_bytes(bytes(group.rx), "little"))
-        for i, group in enumerate(ffi.cast("Group*", SNAPSHOT + 8)[0:groups])]
+        text.group_line(
+            i, group.load, int.from_bytes(bytes(group.tx), "little"), int.from_bytes(bytes(group.rx), "little")
+        )
+        for i, group in enumerate(ffi.cast("Group*", SNAPSHOT + 8)[0:groups])
+    ]
     position, vertex_lines = SNAPSHOT + 8 + 37 * groups, []
     for _ in range(vertices):
         vertex = ffi.cast("Vertex*", position)
         outs, ins = vertex.outs, vertex.ins
-        edges = [(edge.peer, edge.load, edge.ema) for edge in ffi.cast("Edge*", position + 20)[0:outs + ins]]
+        edges = [(edge.peer, edge.load, edge.ema) for edge in ffi.cast("Edge*", position + 20)[0 : outs + ins]]
         vertex_lines.append(text.vertex_lines(vertex.number, vertex.wid, vertex.flags, edges[:outs], edges[outs:]))
         position += 20 + 12 * (outs + ins)
     return text.snapshot(group_lines, vertex_lines)
@@ -215,12 +312,21 @@ def DumpLBPortStats(switch, first, last):
         return None
     cores = [(core.busyNow, core.busyBefore, core.timeNow, core.timeBefore, core.work) for core in BALANCER.cores]
     shares = [text.share(*core) for core in cores]
-    ports = [(port.p0, port.p1, port.a, port.b, *port.counters) for port in BALANCER.ports[first:last + 1]]
+    ports = [(port.p0, port.p1, port.a, port.b, *port.counters) for port in BALANCER.ports[first : last + 1]]
     p0, p1, a, b, *_ = zip(*ports)
-    return (p0, p1, a, b,
-            tuple([text.figures(c0, c1, c2, c3, shares[core_a], shares[core_b])
-                   for _, _, core_a, core_b, c0, c1, c2, c3 in ports]),
-            tuple([text.core_figures(*core) for core in cores]))
+    return (
+        p0,
+        p1,
+        a,
+        b,
+        tuple(
+            [
+                text.figures(c0, c1, c2, c3, shares[core_a], shares[core_b])
+                for _, _, core_a, core_b, c0, c1, c2, c3 in ports
+            ]
+        ),
+        tuple([text.core_figures(*core) for core in cores]),
+    )
 
 
 def SetUplinkMACLearn(switch, enable):

@@ -9,7 +9,7 @@
 namespace {
 
 // One write for a message, so that those of two threads do not mix.
-void Write(const char* level, const char* format, va_list arguments) {
+[[gnu::format(printf, 2, 0)]] void Write(const char* level, const char* format, va_list arguments) {
   static const bool journal = std::getenv("JOURNAL_STREAM") != nullptr;
   char text[1024];
   std::vsnprintf(text, sizeof(text), format, arguments);

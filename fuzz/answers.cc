@@ -325,7 +325,9 @@ void CheckMacTable(const Ref& dict, const Bytes& area, std::size_t room) {
   });
 }
 
-std::string ShownUnder(const Ref& dict, const char* key) { return Shown(NewRef(PyDict_GetItemString(dict.get(), key))); }
+std::string ShownUnder(const Ref& dict, const char* key) {
+  return Shown(NewRef(PyDict_GetItemString(dict.get(), key)));
+}
 
 }  // namespace
 

@@ -41,8 +41,12 @@ PROGRESS = 30  # seconds between two lines on what is going on
 
 def build() -> None:
     if not (BUILD / "build.ninja").exists():
-        subprocess.run(["/usr/bin/meson", "setup", BUILD, ROOT, "-Dfuzz=true", "-Dtests=false"], check=True,
-                       stdout=subprocess.DEVNULL, env={**os.environ, "CC": "clang-14", "CXX": "clang++-14"})
+        subprocess.run(
+            ["/usr/bin/meson", "setup", BUILD, ROOT, "-Dfuzz=true", "-Dtests=false"],
+            check=True,
+            stdout=subprocess.DEVNULL,
+            env={**os.environ, "CC": "clang-14", "CXX": "clang++-14"},
+        )
     subprocess.run(["ninja", "-C", BUILD, "--quiet", "fuzz/ryn_fuzz"], check=True)
 
 
@@ -60,12 +64,21 @@ class Run:
     passed: bool | None = None  # None while it is at work
 
     def execute(self, *arguments: object) -> Run:
-        command = [str(PROGRAM), f"--target={self.target}", "-close_fd_mask=2", "-detect_leaks=0", "-print_final_stats=1",
-                   f"-timeout={SLOWEST_INPUT}", "-rss_limit_mb=4096", f"-artifact_prefix={FOUND}/{self.target}-",
-                   *map(str, arguments)]
+        command = [
+            str(PROGRAM),
+            f"--target={self.target}",
+            "-close_fd_mask=2",
+            "-detect_leaks=0",
+            "-print_final_stats=1",
+            f"-timeout={SLOWEST_INPUT}",
+            "-rss_limit_mb=4096",
+            f"-artifact_prefix={FOUND}/{self.target}-",
+            *map(str, arguments),
+        ]
         self.start = time.monotonic()
-        with subprocess.Popen(command, text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                              errors="replace") as process:
+        with subprocess.Popen(
+            command, text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, errors="replace"
+        ) as process:
             assert process.stdout
             self.report.extend(process.stdout)
         self.passed = process.returncode == 0
@@ -155,19 +168,35 @@ def main() -> int:
             seconds[run.target] = future.result()
             if not run.passed:
                 print("".join(run.report)[-6000:])
-            print(f"[{number}/{len(runs)}] {run.target:17} {'passed' if run.passed else 'FAILED'} "
-                  f"{seconds[run.target]:4.0f} s {run}", flush=True)
+            print(
+                f"[{number}/{len(runs)}] {run.target:17} {'passed' if run.passed else 'FAILED'} "
+                f"{seconds[run.target]:4.0f} s {run}",
+                flush=True,
+            )
     done.set()
 
     failed = [run.target for run in runs if not run.passed]
     total = sum(seconds.values()), sum(run.executions for run in runs)
-    print(f"{len(runs) - len(failed)} of {len(runs)} targets passed: {total[1]} executions in {total[0]:.0f} seconds of "
-          f"fuzzing" + (f"; failed: {', '.join(failed)}" if failed else ""))
-    rows = [f"| `{run.target}` | {seconds[run.target]:.0f} | {run.executions:,} | {run.edges} | {run.features} "
-            f"| {'none' if run.passed else 'FAILED'} |" for run in runs]
-    (BUILD / "figures.md").write_text("\n".join([
-        "| Target | Seconds | Executions | Edges | Features | Findings |", "|---|---|---|---|---|---|", *rows,
-        f"| all | {total[0]:.0f} | {total[1]:,} | | | {len(failed) or 'none'} |", ""]))
+    print(
+        f"{len(runs) - len(failed)} of {len(runs)} targets passed: {total[1]} executions in {total[0]:.0f} seconds of "
+        f"fuzzing" + (f"; failed: {', '.join(failed)}" if failed else "")
+    )
+    rows = [
+        f"| `{run.target}` | {seconds[run.target]:.0f} | {run.executions:,} | {run.edges} | {run.features} "
+        f"| {'none' if run.passed else 'FAILED'} |"
+        for run in runs
+    ]
+    (BUILD / "figures.md").write_text(
+        "\n".join(
+            [
+                "| Target | Seconds | Executions | Edges | Features | Findings |",
+                "|---|---|---|---|---|---|",
+                *rows,
+                f"| all | {total[0]:.0f} | {total[1]:,} | | | {len(failed) or 'none'} |",
+                "",
+            ]
+        )
+    )
     return 1 if failed else 0
 
 

@@ -29,20 +29,38 @@ def area(size: int, **fields: bytes) -> bytes:
     out = bytearray(size)
     for name, data in fields.items():
         offset = int(name.removeprefix("at"))
-        out[offset:offset + len(data)] = data
+        out[offset : offset + len(data)] = data
     return bytes(out)
 
 
 def actions(bitmap: int = 0, instances: int = 0, length: int | None = None, flags: int = 8) -> bytes:
     size = max(256 + 2, 274 + 32 * instances if instances else 0)
-    return area(size, at8=u64(0x7F00), at24=u64(5), at40=u64(1 << 63), at56=u32(bitmap), at61=bytes([flags]),
-                at62=u16(size if length is None else length), at64=b"\x09", at68=u32(7), at72=b"\xff", at74=u16(0xFFFF),
-                at76=u32(5001), at114=u32(3), at118=u16(4095), at244=b"\1\2\3", at256=bytes([instances]))
+    return area(
+        size,
+        at8=u64(0x7F00),
+        at24=u64(5),
+        at40=u64(1 << 63),
+        at56=u32(bitmap),
+        at61=bytes([flags]),
+        at62=u16(size if length is None else length),
+        at64=b"\x09",
+        at68=u32(7),
+        at72=b"\xff",
+        at74=u16(0xFFFF),
+        at76=u32(5001),
+        at114=u32(3),
+        at118=u16(4095),
+        at244=b"\1\2\3",
+        at256=bytes([instances]),
+    )
 
 
-KEYS = [bytes(64), b"\xff" * 64,
-        area(64, at12=b"\x10\x20", at16=b"\0\x50\1\xbb", at23=b"\x06", at24=b"\n\0\0\1\n\0\0\2"),
-        area(64, at12=b"\x02", at23=b"\x3a", at39=b"\1", at40=b"\xfe\x80", at55=b"\1")]
+KEYS = [
+    bytes(64),
+    b"\xff" * 64,
+    area(64, at12=b"\x10\x20", at16=b"\0\x50\1\xbb", at23=b"\x06", at24=b"\n\0\0\1\n\0\0\2"),
+    area(64, at12=b"\x02", at23=b"\x3a", at39=b"\1", at40=b"\xfe\x80", at55=b"\1"),
+]
 BITMAPS = [0, 0xFFFFFFFF, 0xFFFFFFDF, 0x20, 0x40028, 1 << 18, 1 << 20, 1 << 21, 0xE000C283, 1 << 31, 0x1C04]
 
 
@@ -92,8 +110,16 @@ def balancer() -> Iterator[bytes]:
         for port in range(128):
             cores = port % 64, 64 if port % 2 else 63
             struct.pack_into("<IIIIQQQQ", stats, 8 + 48 * port, 1, 2, *cores, 100, 1 << 63, 300, (1 << 64) - 1)
-        for core, record in enumerate([(50 * unit, 0, 100 * unit, 0, 1000), (0, unit, unit, 0, 200), (7, 7, 7, 7, 0),
-                                       (unit, 0, 1 << 63, 0, 1 << 21), (1, 2, 3, 4, (1 << 64) - 1)] * 12):
+        for core, record in enumerate(
+            [
+                (50 * unit, 0, 100 * unit, 0, 1000),
+                (0, unit, unit, 0, 200),
+                (7, 7, 7, 7, 0),
+                (unit, 0, 1 << 63, 0, 1 << 21),
+                (1, 2, 3, 4, (1 << 64) - 1),
+            ]
+            * 12
+        ):
             struct.pack_into("<QQQQQ", stats, 6152 + 48 * core, *record)
         yield bytes([first, last]) + bytes(stats)
 
@@ -102,7 +128,7 @@ def counted(head: int, at: int, record: bytes, room: int) -> Iterator[bytes]:
     """Tables: a count at `at` in a head of that size, then records."""
     for count in (0, 1, 2, room, room + 1, 0xFFFFFFFF):
         out = bytearray(head)
-        out[at:at + 4] = u32(count)
+        out[at : at + 4] = u32(count)
         yield bytes(out) + record * min(count, 2)
     yield bytes(out) + b"\xff" * len(record) * min(room, 40)
     yield bytes(out) + record * min(room, 40)
@@ -117,8 +143,13 @@ def made_small(inputs: Iterable[bytes]) -> Iterator[bytes]:
 
 def mirrors() -> Iterator[bytes]:
     def session(vlans: int, *counts: int) -> bytes:
-        return (bytes(4) + u16(1, 2, 3, 4, 0x0A, *counts, vlans, 0) + u64(1, 1, 3, 1 << 63) + b"\xff" * 16
-                + u16(*range(vlans)).ljust((2 * vlans + 7) // 8 * 8, b"\0"))
+        return (
+            bytes(4)
+            + u16(1, 2, 3, 4, 0x0A, *counts, vlans, 0)
+            + u64(1, 1, 3, 1 << 63)
+            + b"\xff" * 16
+            + u16(*range(vlans)).ljust((2 * vlans + 7) // 8 * 8, b"\0")
+        )
 
     yield u32(1) + u16(0, 0)
     yield u32(1) + u16(2, 0) + session(3, 2, 2, 128) + session(0, 0, 0, 0)
@@ -174,10 +205,14 @@ def properties() -> Iterator[bytes]:
 SEEDS: dict[str, Iterable[bytes]] = {
     "alias": switches(),
     "balancer_figures": balancer(),
-    "bounded_actions": (u16(512) + actions(bitmap, 2)[:size] for bitmap in BITMAPS
-                        for size in (0, 60, 118, 246, 258, 300)),
-    "device_affinity": (answer for size in (31, 32) for answer in
-                        counted(4, 0, (b"lunic0".ljust(size, b"1") + b"\0")[:32] + u32(0xA5A5A5A5), 32)),
+    "bounded_actions": (
+        u16(512) + actions(bitmap, 2)[:size] for bitmap in BITMAPS for size in (0, 60, 118, 246, 258, 300)
+    ),
+    "device_affinity": (
+        answer
+        for size in (31, 32)
+        for answer in counted(4, 0, (b"lunic0".ljust(size, b"1") + b"\0")[:32] + u32(0xA5A5A5A5), 32)
+    ),
     "fastslabs": fastslabs(),
     "flow_actions": flow_actions(),
     "flow_key": KEYS,
@@ -187,23 +222,33 @@ SEEDS: dict[str, Iterable[bytes]] = {
     "fpo_stats": counted(8, 0, u32(1, 2) + u64(1 << 32, 4, 5, 6, 7, 8), 32),
     "mirror_conf": made_small(mirrors()),
     "netq": made_small(netqs()),
-    "port_conf": [area(1272, at16=u32(addresses), at20=u32(0x3F), at24=u64(1 << 63), at48=u32(ranges))
-                  for addresses, ranges in ((0, 0), (1, 1), (32, 256), (33, 257), (0xFFFFFFFF, 0xFFFFFFFF))],
+    "port_conf": [
+        area(1272, at16=u32(addresses), at20=u32(0x3F), at24=u64(1 << 63), at48=u32(ranges))
+        for addresses, ranges in ((0, 0), (1, 1), (32, 256), (33, 257), (0xFFFFFFFF, 0xFFFFFFFF))
+    ],
     "port_flags": (bytes([size]) + u32(flags) for size in (0, 1, 9, 255) for flags in (0, 0x11, 0x3F, 0xFFFFFFC0)),
-    "port_list": counted(12, 4, u32(67108864, 5) + b"\2\41" + b"\2\0\0\n\v\f" + u16(3) + u32(2) + bytes(4)
-                         + bytes(range(64)), 128),
+    "port_list": counted(
+        12, 4, u32(67108864, 5) + b"\2\41" + b"\2\0\0\n\v\f" + u16(3) + u32(2) + bytes(4) + bytes(range(64)), 128
+    ),
     "port_macs": made_small(counted(16, 0, b"\2\0\0\0\0\1" + u16(4095) + u32(5, 0, 1 << 31), 16384)),
     "port_stats": [u32(length) + bytes([kind]) + u64(*range(32)) for length in (0, 128, 0xFFFFFFFF) for kind in (0, 1)],
     "properties": properties(),
     "snapshot": snapshots(),
     "snapshot_text": (u16(size) + snapshot for size in (0, 30, 16384) for snapshot in snapshots()),
-    "switch_list": (answer for size in (127, 128) for answer in
-                    counted(8, 0, (b"dvs-1".ljust(size, b"1") + b"\0")[:128] + u32(0xA5A5A5A5, 2, 3, 4, 1500, 6)
-                            + u64(1 << 63), 16)),
+    "switch_list": (
+        answer
+        for size in (127, 128)
+        for answer in counted(
+            8, 0, (b"dvs-1".ljust(size, b"1") + b"\0")[:128] + u32(0xA5A5A5A5, 2, 3, 4, 1500, 6) + u64(1 << 63), 16
+        )
+    ),
     "switch_macs": made_small(counted(16, 0, b"\2\0\0\0\0\1" + u16(4095) + u32(5, 0, 1 << 31), 65536)),
     "tx_uplink": (bytes([kind, count]) + u16(*range(8)) for kind in (0, 3, 255) for count in (0, 1, 8, 9, 255)),
-    "uplink_stats": [u32(length) + bytes([kind]) + u64(*range(24)) + b"private text" for length in (0, 5, 12, 50)
-                     for kind in (0, 1, 2, 4, 12)],
+    "uplink_stats": [
+        u32(length) + bytes([kind]) + u64(*range(24)) + b"private text"
+        for length in (0, 5, 12, 50)
+        for kind in (0, 1, 2, 4, 12)
+    ],
 }
 
 

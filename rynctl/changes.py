@@ -46,8 +46,9 @@ def unknown(context: Context, keys: Sequence[str]) -> UsageError:
     from rynctl.select import nearest
 
     key = context.options.key
-    return UsageError(f"{context.command.words[0]} has no setting {key!r}"
-                      f"{nearest(key, keys) or '; there are ' + ', '.join(keys)}")
+    return UsageError(
+        f"{context.command.words[0]} has no setting {key!r}" f"{nearest(key, keys) or '; there are ' + ', '.join(keys)}"
+    )
 
 
 def carry_out(context: Context, change: Change) -> int:
@@ -107,8 +108,10 @@ def switch_set(context: Context) -> int:
     if key == "uplink_mac_learn":
         return carry_out(context, Change(switch.name, key, wanted, lambda: switch.set_uplink_learning(wanted)))
     danger = "the host panics when an uplink hangs" if key == "panic_on_tx_hang" and wanted else None
-    return carry_out(context, Change(switch.name, key, wanted, lambda: setattr(switch, key, wanted),
-                                     lambda: getattr(switch, key), danger))
+    return carry_out(
+        context,
+        Change(switch.name, key, wanted, lambda: setattr(switch, key, wanted), lambda: getattr(switch, key), danger),
+    )
 
 
 # Ports
@@ -119,24 +122,34 @@ def port_set(context: Context) -> int:
     if options.key == "lro":
         wanted = on_off(values(context, "lro", 1)[0], "lro")
         port = context.host().port(options.port)
-        return carry_out(context, Change(name_of(port), "lro", wanted, lambda: setattr(port, "lro", wanted),
-                                         lambda: port.lro))
+        return carry_out(
+            context, Change(name_of(port), "lro", wanted, lambda: setattr(port, "lro", wanted), lambda: port.lro)
+        )
     if options.key != "teaming":
         raise unknown(context, ["lro", "teaming"])
     from ryn.names import TEAMING_TYPES
-
     from rynctl.select import nearest
 
     kind, *texts = options.value
     if kind not in TEAMING_TYPES:
-        raise UsageError(f"there is no type of teaming {kind!r}"
-                         f"{nearest(kind, TEAMING_TYPES) or '; there are ' + ', '.join(TEAMING_TYPES)}")
+        raise UsageError(
+            f"there is no type of teaming {kind!r}"
+            f"{nearest(kind, TEAMING_TYPES) or '; there are ' + ', '.join(TEAMING_TYPES)}"
+        )
     uplinks = [number(text, "an uplink", 0, 0xFFFF) for text in texts]
     if len(uplinks) > 8:
         raise UsageError(f"{len(uplinks)} uplinks are more than 8")
     port = context.host().port(options.port)
-    return carry_out(context, Change(name_of(port), "teaming", [kind, *uplinks],
-                                     lambda: setattr(port, "teaming", (kind, uplinks)), lambda: teaming(port)))
+    return carry_out(
+        context,
+        Change(
+            name_of(port),
+            "teaming",
+            [kind, *uplinks],
+            lambda: setattr(port, "teaming", (kind, uplinks)),
+            lambda: teaming(port),
+        ),
+    )
 
 
 def name_of(port: Any) -> str:
@@ -157,8 +170,18 @@ def port_migrate(context: Context) -> int:
         port.refresh()
         return [list(port.tx_cores), list(port.rx_cores)]
 
-    return carry_out(context, Change(name_of(port), "migrate", numbers, lambda: port.migrate(*numbers), cores,
-                                     "move the port to other cores", shows=False))
+    return carry_out(
+        context,
+        Change(
+            name_of(port),
+            "migrate",
+            numbers,
+            lambda: port.migrate(*numbers),
+            cores,
+            "move the port to other cores",
+            shows=False,
+        ),
+    )
 
 
 def port_unpin(context: Context) -> int:
@@ -178,9 +201,17 @@ def uplink_set(context: Context) -> int:
     for size in sizes:
         if size is not None and size % 32:
             raise UsageError(f"ring size {size} is no multiple of 32")
-    uplink, = which_uplinks(context.host(), options.port)
-    return carry_out(context, Change(name_of(uplink.port), "ring_size", sizes,
-                                     lambda: setattr(uplink, "ring_size", sizes), lambda: uplink.ring_size))
+    (uplink,) = which_uplinks(context.host(), options.port)
+    return carry_out(
+        context,
+        Change(
+            name_of(uplink.port),
+            "ring_size",
+            sizes,
+            lambda: setattr(uplink, "ring_size", sizes),
+            lambda: uplink.ring_size,
+        ),
+    )
 
 
 # MAC addresses
@@ -198,8 +229,9 @@ def _mac_entry(context: Context, add: bool) -> int:
         return any(entry.vlan == vlan and entry.port == port.number for entry in port.macs().find(mac))
 
     send = port.add_mac if add else port.del_mac
-    return carry_out(context, Change(name_of(port), f"mac {mac} vlan {vlan}", add, lambda: send(mac, vlan=vlan),
-                                     present))
+    return carry_out(
+        context, Change(name_of(port), f"mac {mac} vlan {vlan}", add, lambda: send(mac, vlan=vlan), present)
+    )
 
 
 def mac_add(context: Context) -> int:
@@ -213,8 +245,10 @@ def mac_del(context: Context) -> int:
 def mac_clear(context: Context) -> int:
     found = port_or_switch(context.host(), getattr(context.options, "switch|port"))
     name = name_of(found) if hasattr(found, "dvport") else found.name
-    return carry_out(context, Change(name, "macs", 0, found.clear_macs, lambda: len(found.macs()),
-                                     "forget its MAC addresses", shows=False))
+    return carry_out(
+        context,
+        Change(name, "macs", 0, found.clear_macs, lambda: len(found.macs()), "forget its MAC addresses", shows=False),
+    )
 
 
 # Flow cache, offload
@@ -222,9 +256,18 @@ def mac_clear(context: Context) -> int:
 
 def flow_clear(context: Context) -> int:
     switch = context.host().switch(context.options.switch)
-    return carry_out(context, Change(switch.name, "flows", 0, switch.clear_flows,
-                                     lambda: sum(stats.flows for stats in switch.flow_stats()),
-                                     "empty its flow cache", shows=False))
+    return carry_out(
+        context,
+        Change(
+            switch.name,
+            "flows",
+            0,
+            switch.clear_flows,
+            lambda: sum(stats.flows for stats in switch.flow_stats()),
+            "empty its flow cache",
+            shows=False,
+        ),
+    )
 
 
 def _flow_cache(context: Context, on: bool) -> int:
@@ -242,8 +285,9 @@ def flow_disable(context: Context) -> int:
 
 def _fpo(context: Context, on: bool) -> int:
     switch = context.host().switch(context.options.switch)
-    return carry_out(context, Change(switch.name, "fpo", on, lambda: setattr(switch, "fpo", int(on)),
-                                     lambda: bool(switch.fpo)))
+    return carry_out(
+        context, Change(switch.name, "fpo", on, lambda: setattr(switch, "fpo", int(on)), lambda: bool(switch.fpo))
+    )
 
 
 def fpo_enable(context: Context) -> int:
@@ -270,8 +314,16 @@ def lb_set(context: Context) -> int:
         if text not in ALGORITHMS:
             raise UsageError(f"there is no algorithm {text!r}; there are {', '.join(ALGORITHMS)}")
         balancer = context.host().switch(options.switch).balancer
-        return carry_out(context, Change(balancer.switch.name, key, text, lambda: setattr(balancer, "algorithm", text),
-                                         lambda: balancer.algorithm))
+        return carry_out(
+            context,
+            Change(
+                balancer.switch.name,
+                key,
+                text,
+                lambda: setattr(balancer, "algorithm", text),
+                lambda: balancer.algorithm,
+            ),
+        )
     wanted = number(text, key)
     balancer = context.host().switch(options.switch).balancer
     place = names.index(key)
@@ -279,8 +331,16 @@ def lb_set(context: Context) -> int:
     if new.low > new.high:
         raise UsageError(f"the low threshold {new.low} is above the high one, {new.high}")
     only = [wanted if i == place else None for i in range(len(names))]
-    return carry_out(context, Change(balancer.switch.name, key, wanted, lambda: setattr(balancer, "options", only),
-                                     lambda: balancer.options[place]))
+    return carry_out(
+        context,
+        Change(
+            balancer.switch.name,
+            key,
+            wanted,
+            lambda: setattr(balancer, "options", only),
+            lambda: balancer.options[place],
+        ),
+    )
 
 
 # Devices and the host
@@ -293,9 +353,16 @@ def device_set(context: Context) -> int:
     wanted = number(values(context, "affinity", 1)[0], "affinity")
     host = context.host()
     device = the_device(host, options.device)
-    return carry_out(context, Change(device.name, "affinity", wanted,
-                                     lambda: host.set_affinity(device.name, wanted),
-                                     lambda: the_device(host, device.name).affinity))
+    return carry_out(
+        context,
+        Change(
+            device.name,
+            "affinity",
+            wanted,
+            lambda: host.set_affinity(device.name, wanted),
+            lambda: the_device(host, device.name).affinity,
+        ),
+    )
 
 
 def host_set(context: Context) -> int:
@@ -307,8 +374,10 @@ def host_set(context: Context) -> int:
     if key == "flow_timeout":
         wanted = number(values(context, key, 1)[0], key)
         host = context.host()
-        return carry_out(context, Change("host", key, wanted, lambda: setattr(host, "flow_timeout", wanted),
-                                         lambda: host.flow_timeout))
+        return carry_out(
+            context,
+            Change("host", key, wanted, lambda: setattr(host, "flow_timeout", wanted), lambda: host.flow_timeout),
+        )
     if key == "fastslabs":
         if options.value not in ([], ["on"]):
             raise UsageError("fastslabs can only be set up: host set fastslabs on")
@@ -325,14 +394,27 @@ def host_set(context: Context) -> int:
     wanted = number(values(context, key, 1)[0], key)
     host = context.host()
     only = [wanted if i == place else None for i in range(len(weights))]
-    return carry_out(context, Change("host", key, wanted, lambda: setattr(host, "balancer_weights", only),
-                                     lambda: host.balancer_weights[place]))
+    return carry_out(
+        context,
+        Change(
+            "host", key, wanted, lambda: setattr(host, "balancer_weights", only), lambda: host.balancer_weights[place]
+        ),
+    )
 
 
 def host_reset(context: Context) -> int:
     if context.options.what != "weights":
         raise UsageError(f"there is nothing like {context.options.what!r} to reset; there is weights")
     host = context.host()
-    return carry_out(context, Change("host", "weights", None, host.reset_balancer_weights,
-                                     lambda: list(host.balancer_weights), "give the weights their defaults",
-                                     shows=False))
+    return carry_out(
+        context,
+        Change(
+            "host",
+            "weights",
+            None,
+            host.reset_balancer_weights,
+            lambda: list(host.balancer_weights),
+            "give the weights their defaults",
+            shows=False,
+        ),
+    )

@@ -53,7 +53,7 @@ def words_of(arguments: Sequence[str]) -> Tuple[List[str], List[str]]:
         each = arguments[i]
         i += 1
         if each == "--" or len(words) == wanted:
-            return words, rest + list(arguments[i - 1:])
+            return words, rest + list(arguments[i - 1 :])
         if each.startswith("-") and each != "-":
             rest.append(each)
             if takes_value.get(each) and i < len(arguments):

@@ -4,8 +4,16 @@ from __future__ import annotations
 
 from typing import Dict, NamedTuple, Tuple
 
-COUNTERS = ("packets", "bytes", "multicast_packets", "multicast_bytes", "broadcast_packets", "broadcast_bytes",
-            "drops", "errors")
+COUNTERS = (
+    "packets",
+    "bytes",
+    "multicast_packets",
+    "multicast_bytes",
+    "broadcast_packets",
+    "broadcast_bytes",
+    "drops",
+    "errors",
+)
 
 # Of a column's values. `count` is an int that tables shorten (12.34k); the others are shown exactly.
 TYPES = ("int", "count", "float", "bool", "str", "ints", "strs", "pairs", "any")
@@ -21,8 +29,11 @@ class Column(NamedTuple):
 
 def _counters(prefix: str = "", what: str = "") -> Tuple[Column, ...]:
     sides = (("tx", "sent"), ("rx", "received"))
-    return tuple(Column(f"{prefix}{side}_{name}", "count", f"{name.replace('_', ' ')} {verb}{what}")
-                 for side, verb in sides for name in COUNTERS)
+    return tuple(
+        Column(f"{prefix}{side}_{name}", "count", f"{name.replace('_', ' ')} {verb}{what}")
+        for side, verb in sides
+        for name in COUNTERS
+    )
 
 
 _SWITCH = Column("switch", "str", "the datapath's name of the switch")
@@ -149,7 +160,12 @@ COLUMNS: Dict[str, Tuple[Column, ...]] = {
         Column("queue", "int", "number of the queue"),
     )
     + _UPLINK_COUNTERS,
-    "uplink.dump": (_SWITCH, _PORT, Column("line", "int", "number of the line"), Column("text", "str", "the driver's text")),
+    "uplink.dump": (
+        _SWITCH,
+        _PORT,
+        Column("line", "int", "number of the line"),
+        Column("text", "str", "the driver's text"),
+    ),
     "mac.list": _MACS,
     "flow.list": _FLOWS,
     "flow.stats": (
@@ -302,12 +318,22 @@ COLUMNS: Dict[str, Tuple[Column, ...]] = {
     ),
     "top.flows": _FLOWS,
 }
-for _show, _list in (("uplink.show", "uplink.list"), ("flow.dump", "flow.list"), ("lb.show", "lb.list"),
-                     ("fpo.show", "fpo.list"), ("core.show", "core.list"), ("device.show", "device.list"),
-                     ("host.show", "host.list"), ("mirror.show", "mirror.list"), ("netq.show", "netq.list")):
+for _show, _list in (
+    ("uplink.show", "uplink.list"),
+    ("flow.dump", "flow.list"),
+    ("lb.show", "lb.list"),
+    ("fpo.show", "fpo.list"),
+    ("core.show", "core.list"),
+    ("device.show", "device.list"),
+    ("host.show", "host.list"),
+    ("mirror.show", "mirror.list"),
+    ("netq.show", "netq.list"),
+):
     COLUMNS[_show] = COLUMNS[_list]
 for _object in ("switch", "port", "uplink", "lb", "device", "host", "fpo"):
     COLUMNS[f"{_object}.get"] = _SETTINGS
-for _change in ("switch.set port.set port.reset port.migrate port.unpin uplink.set mac.add mac.del mac.clear flow.clear "
-                "flow.enable flow.disable lb.set fpo.enable fpo.disable device.set host.set host.reset").split():
+for _change in (
+    "switch.set port.set port.reset port.migrate port.unpin uplink.set mac.add mac.del mac.clear flow.clear "
+    "flow.enable flow.disable lb.set fpo.enable fpo.disable device.set host.set host.reset"
+).split():
     COLUMNS[_change] = _CHANGES

@@ -15,8 +15,33 @@ if TYPE_CHECKING:
     from rynctl.cli import Context
 
 # What tells the rows of a table apart: those of its columns that stand here.
-KEYS = ("number", "name", "switch", "port", "dvport", "core", "side", "queue", "line", "index", "filter", "device", "mac",
-        "vlan", "object", "key", "record", "peer", "protocol", "src", "sport", "dst", "dport", "match", "check")
+KEYS = (
+    "number",
+    "name",
+    "switch",
+    "port",
+    "dvport",
+    "core",
+    "side",
+    "queue",
+    "line",
+    "index",
+    "filter",
+    "device",
+    "mac",
+    "vlan",
+    "object",
+    "key",
+    "record",
+    "peer",
+    "protocol",
+    "src",
+    "sport",
+    "dst",
+    "dport",
+    "match",
+    "check",
+)
 
 
 def saved(path: str) -> Dict[str, Any]:
@@ -73,8 +98,16 @@ def differences(before: Dict[str, Any], after: Dict[str, Any], elapsed: float) -
                 rate = None
                 if column in counters and delta is not None and delta >= 0 and elapsed > 0:
                     rate = round(delta / elapsed, 3)
-                yield row("diff", "changed" if delta is None or delta >= 0 or column not in counters else "reset", name,
-                          column, was, now, delta, rate)
+                yield row(
+                    "diff",
+                    "changed" if delta is None or delta >= 0 or column not in counters else "reset",
+                    name,
+                    column,
+                    was,
+                    now,
+                    delta,
+                    rate,
+                )
 
 
 def run(context: Context) -> int:

@@ -31,8 +31,13 @@ def loaded_from(library: str) -> Optional[str]:
 def interpreter() -> Row:
     version = ".".join(map(str, sys.version_info[:3]))
     status = "ok" if sys.version_info >= (3, 8) else "failed"
-    return row("doctor", "interpreter", status, f"{sys.executable} {version}",
-               None if status == "ok" else "use Python 3.8 or later")
+    return row(
+        "doctor",
+        "interpreter",
+        status,
+        f"{sys.executable} {version}",
+        None if status == "ok" else "use Python 3.8 or later",
+    )
 
 
 def module(name: str, fix: str) -> Tuple[Row, Any]:
@@ -74,7 +79,9 @@ def exports(core: Any) -> Optional[Row]:
         names = {name.decode() for name in re.findall(rb"\x00((?:Ryn|DVS\w*?)_\w+)(?=\x00)", file.read())}
     missing = sorted(name for name in names if not any(hasattr(handle, name) for handle in handles))
     if missing:
-        return row("doctor", "exports", "failed", f"missing: {', '.join(missing)}", "install matching platform libraries")
+        return row(
+            "doctor", "exports", "failed", f"missing: {', '.join(missing)}", "install matching platform libraries"
+        )
     return row("doctor", "exports", "ok", f"{len(names)} operations", None)
 
 
@@ -87,15 +94,24 @@ def host(context: Context) -> Iterator[Row]:
         yield row("doctor", "configuration", "failed", str(error), None)
         return
     simulated = there.backend == "simulated"
-    yield row("doctor", "backend", "warning" if simulated else "ok", there.backend,
-              "leave ryn-sim run to reach the real host" if simulated else None)
+    yield row(
+        "doctor",
+        "backend",
+        "warning" if simulated else "ok",
+        there.backend,
+        "leave ryn-sim run to reach the real host" if simulated else None,
+    )
     try:
         switches = there.switches()
         known = [switch for switch in switches if switch.id is not None]
         unknown = [switch.name for switch in switches if switch.id is None]
-        yield row("doctor", "configuration", "ok" if known or not switches else "warning",
-                  f"{len(known)} configured switches" + (f"; without configuration: {', '.join(unknown)}" if unknown else ""),
-                  None)
+        yield row(
+            "doctor",
+            "configuration",
+            "ok" if known or not switches else "warning",
+            f"{len(known)} configured switches" + (f"; without configuration: {', '.join(unknown)}" if unknown else ""),
+            None,
+        )
         yield row("doctor", "datapath", "ok", f"{sum(switch.number is not None for switch in switches)} switches", None)
     except ryn.Error as error:
         yield row("doctor", "datapath", "failed", str(error), None)

@@ -46,11 +46,28 @@ def uplinks_of(port: Port) -> List[int]:
     return teaming(port)[1:] or [uplink.number for uplink in port.switch.uplinks()]
 
 
-def port_row(match: str, port: Port, mac: Optional[str] = None, vlan: Optional[int] = None,
-             flows: Optional[int] = None, detail: Optional[str] = None) -> Row:
+def port_row(
+    match: str,
+    port: Port,
+    mac: Optional[str] = None,
+    vlan: Optional[int] = None,
+    flows: Optional[int] = None,
+    detail: Optional[str] = None,
+) -> Row:
     cores = sorted({*port.tx_cores, *port.rx_cores})
-    return row("find", match, port.switch.name, port.number, str(port.kind), mac or str(port.mac), vlan,
-               uplinks_of(port), cores, flows, detail)
+    return row(
+        "find",
+        match,
+        port.switch.name,
+        port.number,
+        str(port.kind),
+        mac or str(port.mac),
+        vlan,
+        uplinks_of(port),
+        cores,
+        flows,
+        detail,
+    )
 
 
 def macs(host: Host, mac: str) -> Iterator[Row]:
@@ -66,8 +83,19 @@ def macs(host: Host, mac: str) -> Iterator[Row]:
             if holder is not None:
                 yield port_row("mac", holder, str(entry.mac), entry.vlan)
             else:
-                yield row("find", "mac", switch.name, entry.port, None, str(entry.mac), entry.vlan, None, None, None,
-                          "its port is gone")
+                yield row(
+                    "find",
+                    "mac",
+                    switch.name,
+                    entry.port,
+                    None,
+                    str(entry.mac),
+                    entry.vlan,
+                    None,
+                    None,
+                    None,
+                    "its port is gone",
+                )
 
 
 def matches(mac: str, wanted: str) -> bool:
@@ -93,8 +121,19 @@ def addresses(host: Host, ip: str) -> Iterator[Row]:
             yield port_row("flow", port, flows=count + to, detail=f"{count} flows from {ip}, {to} to it")
         if not holders:
             cores = sorted({flow.core for flows in ends.values() for flow in flows})
-            yield row("find", "flow", switch.name, None, None, None, None, None, cores, count + to,
-                      f"{count} flows from {ip}, {to} to it; no port of the switch has their MAC address")
+            yield row(
+                "find",
+                "flow",
+                switch.name,
+                None,
+                None,
+                None,
+                None,
+                None,
+                cores,
+                count + to,
+                f"{count} flows from {ip}, {to} to it; no port of the switch has their MAC address",
+            )
 
 
 def switches(host: Host, what: str) -> Iterator[Row]:

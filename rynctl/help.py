@@ -29,8 +29,13 @@ def usage(command: Command) -> str:
 
 
 def overview() -> str:
-    lines = ["Usage: rynctl OBJECT VERB [ARGUMENT...] [OPTION...]", "",
-             "Inspects and tunes this host's fast-path virtual switch.", "", "Objects and their verbs:"]
+    lines = [
+        "Usage: rynctl OBJECT VERB [ARGUMENT...] [OPTION...]",
+        "",
+        "Inspects and tunes this host's fast-path virtual switch.",
+        "",
+        "Objects and their verbs:",
+    ]
     for name in OBJECTS:
         lines.append(f"  {name:8} {' '.join(commands.verbs(name))}")
     lines += ["", "Others:"]
@@ -40,9 +45,12 @@ def overview() -> str:
     lines += ["", "Examples:"]
     for example, text in EXAMPLES:
         lines.append(f"  {example:45} {text}")
-    lines += ["", "Options stand anywhere: -o table|json|jsonl|csv, -j, --columns, --sort,",
-              "--filter, --limit, --watch, --dry-run, --yes, --timeout, --host, --color.",
-              "rynctl OBJECT --help and rynctl OBJECT VERB --help say more; rynctl --version."]
+    lines += [
+        "",
+        "Options stand anywhere: -o table|json|jsonl|csv, -j, --columns, --sort,",
+        "--filter, --limit, --watch, --dry-run, --yes, --timeout, --host, --color.",
+        "rynctl OBJECT --help and rynctl OBJECT VERB --help say more; rynctl --version.",
+    ]
     return "\n".join(lines) + "\n"
 
 

@@ -40,7 +40,11 @@ def page() -> str:
         ".SH COMMANDS",
     ]
     for command in COMMANDS.values():
-        lines += [".TP", f"\\fB{plain(help.usage(command))}\\fR", plain(command.text[0].upper() + command.text[1:] + ".")]
+        lines += [
+            ".TP",
+            f"\\fB{plain(help.usage(command))}\\fR",
+            plain(command.text[0].upper() + command.text[1:] + "."),
+        ]
         for each in command.options:
             lines.append(".RS")
             lines += [line for line in option(each)]
@@ -57,15 +61,23 @@ def page() -> str:
         lines += option(each)
     lines.append(".SH COLUMNS")
     for table, columns in COLUMNS.items():
-        lines += [".TP", f"\\fB{plain(table.replace('.', ' '))}\\fR",
-                  plain(" ".join(column.name for column in columns))]
+        lines += [
+            ".TP",
+            f"\\fB{plain(table.replace('.', ' '))}\\fR",
+            plain(" ".join(column.name for column in columns)),
+        ]
     lines.append(".SH EXIT STATUS")
     for code, text in help.CODES:
         lines += [".TP", f"\\fB{code}\\fR", plain(text[0].upper() + text[1:] + ".")]
     lines.append(".SH EXAMPLES")
     for example, text in help.EXAMPLES:
         lines += [".TP", f"\\fB{plain(example)}\\fR", plain(text[0].upper() + text[1:] + ".")]
-    lines += [".SH FILES", ".TP", "\\fI/dev/log\\fR", "Each change is one line in the system's log, with the tag rynctl."]
+    lines += [
+        ".SH FILES",
+        ".TP",
+        "\\fI/dev/log\\fR",
+        "Each change is one line in the system's log, with the tag rynctl.",
+    ]
     lines += [".SH SEE ALSO", "\\fBryn\\-sim\\fR(1), \\fB_libryn\\fR(3)"]
     return "\n".join(lines) + "\n"
 

@@ -47,8 +47,16 @@ class Output:
         self.all_columns = options.columns is not None or not self.terminal
         if options.columns is not None and not self.columns and command.words != ("top",):
             raise UsageError(f"{command.name} has no columns")
-        self.selection: Optional[Selection] = Selection(self.columns, getattr(options, "filter", []), getattr(options, "sort", None),
-                                   getattr(options, "limit", None)) if self.columns else None
+        self.selection: Optional[Selection] = (
+            Selection(
+                self.columns,
+                getattr(options, "filter", []),
+                getattr(options, "sort", None),
+                getattr(options, "limit", None),
+            )
+            if self.columns
+            else None
+        )
         self._named = False
         self._heading = True
 
@@ -63,8 +71,13 @@ class Output:
             return 80
 
     def envelope(self, data: Any) -> Row:
-        return {"schema": f"ryn/{self.schema}/1", "host": os.uname().nodename, "backend": self.backend,
-                "time": timestamp(), "data": data}
+        return {
+            "schema": f"ryn/{self.schema}/1",
+            "host": os.uname().nodename,
+            "backend": self.backend,
+            "time": timestamp(),
+            "data": data,
+        }
 
     def rows(self, rows: Iterable[Row], context: Optional[Context] = None) -> None:
         """Shows rows, as filters, order and limit want them."""

@@ -43,7 +43,6 @@ def call(function: Callable[..., Any], arguments: Sequence[Any]) -> Tuple[Any, b
 
 def run(context: Context) -> int:
     import ryn
-
     from rynctl.select import nearest
 
     options, out = context.options, context.out

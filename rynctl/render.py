@@ -86,8 +86,10 @@ def fitting(widths: Sequence[int], width: int) -> int:
 
 
 def line(columns: Sequence[Column], texts: Sequence[str], widths: Sequence[int]) -> str:
-    padded = (text.rjust(width) if is_right(column) else text.ljust(width)
-              for column, text, width in zip(columns, texts, widths))
+    padded = (
+        text.rjust(width) if is_right(column) else text.ljust(width)
+        for column, text, width in zip(columns, texts, widths)
+    )
     return GAP.join(padded).rstrip()
 
 

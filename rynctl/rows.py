@@ -77,17 +77,30 @@ def switches(context: Context) -> Iterator[Row]:
 def switch_show(context: Context) -> Iterator[Row]:
     switch = context.host().switch(context.options.switch)
     there = switch.number is not None
-    yield row("switch.show", *_switch(switch), len(switch.ports()),
-              None if switch.cores is None else list(switch.cores),
-              len(switch.macs()) if there else None, len(switch.mirrors()) if there else None)
+    yield row(
+        "switch.show",
+        *_switch(switch),
+        len(switch.ports()),
+        None if switch.cores is None else list(switch.cores),
+        len(switch.macs()) if there else None,
+        len(switch.mirrors()) if there else None,
+    )
 
 
 # Ports
 
 
 def _port(port: Port) -> Tuple[Any, ...]:
-    return (port.switch.name, port.number, port.dvport, str(port.kind), str(port.mac), port.mac_count,
-            list(port.tx_cores), list(port.rx_cores))
+    return (
+        port.switch.name,
+        port.number,
+        port.dvport,
+        str(port.kind),
+        str(port.mac),
+        port.mac_count,
+        list(port.tx_cores),
+        list(port.rx_cores),
+    )
 
 
 def ports(context: Context) -> Iterator[Row]:
@@ -98,9 +111,20 @@ def ports(context: Context) -> Iterator[Row]:
 def port_show(context: Context) -> Iterator[Row]:
     port = context.host().port(context.options.port)
     config, teaming = port.config(), port.teaming
-    yield row("port.show", *_port(port), port.lro, teaming.type, list(teaming.uplinks), flags_text(config.flags),
-              config.untagged_vlan, [list(pair) for pair in config.vlan_ranges], config.vni, config.forged_allowed,
-              config.sample_rate, [str(mac) for mac in config.multicast])
+    yield row(
+        "port.show",
+        *_port(port),
+        port.lro,
+        teaming.type,
+        list(teaming.uplinks),
+        flags_text(config.flags),
+        config.untagged_vlan,
+        [list(pair) for pair in config.vlan_ranges],
+        config.vni,
+        config.forged_allowed,
+        config.sample_rate,
+        [str(mac) for mac in config.multicast],
+    )
 
 
 def flags_text(flags: int) -> str:
@@ -136,8 +160,17 @@ def _uplink(uplink: Uplink) -> Row:
         tx, rx = uplink.ring_size
     except (ryn.NotFound, ryn.BadParameter):  # only a configured switch keeps ring sizes
         tx = rx = None  # type: ignore[assignment]
-    return row("uplink.list", port.switch.name, port.number, port.dvport, str(port.mac), uplink.link_up, tx, rx,
-               uplink.offload.level)
+    return row(
+        "uplink.list",
+        port.switch.name,
+        port.number,
+        port.dvport,
+        str(port.mac),
+        uplink.link_up,
+        tx,
+        rx,
+        uplink.offload.level,
+    )
 
 
 def uplinks(context: Context) -> Iterator[Row]:
@@ -154,14 +187,14 @@ def uplink_stats(context: Context) -> Iterator[Row]:
 
 
 def uplink_queues(context: Context) -> Iterator[Row]:
-    uplink, = which_uplinks(context.host(), context.options.port)
+    (uplink,) = which_uplinks(context.host(), context.options.port)
     for kind, side in enumerate(("rx", "tx")):
         for queue, counters in enumerate(uplink.queues(kind)):
             yield row("uplink.queues", uplink.switch.name, uplink.number, side, queue, *counters)
 
 
 def uplink_dump(context: Context) -> Iterator[Row]:
-    uplink, = which_uplinks(context.host(), context.options.port)
+    (uplink,) = which_uplinks(context.host(), context.options.port)
     for number, line in enumerate(uplink.driver_text.splitlines(), 1):
         yield row("uplink.dump", uplink.switch.name, uplink.number, number, line)
 
@@ -181,10 +214,14 @@ def flow_filters(context: Context) -> Dict[str, Any]:
     from rynctl.cli import number
 
     options = context.options
-    wanted: Dict[str, Any] = {"src": options.src, "dst": options.dst, "action": options.action,
-                              "sport": number(options.sport, "--sport", 0, 0xFFFF),
-                              "dport": number(options.dport, "--dport", 0, 0xFFFF),
-                              "vlan": number(options.vlan, "--vlan", 0, 4095)}
+    wanted: Dict[str, Any] = {
+        "src": options.src,
+        "dst": options.dst,
+        "action": options.action,
+        "sport": number(options.sport, "--sport", 0, 0xFFFF),
+        "dport": number(options.dport, "--dport", 0, 0xFFFF),
+        "vlan": number(options.vlan, "--vlan", 0, 4095),
+    }
     protocol = options.protocol
     wanted["protocol"] = int(protocol) if protocol is not None and protocol.isdigit() else protocol
     if options.core:
@@ -196,9 +233,23 @@ def flow_filters(context: Context) -> Dict[str, Any]:
 
 def flow_row(flow: Any, names: Dict[int, str]) -> Row:
     actions = str(flow.actions)
-    return row("flow.list", names.get(flow.switch, str(flow.switch)), flow.core, flow.protocol, str(flow.src),
-               flow.sport, str(flow.dst), flow.dport, flow.packets, flow.bytes, flow.vlan,
-               actions.split("|") if actions else [], flow.offloaded, str(flow.mac_a), str(flow.mac_b))
+    return row(
+        "flow.list",
+        names.get(flow.switch, str(flow.switch)),
+        flow.core,
+        flow.protocol,
+        str(flow.src),
+        flow.sport,
+        str(flow.dst),
+        flow.dport,
+        flow.packets,
+        flow.bytes,
+        flow.vlan,
+        actions.split("|") if actions else [],
+        flow.offloaded,
+        str(flow.mac_a),
+        str(flow.mac_b),
+    )
 
 
 def flows(context: Context) -> Iterator[Row]:
@@ -210,8 +261,9 @@ def flows(context: Context) -> Iterator[Row]:
         for flow in walk:
             yield flow_row(flow, names)
         if walk.unlisted:
-            context.out.note(f"{walk.unlisted} more flows of {switch.name} are on cores above 31, whose tables cannot "
-                             "be read")
+            context.out.note(
+                f"{walk.unlisted} more flows of {switch.name} are on cores above 31, whose tables cannot " "be read"
+            )
 
 
 def flow_stats(context: Context) -> Iterator[Row]:
@@ -226,16 +278,24 @@ def flow_stats(context: Context) -> Iterator[Row]:
 def mirrors(context: Context) -> Iterator[Row]:
     for switch in which_switches(context.host(), context.options.switch):
         for mirror in switch.mirrors():
-            values = {name: list(value) if isinstance(value, tuple) else value
-                      for name, value in zip(mirror._fields, mirror)}
+            values = {
+                name: list(value) if isinstance(value, tuple) else value for name, value in zip(mirror._fields, mirror)
+            }
             yield {"switch": switch.name, **values}
 
 
 def netq(context: Context) -> Iterator[Row]:
     port = context.host().port(context.options.port)
     for number, each in enumerate(port.netq().filters):
-        yield row("netq.list", port.switch.name, port.number, number, each.kind, each.text,
-                  [list(queue) for queue in each.queues])
+        yield row(
+            "netq.list",
+            port.switch.name,
+            port.number,
+            number,
+            each.kind,
+            each.text,
+            [list(queue) for queue in each.queues],
+        )
 
 
 # The balancer, cores, offload
@@ -258,8 +318,19 @@ def lb_stats(context: Context) -> Iterator[Row]:
         listed = {port.number for port in switch.ports()}
         for port in switch.balancer.port_stats().ports:
             if port.port in listed:
-                yield row("lb.stats", switch.name, port.port, port.core_a, port.core_b, port.usage0, port.usage1,
-                          port.usage2, port.usage3, port.load_a, port.load_b)
+                yield row(
+                    "lb.stats",
+                    switch.name,
+                    port.port,
+                    port.core_a,
+                    port.core_b,
+                    port.usage0,
+                    port.usage1,
+                    port.usage2,
+                    port.usage3,
+                    port.load_a,
+                    port.load_b,
+                )
 
 
 def lb_dump(context: Context) -> Iterator[Row]:
@@ -267,8 +338,19 @@ def lb_dump(context: Context) -> Iterator[Row]:
     snapshot = switch.balancer.snapshot()
     name = switch.name
     for number, group in enumerate(snapshot.groups):
-        yield row("lb.dump", name, "group", number, None, group.load, None, None, None, list(group.tx_ports),
-                  list(group.rx_ports))
+        yield row(
+            "lb.dump",
+            name,
+            "group",
+            number,
+            None,
+            group.load,
+            None,
+            None,
+            None,
+            list(group.tx_ports),
+            list(group.rx_ports),
+        )
     for vertex in snapshot.vertices:
         yield row("lb.dump", name, "vertex", vertex.number, None, None, None, vertex.wid, vertex.flags, None, None)
         for edge in vertex.outgoing:
@@ -303,8 +385,16 @@ def core_rows(host: Host, which: Optional[str] = None) -> List[Row]:
             users.setdefault(core, []).append(switch.name)
         if not figures:
             figures = {stats.core: stats for stats in switch.balancer.port_stats().cores}
-    return [row("core.list", core, users[core], figures[core].usage if core in figures else None,
-                figures[core].load if core in figures else None) for core in sorted(users)]
+    return [
+        row(
+            "core.list",
+            core,
+            users[core],
+            figures[core].usage if core in figures else None,
+            figures[core].load if core in figures else None,
+        )
+        for core in sorted(users)
+    ]
 
 
 def cores(context: Context) -> List[Row]:
@@ -346,28 +436,43 @@ def host(context: Context) -> Iterator[Row]:
 
     there = context.host()
     found = which_switches(there, None)
-    yield row("host.list", os.uname().nodename, there.backend, len(there.switches()),
-              sum(len(switch.ports()) for switch in found), list(there.cores), there.flow_timeout)
+    yield row(
+        "host.list",
+        os.uname().nodename,
+        there.backend,
+        len(there.switches()),
+        sum(len(switch.ports()) for switch in found),
+        list(there.cores),
+        there.flow_timeout,
+    )
 
 
 # Settings: `get`
 
 
-def _settings(context: Context, name: str, settings: Mapping[str, Callable[[], Any]], key: Optional[str],
-              write_only: Sequence[str] = ()) -> Iterator[Row]:
+def _settings(
+    context: Context,
+    name: str,
+    settings: Mapping[str, Callable[[], Any]],
+    key: Optional[str],
+    write_only: Sequence[str] = (),
+) -> Iterator[Row]:
     """Rows of those settings that are asked for. Each is read when it is shown: one that fails spoils no other."""
     from rynctl.select import nearest
 
     if key is not None and key in write_only:
         raise UsageError(f"{key} can be set, but not read: the platform does not tell it")
     if key is not None and key not in settings:
-        raise UsageError(f"{context.command.words[0]} has no setting {key!r}"
-                         f"{nearest(key, settings) or '; there are ' + ', '.join(settings)}")
+        raise UsageError(
+            f"{context.command.words[0]} has no setting {key!r}"
+            f"{nearest(key, settings) or '; there are ' + ', '.join(settings)}"
+        )
     for each in settings if key is None else [key]:
         value: Any = settings[each]()
         if hasattr(value, "source"):
-            yield row("switch.get", name, each, plain(value.value), value.source, plain(value.stored),
-                      plain(value.running))
+            yield row(
+                "switch.get", name, each, plain(value.value), value.source, plain(value.stored), plain(value.running)
+            )
         else:
             yield row("switch.get", name, each, plain(value), "datapath", None, plain(value))
 
@@ -392,8 +497,13 @@ def lb_get(context: Context) -> Iterator[Row]:
     def option(place: int, name: str) -> Callable[[], Any]:
         def get() -> Any:
             setting = read["options"]
-            return setting._replace(name=name, **{field: getattr(setting, field) and getattr(setting, field)[place]
-                                                  for field in ("value", "stored", "running")})
+            return setting._replace(
+                name=name,
+                **{
+                    field: getattr(setting, field) and getattr(setting, field)[place]
+                    for field in ("value", "stored", "running")
+                },
+            )
 
         return get
 
@@ -420,9 +530,10 @@ def teaming(port: Port) -> List[Any]:
 
 
 def uplink_get(context: Context) -> Iterator[Row]:
-    uplink, = which_uplinks(context.host(), context.options.port)
-    for found in _settings(context, f"{uplink.switch.name}/{uplink.number}", {"ring_size": lambda: uplink.ring_size},
-                           context.options.key):
+    (uplink,) = which_uplinks(context.host(), context.options.port)
+    for found in _settings(
+        context, f"{uplink.switch.name}/{uplink.number}", {"ring_size": lambda: uplink.ring_size}, context.options.key
+    ):
         yield {**found, "source": "property", "stored": found["value"], "running": None}
 
 

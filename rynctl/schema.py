@@ -24,7 +24,10 @@ TYPES: Dict[str, Dict[str, Any]] = {
 
 
 def of_column(column: Column) -> Dict[str, Any]:
-    found: Dict[str, Any] = {"description": column.text + (f" [{column.unit}]" if column.unit else ""), **TYPES[column.type]}
+    found: Dict[str, Any] = {
+        "description": column.text + (f" [{column.unit}]" if column.unit else ""),
+        **TYPES[column.type],
+    }
     if column.null:
         types = found["type"]
         found["type"] = [*(types if isinstance(types, list) else [types]), "null"]
@@ -33,8 +36,11 @@ def of_column(column: Column) -> Dict[str, Any]:
 
 def of_table(table: str) -> Dict[str, Any]:
     columns = COLUMNS[table]
-    row = {"type": "object", "additionalProperties": False,
-           "properties": {column.name: of_column(column) for column in columns}}
+    row = {
+        "type": "object",
+        "additionalProperties": False,
+        "properties": {column.name: of_column(column) for column in columns},
+    }
     return {
         "$schema": "http://json-schema.org/draft-07/schema#",
         "title": f"rynctl {table.replace('.', ' ')}",

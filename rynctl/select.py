@@ -22,7 +22,7 @@ OPERATORS = {
 
 
 def nearest(word: str, words: Iterable[str]) -> str:
-    """"; did you mean ...?" where a known word is close."""
+    """ "; did you mean ...?" where a known word is close."""
     import difflib
 
     close = difflib.get_close_matches(word, list(words), 1, 0.6)
@@ -68,8 +68,16 @@ class Filter(NamedTuple):
             # Nothing equals no value but an empty one, and is neither greater nor less.
             return compare(self.value in ("", "-", "null"), True) if self.operator in ("=", "!=") else False
         if isinstance(value, bool):
-            truth = {"true": True, "yes": True, "on": True, "1": True,
-                     "false": False, "no": False, "off": False, "0": False}.get(self.value.lower())
+            truth = {
+                "true": True,
+                "yes": True,
+                "on": True,
+                "1": True,
+                "false": False,
+                "no": False,
+                "off": False,
+                "0": False,
+            }.get(self.value.lower())
             return compare(value, truth)
         if isinstance(value, (int, float)):
             number = _number(self.value)

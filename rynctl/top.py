@@ -44,9 +44,19 @@ class Ports:
         tick = later.rates(self.earlier)
         self.earlier = later
         for port, rate in tick.items():
-            yield row("top.ports", port.switch.name, port.number, str(port.kind), round(rate.tx_bytes),
-                      round(rate.rx_bytes), round(rate.tx_drops + rate.rx_drops), round(rate.tx_packets),
-                      round(rate.rx_packets), round(rate.tx_errors + rate.rx_errors), False)
+            yield row(
+                "top.ports",
+                port.switch.name,
+                port.number,
+                str(port.kind),
+                round(rate.tx_bytes),
+                round(rate.rx_bytes),
+                round(rate.tx_drops + rate.rx_drops),
+                round(rate.tx_packets),
+                round(rate.rx_packets),
+                round(rate.tx_errors + rate.rx_errors),
+                False,
+            )
         for port in tick.resets:
             yield row("top.ports", port.switch.name, port.number, str(port.kind), *6 * (None,), True)
 
@@ -138,8 +148,12 @@ def batch(source: Any, out: Output, interval: float, count: Optional[int]) -> in
 
 def stands_out(each: Row) -> bool:
     """Ports that drop, and cores that have no time left."""
-    return bool(each.get("drops")) or bool(each.get("errors")) or bool(each.get("reset")) or (
-        each.get("usage") is not None and each["usage"] >= BUSY)
+    return (
+        bool(each.get("drops"))
+        or bool(each.get("errors"))
+        or bool(each.get("reset"))
+        or (each.get("usage") is not None and each["usage"] >= BUSY)
+    )
 
 
 class Screen:

@@ -44,4 +44,3 @@ def watch(context: Context, work: Callable[[Context], Any]) -> int:
             time.sleep(max(0.0, due - time.monotonic()))
     except KeyboardInterrupt:
         return DONE
-

@@ -1,7 +1,6 @@
 """Each allocation of the interpreter fails, alone and with all that follow it; allocations.py does the work."""
 
 import pytest
-
 from harness import python
 
 

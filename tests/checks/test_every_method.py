@@ -6,9 +6,8 @@ from itertools import repeat
 from pathlib import Path
 from typing import Callable
 
-import pytest
-
 import _probe
+import pytest
 from harness import ANY, Call, Double, Outcome, capture_stderr, lost_blocks, run
 from memory import native_bytes
 from method_table import METHODS, Failure, Method
@@ -16,13 +15,17 @@ from objects import for_the_parser
 
 
 def methods(which: Callable[[Method], object]) -> pytest.MarkDecorator:
-    return pytest.mark.parametrize("method", [method for method in METHODS if which(method)], ids=lambda method: method.name)
+    return pytest.mark.parametrize(
+        "method", [method for method in METHODS if which(method)], ids=lambda method: method.name
+    )
 
 
 every_method = methods(lambda method: True)
 every_failure = pytest.mark.parametrize(
-    "method, failure", [(method, failure) for method in METHODS for failure in method.failures],
-    ids=[f"{method.name}-{failure.name}" for method in METHODS for failure in method.failures])
+    "method, failure",
+    [(method, failure) for method in METHODS for failure in method.failures],
+    ids=[f"{method.name}-{failure.name}" for method in METHODS for failure in method.failures],
+)
 
 
 class BadIndex:
@@ -68,12 +71,14 @@ def wrong_arguments(method: Method):
     yield "too few", method.args[:-1], TypeError
     yield "too many", (*method.args, 0), TypeError
     for place, unit in enumerate(method.format or ""):
-        units: dict[str, list] = {"I": [("a text", TypeError), (BadIndex(), KeyError)],
-                 "L": [("a text", TypeError), (BadIndex(), KeyError), (1 << 63, OverflowError)],
-                 "s": [(5, TypeError), (None, TypeError), ("a\0b", ValueError), ("\udc80", UnicodeEncodeError)],
-                 "O": []}
+        units: dict[str, list] = {
+            "I": [("a text", TypeError), (BadIndex(), KeyError)],
+            "L": [("a text", TypeError), (BadIndex(), KeyError), (1 << 63, OverflowError)],
+            "s": [(5, TypeError), (None, TypeError), ("a\0b", ValueError), ("\udc80", UnicodeEncodeError)],
+            "O": [],
+        }
         for value, error in units[unit]:
-            yield f"{value!r} at {place}", (*method.args[:place], value, *method.args[place + 1:]), error
+            yield f"{value!r} at {place}", (*method.args[:place], value, *method.args[place + 1 :]), error
 
 
 @methods(lambda method: method.format is not None)
@@ -101,9 +106,12 @@ def test_keyword_arguments_are_refused(ryn, double, method: Method):
 @every_method
 def test_arguments_out_of_range(ryn, double, method: Method):
     method.script(double)
-    refused = [(*method.args[:place], value, *method.args[place + 1:])
-               for place, maximum in enumerate(method.maxima) if maximum is not None
-               for value in (maximum + 1, -1, 0xFFFFFFFF)]
+    refused = [
+        (*method.args[:place], value, *method.args[place + 1 :])
+        for place, maximum in enumerate(method.maxima)
+        if maximum is not None
+        for value in (maximum + 1, -1, 0xFFFFFFFF)
+    ]
     for args in [*refused, *method.refused]:
         assert run(getattr(ryn, method.name), *args) == Outcome(method.invalid_value, method.invalid or ""), args
         assert double.calls() == [], args
@@ -112,8 +120,10 @@ def test_arguments_out_of_range(ryn, double, method: Method):
 @methods(lambda method: method.maxima)
 def test_greatest_arguments_are_accepted(ryn, double, method: Method):
     method.script(double)
-    greatest = tuple(value if maximum is None else maximum for value, maximum in
-                     zip(method.args, (*method.maxima, *repeat(None, len(method.args)))))
+    greatest = tuple(
+        value if maximum is None else maximum
+        for value, maximum in zip(method.args, (*method.maxima, *repeat(None, len(method.args))))
+    )
     outcome = run(getattr(ryn, method.name), *greatest)
     assert (outcome.stderr, outcome.error) == ("", None)
     assert double.ops() == [call.op for call in method.calls]

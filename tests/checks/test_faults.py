@@ -12,7 +12,6 @@ from functools import partial
 from typing import Any, Callable
 
 import pytest
-
 from branches import branches
 from failing_calls import assert_kept, fail_each_call, load_faults, run_failing
 from fault_rules import INJECTED, item
@@ -21,12 +20,33 @@ from method_table import METHODS, Method
 
 # Functions that the module uses and that cannot fail, or whose failure is their answer.
 CANNOT_FAIL = {
-    "PyErr_Clear", "PyErr_Fetch", "PyErr_GetRaisedException", "PyErr_Occurred", "PyErr_Restore",
-    "PyErr_SetRaisedException", "PyErr_SetString", "PyLong_AsUnsignedLongMask",  # of ints
-    "PyObject_GC_Track", "PyObject_GC_UnTrack", "_Py_Dealloc",
+    "PyErr_Clear",
+    "PyErr_Fetch",
+    "PyErr_GetRaisedException",
+    "PyErr_Occurred",
+    "PyErr_Restore",
+    "PyErr_SetRaisedException",
+    "PyErr_SetString",
+    "PyLong_AsUnsignedLongMask",  # of ints
+    "PyObject_GC_Track",
+    "PyObject_GC_UnTrack",
+    "_Py_Dealloc",
 }
-ALLOCATORS = {"malloc", "calloc", "realloc", "aligned_alloc", "posix_memalign", "memalign", "reallocarray", "strdup",
-              "strndup", "asprintf", "vasprintf", "_Znwm", "_Znam"}
+ALLOCATORS = {
+    "malloc",
+    "calloc",
+    "realloc",
+    "aligned_alloc",
+    "posix_memalign",
+    "memalign",
+    "reallocarray",
+    "strdup",
+    "strndup",
+    "asprintf",
+    "vasprintf",
+    "_Znwm",
+    "_Znam",
+}
 
 
 @pytest.fixture(scope="module")
@@ -37,8 +57,9 @@ def faults(_module, pytestconfig: Any):
 
 
 def test_every_import_that_can_fail_is_let_fail(_module, faults):
-    listing = subprocess.run(["nm", "-D", "--undefined-only", _module.__file__], check=True, text=True,
-                             capture_output=True).stdout
+    listing = subprocess.run(
+        ["nm", "-D", "--undefined-only", _module.__file__], check=True, text=True, capture_output=True
+    ).stdout
     imports = {fields[1].split("@")[0] for fields in map(str.split, listing.splitlines()) if fields[0] == "U"}
     functions = {name for name in imports if name.lstrip("_").startswith("Py") or name in ALLOCATORS}
     functions = {name for name in functions if not name.endswith(("Struct", "_Type")) and not name.startswith("PyExc_")}
@@ -62,8 +83,11 @@ def test_number_of_points():
     assert sum(POINTS.values()) > 2000
 
 
-@pytest.mark.parametrize("method", [method for method in METHODS if method.format and "L" not in method.format],
-                         ids=lambda method: method.name)
+@pytest.mark.parametrize(
+    "method",
+    [method for method in METHODS if method.format and "L" not in method.format],
+    ids=lambda method: method.name,
+)
 def test_plain_arguments_are_taken_without_the_parser(ryn, double: Double, faults, method: Method):
     """Which takes longer than the rest of a setter."""
     method.script(double)
@@ -73,9 +97,18 @@ def test_plain_arguments_are_taken_without_the_parser(ryn, double: Double, fault
 
 # The areas on the heap of each method, in bytes; of all other methods there is none.
 AREAS = {
-    "ListSwitches": [2568], "ListPorts": [11532], "GetPortStats": [128], "GetPortConf": [1272],
-    "ListPortMACTable": [327696], "ListSwitchMACTable": [1310736], "DumpFlowTable": [10260], "GetFlowStats": [1544],
-    "GetFPOStats": [1800], "GetMirrorConf": [2048], "GetUplinkStats": [6], "GetPortNetQInfo": [524288],
+    "ListSwitches": [2568],
+    "ListPorts": [11532],
+    "GetPortStats": [128],
+    "GetPortConf": [1272],
+    "ListPortMACTable": [327696],
+    "ListSwitchMACTable": [1310736],
+    "DumpFlowTable": [10260],
+    "GetFlowStats": [1544],
+    "GetFPOStats": [1800],
+    "GetMirrorConf": [2048],
+    "GetUplinkStats": [6],
+    "GetPortNetQInfo": [524288],
     "ListDevAffinity": [1156],
 }
 
@@ -194,10 +227,16 @@ NO_LISTS = [*["Failed to allocate memory\n"] * 3, "Failed to allocate memory.\n"
 
 
 @pytest.mark.parametrize("count", [0, 1, 3])
-@pytest.mark.parametrize("builder, no_container", [
-    (ports_call, "Failed to allocate memory\n"), (vlans_call, "Failed to allocate memory.\n"),
-    (session_call, "Failed to allocate memory.\n"), (netq_call, "Failed to allocate NetQ Info resp.\n"),
-], ids=["CreatePortList", "CreateVlanList", "CreateMirrorSession", "PortNetQInfo"])
+@pytest.mark.parametrize(
+    "builder, no_container",
+    [
+        (ports_call, "Failed to allocate memory\n"),
+        (vlans_call, "Failed to allocate memory.\n"),
+        (session_call, "Failed to allocate memory.\n"),
+        (netq_call, "Failed to allocate NetQ Info resp.\n"),
+    ],
+    ids=["CreatePortList", "CreateVlanList", "CreateMirrorSession", "PortNetQInfo"],
+)
 def test_every_call_of_a_builder_fails(native, faults, builder: Callable, no_container: str, count: int):
     call = builder(native, count)
     good = outcome_of(call)

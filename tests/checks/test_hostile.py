@@ -11,7 +11,6 @@ import time
 from pathlib import Path
 
 import pytest
-
 from harness import BUFFER, MISSING, NULL, UNDER_ASAN, Double, Outcome, python, run, u32
 from hostile_answers import RESPONSES, Field, Response
 from method_table import METHODS, Method

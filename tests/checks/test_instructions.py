@@ -12,9 +12,8 @@ import shutil
 import sys
 from pathlib import Path
 
-import pytest
-
 import instructions
+import pytest
 
 BUDGETS = json.loads(instructions.BUDGETS.read_text())
 

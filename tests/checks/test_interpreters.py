@@ -11,7 +11,6 @@ import subprocess
 from pathlib import Path
 
 import pytest
-
 from harness import UNDER_ASAN, Double
 
 ROOT = Path(__file__).parents[2]
@@ -28,8 +27,9 @@ def interpreters() -> list[Path]:
     return sorted(found)
 
 
-@pytest.mark.parametrize("interpreter", [*interpreters(), *([] if interpreters() else [None])],
-                         ids=lambda path: path and path.parts[-3])
+@pytest.mark.parametrize(
+    "interpreter", [*interpreters(), *([] if interpreters() else [None])], ids=lambda path: path and path.parts[-3]
+)
 def test_module_on(double: Double, interpreter: Path | None, tmp_path: Path):
     if interpreter is None:
         pytest.skip("no other interpreter is there")
@@ -43,10 +43,24 @@ def test_module_on(double: Double, interpreter: Path | None, tmp_path: Path):
 
     # The module as everybody builds it; the double's helpers, which nobody installs, by the compiler alone
     build = tmp_path / "build"
-    tool("/usr/bin/meson", "setup", build, ".", f"-Dpython={interpreter}", "-Dsimhost=false", "-Dexporter=disabled",
-         f"-Dplatform_libs={double.folder}", "-Doptimization=1", "-Ddebug=false", "-Dwerror=true")
-    include, suffix = tool(interpreter, "-c", "import sysconfig; print(sysconfig.get_path('include'), "
-                                              "sysconfig.get_config_var('EXT_SUFFIX'))").split()
+    tool(
+        "/usr/bin/meson",
+        "setup",
+        build,
+        ".",
+        f"-Dpython={interpreter}",
+        "-Dsimhost=false",
+        "-Dexporter=disabled",
+        f"-Dplatform_libs={double.folder}",
+        "-Doptimization=1",
+        "-Ddebug=false",
+        "-Dwerror=true",
+    )
+    include, suffix = tool(
+        interpreter,
+        "-c",
+        "import sysconfig; print(sysconfig.get_path('include'), " "sysconfig.get_config_var('EXT_SUFFIX'))",
+    ).split()
     tool("/usr/bin/ninja", "-C", build, "-j", "2", f"libryn/_libryn{suffix}")
     shutil.copy(build / f"libryn/_libryn{suffix}", tmp_path)
     folder = tmp_path / "tests/double"
@@ -59,10 +73,18 @@ def test_module_on(double: Double, interpreter: Path | None, tmp_path: Path):
     tool(*compiler, "tests/faults/faults.cc", "-o", tmp_path / "tests/faults/_faults.so")
 
     environment = {name: value for name, value in os.environ.items() if not name.startswith("PYTHON")}
-    environment |= {"LD_LIBRARY_PATH": str(folder), "PYTHONDONTWRITEBYTECODE": "1",
-                    "PYTHONPATH": os.pathsep.join([str(tmp_path), str(ROOT / "tests/support")])}
-    done = subprocess.run([interpreter, "-c", "import on_interpreter; on_interpreter.check()"], text=True,
-                          capture_output=True, timeout=600, env=environment)
+    environment |= {
+        "LD_LIBRARY_PATH": str(folder),
+        "PYTHONDONTWRITEBYTECODE": "1",
+        "PYTHONPATH": os.pathsep.join([str(tmp_path), str(ROOT / "tests/support")]),
+    }
+    done = subprocess.run(
+        [interpreter, "-c", "import on_interpreter; on_interpreter.check()"],
+        text=True,
+        capture_output=True,
+        timeout=600,
+        env=environment,
+    )
     print(done.stdout, done.stderr)
     assert (done.returncode, done.stderr) == (0, "")
     assert done.stdout.endswith("unharmed\n")

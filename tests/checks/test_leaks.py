@@ -11,7 +11,6 @@ import sys
 from typing import Any, Callable
 
 import pytest
-
 from branches import branches
 from failing_calls import load_faults
 from harness import Double, capture_stderr, run

@@ -34,11 +34,14 @@ def test_nothing_is_built_while_an_error_is_pending(ryn, double: Double, faults,
 
 @pytest.mark.parametrize("name", ["SetPortTxUplink", "GetFlowStats", "GetFPOStats"])
 def test_nothing_is_built_while_the_error_of_an_item_is_pending(ryn, double: Double, faults, name: str):
-    method, = [method for method in METHODS if method.name == name]
+    (method,) = [method for method in METHODS if method.name == name]
     items = [*conversions.NO_INTS[:4], 1 << 70, 5]
     method.script(double)
-    args = (0, 0, {"txType": "All", "txUplinks": items}) if name == "SetPortTxUplink" else (0, tuple(items), 0)[:len(
-        method.args)]
+    args = (
+        (0, 0, {"txType": "All", "txUplinks": items})
+        if name == "SetPortTxUplink"
+        else (0, tuple(items), 0)[: len(method.args)]
+    )
     outcome, trace = run_failing(faults, getattr(ryn, name), args, -1)
     assert outcome.error[0] is TypeError and len(trace) > len(items)
     assert faults.made_with_error() == 0

@@ -13,9 +13,8 @@ import subprocess
 import sys
 from pathlib import Path
 
-import pytest
-
 import harness
+import pytest
 from harness import UNDER_ASAN
 
 pytestmark = [
@@ -45,8 +44,9 @@ def valgrind(code: str, *options: str, **environment: str) -> tuple[str, str]:
     """What the code prints, and valgrind's report."""
     settings = {**os.environ, **environment}
     settings["PYTHONPATH"] = os.pathsep.join([str(Path(harness.__file__).parent), settings["PYTHONPATH"]])
-    done = subprocess.run(["valgrind", *options, sys.executable, "-c", code], env=settings, text=True,
-                          capture_output=True, timeout=600)
+    done = subprocess.run(
+        ["valgrind", *options, sys.executable, "-c", code], env=settings, text=True, capture_output=True, timeout=600
+    )
     assert done.returncode == 0, done.stderr
     return done.stdout, done.stderr
 
@@ -56,13 +56,13 @@ def bytes_lost(code: str) -> int:
     assert printed == "done\n"
     if "no leaks are possible" in report:
         return 0
-    lost, = re.findall(r"definitely lost: ([\d,]+) bytes", report)
+    (lost,) = re.findall(r"definitely lost: ([\d,]+) bytes", report)
     return int(lost.replace(",", ""))
 
 
 def errors(code: str) -> int:
     _, report = valgrind(code, "--leak-check=no", "--error-limit=no", PYTHONMALLOC="malloc")
-    errors, = re.findall(r"ERROR SUMMARY: (\d+) errors", report)
+    (errors,) = re.findall(r"ERROR SUMMARY: (\d+) errors", report)
     return int(errors)
 
 
@@ -79,5 +79,10 @@ def test_harm_reads_nothing_that_is_not_there():
 
 
 def test_a_read_of_a_freed_area_would_be_seen():
-    assert errors("import ctypes; libc = ctypes.CDLL(None); libc.malloc.restype = ctypes.c_void_p\n"
-                  "area = libc.malloc(64); libc.free(ctypes.c_void_p(area)); ctypes.string_at(area, 8)") > 0
+    assert (
+        errors(
+            "import ctypes; libc = ctypes.CDLL(None); libc.malloc.restype = ctypes.c_void_p\n"
+            "area = libc.malloc(64); libc.free(ctypes.c_void_p(area)); ctypes.string_at(area, 8)"
+        )
+        > 0
+    )

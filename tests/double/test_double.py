@@ -6,7 +6,6 @@ import threading
 from pathlib import Path
 
 import pytest
-
 from harness import ANY, Bytes, Call, Outcome, python, run, u32
 
 PLATFORM = Path(__file__).parents[2] / "platform"
@@ -65,8 +64,9 @@ def test_inputs_are_recorded(operations, double):
     operations.Ryn_MAC_Entry_Ops(1, 2, b"\2\x11\x22\x33\x44\x55", 4094, 1)
     operations.Ryn_Set_Port_Tx_Uplink(1, 2, 3, 1, (ctypes.c_uint32 * 8)(7))
     operations.Ryn_Set_Dev_Affinity("lunic\u00e90".encode(), 0xFFFFFFFF)
-    operations.Ryn_Get_Flow_Stats(0, (ctypes.c_uint32 * 64)(5, 6), 2, 1, ctypes.create_string_buffer(8),
-                                  ctypes.byref(ctypes.c_uint32(8)))
+    operations.Ryn_Get_Flow_Stats(
+        0, (ctypes.c_uint32 * 64)(5, 6), 2, 1, ctypes.create_string_buffer(8), ctypes.byref(ctypes.c_uint32(8))
+    )
     assert double.calls() == [
         Call("Ryn_MAC_Entry_Ops", swID=1, rynPortID=2, mac=b"\2\x11\x22\x33\x44\x55", vlanID=4094, operation=1),
         Call("Ryn_Set_Port_Tx_Uplink", swID=1, rynPortID=2, txType=3, count=1, uplinks=[7, 0, 0, 0, 0, 0, 0, 0]),
@@ -111,8 +111,10 @@ def test_switches_answer_lookups(operations, double):
     assert operations.DVS_ClassName(dvs) == b"other"
     assert ctypes.string_at(operations.DVS_SwitchId(dvs), 64) == b"id-1\0tail".ljust(64, b"\0")
     datum, value = ctypes.c_void_p(), ctypes.c_void_p()
-    for look_up, data in ((operations.DVSState_HostPropLookup, b"\1\2"),
-                          (operations.DVSState_GlobalPropLookup, b"text\0")):
+    for look_up, data in (
+        (operations.DVSState_HostPropLookup, b"\1\2"),
+        (operations.DVSState_GlobalPropLookup, b"text\0"),
+    ):
         assert look_up(b"id-1", b"key", ctypes.byref(datum)) == 0
         assert operations.DVSData_Data(datum, ctypes.byref(value)) == len(data)
         assert ctypes.string_at(value.value, len(data)) == data
@@ -145,7 +147,10 @@ def test_load_is_scripted_by_the_environment():
     done = python(code, RYN_DOUBLE_LOAD="state=0aff,deserialize=7,log=1")
     assert done.stderr == ""
     assert done.stdout.splitlines() == [
-        "Call('Log')", "Call('Warning')", "Call('Panic')", "Call('DVSState_ConfigReset')",
+        "Call('Log')",
+        "Call('Warning')",
+        "Call('Panic')",
+        "Call('DVSState_ConfigReset')",
         "Call('DVSQOB_StateGet', stateIsNull=1)",
         r"Call('DVSState_ConfigDeserialize', state=b'\n\xff', length=2)",
     ]

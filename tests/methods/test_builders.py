@@ -5,7 +5,6 @@ import random
 import struct
 
 import pytest
-
 from harness import UNDER_ASAN, Bytes, capture_stderr, lost_blocks, python
 
 NO_DATA = 0
@@ -109,8 +108,9 @@ def test_count_of_zero_reads_no_bitmap(builders):
 # ---- VLAN lists ------------------------------------------------------------------------------------------------------
 
 
-@pytest.mark.parametrize("vlans", [[], [0], [1, 4094, 4095], [0x7FFF, 0x8000, 0xFFFF], [*range(0xFFFF, 0, -1)]],
-                         ids=len)
+@pytest.mark.parametrize(
+    "vlans", [[], [0], [1, 4094, 4095], [0x7FFF, 0x8000, 0xFFFF], [*range(0xFFFF, 0, -1)]], ids=len
+)
 def test_vlans_in_order(builders, vlans):
     assert builders.vlan_list(len(vlans), struct.pack(f"<{len(vlans)}H", *vlans)) == vlans
 
@@ -126,8 +126,20 @@ def test_no_vlans_read_nothing(builders):
 
 # ---- Mirror sessions -------------------------------------------------------------------------------------------------
 
-KEYS = ["noInput", "noOutput", "vlanEncap", "OrigVlan", "index", "encapVlanID", "samplingRate", "snapLen", "srcInPorts",
-        "srcOutPorts", "dstPorts", "vlans"]
+KEYS = [
+    "noInput",
+    "noOutput",
+    "vlanEncap",
+    "OrigVlan",
+    "index",
+    "encapVlanID",
+    "samplingRate",
+    "snapLen",
+    "srcInPorts",
+    "srcOutPorts",
+    "dstPorts",
+    "vlans",
+]
 
 
 def session(vlans, index=1):
@@ -137,13 +149,25 @@ def session(vlans, index=1):
 
 
 def as_dict(vlans, index=1):
-    return {"noInput": 1, "noOutput": 0, "vlanEncap": 1, "OrigVlan": 0, "index": index, "encapVlanID": 1002,
-            "samplingRate": 1004, "snapLen": 1003, "srcInPorts": [7], "srcOutPorts": [], "dstPorts": [64, 127],
-            "vlans": vlans}
+    return {
+        "noInput": 1,
+        "noOutput": 0,
+        "vlanEncap": 1,
+        "OrigVlan": 0,
+        "index": index,
+        "encapVlanID": 1002,
+        "samplingRate": 1004,
+        "snapLen": 1003,
+        "srcInPorts": [7],
+        "srcOutPorts": [],
+        "dstPorts": [64, 127],
+        "vlans": vlans,
+    }
 
 
-@pytest.mark.parametrize("vlans, step", [(0, 72), (1, 80), (3, 80), (4, 80), (5, 88), (8, 88), (9, 96), (1000, 2072),
-                                         (0xFFFF, 72 + 131072)])
+@pytest.mark.parametrize(
+    "vlans, step", [(0, 72), (1, 80), (3, 80), (4, 80), (5, 88), (8, 88), (9, 96), (1000, 2072), (0xFFFF, 72 + 131072)]
+)
 @pytest.mark.parametrize("offset", [0, 1, 8, 4000])
 def test_session_moves_the_offset_to_the_next(builders, vlans, step, offset):
     """Wherever the record lies, and however long it is: the caller is trusted."""
@@ -176,8 +200,12 @@ def netq(count=1):
     return area
 
 
-NETQ = {"isUplink": 0xFFFF, "swID": 0xFFFFFFFF, "rynPortID": 0x80000000, "filters": [
-    {"rxf": "macOnly:02:11:22:01:02:0a", "qInfo": [{"rynPortID": 500, "qid": 501, "fid": -(1 << 63)}]}]}
+NETQ = {
+    "isUplink": 0xFFFF,
+    "swID": 0xFFFFFFFF,
+    "rynPortID": 0x80000000,
+    "filters": [{"rxf": "macOnly:02:11:22:01:02:0a", "qInfo": [{"rynPortID": 500, "qid": 501, "fid": -(1 << 63)}]}],
+}
 
 
 @pytest.mark.parametrize("length", [0, 1, 16, 524288, 0xFFFFFFFF])
@@ -223,12 +251,28 @@ def test_netq_response_is_read_no_further_than_it_reaches(ryn):
     done = python(TO_THE_LAST_BYTE)
     assert (done.returncode, done.stderr) == (0, "")
     assert done.stdout.splitlines() == [
-        "macOnly:02:11:22:01:02:0a", "geneve:outer:02:11:22:01:02:0a:inner:02:11:22:01:02:0a:vni:5001", "UnknownFilter"]
+        "macOnly:02:11:22:01:02:0a",
+        "geneve:outer:02:11:22:01:02:0a:inner:02:11:22:01:02:0a:vni:5001",
+        "UnknownFilter",
+    ]
 
 
 class MallInfo2(ctypes.Structure):
-    _fields_ = [(name, ctypes.c_size_t) for name in ("arena", "ordblks", "smblks", "hblks", "hblkhd", "usmblks",
-                                                     "fsmblks", "uordblks", "fordblks", "keepcost")]
+    _fields_ = [
+        (name, ctypes.c_size_t)
+        for name in (
+            "arena",
+            "ordblks",
+            "smblks",
+            "hblks",
+            "hblkhd",
+            "usmblks",
+            "fsmblks",
+            "uordblks",
+            "fordblks",
+            "keepcost",
+        )
+    ]
 
 
 @pytest.mark.parametrize("count, text", [(1, ""), (0, ""), (0xFFFF, "Invalid response returned.\n")])

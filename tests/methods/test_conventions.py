@@ -7,7 +7,6 @@ import subprocess
 import sys
 
 import pytest
-
 from harness import ANY, BUFFER, DICT_ITEM, Bytes, Call, Outcome, capture_stderr, lost_blocks, python, run
 
 INVALID = "TypeError: Invalid parameter passed.\n"
@@ -37,20 +36,40 @@ def _nothing_asked():
 # ---- Arguments
 
 
-@pytest.mark.parametrize("number, wrapped", [
-    (0, 0), (True, 1), (0xFFFFFFFF, 0xFFFFFFFF), (-1, 0xFFFFFFFF), (-2, 0xFFFFFFFE), (1 << 32, 0), (-(1 << 32), 0),
-    ((1 << 32) - 1 + (1 << 32), 0xFFFFFFFF), ((1 << 63) + 5, 5), ((1 << 64) + 7, 7), (-(1 << 64) + 9, 9),
-    (10**30, 10**30 % (1 << 32)), (-(10**30), -(10**30) % (1 << 32)), (Index(77), 77), (Index(-1), 0xFFFFFFFF),
-    (Index(1 << 40), 0),
-])
+@pytest.mark.parametrize(
+    "number, wrapped",
+    [
+        (0, 0),
+        (True, 1),
+        (0xFFFFFFFF, 0xFFFFFFFF),
+        (-1, 0xFFFFFFFF),
+        (-2, 0xFFFFFFFE),
+        (1 << 32, 0),
+        (-(1 << 32), 0),
+        ((1 << 32) - 1 + (1 << 32), 0xFFFFFFFF),
+        ((1 << 63) + 5, 5),
+        ((1 << 64) + 7, 7),
+        (-(1 << 64) + 9, 9),
+        (10**30, 10**30 % (1 << 32)),
+        (-(10**30), -(10**30) % (1 << 32)),
+        (Index(77), 77),
+        (Index(-1), 0xFFFFFFFF),
+        (Index(1 << 40), 0),
+    ],
+)
 def test_unsigned_numbers_wrap(ryn, double, number, wrapped):
     assert run(ryn.MigratePort, 0, 0, number, 0, number) == Outcome(None)
     assert (double.calls()[0].option1, double.calls()[0].option3) == (wrapped, wrapped)
 
 
-@pytest.mark.parametrize("number, mac", [
-    (Index(0x0102), "020100000000"), (Index(-1), "ffffffffffff"), (True, "010000000000"),
-])
+@pytest.mark.parametrize(
+    "number, mac",
+    [
+        (Index(0x0102), "020100000000"),
+        (Index(-1), "ffffffffffff"),
+        (True, "010000000000"),
+    ],
+)
 def test_signed_number_by_index(ryn, double, number, mac):
     assert run(ryn.AddMACEntry, 0, 0, number, 0) == Outcome(None)
     assert double.calls()[0].mac.hex() == mac
@@ -71,14 +90,25 @@ def test_subclass_of_int_is_an_int(ryn, double):
     assert double.calls() == [Call("Ryn_Unpin_Port", swID=1, rynPortID=2, option=3)]
 
 
-@pytest.mark.parametrize("wrong, error", [
-    (OnlyInt(), TypeError), (1.0, TypeError), (float("nan"), TypeError), (Index("1"), TypeError),
-    (Index(None), TypeError),
-    (Index(KeyError("k")), KeyError), (Index(OverflowError("o")), OverflowError), (Index(MemoryError()), MemoryError),
-    (Index(KeyboardInterrupt()), KeyboardInterrupt), (Index(SystemExit(3)), SystemExit), (object(), TypeError),
-])
-@pytest.mark.parametrize("method, place", [("MigratePort", place) for place in range(5)]
-                         + [("AddMACEntry", place) for place in range(4)])
+@pytest.mark.parametrize(
+    "wrong, error",
+    [
+        (OnlyInt(), TypeError),
+        (1.0, TypeError),
+        (float("nan"), TypeError),
+        (Index("1"), TypeError),
+        (Index(None), TypeError),
+        (Index(KeyError("k")), KeyError),
+        (Index(OverflowError("o")), OverflowError),
+        (Index(MemoryError()), MemoryError),
+        (Index(KeyboardInterrupt()), KeyboardInterrupt),
+        (Index(SystemExit(3)), SystemExit),
+        (object(), TypeError),
+    ],
+)
+@pytest.mark.parametrize(
+    "method, place", [("MigratePort", place) for place in range(5)] + [("AddMACEntry", place) for place in range(4)]
+)
 def test_number_that_cannot_be_read_leaves_its_own_error(ryn, double, method, place, wrong, error):
     args = [0] * (5 if method == "MigratePort" else 4)
     args[place] = wrong
@@ -162,11 +192,17 @@ def test_message_that_nobody_can_take_is_no_failure(ryn, double):
     assert run(ryn.ResetPort, 16, 0) == Outcome(None, INVALID)
 
 
-@pytest.mark.parametrize("method, args, op", [
-    ("ListSwitches", (), "Ryn_Get_Switch_List"), ("ListPorts", (0,), "Ryn_Get_Port_List"),
-    ("GetPortConf", (0, 0), "Ryn_Get_Port_Conf"), ("ListPortMACTable", (0, 0), "Ryn_Dump_Port_MAC_Table"),
-    ("ListSwitchMACTable", (0,), "Ryn_Dump_Switch_MAC_Table"), ("GetPortStats", (0, 0), "Ryn_Get_Port_Stats"),
-])
+@pytest.mark.parametrize(
+    "method, args, op",
+    [
+        ("ListSwitches", (), "Ryn_Get_Switch_List"),
+        ("ListPorts", (0,), "Ryn_Get_Port_List"),
+        ("GetPortConf", (0, 0), "Ryn_Get_Port_Conf"),
+        ("ListPortMACTable", (0, 0), "Ryn_Dump_Port_MAC_Table"),
+        ("ListSwitchMACTable", (0,), "Ryn_Dump_Switch_MAC_Table"),
+        ("GetPortStats", (0, 0), "Ryn_Get_Port_Stats"),
+    ],
+)
 def test_answer_of_a_failing_library_is_not_looked_at(ryn, double, method, args, op):
     double.answer(op, status=1, area=b"\xff" * 128)
     outcome = run(getattr(ryn, method), *args)
@@ -194,15 +230,24 @@ SWITCHES = Bytes(2568).u32(0, 16).raw(8, bytes(2560).replace(b"\0", b"x"))
 
 
 @pytest.mark.skipif(sys.getallocatedblocks() == 0, reason="PYTHONMALLOC: no blocks are counted")
-@pytest.mark.parametrize("method, args, op, area", [
-    ("ListSwitches", (), "Ryn_Get_Switch_List", SWITCHES),
-    ("ListSwitches", (), "Ryn_Get_Switch_List", Bytes(2568).raw(0, SWITCHES).u8(8 + 15 * 160, 0xFF)),  # the last name
-    ("ListPorts", (0,), "Ryn_Get_Port_List", ALL_ONES),
-    ("GetPortStats", (0, 0), "Ryn_Get_Port_Stats", ALL_ONES),
-    ("GetPortConf", (0, 0), "Ryn_Get_Port_Conf", ALL_ONES),
-    ("ListPortMACTable", (0, 0), "Ryn_Dump_Port_MAC_Table", b"\xff\0" * 1000),
-    ("ListSwitchMACTable", (0,), "Ryn_Dump_Switch_MAC_Table", b"\xff\0" * 1000),
-], ids=lambda value: value if isinstance(value, str) else "")
+@pytest.mark.parametrize(
+    "method, args, op, area",
+    [
+        ("ListSwitches", (), "Ryn_Get_Switch_List", SWITCHES),
+        (
+            "ListSwitches",
+            (),
+            "Ryn_Get_Switch_List",
+            Bytes(2568).raw(0, SWITCHES).u8(8 + 15 * 160, 0xFF),
+        ),  # the last name
+        ("ListPorts", (0,), "Ryn_Get_Port_List", ALL_ONES),
+        ("GetPortStats", (0, 0), "Ryn_Get_Port_Stats", ALL_ONES),
+        ("GetPortConf", (0, 0), "Ryn_Get_Port_Conf", ALL_ONES),
+        ("ListPortMACTable", (0, 0), "Ryn_Dump_Port_MAC_Table", b"\xff\0" * 1000),
+        ("ListSwitchMACTable", (0,), "Ryn_Dump_Switch_MAC_Table", b"\xff\0" * 1000),
+    ],
+    ids=lambda value: value if isinstance(value, str) else "",
+)
 def test_no_large_result_leaves_anything_behind(ryn, double, method, args, op, area):
     double.recording(False)
     double.answer(op, area=area)
@@ -217,8 +262,9 @@ def test_rows_share_their_keys(ryn, double):
 
 
 def test_no_call_lets_go_of_the_interpreter_lock(ryn):
-    names = subprocess.run(["nm", "-D", "--undefined-only", ryn.__file__], capture_output=True, text=True,
-                           check=True).stdout.split()
+    names = subprocess.run(
+        ["nm", "-D", "--undefined-only", ryn.__file__], capture_output=True, text=True, check=True
+    ).stdout.split()
     assert "PyList_New" in names
     assert [name for name in names if name.startswith(("PyEval_", "PyGILState_", "PyThread", "PyRun_"))] == []
 
@@ -245,10 +291,25 @@ def test_key_that_cannot_be_made_fails_its_store_and_is_made_at_the_next(ryn):
     done = python(FIRST_USE)
     assert done.stderr == ""
     texts, errors, values = zip(*(line.split("|") for line in done.stdout.splitlines()))
-    assert {*values} == {str([("portID", 1000), ("rynPortID", 0), ("numTxQ", 1), ("numRxQ", 2),
-                              ("hwAddr", "00:00:00:00:00:00"), ("numMACs", 0), ("clientType", "UPLINK"),
-                              ("txQLM", [0]), ("rxQLM", [0, 0])])}
+    assert {*values} == {
+        str(
+            [
+                ("portID", 1000),
+                ("rynPortID", 0),
+                ("numTxQ", 1),
+                ("numRxQ", 2),
+                ("hwAddr", "00:00:00:00:00:00"),
+                ("numMACs", 0),
+                ("clientType", "UPLINK"),
+                ("txQLM", [0]),
+                ("rxQLM", [0, 0]),
+            ]
+        )
+    }
     assert (texts[-1], errors[-1]) == ("", "None")  # no allocation is left that could fail
     assert set(zip(texts[:-1], errors[:-1])) == {
-        ("Failed to allocate port list.", ""), ("", BUFFER[1].strip()), ("", DICT_ITEM[1].strip())}
+        ("Failed to allocate port list.", ""),
+        ("", BUFFER[1].strip()),
+        ("", DICT_ITEM[1].strip()),
+    }
     assert errors.count(DICT_ITEM[1].strip()) >= 9  # one a key, and the growing of the dict

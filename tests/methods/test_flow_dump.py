@@ -6,9 +6,8 @@ import random
 import struct
 from typing import Any, Sequence
 
-import pytest
-
 import flow
+import pytest
 from harness import ANY, BUFFER, DICT_ITEM, Bytes, Call, Outcome, run
 from objects import NOT_INTS, Index
 
@@ -22,8 +21,9 @@ INVALID = "Invalid response returned.\n"
 PROLOGUE = dict(swID=1, lcore=2, startIndex=3, flag=0, length=PAGE, zeroed=True)
 
 
-def page(entries: Sequence[bytes] = (), start: int = 0, count: int | None = None, valid: int | None = None,
-         fill: int = 0) -> Bytes:
+def page(
+    entries: Sequence[bytes] = (), start: int = 0, count: int | None = None, valid: int | None = None, fill: int = 0
+) -> Bytes:
     """Entries are given with their key; `fill` is in every byte that nobody reads."""
     body = b"".join(entries)
     area = Bytes(bytes([fill]) * PAGE)
@@ -46,7 +46,7 @@ def items(area: bytes, count: int) -> list[dict[str, str]]:
     """What the walk must find; records are shown with zeros behind the page."""
     found, at = [], FIRST_ENTRY
     for _ in range(count):
-        found.append(item(area[at:at + 64], area[at + 64:PAGE]))
+        found.append(item(area[at : at + 64], area[at + 64 : PAGE]))
         at += 64 + struct.unpack_from("<H", area, at + 126)[0]
     return found
 
@@ -74,8 +74,9 @@ def test_flag_is_passed_as_0_or_1(ryn, double, flag, passed):
     assert double.calls() == [Call("Ryn_Dump_Flow_Table", **PROLOGUE | {"flag": passed})]
 
 
-@pytest.mark.parametrize("switch, passed", [(15, 15), (16, 16), (-1, 0xFFFFFFFF), ((1 << 32) + 3, 3),
-                                            (1 << 31, 1 << 31)])
+@pytest.mark.parametrize(
+    "switch, passed", [(15, 15), (16, 16), (-1, 0xFFFFFFFF), ((1 << 32) + 3, 3), (1 << 31, 1 << 31)]
+)
 def test_switch_is_not_checked(ryn, double, switch, passed):
     assert run(ryn.DumpFlowTable, switch, 2, 3, 0) == Outcome({"startIndex": 0, "list": []})
     assert double.calls() == [Call("Ryn_Dump_Flow_Table", **PROLOGUE | {"swID": passed})]
@@ -145,11 +146,22 @@ def test_start_index_comes_from_the_response_and_is_unsigned(dump, start):
 def test_one_flow(dump):
     key = flow.key(protocol=6, ports=b"\x00\x50\x01\xbb", address1=b"\n\0\0\1", second_ipv4=b"\n\0\0\2")
     one = entry(key, 304, bitmap=0x2C00C, child_port=9, cg=0x7F00, flags=8, packets=4, bytes=400)
-    assert dump(page([one], start=1)) == Outcome({"startIndex": 1, "list": [{
-        "key": "00:00:00:00:00:00  00:00:00:00:00:00  0     0        10.0.0.1" + 37 * " " + "  10.0.0.2" + 37 * " "
-               + "  6      0        80            443         ",
-        "actions": "bmap:0x2c00c inval(s):0 cg:0x7f00 dp:- len:304; KCPInputChildPort: 9; LRO; ",
-        "stats": "pktsSinceLastFlush:4 bytesSinceLastFlush:400"}]})
+    assert dump(page([one], start=1)) == Outcome(
+        {
+            "startIndex": 1,
+            "list": [
+                {
+                    "key": "00:00:00:00:00:00  00:00:00:00:00:00  0     0        10.0.0.1"
+                    + 37 * " "
+                    + "  10.0.0.2"
+                    + 37 * " "
+                    + "  6      0        80            443         ",
+                    "actions": "bmap:0x2c00c inval(s):0 cg:0x7f00 dp:- len:304; KCPInputChildPort: 9; LRO; ",
+                    "stats": "pktsSinceLastFlush:4 bytesSinceLastFlush:400",
+                }
+            ],
+        }
+    )
 
 
 def test_flow_with_drop_renders_normally(dump):
@@ -192,7 +204,7 @@ def test_random_pages_match_the_model(dump):
         entries, room = [], PAGE - FIRST_ENTRY
         while room >= flow.MIN_ENTRY and len(entries) < 40:
             length = rng.choice([240, 240, 272, rng.randint(0, 600)])
-            record = bytearray(flow.random_actions(rng, 4096, 4)[:max(length, 64)])
+            record = bytearray(flow.random_actions(rng, 4096, 4)[: max(length, 64)])
             flow.set_fields(record, len=max(length, 64))
             entries.append((flow.random_key(rng) + record)[:room])
             room -= len(entries[-1])
@@ -208,7 +220,7 @@ def test_random_pages_match_the_model(dump):
 def fits(area: bytes, count: int) -> bool:
     at = FIRST_ENTRY
     for _ in range(count):
-        if at + flow.MIN_ENTRY > PAGE or flow.actions_line(area[at + 64:], 512)[1]:
+        if at + flow.MIN_ENTRY > PAGE or flow.actions_line(area[at + 64 :], 512)[1]:
             return False
         at += 64 + struct.unpack_from("<H", area, at + 126)[0]
     return True
@@ -217,9 +229,18 @@ def fits(area: bytes, count: int) -> bool:
 # ---- Answers that do not fit ----------------------------------------------------------------------------------------
 
 
-@pytest.mark.parametrize("valid, accepted", [(FIRST_ENTRY + 304, True), (FIRST_ENTRY + 303, False),
-                                             (FIRST_ENTRY, False), (0, False), (PAGE, True), (PAGE + 1, True),
-                                             (0xFFFFFFFF, True)])
+@pytest.mark.parametrize(
+    "valid, accepted",
+    [
+        (FIRST_ENTRY + 304, True),
+        (FIRST_ENTRY + 303, False),
+        (FIRST_ENTRY, False),
+        (0, False),
+        (PAGE, True),
+        (PAGE + 1, True),
+        (0xFFFFFFFF, True),
+    ],
+)
 def test_entry_needs_304_valid_bytes(dump, valid, accepted):
     area = page([entry(length=0)], valid=valid)
     expected = Outcome({"startIndex": 0, "list": items(area, 1)}) if accepted else Outcome(None, INVALID)

@@ -7,7 +7,6 @@ import struct
 import sys
 
 import pytest
-
 from harness import ANY, BUFFER, Bytes, Call, Outcome, run
 from objects import NOT_INTS, Index, RaisingIndex
 
@@ -47,8 +46,9 @@ def get(ryn, double):
 
 def test_passes_the_cores_in_the_order_of_the_tuple(ryn, double):
     assert run(ryn.GetFlowStats, 3, (5, 1, 63, 5), 7) == Outcome([])
-    assert double.calls() == [Call("Ryn_Get_Flow_Stats", swID=3, lcores=[5, 1, 63, 5], lcoreCount=4, option=7,
-                                   length=STATS, zeroed=True)]
+    assert double.calls() == [
+        Call("Ryn_Get_Flow_Stats", swID=3, lcores=[5, 1, 63, 5], lcoreCount=4, option=7, length=STATS, zeroed=True)
+    ]
 
 
 def test_empty_tuple_calls_the_library_with_a_count_of_0(get, double):
@@ -69,10 +69,21 @@ def test_third_argument_is_passed_through(ryn, double, option):
     assert double.calls()[0].option == option % (1 << 32)
 
 
-@pytest.mark.parametrize("core, passed", [
-    (0, 0), (64, 64), (0xFFFFFFFF, 0xFFFFFFFF), (1 << 32, 0), ((1 << 32) + 5, 5), ((1 << 63) - 1, 0xFFFFFFFF),
-    (-1, 0xFFFFFFFF), (-2, 0xFFFFFFFE), (-(1 << 63), 0), (True, 1),
-])
+@pytest.mark.parametrize(
+    "core, passed",
+    [
+        (0, 0),
+        (64, 64),
+        (0xFFFFFFFF, 0xFFFFFFFF),
+        (1 << 32, 0),
+        ((1 << 32) + 5, 5),
+        ((1 << 63) - 1, 0xFFFFFFFF),
+        (-1, 0xFFFFFFFF),
+        (-2, 0xFFFFFFFE),
+        (-(1 << 63), 0),
+        (True, 1),
+    ],
+)
 def test_cores_are_truncated_to_32_bits_and_not_checked(ryn, double, core, passed):
     assert run(ryn.GetFlowStats, 0, (core,), 0) == Outcome([])
     assert double.calls()[0].lcores == [passed]
@@ -85,10 +96,19 @@ def test_core_is_asked_once_for_its_number(ryn, double):
     assert [core.asked for core in cores] == [1, 1]
 
 
-@pytest.mark.parametrize("core, error", [
-    ("1", TypeError), (1.0, TypeError), (None, TypeError), ((), TypeError), (1 << 63, OverflowError),
-    (-(1 << 63) - 1, OverflowError), (RaisingIndex(), ZeroDivisionError), (Index(1 << 64), OverflowError),
-])
+@pytest.mark.parametrize(
+    "core, error",
+    [
+        ("1", TypeError),
+        (1.0, TypeError),
+        (None, TypeError),
+        ((), TypeError),
+        (1 << 63, OverflowError),
+        (-(1 << 63) - 1, OverflowError),
+        (RaisingIndex(), ZeroDivisionError),
+        (Index(1 << 64), OverflowError),
+    ],
+)
 def test_core_that_is_no_int_becomes_4294967295_and_the_error_stays(get, double, core, error):
     records = [(1, 2, 3, 4, 5, 6, 7)]
     assert get(stats(records), 0, (7, core, 8), 0) == Outcome(dicts(records), "", (error, ANY))
@@ -157,9 +177,23 @@ def test_up_to_64_cores(ryn, double, count):
     assert (double.calls()[0].lcores, double.calls()[0].lcoreCount) == ([*range(count)], count)
 
 
-@pytest.mark.parametrize("cores", [
-    [1], None, 1, "1", b"1", {1}, {1: 1}, range(3), iter((1,)), RaisingIndex(), tuple(range(65)), (None,) * 1000,
-])
+@pytest.mark.parametrize(
+    "cores",
+    [
+        [1],
+        None,
+        1,
+        "1",
+        b"1",
+        {1},
+        {1: 1},
+        range(3),
+        iter((1,)),
+        RaisingIndex(),
+        tuple(range(65)),
+        (None,) * 1000,
+    ],
+)
 def test_cores_that_are_no_tuple_of_at_most_64_are_refused_without_an_error(ryn, double, cores):
     assert run(ryn.GetFlowStats, 0, cores, 0) == Outcome(None, INVALID_TWICE)
     assert double.calls() == []
@@ -197,8 +231,9 @@ def test_argument_that_is_no_int(ryn, double, place, bad, error):
 
 def test_record_in_its_order_of_keys(get):
     outcome = get(stats([(1, 2, 3, 4, 5, 6, 7)]))
-    assert outcome == Outcome([{"lcoreID": 1, "numFlows": 2, "hits": 3, "miss": 4, "fpoHits": 5, "localHits": 6,
-                                "keyInsertFailCount": 7}])
+    assert outcome == Outcome(
+        [{"lcoreID": 1, "numFlows": 2, "hits": 3, "miss": 4, "fpoHits": 5, "localHits": 6, "keyInsertFailCount": 7}]
+    )
     assert list(outcome.value[0]) == KEYS
 
 
@@ -211,9 +246,19 @@ def test_library_that_fills_nothing(get):
 
 
 def test_top_values_are_positive(get):
-    assert get(stats([(0xFFFFFFFF, 0x80000000, TOP, 1 << 31, 0xFFFFFFFF, 1 << 63, 0x180000001)])) == Outcome([{
-        "lcoreID": 0xFFFFFFFF, "numFlows": 0x80000000, "hits": 0xFFFFFFFF, "miss": 1 << 31, "fpoHits": 0xFFFFFFFF,
-        "localHits": 0, "keyInsertFailCount": 0x80000001}])
+    assert get(stats([(0xFFFFFFFF, 0x80000000, TOP, 1 << 31, 0xFFFFFFFF, 1 << 63, 0x180000001)])) == Outcome(
+        [
+            {
+                "lcoreID": 0xFFFFFFFF,
+                "numFlows": 0x80000000,
+                "hits": 0xFFFFFFFF,
+                "miss": 1 << 31,
+                "fpoHits": 0xFFFFFFFF,
+                "localHits": 0,
+                "keyInsertFailCount": 0x80000001,
+            }
+        ]
+    )
 
 
 @pytest.mark.parametrize("key", range(2, 7))
@@ -344,15 +389,19 @@ def test_setting_the_timeout_fails(ryn, double):
     assert run(ryn.SetFlowTimeout, 5) == Outcome(None, "ValueError: Failed to set flow timeout.\n\n")
 
 
-@pytest.mark.parametrize("name, args, text", [
-    ("ClearSwitchFlowTable", (1,), INVALID), ("EnableSwitchFlowCache", (1, 1), INVALID),
-    ("SetFlowTimeout", (1,), INVALID_TWICE),
-])
+@pytest.mark.parametrize(
+    "name, args, text",
+    [
+        ("ClearSwitchFlowTable", (1,), INVALID),
+        ("EnableSwitchFlowCache", (1, 1), INVALID),
+        ("SetFlowTimeout", (1,), INVALID_TWICE),
+    ],
+)
 def test_arguments_that_the_parser_refuses(ryn, double, name, args, text):
     method = getattr(ryn, name)
     for wrong in ((), args[:-1], (*args, 1)):
         assert run(method, *wrong) == Outcome(None, text, (TypeError, ANY))
     for place in range(len(args)):
         for bad, error in NOT_INTS:
-            assert run(method, *args[:place], bad, *args[place + 1:]) == Outcome(None, text, (error, ANY))
+            assert run(method, *args[:place], bad, *args[place + 1 :]) == Outcome(None, text, (error, ANY))
     assert double.calls() == []

@@ -3,7 +3,6 @@
 import random
 
 import pytest
-
 from harness import ANY, MISSING, Bytes, Call, Outcome, run, u32
 
 PROPERTY = "com.talvor.kiv.ryn.fpo"
@@ -15,8 +14,11 @@ NOT_SET = "Failed to set DVS property com.talvor.kiv.ryn.fpo\n"
 WORDS = [0, 1, 2, 7, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF]
 STATUSES = [1, 0x0BAD0002, 0x0BAD0004, 0x0BAD0007, 0x80000000, 0x8BAD0003, 0xFFFFFFFF]  # all but "no such property"
 
-RESOLVED = [Call("DVSState_SwitchFindByAlias", alias="dvs-1"), Call("DVS_ClassName", dvs="dvs-1"),
-            Call("DVS_SwitchId", dvs="dvs-1")]
+RESOLVED = [
+    Call("DVSState_SwitchFindByAlias", alias="dvs-1"),
+    Call("DVS_ClassName", dvs="dvs-1"),
+    Call("DVS_SwitchId", dvs="dvs-1"),
+]
 READ = Call("DVSQOB_HostPropGet", switchId="id-1", key=PROPERTY)
 FREED = Call("DVSQOB_DataFree", isNull=0)
 
@@ -83,8 +85,9 @@ def test_key_is_the_identifier_of_63_characters_at_most(ryn, double, length):
 # Storing the setting
 
 
-@pytest.mark.parametrize("value, stored", [*zip(WORDS, WORDS), (-1, 0xFFFFFFFF), (-2, 0xFFFFFFFE), (True, 1),
-                                           ((1 << 32) + 5, 5)])
+@pytest.mark.parametrize(
+    "value, stored", [*zip(WORDS, WORDS), (-1, 0xFFFFFFFF), (-2, 0xFFFFFFFE), (True, 1), ((1 << 32) + 5, 5)]
+)
 def test_any_value_is_stored_unchanged(ryn, double, dvs, value, stored):
     assert run(ryn.EnableFPO, dvs, value) == Outcome(True)
     assert double.calls() == [*RESOLVED, written(stored)]
@@ -137,7 +140,7 @@ def stats_area(count: int, records: list[tuple[int, ...]], unread: int = 0xFF) -
 
 def stats_dict(record: tuple[int, ...]) -> dict[str, int]:
     lcore, *counters = record
-    return {"lcoreID": lcore, **{key: counter % 2 ** 32 for key, counter in zip(COUNTERS, counters)}}
+    return {"lcoreID": lcore, **{key: counter % 2**32 for key, counter in zip(COUNTERS, counters)}}
 
 
 def stats_call(swID: int, lcores: list[int]) -> Call:
@@ -146,8 +149,10 @@ def stats_call(swID: int, lcores: list[int]) -> Call:
 
 def random_record(numbers: random.Random) -> tuple[int, ...]:
     extremes = [0, 1, (1 << 31) - 1, 1 << 31, (1 << 32) - 1, 1 << 32, (1 << 32) + 5, 1 << 63, (1 << 64) - 1]
-    return (numbers.choice([0, 63, 64, 1 << 31, (1 << 32) - 1, numbers.getrandbits(32)]),
-            *(numbers.choice([*extremes, numbers.getrandbits(64), numbers.getrandbits(64)]) for _ in COUNTERS))
+    return (
+        numbers.choice([0, 63, 64, 1 << 31, (1 << 32) - 1, numbers.getrandbits(32)]),
+        *(numbers.choice([*extremes, numbers.getrandbits(64), numbers.getrandbits(64)]) for _ in COUNTERS),
+    )
 
 
 @pytest.mark.parametrize("count", [0, 1, 2, 31, 32])
@@ -161,8 +166,17 @@ def test_one_dict_per_record_with_counters_modulo_2_to_the_32(ryn, double, count
         assert all(list(row) == ["lcoreID", *COUNTERS] for row in outcome.value)
 
 
-@pytest.mark.parametrize("counter, shown", [((1 << 32) + 5, 5), (1 << 32, 0), ((1 << 32) - 1, (1 << 32) - 1),
-                                            (1 << 63, 0), ((1 << 64) - 1, (1 << 32) - 1), (1 << 31, 1 << 31)])
+@pytest.mark.parametrize(
+    "counter, shown",
+    [
+        ((1 << 32) + 5, 5),
+        (1 << 32, 0),
+        ((1 << 32) - 1, (1 << 32) - 1),
+        (1 << 63, 0),
+        ((1 << 64) - 1, (1 << 32) - 1),
+        (1 << 31, 1 << 31),
+    ],
+)
 @pytest.mark.parametrize("place", range(6), ids=COUNTERS)
 def test_counter_is_shown_as_its_low_32_bits(ryn, double, place, counter, shown):
     record = (3, *(counter if i == place else i for i in range(6)))
@@ -203,28 +217,34 @@ class Index:
         return self.value
 
 
-@pytest.mark.parametrize("items, passed", [
-    ((), []),
-    ((63, 0, 63), [63, 0, 63]),
-    (tuple(range(64)), list(range(64))),
-    ((-1, -2, 1 << 32, (1 << 32) + 5, (1 << 63) - 1, -1 << 63), [0xFFFFFFFF, 0xFFFFFFFE, 0, 5, 0xFFFFFFFF, 0]),
-    ((True, False, Index(7), Index(-1)), [1, 0, 7, 0xFFFFFFFF]),
-])
+@pytest.mark.parametrize(
+    "items, passed",
+    [
+        ((), []),
+        ((63, 0, 63), [63, 0, 63]),
+        (tuple(range(64)), list(range(64))),
+        ((-1, -2, 1 << 32, (1 << 32) + 5, (1 << 63) - 1, -1 << 63), [0xFFFFFFFF, 0xFFFFFFFE, 0, 5, 0xFFFFFFFF, 0]),
+        ((True, False, Index(7), Index(-1)), [1, 0, 7, 0xFFFFFFFF]),
+    ],
+)
 def test_cores_go_in_as_the_low_32_bits_of_each_item(ryn, double, items, passed):
     assert run(ryn.GetFPOStats, 0, items) == Outcome([])
     assert double.calls() == [stats_call(0, passed)]
 
 
-@pytest.mark.parametrize("items, passed, error", [
-    (("5",), [0xFFFFFFFF], TypeError),
-    ((5.0, 6), [0xFFFFFFFF, 6], TypeError),
-    ((1, None), [1, 0xFFFFFFFF], TypeError),
-    ((1 << 63, 1), [0xFFFFFFFF, 1], OverflowError),
-    (((-1 << 63) - 1,), [0xFFFFFFFF], OverflowError),
-    ((Index(KeyError("first")), 2, "second"), [0xFFFFFFFF, 2, 0xFFFFFFFF], KeyError),  # the first error
-    ((-1, Index(KeyError("first")), -1, Index(ValueError("second"))), 4 * [0xFFFFFFFF], KeyError),
-    ((Index("no int"),), [0xFFFFFFFF], TypeError),
-])
+@pytest.mark.parametrize(
+    "items, passed, error",
+    [
+        (("5",), [0xFFFFFFFF], TypeError),
+        ((5.0, 6), [0xFFFFFFFF, 6], TypeError),
+        ((1, None), [1, 0xFFFFFFFF], TypeError),
+        ((1 << 63, 1), [0xFFFFFFFF, 1], OverflowError),
+        (((-1 << 63) - 1,), [0xFFFFFFFF], OverflowError),
+        ((Index(KeyError("first")), 2, "second"), [0xFFFFFFFF, 2, 0xFFFFFFFF], KeyError),  # the first error
+        ((-1, Index(KeyError("first")), -1, Index(ValueError("second"))), 4 * [0xFFFFFFFF], KeyError),
+        ((Index("no int"),), [0xFFFFFFFF], TypeError),
+    ],
+)
 def test_items_that_are_no_ints_go_in_as_4294967295_and_the_error_stays(ryn, double, items, passed, error):
     double.answer("Ryn_Get_FPO_Stats", area=stats_area(1, [(1, *6 * [2])]))
     assert run(ryn.GetFPOStats, 0, items) == Outcome([stats_dict((1, *6 * [2]))], "", (error, ANY))
@@ -246,8 +266,10 @@ class Tuple(tuple):
         raise AssertionError
 
 
-@pytest.mark.parametrize("lcores", [tuple(range(65)), (0,) * 1000, Tuple(range(65)), [0], "0", b"0", {0}, {0: 0}, 0,
-                                    None, range(3), Index(3)])
+@pytest.mark.parametrize(
+    "lcores",
+    [tuple(range(65)), (0,) * 1000, Tuple(range(65)), [0], "0", b"0", {0}, {0: 0}, 0, None, range(3), Index(3)],
+)
 def test_no_tuple_of_at_most_64_items_is_refused_without_an_error(ryn, double, lcores):
     assert run(ryn.GetFPOStats, 0, lcores) == Outcome(None, INVALID_TWICE)
     assert double.calls() == []
@@ -266,14 +288,24 @@ def test_failure_has_the_words_of_the_flow_statistics(ryn, double, status):
 
 # The abilities of an uplink
 
-CAPS = ["numGroupSupported", "numPrioritySupported", "maxMarkActionBits", "maxFlowsSupported", "maxCountersSupported",
-        "maxFlowKeyLengthInBits", "maxDecTTLActions"]
+CAPS = [
+    "numGroupSupported",
+    "numPrioritySupported",
+    "maxMarkActionBits",
+    "maxFlowsSupported",
+    "maxCountersSupported",
+    "maxFlowKeyLengthInBits",
+    "maxDecTTLActions",
+]
 LEVELS = {1: "Model 1 Level 1", 2: "Model 1 Level 2", 3: "Model 2"}
 
 
 def caps_dict(level: int, numbers: list[int], actions: int) -> dict[str, object]:
-    return {"level": LEVELS.get(level, "Not Supported"), **dict(zip(CAPS, numbers)),
-            "actionsSupported": actions - (1 << 64) if actions >> 63 else actions}
+    return {
+        "level": LEVELS.get(level, "Not Supported"),
+        **dict(zip(CAPS, numbers)),
+        "actionsSupported": actions - (1 << 64) if actions >> 63 else actions,
+    }
 
 
 @pytest.mark.parametrize("level", [0, 1, 2, 3, 4, 5, 0x101, 0x01000000, 0x7FFFFFFF, 0x80000001, 0xFFFFFFFF])

@@ -3,7 +3,6 @@
 import random
 
 import pytest
-
 from harness import ANY, MISSING, Bytes, Call, Outcome, run, u32
 
 PROPERTY = "com.talvor.kiv.ryn.loadbal"
@@ -13,25 +12,40 @@ NOT_SET = f"Failed to set DVS property {PROPERTY}\n"
 NO_ID = "Failed to find dvs ID for dvs alias dvs-1.\n"
 NO_PORTSET = "Failed to get portset name from dvs dvs-1.\n"
 
-NAMES = ["LCore usage threshold high", "LCore usage threshold low", "LCore usage diff to pause balancing",
-         "Traffic variation sensitivity"]
+NAMES = [
+    "LCore usage threshold high",
+    "LCore usage threshold low",
+    "LCore usage diff to pause balancing",
+    "Traffic variation sensitivity",
+]
 KEEP = 0xFFFFFFFF
 WORDS = [0, 1, 50, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFE, 0xFFFFFFFF]
 STATUSES = [1, MISSING, 0x0BAD0007, 0x80000000, 0xFFFFFFFF]
 
 # Each method, its arguments behind the alias, and what it answers to a failure
-METHODS = [("GetLBAlgorithm", (), None), ("SetLBAlgorithm", ("cpu",), False), ("GetLBParams", (), None),
-           ("SetLBParams", (80, 20, 10, 5), False)]
+METHODS = [
+    ("GetLBAlgorithm", (), None),
+    ("SetLBAlgorithm", ("cpu",), False),
+    ("GetLBParams", (), None),
+    ("SetLBParams", (80, 20, 10, 5), False),
+]
 every_method = pytest.mark.parametrize("name, arguments, failure", METHODS, ids=[name for name, *_ in METHODS])
 
 # The calls of each step
-ID = [Call("DVSState_SwitchFindByAlias", alias="dvs-1"), Call("DVS_ClassName", dvs="dvs-1"),
-      Call("DVS_SwitchId", dvs="dvs-1")]
+ID = [
+    Call("DVSState_SwitchFindByAlias", alias="dvs-1"),
+    Call("DVS_ClassName", dvs="dvs-1"),
+    Call("DVS_SwitchId", dvs="dvs-1"),
+]
 READ = [*ID, Call("DVSQOB_HostPropGet", switchId="id-1", key=PROPERTY), Call("DVSQOB_DataFree", isNull=0)]
-FALLBACK = [*READ[:-1], ID[0], ID[2],
-            Call("DVSState_HostPropLookup", switchId="id-1", key="com.talvor.common.host.portset"),
-            Call("DVSData_Data", datum="com.talvor.common.host.portset"),
-            Call("Ryn_GetCurrentLBData", portset=b"portset-1".ljust(128, b"\0"), portsetSize=128, zeroed=True)]
+FALLBACK = [
+    *READ[:-1],
+    ID[0],
+    ID[2],
+    Call("DVSState_HostPropLookup", switchId="id-1", key="com.talvor.common.host.portset"),
+    Call("DVSData_Data", datum="com.talvor.common.host.portset"),
+    Call("Ryn_GetCurrentLBData", portset=b"portset-1".ljust(128, b"\0"), portsetSize=128, zeroed=True),
+]
 
 
 def written(*words: int) -> list[Call]:
@@ -134,13 +148,15 @@ def test_whatever_the_status_of_the_read_the_datapath_stands_in(ryn, double, cur
 
 
 @every_method
-def test_a_block_that_comes_with_a_failed_read_is_neither_looked_at_nor_released(ryn, double, current, name, arguments,
-                                                                                failure):
+def test_a_block_that_comes_with_a_failed_read_is_neither_looked_at_nor_released(
+    ryn, double, current, name, arguments, failure
+):
     dvs = current(1, 80, 20, 10, 5)
     double.answer("DVSQOB_HostPropGet", status=MISSING, area=u32(1, 2, 3, 4, 5))
     assert run(getattr(ryn, name), dvs, *arguments) == Outcome(
-        {"GetLBAlgorithm": "cpu", "GetLBParams": params(80, 20, 10, 5)}.get(name, True))
-    assert double.calls()[:len(FALLBACK)] == FALLBACK
+        {"GetLBAlgorithm": "cpu", "GetLBParams": params(80, 20, 10, 5)}.get(name, True)
+    )
+    assert double.calls()[: len(FALLBACK)] == FALLBACK
     assert "DVSQOB_DataFree" not in double.ops()
 
 
@@ -216,8 +232,19 @@ def test_alias_that_is_gone_when_the_record_is_written(ryn, double, stored, name
 # The metric
 
 
-@pytest.mark.parametrize("word, name", [(0, "none"), (1, "cpu"), (2, "count"), (3, "invalid"), (7, "invalid"),
-                                        (0x100, "invalid"), (0x80000001, "invalid"), (0xFFFFFFFF, "invalid")])
+@pytest.mark.parametrize(
+    "word, name",
+    [
+        (0, "none"),
+        (1, "cpu"),
+        (2, "count"),
+        (3, "invalid"),
+        (7, "invalid"),
+        (0x100, "invalid"),
+        (0x80000001, "invalid"),
+        (0xFFFFFFFF, "invalid"),
+    ],
+)
 def test_names_of_the_metric(ryn, stored, current, word, name):
     assert run(ryn.GetLBAlgorithm, stored(word, 1, 2, 3, 4)) == Outcome(name)
     assert run(ryn.GetLBAlgorithm, current(word, 1, 2, 3, 4)) == Outcome(name)
@@ -231,8 +258,25 @@ def test_metric_is_written_with_the_words_as_they_were_read(ryn, double, stored,
     assert double.calls() == [*READ, *written(0, word, 20, 80, 0xFFFFFFFF, 0x80000000)]
 
 
-@pytest.mark.parametrize("name", ["invalid", "CPU", "Cpu", "", " cpu", "cpu ", "cp", "cpus", "counts", "0", "%s%n",
-                                  "n\u00f6ne", "x" * 10000, "cpu\n"])
+@pytest.mark.parametrize(
+    "name",
+    [
+        "invalid",
+        "CPU",
+        "Cpu",
+        "",
+        " cpu",
+        "cpu ",
+        "cp",
+        "cpus",
+        "counts",
+        "0",
+        "%s%n",
+        "n\u00f6ne",
+        "x" * 10000,
+        "cpu\n",
+    ],
+)
 def test_any_other_name_is_refused_and_shown(ryn, double, stored, name):
     assert run(ryn.SetLBAlgorithm, stored(1, 80, 20, 10, 5), name) == Outcome(False, f"Invalid metric name {name}.\n")
     assert double.calls() == READ
@@ -270,18 +314,21 @@ def test_params_are_named_and_never_negative(ryn, stored):
         assert [type(pair) for pair in outcome.value] == 4 * [tuple]
 
 
-@pytest.mark.parametrize("read, arguments, words", [
-    ((1, 80, 20, 10, 5), (70, 30, 11, 6), (1, 70, 30, 11, 6)),
-    ((1, 80, 20, 10, 5), (-1, -1, -1, -1), (1, 80, 20, 10, 5)),  # an unchanged record is written all the same
-    ((1, 80, 20, 10, 5), (KEEP, 30, KEEP, 6), (1, 80, 30, 10, 6)),
-    ((7, 80, 20, 10, 5), (-1, -1, 0, 0), (7, 80, 20, 0, 0)),  # a metric nobody knows is carried over
-    ((2, 80, 20, 10, 5), (50, 50, -1, -1), (2, 50, 50, 10, 5)),  # equal thresholds
-    ((2, 80, 20, 10, 5), (0, 0, 0, 0), (2, 0, 0, 0, 0)),
-    ((2, 80, 20, 10, 5), (0x80000000, 0x7FFFFFFF, -2, -2), (2, 0x80000000, 0x7FFFFFFF, -2 % 2**32, -2 % 2**32)),
-    ((2, KEEP, 20, 10, 5), (-1, -2, -1, -1), (2, KEEP, -2 % 2**32, 10, 5)),
-    ((2, KEEP, KEEP, 10, 5), (-1, -1, -1, -1), (2, KEEP, KEEP, 10, 5)),
-    ((2, 80, 20, 10, 5), ((1 << 32) + 90, 90, (1 << 33) - 1, True), (2, 90, 90, 10, 1)),
-])
+@pytest.mark.parametrize(
+    "read, arguments, words",
+    [
+        ((1, 80, 20, 10, 5), (70, 30, 11, 6), (1, 70, 30, 11, 6)),
+        ((1, 80, 20, 10, 5), (-1, -1, -1, -1), (1, 80, 20, 10, 5)),  # an unchanged record is written all the same
+        ((1, 80, 20, 10, 5), (KEEP, 30, KEEP, 6), (1, 80, 30, 10, 6)),
+        ((7, 80, 20, 10, 5), (-1, -1, 0, 0), (7, 80, 20, 0, 0)),  # a metric nobody knows is carried over
+        ((2, 80, 20, 10, 5), (50, 50, -1, -1), (2, 50, 50, 10, 5)),  # equal thresholds
+        ((2, 80, 20, 10, 5), (0, 0, 0, 0), (2, 0, 0, 0, 0)),
+        ((2, 80, 20, 10, 5), (0x80000000, 0x7FFFFFFF, -2, -2), (2, 0x80000000, 0x7FFFFFFF, -2 % 2**32, -2 % 2**32)),
+        ((2, KEEP, 20, 10, 5), (-1, -2, -1, -1), (2, KEEP, -2 % 2**32, 10, 5)),
+        ((2, KEEP, KEEP, 10, 5), (-1, -1, -1, -1), (2, KEEP, KEEP, 10, 5)),
+        ((2, 80, 20, 10, 5), ((1 << 32) + 90, 90, (1 << 33) - 1, True), (2, 90, 90, 10, 1)),
+    ],
+)
 def test_params_are_merged_into_what_was_read(ryn, double, stored, current, read, arguments, words):
     assert run(ryn.SetLBParams, stored(*read), *arguments) == Outcome(True)
     assert double.calls() == [*READ, *written(0, *words)]
@@ -290,13 +337,16 @@ def test_params_are_merged_into_what_was_read(ryn, double, stored, current, read
     assert double.calls() == [*FALLBACK, *written(0, *words)]
 
 
-@pytest.mark.parametrize("read, arguments", [
-    ((1, 80, 20, 10, 5), (50, 60, -1, -1)),
-    ((1, 80, 20, 10, 5), (-1, 90, -1, -1)),
-    ((1, 80, 20, 10, 5), (19, -1, -1, -1)),
-    ((1, 80, 20, 10, 5), (1, 0x80000000, -1, -1)),  # unsigned
-    ((1, 20, 80, 10, 5), (-1, -1, 11, 6)),  # was stored like that
-])
+@pytest.mark.parametrize(
+    "read, arguments",
+    [
+        ((1, 80, 20, 10, 5), (50, 60, -1, -1)),
+        ((1, 80, 20, 10, 5), (-1, 90, -1, -1)),
+        ((1, 80, 20, 10, 5), (19, -1, -1, -1)),
+        ((1, 80, 20, 10, 5), (1, 0x80000000, -1, -1)),  # unsigned
+        ((1, 20, 80, 10, 5), (-1, -1, 11, 6)),  # was stored like that
+    ],
+)
 def test_low_above_high_is_refused_silently(ryn, double, stored, current, read, arguments):
     assert run(ryn.SetLBParams, stored(*read), *arguments) == Outcome(False)
     assert double.calls() == READ
@@ -342,8 +392,18 @@ def test_the_datapath_is_never_told(ryn, double, stored):
     assert [op for op in double.ops() if op.startswith("Ryn_")] == []
 
 
-@pytest.mark.parametrize("arguments", [("dvs-1",), ("dvs-1", 1, 2, 3), ("dvs-1", 1, 2, 3, 4, 5), (1, 1, 2, 3, 4),
-                                       ("dvs-1", 1, 2, 3, "4"), ("dvs-1", 1.0, 2, 3, 4), ("dvs-1", None, 2, 3, 4)])
+@pytest.mark.parametrize(
+    "arguments",
+    [
+        ("dvs-1",),
+        ("dvs-1", 1, 2, 3),
+        ("dvs-1", 1, 2, 3, 4, 5),
+        (1, 1, 2, 3, 4),
+        ("dvs-1", 1, 2, 3, "4"),
+        ("dvs-1", 1.0, 2, 3, 4),
+        ("dvs-1", None, 2, 3, 4),
+    ],
+)
 def test_params_that_do_not_fit_answer_false(ryn, double, dvs, arguments):
     outcome = run(ryn.SetLBParams, *arguments)
     assert outcome == Outcome(False, "TypeError: Invalid parameter passed.\n", (TypeError, ANY))

@@ -6,7 +6,6 @@ import random
 import struct
 
 import pytest
-
 from harness import ANY, Bytes, Call, Outcome, run
 from objects import NOT_INTS, Index
 
@@ -51,22 +50,29 @@ def usage(area: bytes, core: int, scale: int, counter: int) -> int:
 
 def port_figures(area: bytes, record: tuple[int, ...]) -> tuple[int, ...]:
     _, _, a, b, *c = record
-    return (usage(area, a, 200, c[0]), usage(area, b, 200, c[1]), usage(area, a, 100, c[2]), usage(area, b, 100, c[3]),
-            (2 * c[0] + c[2] + 99999) % MOD // 100000, (2 * c[1] + c[3] + 99999) % MOD // 100000)
+    return (
+        usage(area, a, 200, c[0]),
+        usage(area, b, 200, c[1]),
+        usage(area, a, 100, c[2]),
+        usage(area, b, 100, c[3]),
+        (2 * c[0] + c[2] + 99999) % MOD // 100000,
+        (2 * c[1] + c[3] + 99999) % MOD // 100000,
+    )
 
 
 def core_figures(area: bytes, number: int) -> tuple[int, int]:
     busy_now, busy_before, time_now, time_before, work = core_of(area, number)
-    share = 0 if time_now == time_before else (
-        (busy_now - busy_before) * 100 % MOD // ((time_now - time_before) % MOD))
+    share = 0 if time_now == time_before else ((busy_now - busy_before) * 100 % MOD // ((time_now - time_before) % MOD))
     return share, (work + 99999) % MOD // 100000
 
 
 def expected(area: bytes, first: int, last: int) -> tuple:
     records = [PORT.unpack_from(area, PORTS + RECORD * port) for port in range(first, last + 1)]
-    return (*(tuple(record[i] for record in records) for i in range(4)),
-            tuple(port_figures(area, record) for record in records),
-            tuple(core_figures(area, number) for number in range(64)))
+    return (
+        *(tuple(record[i] for record in records) for i in range(4)),
+        tuple(port_figures(area, record) for record in records),
+        tuple(core_figures(area, number) for number in range(64)),
+    )
 
 
 @pytest.fixture
@@ -103,10 +109,22 @@ def test_passes_the_switch_by_value_and_a_cleared_area(ryn, double, switch):
     assert double.calls() == [Call("Ryn_Dump_LB_PortStats", swID=passed, length=AREA, zeroed=True)]
 
 
-@pytest.mark.parametrize("args", [
-    (16, 0, 0), (-1, 0, 0), (0, 128, 128), (0, 0, 128), (0, 128, 0), (0, -1, 0), (0, 0, -1), (0, -1, -1),
-    (1 << 31, 0, 0), (0, 1 << 31, 1 << 31), (16, 128, 128),
-])
+@pytest.mark.parametrize(
+    "args",
+    [
+        (16, 0, 0),
+        (-1, 0, 0),
+        (0, 128, 128),
+        (0, 0, 128),
+        (0, 128, 0),
+        (0, -1, 0),
+        (0, 0, -1),
+        (0, -1, -1),
+        (1 << 31, 0, 0),
+        (0, 1 << 31, 1 << 31),
+        (16, 128, 128),
+    ],
+)
 def test_arguments_out_of_range(ryn, double, args):
     assert run(ryn.DumpLBPortStats, *args) == Outcome(None, INVALID)
     assert double.calls() == []
@@ -177,8 +195,9 @@ def test_one_port_gives_five_tuples_of_one_and_one_of_64(dump):
 
 @pytest.mark.parametrize("first, last", [(0, 127), (0, 0), (127, 127), (3, 9), (126, 127)])
 def test_range_is_inclusive_and_indexed_by_port_number(dump, first, last):
-    area = stats({port: (1000 + port, 2000 + port, port % 64, 63 - port % 64, *[100000 * port] * 4)
-                  for port in range(128)})
+    area = stats(
+        {port: (1000 + port, 2000 + port, port % 64, 63 - port % 64, *[100000 * port] * 4) for port in range(128)}
+    )
     value = dump(area, first, last).value
     assert value == expected(area, first, last)
     assert value[0] == tuple(range(1000 + first, 1001 + last))
@@ -221,8 +240,9 @@ def test_first_two_counters_count_double(figures):
     assert figures((0, 100000, 0, 1), HALF_BUSY)[4:] == (0, 3)
 
 
-@pytest.mark.parametrize("total, shown", [(0, 0), (1, 1), (99999, 1), (100000, 1), (100001, 2),
-                                          (TOP - 99999, TOP // 100000), (TOP, 0)])
+@pytest.mark.parametrize(
+    "total, shown", [(0, 0), (1, 1), (99999, 1), (100000, 1), (100001, 2), (TOP - 99999, TOP // 100000), (TOP, 0)]
+)
 def test_totals_are_rounded_up_and_wrap(figures, total, shown):
     assert figures((0, 0, total, total), HALF_BUSY)[4:] == (shown, shown)
 
@@ -240,8 +260,9 @@ def test_period_of_0_gives_0(figures):
     assert figures((1000,) * 4, (50 * UNIT, 0, 7, 7, 1000))[:4] == (0, 0, 0, 0)
 
 
-@pytest.mark.parametrize("difference, units", [(0, 0), (1, 1), (UNIT - 1, 1), (UNIT, 1), (UNIT + 1, 2),
-                                               (10 * UNIT + 1, 11)])
+@pytest.mark.parametrize(
+    "difference, units", [(0, 0), (1, 1), (UNIT - 1, 1), (UNIT, 1), (UNIT + 1, 2), (10 * UNIT + 1, 11)]
+)
 def test_differences_are_rounded_up_to_units(figures, difference, units):
     # busy units are shown by 200 x 1 / (1 x 200), and the period's by 2200 / units
     assert figures((1, 0, 0, 0), (difference, 0, UNIT, 0, 200))[0] == units
@@ -302,16 +323,19 @@ def test_both_cores_may_be_the_same(dump):
 # ---- Figures of cores -----------------------------------------------------------------------------------------------
 
 
-@pytest.mark.parametrize("core, shown", [
-    ((50, 0, 100, 0, 0), (50, 0)),
-    ((1, 0, 3, 0, 1), (33, 1)),  # raw differences, far below a unit of 2 to the power 20
-    ((200, 100, 300, 200, 100000), (100, 1)),
-    ((5, 0, 7, 7, 100001), (0, 2)),  # the time stands still
-    ((0, 1, 1, 0, 0), (MOD - 100, 0)),  # wraps
-    ((1, 0, 0, 1, TOP), (0, 0)),
-    ((4, TOP, 9, TOP, TOP - 99999), (50, TOP // 100000)),
-    ((TOP, 0, 1, 0, 99999), (MOD - 100, 1)),
-])
+@pytest.mark.parametrize(
+    "core, shown",
+    [
+        ((50, 0, 100, 0, 0), (50, 0)),
+        ((1, 0, 3, 0, 1), (33, 1)),  # raw differences, far below a unit of 2 to the power 20
+        ((200, 100, 300, 200, 100000), (100, 1)),
+        ((5, 0, 7, 7, 100001), (0, 2)),  # the time stands still
+        ((0, 1, 1, 0, 0), (MOD - 100, 0)),  # wraps
+        ((1, 0, 0, 1, TOP), (0, 0)),
+        ((4, TOP, 9, TOP, TOP - 99999), (50, TOP // 100000)),
+        ((TOP, 0, 1, 0, 99999), (MOD - 100, 1)),
+    ],
+)
 def test_usage_and_load_of_a_core(dump, core, shown):
     for number in (0, 31, 63):
         area = stats({}, {number: core})
@@ -332,24 +356,59 @@ def test_random_and_extreme_records_match_the_model(dump):
     rng = random.Random(66)
 
     def mark() -> int:
-        return rng.choice([0, 1, UNIT - 1, UNIT, UNIT + 1, 1 << 43, 1 << 62, 1 << 63, TOP, TOP - UNIT,
-                           rng.getrandbits(64), rng.getrandbits(64), rng.getrandbits(40)])
+        return rng.choice(
+            [
+                0,
+                1,
+                UNIT - 1,
+                UNIT,
+                UNIT + 1,
+                1 << 43,
+                1 << 62,
+                1 << 63,
+                TOP,
+                TOP - UNIT,
+                rng.getrandbits(64),
+                rng.getrandbits(64),
+                rng.getrandbits(40),
+            ]
+        )
 
     def counter() -> int:
-        return rng.choice([0, 1, 99999, 100000, 1 << 21, 1 << 32, 1 << 63, TOP, rng.getrandbits(64),
-                           rng.getrandbits(40), rng.getrandbits(20)])
+        return rng.choice(
+            [
+                0,
+                1,
+                99999,
+                100000,
+                1 << 21,
+                1 << 32,
+                1 << 63,
+                TOP,
+                rng.getrandbits(64),
+                rng.getrandbits(40),
+                rng.getrandbits(20),
+            ]
+        )
 
     def core() -> tuple[int, ...]:
         busy, time = mark(), mark()
-        return (busy, rng.choice([busy, mark(), (busy - rng.getrandbits(30)) % MOD]), time,
-                rng.choice([time, mark(), (time - rng.getrandbits(30)) % MOD]), counter())
+        return (
+            busy,
+            rng.choice([busy, mark(), (busy - rng.getrandbits(30)) % MOD]),
+            time,
+            rng.choice([time, mark(), (time - rng.getrandbits(30)) % MOD]),
+            counter(),
+        )
 
     def number() -> int:
         return rng.choice([rng.randrange(64), rng.randrange(64), 63, 64, 0xFFFFFFFF, rng.getrandbits(32)])
 
     for _ in range(100):
-        ports = {port: (rng.getrandbits(32), rng.getrandbits(32), number(), number(), *(counter() for _ in range(4)))
-                 for port in range(128)}
+        ports = {
+            port: (rng.getrandbits(32), rng.getrandbits(32), number(), number(), *(counter() for _ in range(4)))
+            for port in range(128)
+        }
         area = stats(ports, {n: core() for n in range(64)}, fill=rng.getrandbits(8))
         assert dump(area) == Outcome(expected(area, 0, 127))
 

@@ -11,7 +11,6 @@ from pathlib import Path
 from typing import Callable, Sequence
 
 import pytest
-
 from harness import ANY, NULL, Bytes, Call, Outcome, run
 from objects import NOT_INTS, Index
 
@@ -27,19 +26,28 @@ def group(load: int = 0, tx: int = 0, rx: int = 0, unread: int = 0) -> bytes:
     return struct.pack("<iB", load, unread) + tx.to_bytes(16, "little") + rx.to_bytes(16, "little")
 
 
-def vertex(number: int = 0, wid: int = 0, flags: int = 0, out: Sequence[tuple[int, int, int]] = (),
-           into: Sequence[tuple[int, int, int]] = ()) -> bytes:
+def vertex(
+    number: int = 0,
+    wid: int = 0,
+    flags: int = 0,
+    out: Sequence[tuple[int, int, int]] = (),
+    into: Sequence[tuple[int, int, int]] = (),
+) -> bytes:
     """Edges are (peer, load, EMA), as they lie in the record."""
     edges = b"".join(struct.pack("<iII", *edge) for edge in [*out, *into])
     return struct.pack("<iIIII", number, wid, flags, len(out), len(into)) + edges
 
 
-def snapshot(groups: Sequence[bytes] = (), vertices: Sequence[bytes] = (), group_count: int | None = None,
-             vertex_count: int | None = None) -> Bytes:
+def snapshot(
+    groups: Sequence[bytes] = (),
+    vertices: Sequence[bytes] = (),
+    group_count: int | None = None,
+    vertex_count: int | None = None,
+) -> Bytes:
     area = Bytes(AREA)
     area.u32(0, len(groups) if group_count is None else group_count)
     area.u32(4, len(vertices) if vertex_count is None else vertex_count)
-    return area.raw(8, b"".join([*groups, *vertices])[:AREA - 8])
+    return area.raw(8, b"".join([*groups, *vertices])[: AREA - 8])
 
 
 def ports(words: bytes, suffix: str) -> str:
@@ -53,8 +61,10 @@ def full_text(area: bytes) -> str:
     text = "\nGroups\n"
     for g in range(min(group_count, (AREA - 8) // GROUP)):
         at = 8 + GROUP * g
-        load, = struct.unpack_from("<i", area, at)
-        text += "[%3d load %3d] :" % (g, load) + ports(area[at + 5:at + 21], "TX") + ports(area[at + 21:at + 37], "RX")
+        (load,) = struct.unpack_from("<i", area, at)
+        text += (
+            "[%3d load %3d] :" % (g, load) + ports(area[at + 5 : at + 21], "TX") + ports(area[at + 21 : at + 37], "RX")
+        )
         text += "\n"
     text += "\nVeticies and Edges\n"
     at = 8 + GROUP * group_count
@@ -101,16 +111,23 @@ def test_switch_above_15_is_refused(ryn, double, switch):
     assert double.calls() == []
 
 
-@pytest.mark.parametrize("args, error", [((), TypeError), ((1, 2), TypeError),
-                                         *(((bad,), error) for bad, error in NOT_INTS)])
+@pytest.mark.parametrize(
+    "args, error", [((), TypeError), ((1, 2), TypeError), *(((bad,), error) for bad, error in NOT_INTS)]
+)
 def test_arguments_that_the_parser_refuses(ryn, double, args, error):
     assert run(ryn.DumpLBSnapshot, *args) == Outcome(None, INVALID, (error, ANY))
     assert double.calls() == []
 
 
-@pytest.mark.parametrize("status, shown", [
-    (1, "0x1"), (0xBAD0007, "0xbad0007"), (0x80000000, "0x80000000"), (0xFFFFFFFF, "0xffffffff"),
-])
+@pytest.mark.parametrize(
+    "status, shown",
+    [
+        (1, "0x1"),
+        (0xBAD0007, "0xbad0007"),
+        (0x80000000, "0x80000000"),
+        (0xFFFFFFFF, "0xffffffff"),
+    ],
+)
 def test_failure_shows_the_status(ryn, double, status, shown):
     double.answer("Ryn_DumpLBSnapshot", status=status, area=snapshot([group()]))
     assert run(ryn.DumpLBSnapshot, 0) == Outcome(None, f"ValueError: Failed to dump LB topology: {shown}.\n")
@@ -144,8 +161,10 @@ def test_library_that_fills_nothing(dump):
 
 
 def test_whole_text(dump):
-    area = snapshot([group(-5, 1 << 0 | 1 << 64, 1 << 3), group(1000, 0, 1 << 127)],
-                    [vertex(2, 7, 0xAB, [(9, 10, 11), (-100, 2000, 3000)], [(4, 5, 6)]), vertex(123, 0xFFFFFFFF, 0)])
+    area = snapshot(
+        [group(-5, 1 << 0 | 1 << 64, 1 << 3), group(1000, 0, 1 << 127)],
+        [vertex(2, 7, 0xAB, [(9, 10, 11), (-100, 2000, 3000)], [(4, 5, 6)]), vertex(123, 0xFFFFFFFF, 0)],
+    )
     assert dump(area) == Outcome(
         "\nGroups\n"
         "[  0 load  -5] : [0-TX] [64-TX] [3-RX]\n"
@@ -154,7 +173,8 @@ def test_whole_text(dump):
         "[ 2 WID:         7 Num:  2 F:      ab] -> [to  : 9 EMA: 11 load: 10] [to  :-100 EMA:3000 load:2000]\n"
         "[ 2 WID:         7 Num:  1 F:      ab] <- [from: 4 EMA:  6 load:  5]\n"
         "[123 WID:4294967295 Num:  0 F:       0] ->\n"
-        "[123 WID:4294967295 Num:  0 F:       0] <-\n")
+        "[123 WID:4294967295 Num:  0 F:       0] <-\n"
+    )
 
 
 def test_veticies_is_misspelt(dump):
@@ -196,8 +216,10 @@ def test_vertex_head(dump, number, wid, flags):
         assert "[%2d WID:%10u Num:  0 F:%8x] %s\n" % (number, wid, flags, arrow) in text
 
 
-@pytest.mark.parametrize("figure, shown", [(0, 0), (999, 999), (0x7FFFFFFF, 2147483647), (0x80000000, -2147483648),
-                                           (0xFFFFFFFF, -1), (0xFFFFFF9C, -100)])
+@pytest.mark.parametrize(
+    "figure, shown",
+    [(0, 0), (999, 999), (0x7FFFFFFF, 2147483647), (0x80000000, -2147483648), (0xFFFFFFFF, -1), (0xFFFFFF9C, -100)],
+)
 def test_unsigned_figures_of_an_edge_show_as_signed_ones(dump, figure, shown):
     text = dump(snapshot([], [vertex(0, 0, 0, [(0, figure, 1)], [(0, 2, figure)])])).value
     assert " [to  : 0 EMA:  1 load:%3d]" % shown in text
@@ -224,8 +246,9 @@ def test_random_snapshots_match_the_model(dump):
         return word() - (1 << 31)
 
     def port_set() -> int:
-        return rng.choice([0, 1 << rng.randrange(128), rng.getrandbits(128) & rng.getrandbits(128),
-                           rng.getrandbits(128)])
+        return rng.choice(
+            [0, 1 << rng.randrange(128), rng.getrandbits(128) & rng.getrandbits(128), rng.getrandbits(128)]
+        )
 
     def edges() -> list[tuple[int, int, int]]:
         return [(signed(), word(), word()) for _ in range(rng.choice([0, 0, 1, 3, rng.randint(0, 12)]))]
@@ -275,13 +298,28 @@ def test_last_vertex_may_end_with_the_area_without_an_edge(dump):
     assert dump(area).value.endswith("\n[ 9 WID:         0 Num:  0 F:       0] <-\n")
 
 
-@pytest.mark.parametrize("out, into", [
-    (336, 0), (0, 336), (1, 335), (168, 168), (0xFFFFFFFF, 0), (0, 0xFFFFFFFF), (0xFFFFFFFF, 1),
-    (0x80000000, 0x80000000), (0xFFFFFFFF, 0xFFFFFFFF),
-    # 12 times the count wraps in 32 bits, to an end inside the area
-    (0x15555556, 0), (0, 0x15555556), (0x40000000, 0), (0, 0x40000000), (0x15555556, 0x15555556),
-    (0x15555555, 1), (1, 0x15555555),
-])
+@pytest.mark.parametrize(
+    "out, into",
+    [
+        (336, 0),
+        (0, 336),
+        (1, 335),
+        (168, 168),
+        (0xFFFFFFFF, 0),
+        (0, 0xFFFFFFFF),
+        (0xFFFFFFFF, 1),
+        (0x80000000, 0x80000000),
+        (0xFFFFFFFF, 0xFFFFFFFF),
+        # 12 times the count wraps in 32 bits, to an end inside the area
+        (0x15555556, 0),
+        (0, 0x15555556),
+        (0x40000000, 0),
+        (0, 0x40000000),
+        (0x15555556, 0x15555556),
+        (0x15555555, 1),
+        (1, 0x15555555),
+    ],
+)
 def test_vertex_whose_edges_reach_past_the_area_ends_the_walk(dump, out, into):
     area = snapshot([group(3)], [vertex(8)], vertex_count=5)
     area.u32(8 + GROUP + VERTEX + 12, out, into)
@@ -346,21 +384,32 @@ def test_text_is_the_first_16384_bytes_of_the_full_text(dump, length):
 def records(ryn) -> Callable[[], bytes]:
     """Reads the module's own area of records, which lies behind that of the text."""
     symbols = subprocess.run(["nm", ryn.__file__], text=True, capture_output=True, check=True).stdout
-    text, area = (int(match[1], 16) if (match := re.search(rf"^([0-9a-f]+) b \S*{name}E?$", symbols, re.MULTILINE))
-                  else 0 for name in ("text_area", "snapshot_area"))
+    text, area = (
+        int(match[1], 16) if (match := re.search(rf"^([0-9a-f]+) b \S*{name}E?$", symbols, re.MULTILINE)) else 0
+        for name in ("text_area", "snapshot_area")
+    )
     if not area or area != text + TEXT:
         pytest.skip("the areas lie otherwise in this build")
-    base = next(int(line.split("-")[0], 16) for line in Path("/proc/self/maps").read_text().splitlines()
-                if line.endswith(ryn.__file__))
+    base = next(
+        int(line.split("-")[0], 16)
+        for line in Path("/proc/self/maps").read_text().splitlines()
+        if line.endswith(ryn.__file__)
+    )
     return lambda: ctypes.string_at(base + area, AREA)
 
 
-@pytest.mark.parametrize("behind, vertices", [
-    (group(5, 1, 1 << 127), vertex(7, 8, 9, out=[(1, 2, 3)], into=[(4, 5, 6), (7, 8, 9)])),
-    (group(-12345, 1 << 127 | 1 << 10 | 1, 1 << 100),
-     vertex(-1, 1 << 31, 0xFFFFFFFF, out=[(-12, 345, 0xFFFFFFFF)], into=[(123, 1234, 12345), (-1, 100, 1000)])),
-    (group(12), vertex(12, 34, 0x56, out=[(78, 90, 12)])),
-], ids=["one digit", "many digits", "two digits"])
+@pytest.mark.parametrize(
+    "behind, vertices",
+    [
+        (group(5, 1, 1 << 127), vertex(7, 8, 9, out=[(1, 2, 3)], into=[(4, 5, 6), (7, 8, 9)])),
+        (
+            group(-12345, 1 << 127 | 1 << 10 | 1, 1 << 100),
+            vertex(-1, 1 << 31, 0xFFFFFFFF, out=[(-12, 345, 0xFFFFFFFF)], into=[(123, 1234, 12345), (-1, 100, 1000)]),
+        ),
+        (group(12), vertex(12, 34, 0x56, out=[(78, 90, 12)])),
+    ],
+    ids=["one digit", "many digits", "two digits"],
+)
 def test_cut_text_writes_nothing_behind_its_area(dump, records, behind, vertices):
     """Every piece of a line, at every character, meets the end of the area."""
     for room in range(-30, 400):  # the heading behind the groups takes 20 of it
@@ -371,8 +420,10 @@ def test_cut_text_writes_nothing_behind_its_area(dump, records, behind, vertices
 
 def test_longest_text_is_cut(dump):
     everything = (1 << 128) - 1
-    for area in (snapshot([group(-1 << 31, everything, everything)] * 110),
-                 snapshot([], [vertex(0, out=[(-1 << 31, 0x80000000, 0x80000000)] * 338)])):
+    for area in (
+        snapshot([group(-1 << 31, everything, everything)] * 110),
+        snapshot([], [vertex(0, out=[(-1 << 31, 0x80000000, 0x80000000)] * 338)]),
+    ):
         assert len(full_text(area)) > TEXT
         text = dump(area).value
         assert (len(text), text) == (TEXT, full_text(area)[:TEXT])

@@ -6,13 +6,19 @@ import itertools
 import random
 
 import pytest
-
 from harness import ANY, BUFFER, DICT_ITEM, Bytes, Call, Outcome, run, u32
 from objects import NOT_INTS, Index, RaisingIndex
 
-NAMES = ["Cross-NUMA Communication Weight", "Cross-NUMA Migration Weight", "Cross-Lcore Communication Weight",
-         "Cross-Lcore Migration Weight", "VM Affinity Weight", "Device Affinity Weight", "Stability Decay Rate",
-         "Port Count Weight"]
+NAMES = [
+    "Cross-NUMA Communication Weight",
+    "Cross-NUMA Migration Weight",
+    "Cross-Lcore Communication Weight",
+    "Cross-Lcore Migration Weight",
+    "VM Affinity Weight",
+    "Device Affinity Weight",
+    "Stability Decay Rate",
+    "Port Count Weight",
+]
 KEEP = 0xFFFFFFFF
 CURRENT = [1000, 0, 0x80000000, 7, 0xFFFFFFFE, 1, 0xFFFFFFFF, 300]
 

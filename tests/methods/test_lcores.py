@@ -3,7 +3,6 @@
 import random
 
 import pytest
-
 from harness import MISSING, Call, Outcome, run, u64
 
 MARKER = "com.talvor.extraconfig.opaqueDvs.ryn"
@@ -18,8 +17,22 @@ def cores(bitmap: int) -> tuple[int, ...]:
     return tuple(n for n in range(64) if bitmap >> n & 1)
 
 
-@pytest.mark.parametrize("bitmap", [0, 1, 1 << 63, (1 << 64) - 1, 1 | 1 << 5 | 1 << 63, 0xFF << 24, 0x5555555555555555,
-                                    0xAAAAAAAAAAAAAAAA, 0xFFFFFFFF, 0xFFFFFFFF00000000, 0x0102040810204080])
+@pytest.mark.parametrize(
+    "bitmap",
+    [
+        0,
+        1,
+        1 << 63,
+        (1 << 64) - 1,
+        1 | 1 << 5 | 1 << 63,
+        0xFF << 24,
+        0x5555555555555555,
+        0xAAAAAAAAAAAAAAAA,
+        0xFFFFFFFF,
+        0xFFFFFFFF00000000,
+        0x0102040810204080,
+    ],
+)
 def test_cores_are_the_bits_set_ascending(ryn, double, bitmap):
     double.answer("Ryn_Get_LCore_ID_Bitmap", area=u64(bitmap))
     assert run(ryn.ListLCoreIDs, 0) == Outcome(cores(bitmap))
@@ -61,6 +74,7 @@ def test_failure_prints_its_message_and_goes_on(ryn, double, status):
 
 def serves(value: bytes) -> bool:
     """Whether a value of the marker, over at most its first five bytes, equals a word and its terminator that far."""
+
     def equals(word: bytes) -> bool:
         for ours, theirs in zip(value[:5], word + b"\0"):
             if ours != theirs:
@@ -72,23 +86,58 @@ def serves(value: bytes) -> bool:
     return any(map(equals, (b"true", b"poll", b"intr")))
 
 
-@pytest.mark.parametrize("value, served", [
-    (b"true", True), (b"poll", True), (b"intr", True),
-    (b"true\0", True), (b"poll\0", True), (b"intr\0", True),
-    (b"poll\0 and more", True),  # five bytes decide
-    (b"polling", False), (b"truest", False), (b"intro", False), (b"true ", False), (b"true\n", False),
-    (b"", True),  # nothing is compared
-    (b"t", True), (b"tr", True), (b"tru", True), (b"p", True), (b"po", True), (b"i", True), (b"in", True),
-    (b"tr\0", False), (b"tru\0", False), (b"\0", False), (b"\0\0\0\0\0", False), (b"pol\0\0", False),
-    (b"TRUE", False), (b"Poll", False), (b"false", False), (b"no", False), (b" true", False), (b"1", False),
-    (b"yes", False), (b"tp", False), (b"troll", False), (b"\xff", False), (b"t\xff", False),
-])
+@pytest.mark.parametrize(
+    "value, served",
+    [
+        (b"true", True),
+        (b"poll", True),
+        (b"intr", True),
+        (b"true\0", True),
+        (b"poll\0", True),
+        (b"intr\0", True),
+        (b"poll\0 and more", True),  # five bytes decide
+        (b"polling", False),
+        (b"truest", False),
+        (b"intro", False),
+        (b"true ", False),
+        (b"true\n", False),
+        (b"", True),  # nothing is compared
+        (b"t", True),
+        (b"tr", True),
+        (b"tru", True),
+        (b"p", True),
+        (b"po", True),
+        (b"i", True),
+        (b"in", True),
+        (b"tr\0", False),
+        (b"tru\0", False),
+        (b"\0", False),
+        (b"\0\0\0\0\0", False),
+        (b"pol\0\0", False),
+        (b"TRUE", False),
+        (b"Poll", False),
+        (b"false", False),
+        (b"no", False),
+        (b" true", False),
+        (b"1", False),
+        (b"yes", False),
+        (b"tp", False),
+        (b"troll", False),
+        (b"\xff", False),
+        (b"t\xff", False),
+    ],
+)
 def test_values_of_the_marker(ryn, double, value, served):
     assert serves(value) == served
     double.add_switch("dvs-1", global_={MARKER: value})
     assert run(ryn.InitMbufFastslabs) == Outcome(True if served else None)
-    assert double.ops() == ["DVSState_SwitchForEach", "DVSState_GlobalPropForEach", "DVSData_Name", "DVSData_Data",
-                            *["Ryn_Init_Mbuf_Fastslabs"] * served]
+    assert double.ops() == [
+        "DVSState_SwitchForEach",
+        "DVSState_GlobalPropForEach",
+        "DVSData_Name",
+        "DVSData_Data",
+        *["Ryn_Init_Mbuf_Fastslabs"] * served,
+    ]
 
 
 def test_any_value_of_the_marker(ryn, double):
@@ -98,7 +147,7 @@ def test_any_value_of_the_marker(ryn, double):
         value = bytearray(numbers.choice([b"true", b"poll", b"intr"]) + bytes(numbers.randrange(4)))
         if numbers.random() < 0.6:
             value[numbers.randrange(len(value))] = numbers.choice(b"truepolintr\0\xff")
-        del value[numbers.randrange(len(value) + 1):]
+        del value[numbers.randrange(len(value) + 1) :]
         double.reset()
         double.add_switch("dvs-1", global_={MARKER: bytes(value)})
         assert run(ryn.InitMbufFastslabs) == Outcome(True if serves(value) else None), value
@@ -106,8 +155,19 @@ def test_any_value_of_the_marker(ryn, double):
     assert {(length, served) for length in range(1, 8) for served in (True, False)} <= outcomes
 
 
-@pytest.mark.parametrize("name", [MARKER + "x", MARKER + ".", MARKER[:-1], "x" + MARKER, MARKER.upper(), "",
-                                  MARKER.replace("opaque", "opque"), "com.talvor.common.alias"])
+@pytest.mark.parametrize(
+    "name",
+    [
+        MARKER + "x",
+        MARKER + ".",
+        MARKER[:-1],
+        "x" + MARKER,
+        MARKER.upper(),
+        "",
+        MARKER.replace("opaque", "opque"),
+        "com.talvor.common.alias",
+    ],
+)
 def test_only_the_exact_name_is_the_marker(ryn, double, name):
     double.add_switch("dvs-1", global_={name: "true"})
     assert run(ryn.InitMbufFastslabs) == Outcome(None)
@@ -136,8 +196,9 @@ SWITCHES = [
 
 @pytest.mark.parametrize("properties, served, visited", SWITCHES)
 @pytest.mark.parametrize("visit_all", [False, True])
-def test_one_marked_switch_is_enough_whether_or_not_the_iterations_stop(ryn, double, properties, served, visited,
-                                                                       visit_all):
+def test_one_marked_switch_is_enough_whether_or_not_the_iterations_stop(
+    ryn, double, properties, served, visited, visit_all
+):
     for number, global_ in enumerate(properties):
         double.add_switch(f"dvs-{number}", id=f"id-{number}", class_name="not looked at", global_=global_)
     double.visit_all(visit_all)
@@ -153,7 +214,7 @@ def test_the_visits_of_properties_stop_at_the_marker(ryn, double, visit_all):
     double.visit_all(visit_all)
     run(ryn.InitMbufFastslabs)
     names = [call.datum for call in double.calls() if call.op == "DVSData_Name"]
-    assert names == ["before", MARKER, "after"][:3 if visit_all else 2]
+    assert names == ["before", MARKER, "after"][: 3 if visit_all else 2]
 
 
 def test_searches_do_not_remember_each_other(ryn, double):

@@ -6,16 +6,32 @@ import struct
 import sys
 
 import pytest
-
 from harness import ANY, BUFFER, LIST_ITEM, Bytes, Call, Outcome, run
 
 SWITCH_AREA, SWITCHES, SWITCH, SWITCH_ROOM = 2568, 8, 160, 16
-SWITCH_FIELDS = {"name": (0, "128s"), "swID": (128, "I"), "maxPorts": (132, "I"), "numActivePorts": (136, "I"),
-                 "numPorts": (140, "I"), "mtu": (144, "I"), "numLcores": (148, "I"), "lcores": (152, "q")}
+SWITCH_FIELDS = {
+    "name": (0, "128s"),
+    "swID": (128, "I"),
+    "maxPorts": (132, "I"),
+    "numActivePorts": (136, "I"),
+    "numPorts": (140, "I"),
+    "mtu": (144, "I"),
+    "numLcores": (148, "I"),
+    "lcores": (152, "q"),
+}
 
 PORT_AREA, PORTS, PORT, PORT_ROOM, QUEUE_ROOM = 11532, 12, 90, 128, 32
-PORT_FIELDS = {"portID": (0, "I"), "rynPortID": (4, "I"), "numTxQ": (8, "B"), "numRxQ": (9, "B"), "hwAddr": (10, "6s"),
-               "numMACs": (16, "H"), "clientType": (18, "I"), "txQLM": (26, "32s"), "rxQLM": (58, "32s")}
+PORT_FIELDS = {
+    "portID": (0, "I"),
+    "rynPortID": (4, "I"),
+    "numTxQ": (8, "B"),
+    "numRxQ": (9, "B"),
+    "hwAddr": (10, "6s"),
+    "numMACs": (16, "H"),
+    "clientType": (18, "I"),
+    "txQLM": (26, "32s"),
+    "rxQLM": (58, "32s"),
+}
 CLIENT_TYPES = {1: "VNIC", 2: "UPLINK", 3: "GENERIC", 4: "QOBNIC"}
 
 COUNTS = [0, 1, 2, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF]
@@ -36,21 +52,25 @@ def port_row(record: bytes) -> dict:
     row = fields(PORT_FIELDS, record)
     row["hwAddr"] = "%02x:%02x:%02x:%02x:%02x:%02x" % tuple(row["hwAddr"])
     row["clientType"] = CLIENT_TYPES.get(row["clientType"], "UNKNOWN")
-    row["txQLM"] = list(row["txQLM"][:row["numTxQ"]])
-    row["rxQLM"] = list(row["rxQLM"][:row["numRxQ"]])
+    row["txQLM"] = list(row["txQLM"][: row["numTxQ"]])
+    row["rxQLM"] = list(row["rxQLM"][: row["numRxQ"]])
     return row
 
 
 def switch_area(*records: bytes, count: int | None = None) -> Bytes:
     """An answer whose unread word is full of ones."""
-    return Bytes(SWITCH_AREA).raw(SWITCHES, b"".join(records)).u32(0, len(records) if count is None else count,
-                                                                   0xFFFFFFFF)
+    return (
+        Bytes(SWITCH_AREA).raw(SWITCHES, b"".join(records)).u32(0, len(records) if count is None else count, 0xFFFFFFFF)
+    )
 
 
 def port_area(*records: bytes, count: int | None = None) -> Bytes:
     """An answer whose two unread words are full of ones."""
-    return Bytes(PORT_AREA).raw(PORTS, b"".join(records)).u32(0, 0xFFFFFFFF, len(records) if count is None else count,
-                                                              0xFFFFFFFF)
+    return (
+        Bytes(PORT_AREA)
+        .raw(PORTS, b"".join(records))
+        .u32(0, 0xFFFFFFFF, len(records) if count is None else count, 0xFFFFFFFF)
+    )
 
 
 def random_switch(rng: random.Random) -> bytes:
@@ -96,8 +116,16 @@ def test_switches_ignore_any_arguments(ryn, double, args):
 
 def test_switch_keys_and_types(ryn, double):
     (row,) = listed(ryn, double, switch_area(b"dvs-1".ljust(128, b"\0") + struct.pack("<6Iq", 1, 2, 3, 4, 5, 6, 7)))
-    assert list(row.items()) == [("name", "dvs-1"), ("swID", 1), ("maxPorts", 2), ("numActivePorts", 3),
-                                 ("numPorts", 4), ("mtu", 5), ("numLcores", 6), ("lcores", 7)]
+    assert list(row.items()) == [
+        ("name", "dvs-1"),
+        ("swID", 1),
+        ("maxPorts", 2),
+        ("numActivePorts", 3),
+        ("numPorts", 4),
+        ("mtu", 5),
+        ("numLcores", 6),
+        ("lcores", 7),
+    ]
     assert [type(value) for value in row.values()] == [str] + [int] * 7
 
 
@@ -133,8 +161,9 @@ def test_each_byte_of_a_switch_reaches_its_key(ryn, double, byte):
         (row,) = listed(ryn, double, switch_area(record))
         assert row == switch_row(record), offset
         changed = {key for key in row if row[key] != blank[key]}
-        expected = {key for key, (start, unit) in SWITCH_FIELDS.items()
-                    if start <= offset < start + struct.calcsize("<" + unit)}
+        expected = {
+            key for key, (start, unit) in SWITCH_FIELDS.items() if start <= offset < start + struct.calcsize("<" + unit)
+        }
         assert changed == (expected if offset == 0 or offset >= 128 else set()), offset  # a name ends at its first NUL
 
 
@@ -144,23 +173,51 @@ def test_words_of_a_switch_are_never_negative(ryn, double, value):
     assert [row[key] for key in ("swID", "maxPorts", "numActivePorts", "numPorts", "mtu", "numLcores")] == [value] * 6
 
 
-@pytest.mark.parametrize("bits, value", [
-    (0, 0), (1, 1), (1 << 31, 1 << 31), (1 << 32, 1 << 32), ((1 << 63) - 1, (1 << 63) - 1), (1 << 63, -(1 << 63)),
-    ((1 << 64) - 1, -1), ((1 << 63) + 5, -(1 << 63) + 5),
-])
+@pytest.mark.parametrize(
+    "bits, value",
+    [
+        (0, 0),
+        (1, 1),
+        (1 << 31, 1 << 31),
+        (1 << 32, 1 << 32),
+        ((1 << 63) - 1, (1 << 63) - 1),
+        (1 << 63, -(1 << 63)),
+        ((1 << 64) - 1, -1),
+        ((1 << 63) + 5, -(1 << 63) + 5),
+    ],
+)
 def test_lcores_with_the_top_bit_come_out_negative(ryn, double, bits, value):
     (row,) = listed(ryn, double, switch_area(Bytes(SWITCH).u64(152, bits)))
     assert row["lcores"] == value
 
 
-@pytest.mark.parametrize("name", [
-    "", "d", "dvs 1\n", "%s%n", "\u00e9\u4e2d\U0001f50c", "x" * 126, "x" * 127, "\u00e9" * 63, "\U0010ffff" * 31,
-])
+@pytest.mark.parametrize(
+    "name",
+    [
+        "",
+        "d",
+        "dvs 1\n",
+        "%s%n",
+        "\u00e9\u4e2d\U0001f50c",
+        "x" * 126,
+        "x" * 127,
+        "\u00e9" * 63,
+        "\U0010ffff" * 31,
+    ],
+)
 def test_switch_name_ends_at_its_first_nul(ryn, double, name):
     data = name.encode() + b"\0"
     (row,) = listed(ryn, double, switch_area(data + b"\xff" * (SWITCH - len(data))))
-    assert row == {"name": name, "swID": 0xFFFFFFFF, "maxPorts": 0xFFFFFFFF, "numActivePorts": 0xFFFFFFFF,
-                   "numPorts": 0xFFFFFFFF, "mtu": 0xFFFFFFFF, "numLcores": 0xFFFFFFFF, "lcores": -1}
+    assert row == {
+        "name": name,
+        "swID": 0xFFFFFFFF,
+        "maxPorts": 0xFFFFFFFF,
+        "numActivePorts": 0xFFFFFFFF,
+        "numPorts": 0xFFFFFFFF,
+        "mtu": 0xFFFFFFFF,
+        "numLcores": 0xFFFFFFFF,
+        "lcores": -1,
+    }
 
 
 @pytest.mark.parametrize("name", ["x" * 128, "\u00e9" * 64, "\U0001f50c" * 32])
@@ -171,8 +228,14 @@ def test_unterminated_switch_name_ends_with_its_field(ryn, double, name):
     assert rows[15]["swID"] == 0x79797979
 
 
-NOT_UTF8 = {"lone byte": b"dvs\xff", "cut sequence": b"\xc3", "overlong": b"\xc0\x80", "surrogate": b"\xed\xa0\x80",
-            "above the last character": b"\xf4\x90\x80\x80", "cut by the end of the field": b"x" * 127 + b"\xc3"}
+NOT_UTF8 = {
+    "lone byte": b"dvs\xff",
+    "cut sequence": b"\xc3",
+    "overlong": b"\xc0\x80",
+    "surrogate": b"\xed\xa0\x80",
+    "above the last character": b"\xf4\x90\x80\x80",
+    "cut by the end of the field": b"x" * 127 + b"\xc3",
+}
 
 
 @pytest.mark.parametrize("name", NOT_UTF8.values(), ids=NOT_UTF8.keys())
@@ -223,19 +286,40 @@ def test_ports_of_what_is_no_switch(ryn, double, args):
 
 
 def test_port_keys_and_types(ryn, double):
-    record = struct.pack("<IIBB6sHI4s32s32s", 67108864, 5, 1, 2, bytes.fromhex("0200000a0bfc"), 300, 2, b"\xff" * 4,
-                         bytes(range(1, 33)), bytes(range(101, 133)))
+    record = struct.pack(
+        "<IIBB6sHI4s32s32s",
+        67108864,
+        5,
+        1,
+        2,
+        bytes.fromhex("0200000a0bfc"),
+        300,
+        2,
+        b"\xff" * 4,
+        bytes(range(1, 33)),
+        bytes(range(101, 133)),
+    )
     (row,) = listed(ryn, double, port_area(record))
     assert list(row.items()) == [
-        ("portID", 67108864), ("rynPortID", 5), ("numTxQ", 1), ("numRxQ", 2), ("hwAddr", "02:00:00:0a:0b:fc"),
-        ("numMACs", 300), ("clientType", "UPLINK"), ("txQLM", [1]), ("rxQLM", [101, 102])]
+        ("portID", 67108864),
+        ("rynPortID", 5),
+        ("numTxQ", 1),
+        ("numRxQ", 2),
+        ("hwAddr", "02:00:00:0a:0b:fc"),
+        ("numMACs", 300),
+        ("clientType", "UPLINK"),
+        ("txQLM", [1]),
+        ("rxQLM", [101, 102]),
+    ]
     assert [type(value) for value in row.values()] == [int, int, int, int, str, int, str, list, list]
 
 
 @pytest.mark.parametrize("count", sorted({*COUNTS, 127, 128, 129, 256}))
 def test_port_list_is_as_long_as_the_count_and_the_room(ryn, double, count):
-    records = [Bytes(PORT).u32(0, 1000 - i, i).u8(8, i % 33, 32 - i % 33).raw(26, bytes(range(i, i + 64)))
-               for i in range(PORT_ROOM)]
+    records = [
+        Bytes(PORT).u32(0, 1000 - i, i).u8(8, i % 33, 32 - i % 33).raw(26, bytes(range(i, i + 64)))
+        for i in range(PORT_ROOM)
+    ]
     rows = listed(ryn, double, port_area(*records, count=count))
     assert rows == [port_row(record) for record in records[:count]]
     assert len(rows) == min(count, 128)
@@ -266,8 +350,9 @@ def test_each_byte_of_a_port_reaches_its_key(ryn, double, byte):
         (row,) = listed(ryn, double, port_area(record))
         assert row == port_row(record), offset
         changed = {key for key in row if row[key] != blank[key]}
-        expected = {key for key, (start, unit) in PORT_FIELDS.items()
-                    if start <= offset < start + struct.calcsize("<" + unit)}
+        expected = {
+            key for key, (start, unit) in PORT_FIELDS.items() if start <= offset < start + struct.calcsize("<" + unit)
+        }
         if offset in range(18, 22):
             expected &= {"clientType"} if (offset, byte) == (18, 1) else set()  # other codes are UNKNOWN as 0 is
         assert changed == expected, offset
@@ -289,11 +374,25 @@ def test_every_value_of_a_queue_is_passed_on(ryn, double):
     assert [value for row in rows for value in row["txQLM"] + row["rxQLM"]] == [*range(256)]
 
 
-@pytest.mark.parametrize("code, name", [
-    (0, "UNKNOWN"), (1, "VNIC"), (2, "UPLINK"), (3, "GENERIC"), (4, "QOBNIC"), (5, "UNKNOWN"), (6, "UNKNOWN"),
-    (0x100, "UNKNOWN"), (0x10001, "UNKNOWN"), (0x1000001, "UNKNOWN"), (0x80000001, "UNKNOWN"),
-    (0x80000000, "UNKNOWN"), (0xFFFFFFFF, "UNKNOWN"), (0xFFFFFFFE, "UNKNOWN"),
-])
+@pytest.mark.parametrize(
+    "code, name",
+    [
+        (0, "UNKNOWN"),
+        (1, "VNIC"),
+        (2, "UPLINK"),
+        (3, "GENERIC"),
+        (4, "QOBNIC"),
+        (5, "UNKNOWN"),
+        (6, "UNKNOWN"),
+        (0x100, "UNKNOWN"),
+        (0x10001, "UNKNOWN"),
+        (0x1000001, "UNKNOWN"),
+        (0x80000001, "UNKNOWN"),
+        (0x80000000, "UNKNOWN"),
+        (0xFFFFFFFF, "UNKNOWN"),
+        (0xFFFFFFFE, "UNKNOWN"),
+    ],
+)
 def test_client_types(ryn, double, code, name):
     (row,) = listed(ryn, double, port_area(Bytes(PORT).u32(18, code)))
     assert row["clientType"] == name
@@ -305,10 +404,12 @@ def test_every_byte_of_a_mac_address_is_two_lower_case_digits(ryn, double):
             records = [Bytes(PORT).u8(10 + place, half + i) for i in range(128)]
             rows = listed(ryn, double, port_area(*records))
             assert [row["hwAddr"] for row in rows] == [
-                ":".join(["00"] * place + ["%02x" % (half + i)] + ["00"] * (5 - place)) for i in range(128)]
+                ":".join(["00"] * place + ["%02x" % (half + i)] + ["00"] * (5 - place)) for i in range(128)
+            ]
             # Made in place: the str must know by itself that it is plain ASCII
             assert {(row["hwAddr"].isascii(), sys.getsizeof(row["hwAddr"])) for row in rows} == {
-                (True, sys.getsizeof("00:00:00:00:00:00"))}
+                (True, sys.getsizeof("00:00:00:00:00:00"))
+            }
 
 
 @pytest.mark.parametrize("status", [1, 0x0BAD0007, 0x80000000, 0xFFFFFFFF])
@@ -320,10 +421,13 @@ def test_ports_that_cannot_be_retrieved(ryn, double, status):
 # ---- Results that cannot be built
 
 
-@pytest.mark.parametrize("method, args, text", [
-    ("ListSwitches", (), "Failed to allocate buffer.\n"),
-    ("ListPorts", (0,), "Failed to allocate port list.\n"),
-])
+@pytest.mark.parametrize(
+    "method, args, text",
+    [
+        ("ListSwitches", (), "Failed to allocate buffer.\n"),
+        ("ListPorts", (0,), "Failed to allocate port list.\n"),
+    ],
+)
 def test_result_list_that_cannot_be_created(ryn, double, method, args, text):
     double.answer("Ryn_Get_Switch_List", area=switch_area(*[bytes(SWITCH)] * 16))
     double.answer("Ryn_Get_Port_List", area=port_area(*[bytes(PORT)] * 128))
@@ -332,10 +436,13 @@ def test_result_list_that_cannot_be_created(ryn, double, method, args, text):
 
 
 @pytest.mark.skipif(sys.version_info >= (3, 12), reason="this interpreter collects between bytecodes only")
-@pytest.mark.parametrize("method, op, args, area", [
-    ("ListSwitches", "Ryn_Get_Switch_List", (), switch_area(*[bytes(SWITCH)] * 16)),
-    ("ListPorts", "Ryn_Get_Port_List", (3,), port_area(*[bytes(PORT)] * 128)),
-])
+@pytest.mark.parametrize(
+    "method, op, args, area",
+    [
+        ("ListSwitches", "Ryn_Get_Switch_List", (), switch_area(*[bytes(SWITCH)] * 16)),
+        ("ListPorts", "Ryn_Get_Port_List", (3,), port_area(*[bytes(PORT)] * 128)),
+    ],
+)
 def test_row_that_cannot_be_stored(ryn, double, method, op, args, area):
     """A hook of the collector empties the half-built result; each slot that it meets there holds an object."""
     double.answer(op, area=area)

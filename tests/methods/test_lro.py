@@ -1,7 +1,6 @@
 """Large receive offload, of ports and of whole switches."""
 
 import pytest
-
 from harness import ANY, Call, Outcome, run, u32
 
 INVALID = "TypeError: Invalid parameter passed.\n\n"
@@ -46,10 +45,20 @@ def test_every_switch_and_port_reaches_the_library(ryn, double, method):
 
 
 @getters
-@pytest.mark.parametrize("state, is_on", [
-    (0, False), (1, True), (2, True), (0x100, True), (0x10000, True), (0x1000000, True), (0x7FFFFFFF, True),
-    (0x80000000, True), (0xFFFFFFFF, True),
-])
+@pytest.mark.parametrize(
+    "state, is_on",
+    [
+        (0, False),
+        (1, True),
+        (2, True),
+        (0x100, True),
+        (0x10000, True),
+        (0x1000000, True),
+        (0x7FFFFFFF, True),
+        (0x80000000, True),
+        (0xFFFFFFFF, True),
+    ],
+)
 def test_any_state_but_0_is_on(ryn, double, method, state, is_on):
     double.answer("Ryn_GetLRO", area=u32(state))
     assert run(getattr(ryn, method), *arguments(method)) == Outcome(is_on)
@@ -69,10 +78,23 @@ def test_state_that_cannot_be_read_is_none_and_not_false(ryn, double, method, st
 
 
 @setters
-@pytest.mark.parametrize("state, passed_on", [
-    (0, 0), (1, 1), (2, 2), (7, 7), (True, 1), (False, 0), (0x7FFFFFFF, 0x7FFFFFFF), (1 << 31, 1 << 31),
-    (0xFFFFFFFF, 0xFFFFFFFF), (-1, 0xFFFFFFFF), (1 << 32, 0), ((1 << 32) + 7, 7),
-])
+@pytest.mark.parametrize(
+    "state, passed_on",
+    [
+        (0, 0),
+        (1, 1),
+        (2, 2),
+        (7, 7),
+        (True, 1),
+        (False, 0),
+        (0x7FFFFFFF, 0x7FFFFFFF),
+        (1 << 31, 1 << 31),
+        (0xFFFFFFFF, 0xFFFFFFFF),
+        (-1, 0xFFFFFFFF),
+        (1 << 32, 0),
+        ((1 << 32) + 7, 7),
+    ],
+)
 def test_state_is_passed_on_as_it_is_and_not_made_0_or_1(ryn, double, method, state, passed_on):
     assert run(getattr(ryn, method), *arguments(method, 0, 0, state)) == Outcome(None)
     assert double.calls() == [call(method, 0, 0, passed_on)]

@@ -7,7 +7,6 @@ import sys
 import tracemalloc
 
 import pytest
-
 from harness import ANY, BUFFER, DICT_ITEM, LIST_ITEM, Bytes, Call, Outcome, capture_stderr, run
 
 ENTRIES, ENTRY = 16, 20
@@ -19,8 +18,9 @@ INVALID = "TypeError: Invalid parameter passed.\n"
 class Table:
     """One of the two listings."""
 
-    def __init__(self, method: str, op: str, args: tuple, named: dict, size: int, room: int, keys: list[str],
-                 text: str) -> None:
+    def __init__(
+        self, method: str, op: str, args: tuple, named: dict, size: int, room: int, keys: list[str], text: str
+    ) -> None:
         self.method, self.op, self.args, self.named, self.size, self.room = method, op, args, named, size, room
         self.keys, self.text = keys, text
 
@@ -39,17 +39,39 @@ class Table:
         return outcome.value["MacTableList"]
 
 
-PORT = Table("ListPortMACTable", "Ryn_Dump_Port_MAC_Table", (15, 127), {"swID": 15, "rynPortID": 127}, 327696, 16384,
-             ["MacLimit", "LimitExceeded", "MacTableList"], "mac table")
-SWITCH = Table("ListSwitchMACTable", "Ryn_Dump_Switch_MAC_Table", (15,), {"swID": 15}, 1310736, 65536,
-               ["MacLimit", "MacTableList"], "switch mac table")
+PORT = Table(
+    "ListPortMACTable",
+    "Ryn_Dump_Port_MAC_Table",
+    (15, 127),
+    {"swID": 15, "rynPortID": 127},
+    327696,
+    16384,
+    ["MacLimit", "LimitExceeded", "MacTableList"],
+    "mac table",
+)
+SWITCH = Table(
+    "ListSwitchMACTable",
+    "Ryn_Dump_Switch_MAC_Table",
+    (15,),
+    {"swID": 15},
+    1310736,
+    65536,
+    ["MacLimit", "MacTableList"],
+    "switch mac table",
+)
 both = pytest.mark.parametrize("table", [PORT, SWITCH], ids=["port", "switch"])
 
 
 def rows(entries: bytes) -> list[dict]:
-    return [{"macAddr": "%02x:%02x:%02x:%02x:%02x:%02x" % tuple(mac), "vlanID": vlan, "rynPortID": port,
-             "macGenDiff": generations}
-            for mac, vlan, port, generations in struct.iter_unpack("<6sHI4xI", entries)]
+    return [
+        {
+            "macAddr": "%02x:%02x:%02x:%02x:%02x:%02x" % tuple(mac),
+            "vlanID": vlan,
+            "rynPortID": port,
+            "macGenDiff": generations,
+        }
+        for mac, vlan, port, generations in struct.iter_unpack("<6sHI4xI", entries)
+    ]
 
 
 # ---- Listings
@@ -67,8 +89,10 @@ def test_empty_table_has_its_limits(ryn, double, table):
     area = Bytes(table.size).raw(0, b"\xff" * table.size).u32(0, 0).u32(8, 500, 7)
     outcome = table.run(ryn, double, area)
     assert list(outcome.value.items()) == (
-        [("MacLimit", 500), ("LimitExceeded", 7), ("MacTableList", [])] if table is PORT else
-        [("MacLimit", 500), ("MacTableList", [])])
+        [("MacLimit", 500), ("LimitExceeded", 7), ("MacTableList", [])]
+        if table is PORT
+        else [("MacLimit", 500), ("MacTableList", [])]
+    )
 
 
 @both
@@ -85,8 +109,12 @@ def test_words_are_never_negative(ryn, double, table, value):
 def test_entry_keys_and_types(ryn, double, table):
     entry = bytes.fromhex("0211223344fc") + struct.pack("<HIII", 4094, 500, 0xFFFFFFFF, 600)
     (row,) = table.entries(ryn, double, table.area(entry))
-    assert list(row.items()) == [("macAddr", "02:11:22:33:44:fc"), ("vlanID", 4094), ("rynPortID", 500),
-                                 ("macGenDiff", 600)]
+    assert list(row.items()) == [
+        ("macAddr", "02:11:22:33:44:fc"),
+        ("vlanID", 4094),
+        ("rynPortID", 500),
+        ("macGenDiff", 600),
+    ]
     assert [type(value) for value in row.values()] == [str, int, int, int]
 
 
@@ -111,8 +139,9 @@ def test_rooms_of_both_tables():
 @both
 @pytest.mark.parametrize("count", [0, 1, 2, 255, 256, 257])
 def test_entries_in_their_order(ryn, double, table, count):
-    entries = b"".join(struct.pack("<6sHIII", bytes([255 - i % 256] * 6), i, 1000 - i, 0xFFFFFFFF, i)
-                       for i in range(300))
+    entries = b"".join(
+        struct.pack("<6sHIII", bytes([255 - i % 256] * 6), i, 1000 - i, 0xFFFFFFFF, i) for i in range(300)
+    )
     assert table.entries(ryn, double, table.area(entries, count=count)) == rows(entries)[:count]
 
 
@@ -129,8 +158,9 @@ def test_random_tables(ryn, double, table):
 def test_rows_share_keys_and_numbers(ryn, double, table, count):
     """Numbers that follow one another are one object each, as far as there are rows."""
     vlans = [300 + i % 500 % count for i in range(count)]
-    entries = table.entries(ryn, double, table.area(b"".join(
-        struct.pack("<6sHI4xI", bytes(6), vlan, 1, vlan) for vlan in vlans)))
+    entries = table.entries(
+        ryn, double, table.area(b"".join(struct.pack("<6sHI4xI", bytes(6), vlan, 1, vlan) for vlan in vlans))
+    )
     assert [entry["vlanID"] for entry in entries] == vlans
     assert len({id(key) for entry in entries for key in entry}) == 4
     assert len({id(entry[key]) for entry in entries for key in ("vlanID", "macGenDiff")}) == len(set(vlans))
@@ -139,9 +169,18 @@ def test_rows_share_keys_and_numbers(ryn, double, table, count):
 @pytest.mark.skipif(sys.version_info[:2] != (3, 11), reason="how large objects are differs between versions")
 def test_a_row_takes_at_most_300_bytes(ryn, double):
     chance = random.Random(45)
-    area = SWITCH.area(b"".join(
-        struct.pack("<6sHI4xI", chance.randbytes(6), chance.randrange(1, 4095), chance.randrange(128),
-                    chance.randrange(1000)) for _ in range(SWITCH.room)))
+    area = SWITCH.area(
+        b"".join(
+            struct.pack(
+                "<6sHI4xI",
+                chance.randbytes(6),
+                chance.randrange(1, 4095),
+                chance.randrange(128),
+                chance.randrange(1000),
+            )
+            for _ in range(SWITCH.room)
+        )
+    )
     SWITCH.entries(ryn, double, area)
     double.answer(SWITCH.op, area=area)
     tracemalloc.start()
@@ -159,8 +198,9 @@ def test_each_byte_of_an_entry_reaches_its_key(ryn, double, table, byte):
     entries = b"".join(Bytes(ENTRY).u8(offset, byte) for offset in range(ENTRY))
     blank = rows(bytes(ENTRY))[0]
     for offset, row in enumerate(table.entries(ryn, double, table.area(entries))):
-        expected = {key for key, (start, unit) in ENTRY_FIELDS.items()
-                    if start <= offset < start + struct.calcsize("<" + unit)}
+        expected = {
+            key for key, (start, unit) in ENTRY_FIELDS.items() if start <= offset < start + struct.calcsize("<" + unit)
+        }
         assert {key for key in row if row[key] != blank[key]} == expected, offset
         assert bool(expected) == (offset not in UNREAD)
 
@@ -244,14 +284,16 @@ def test_entry_that_cannot_be_stored(ryn, double, table):
 # ---- Clearing
 
 
-CLEARING = [("ClearPortMACTable", "Ryn_Clear_Port_MAC_Table", ["swID", "rynPortID"]),
-            ("ClearSwitchMACTable", "Ryn_Clear_Switch_MAC_Table", ["swID"])]
+CLEARING = [
+    ("ClearPortMACTable", "Ryn_Clear_Port_MAC_Table", ["swID", "rynPortID"]),
+    ("ClearSwitchMACTable", "Ryn_Clear_Switch_MAC_Table", ["swID"]),
+]
 
 
 @pytest.mark.parametrize("method, op, names", CLEARING)
 @pytest.mark.parametrize("swID", range(16))
 def test_clearing_answers_none(ryn, double, method, op, names, swID):
-    args = (swID, 42)[:len(names)]
+    args = (swID, 42)[: len(names)]
     assert run(getattr(ryn, method), *args) == Outcome(None)
     assert double.calls() == [Call(op, **dict(zip(names, args)))]
 
@@ -266,12 +308,22 @@ def test_clearing_fails_with_the_same_text_for_port_and_switch(ryn, double, meth
 # ---- Arguments of listing and clearing
 
 
-@pytest.mark.parametrize("method, op", [("ListPortMACTable", "Ryn_Dump_Port_MAC_Table"),
-                                        ("ClearPortMACTable", "Ryn_Clear_Port_MAC_Table")])
-@pytest.mark.parametrize("port, passed_on", [
-    (0, 0), (127, 127), (128, 128), (65536, 65536), (1 << 31, 1 << 31), (0xFFFFFFFF, 0xFFFFFFFF), (-1, 0xFFFFFFFF),
-    ((1 << 32) + 200, 200),
-])
+@pytest.mark.parametrize(
+    "method, op", [("ListPortMACTable", "Ryn_Dump_Port_MAC_Table"), ("ClearPortMACTable", "Ryn_Clear_Port_MAC_Table")]
+)
+@pytest.mark.parametrize(
+    "port, passed_on",
+    [
+        (0, 0),
+        (127, 127),
+        (128, 128),
+        (65536, 65536),
+        (1 << 31, 1 << 31),
+        (0xFFFFFFFF, 0xFFFFFFFF),
+        (-1, 0xFFFFFFFF),
+        ((1 << 32) + 200, 200),
+    ],
+)
 def test_port_is_not_checked(ryn, double, method, op, port, passed_on):
     outcome = run(getattr(ryn, method), 3, port)
     assert (outcome.stderr, outcome.error) == ("", None)
@@ -285,7 +337,7 @@ FORMATS = {"ListPortMACTable": 2, "ClearPortMACTable": 2, "ListSwitchMACTable": 
 @pytest.mark.parametrize("method", FORMATS)
 @pytest.mark.parametrize("swID", [16, 17, 65536, 1 << 31, 0xFFFFFFFF, -1, -16, (1 << 32) + 16])
 def test_switch_out_of_range(ryn, double, method, swID):
-    assert run(getattr(ryn, method), *(swID, 0)[:FORMATS[method]]) == Outcome(None, INVALID)
+    assert run(getattr(ryn, method), *(swID, 0)[: FORMATS[method]]) == Outcome(None, INVALID)
     assert double.calls() == []
 
 
@@ -317,8 +369,14 @@ def reached(ryn, double, method: str, *args) -> Call:
 @entry_methods
 def test_entry_with_everything(ryn, double, method):
     call = reached(ryn, double, method, 0, 127, 0x554433221102, 4094)
-    assert call == Call("Ryn_MAC_Entry_Ops", swID=0, rynPortID=127, mac=bytes.fromhex("021122334455"), vlanID=4094,
-                        operation=OPERATIONS[method][0])
+    assert call == Call(
+        "Ryn_MAC_Entry_Ops",
+        swID=0,
+        rynPortID=127,
+        mac=bytes.fromhex("021122334455"),
+        vlanID=4094,
+        operation=OPERATIONS[method][0],
+    )
 
 
 @entry_methods
@@ -339,13 +397,27 @@ def test_high_half_of_the_vlan_is_the_switch(ryn, double, method, swID, vlan, hi
 
 
 @entry_methods
-@pytest.mark.parametrize("swID, vlan", [
-    # the high half of the VLAN above 15
-    (0, 16 << 16), (3, (16 << 16) + 10), (0, 0xFFFF << 16), (0, -1), (0, 0xFFFFFFFF), (0, 1 << 31),
-    # the high half of the switch not 0
-    (65536, 0), (65536 + 3, 10), (0xFFFF0000, 0), (1 << 31, 0), (-1, 0), (0xFFFFFFFF, 0),
-    (65536, 1 << 16), (-1, -1),
-])
+@pytest.mark.parametrize(
+    "swID, vlan",
+    [
+        # the high half of the VLAN above 15
+        (0, 16 << 16),
+        (3, (16 << 16) + 10),
+        (0, 0xFFFF << 16),
+        (0, -1),
+        (0, 0xFFFFFFFF),
+        (0, 1 << 31),
+        # the high half of the switch not 0
+        (65536, 0),
+        (65536 + 3, 10),
+        (0xFFFF0000, 0),
+        (1 << 31, 0),
+        (-1, 0),
+        (0xFFFFFFFF, 0),
+        (65536, 1 << 16),
+        (-1, -1),
+    ],
+)
 def test_entry_of_a_switch_out_of_range(ryn, double, method, swID, vlan):
     assert run(getattr(ryn, method), swID, 0, 0, vlan) == Outcome(None, INVALID)
     assert double.calls() == []
@@ -363,20 +435,38 @@ def test_switch_of_an_entry_by_the_rule_for_random_arguments(ryn, double, method
         expected = swID // 65536 * 65536 + vlan // 65536
         if expected < 16:
             assert outcome == Outcome(None)
-            assert double.calls() == [Call("Ryn_MAC_Entry_Ops", swID=expected, rynPortID=port,
-                                           mac=(mac % (1 << 48)).to_bytes(6, "little"), vlanID=vlan % 65536,
-                                           operation=OPERATIONS[method][0])]
+            assert double.calls() == [
+                Call(
+                    "Ryn_MAC_Entry_Ops",
+                    swID=expected,
+                    rynPortID=port,
+                    mac=(mac % (1 << 48)).to_bytes(6, "little"),
+                    vlanID=vlan % 65536,
+                    operation=OPERATIONS[method][0],
+                )
+            ]
         else:
             assert (outcome, double.calls()) == (Outcome(None, INVALID), [])
 
 
 @entry_methods
-@pytest.mark.parametrize("number, mac", [
-    (0, "000000000000"), (1, "010000000000"), (0x554433221102, "021122334455"), (0x010203040506, "060504030201"),
-    ((1 << 48) - 1, "ffffffffffff"), (1 << 47, "000000000080"), (1 << 48, "000000000000"),
-    ((1 << 63) - 1, "ffffffffffff"), (0x7FFF000000000001, "010000000000"), (-1, "ffffffffffff"), (-2, "feffffffffff"),
-    (-(1 << 63), "000000000000"),
-])
+@pytest.mark.parametrize(
+    "number, mac",
+    [
+        (0, "000000000000"),
+        (1, "010000000000"),
+        (0x554433221102, "021122334455"),
+        (0x010203040506, "060504030201"),
+        ((1 << 48) - 1, "ffffffffffff"),
+        (1 << 47, "000000000080"),
+        (1 << 48, "000000000000"),
+        ((1 << 63) - 1, "ffffffffffff"),
+        (0x7FFF000000000001, "010000000000"),
+        (-1, "ffffffffffff"),
+        (-2, "feffffffffff"),
+        (-(1 << 63), "000000000000"),
+    ],
+)
 def test_mac_is_the_six_low_bytes_of_the_number_lowest_first(ryn, double, method, number, mac):
     assert reached(ryn, double, method, 0, 0, number, 0).mac.hex() == mac
 

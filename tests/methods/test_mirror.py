@@ -4,7 +4,6 @@ import random
 from collections import Counter
 
 import pytest
-
 from harness import ANY, BUFFER, DICT_ITEM, Bytes, Call, Outcome, capture_stderr, lost_blocks, run, u16
 
 INVALID_SWITCH = "TypeError: Invalid switch ID passed.\n"
@@ -14,8 +13,20 @@ NO_PORT_LIST = "Failed to allocate memory\n"  # without a full stop
 
 GET = "Ryn_Get_Mirror_Conf"
 SIZE = 2048
-KEYS = ["noInput", "noOutput", "vlanEncap", "OrigVlan", "index", "encapVlanID", "samplingRate", "snapLen", "srcInPorts",
-        "srcOutPorts", "dstPorts", "vlans"]
+KEYS = [
+    "noInput",
+    "noOutput",
+    "vlanEncap",
+    "OrigVlan",
+    "index",
+    "encapVlanID",
+    "samplingRate",
+    "snapLen",
+    "srcInPorts",
+    "srcOutPorts",
+    "dstPorts",
+    "vlans",
+]
 
 
 def bitmap(ports):
@@ -40,10 +51,20 @@ def conf(*sessions, count=None, fill=b"\xff"):
 
 
 def expected(index=0, encap=0, snap=0, rate=0, flags=0, ports_in=(), ports_out=(), ports_dst=(), vlans=()):
-    return {"noInput": flags & 1, "noOutput": flags >> 1 & 1, "vlanEncap": flags >> 2 & 1, "OrigVlan": flags >> 3 & 1,
-            "index": index, "encapVlanID": encap, "samplingRate": rate, "snapLen": snap,
-            "srcInPorts": sorted(set(ports_in)), "srcOutPorts": sorted(set(ports_out)),
-            "dstPorts": sorted(set(ports_dst)), "vlans": list(vlans)}
+    return {
+        "noInput": flags & 1,
+        "noOutput": flags >> 1 & 1,
+        "vlanEncap": flags >> 2 & 1,
+        "OrigVlan": flags >> 3 & 1,
+        "index": index,
+        "encapVlanID": encap,
+        "samplingRate": rate,
+        "snapLen": snap,
+        "srcInPorts": sorted(set(ports_in)),
+        "srcOutPorts": sorted(set(ports_out)),
+        "dstPorts": sorted(set(ports_dst)),
+        "vlans": list(vlans),
+    }
 
 
 def read(ryn, double, area):
@@ -51,16 +72,39 @@ def read(ryn, double, area):
     return run(ryn.GetMirrorConf, 3)
 
 
-ONE = dict(index=300, encap=301, snap=302, rate=303, flags=0x000A, ports_in=[0, 63, 64, 127], ports_out=[5],
-           ports_dst=[126], vlans=[1, 4094, 0xFFFF])
+ONE = dict(
+    index=300,
+    encap=301,
+    snap=302,
+    rate=303,
+    flags=0x000A,
+    ports_in=[0, 63, 64, 127],
+    ports_out=[5],
+    ports_dst=[126],
+    vlans=[1, 4094, 0xFFFF],
+)
 
 
 def test_one_session(ryn, double):
     outcome = read(ryn, double, conf(session(**ONE)))
-    assert outcome == Outcome([{
-        "noInput": 0, "noOutput": 1, "vlanEncap": 0, "OrigVlan": 1, "index": 300, "encapVlanID": 301,
-        "samplingRate": 303, "snapLen": 302, "srcInPorts": [0, 63, 64, 127], "srcOutPorts": [5], "dstPorts": [126],
-        "vlans": [1, 4094, 0xFFFF]}])
+    assert outcome == Outcome(
+        [
+            {
+                "noInput": 0,
+                "noOutput": 1,
+                "vlanEncap": 0,
+                "OrigVlan": 1,
+                "index": 300,
+                "encapVlanID": 301,
+                "samplingRate": 303,
+                "snapLen": 302,
+                "srcInPorts": [0, 63, 64, 127],
+                "srcOutPorts": [5],
+                "dstPorts": [126],
+                "vlans": [1, 4094, 0xFFFF],
+            }
+        ]
+    )
     assert double.calls() == [Call(GET, swID=3, length=2048, zeroed=True)]
 
 
@@ -206,9 +250,19 @@ def test_random_configurations(ryn, double):
         sessions, room = [], SIZE - 8
         while chance.random() < 0.9:
             vlans = [number() for _ in range(chance.choice([0, 0, 1, 2, 3, 4, 5, 7, 8, chance.randrange(200)]))]
-            sessions.append(dict(index=number(), encap=number(), snap=number(), rate=number(),
-                                 flags=chance.randrange(16), ports_in=ports(), ports_out=ports(), ports_dst=ports(),
-                                 vlans=vlans))
+            sessions.append(
+                dict(
+                    index=number(),
+                    encap=number(),
+                    snap=number(),
+                    rate=number(),
+                    flags=chance.randrange(16),
+                    ports_in=ports(),
+                    ports_out=ports(),
+                    ports_dst=ports(),
+                    vlans=vlans,
+                )
+            )
             room -= len(session(vlans=vlans))
             if room < 0:
                 sessions.pop()
@@ -238,10 +292,17 @@ class Raises:
         raise LookupError("no number")
 
 
-@pytest.mark.parametrize("args, error", [
-    ((), TypeError), ((0, 0), TypeError), (("0",), TypeError), ((None,), TypeError), ((0.0,), TypeError),
-    ((Raises(),), LookupError),
-])
+@pytest.mark.parametrize(
+    "args, error",
+    [
+        ((), TypeError),
+        ((0, 0), TypeError),
+        (("0",), TypeError),
+        ((None,), TypeError),
+        ((0.0,), TypeError),
+        ((Raises(),), LookupError),
+    ],
+)
 def test_arguments_that_are_not_understood(ryn, double, args, error):
     assert run(ryn.GetMirrorConf, *args) == Outcome(None, INVALID_SWITCH, (error, ANY))
     assert double.calls() == []
@@ -262,7 +323,7 @@ def failing_allocations(ryn, *args):
     outcomes = []
     while not outcomes or outcomes[-1].allocation_failed:
         with capture_stderr() as texts:
-            in_use = [({}, []) for _ in range(200)]
+            in_use = [({}, []) for _ in range(200)]  # noqa: F841
             has_result, value, error, failed = _probe.call(ryn.GetMirrorConf, args, len(outcomes))
             del in_use
         assert has_result
@@ -322,13 +383,21 @@ def test_failing_allocations_come_to_nothing_else(failures):
     ports = ["srcInPorts", "srcOutPorts", "dstPorts"]
     allowed = [
         Outcome(None, NO_MEMORY, PENDING),
-        *(Outcome(value, text, error) for value in ([None, first], [first, None])
-          for text, error in [(NO_MEMORY, PENDING), ("", BUFFER), ("", DICT_ITEM)]),
-        *(Outcome(value, text, error) for key, text in [*((key, NO_PORT_LIST) for key in ports), ("vlans", NO_MEMORY)]
-          for value in ([{**first, key: None}, second], [first, {**second, key: None}])
-          for error in [PENDING]),
-        *(Outcome(value, "", BUFFER) for value in ([{**first, "vlans": None}, second],
-                                                   [first, {**second, "vlans": None}])),
+        *(
+            Outcome(value, text, error)
+            for value in ([None, first], [first, None])
+            for text, error in [(NO_MEMORY, PENDING), ("", BUFFER), ("", DICT_ITEM)]
+        ),
+        *(
+            Outcome(value, text, error)
+            for key, text in [*((key, NO_PORT_LIST) for key in ports), ("vlans", NO_MEMORY)]
+            for value in ([{**first, key: None}, second], [first, {**second, key: None}])
+            for error in [PENDING]
+        ),
+        *(
+            Outcome(value, "", BUFFER)
+            for value in ([{**first, "vlans": None}, second], [first, {**second, "vlans": None}])
+        ),
     ]
     assert [outcome for outcome in outcomes if outcome not in allowed] == []
     # Five ints of each session are not shared by the interpreter: four of the record, one in the list of VLANs.

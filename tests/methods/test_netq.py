@@ -4,7 +4,6 @@ import random
 import struct
 
 import pytest
-
 from harness import ANY, BUFFER, DICT_ITEM, Bytes, Call, Outcome, capture_stderr, lost_blocks, run
 
 INVALID_PARAMETER = "TypeError: Invalid parameter passed.\n"
@@ -23,8 +22,13 @@ def queue(port=0, qid=0, fid=0):
 
 def rxfilter(kind, body=b"", queues=(), length=None, count=None):
     """The bytes of a filter: its head, its body, its queues. The bits set between kind and length are not read."""
-    return struct.pack("<HHHH", kind, 0xFFFF, len(body) if length is None else length,
-                       len(queues) if count is None else count) + body + b"".join(queue(*each) for each in queues)
+    return (
+        struct.pack(
+            "<HHHH", kind, 0xFFFF, len(body) if length is None else length, len(queues) if count is None else count
+        )
+        + body
+        + b"".join(queue(*each) for each in queues)
+    )
 
 
 def geneve(outer, inner, vni):
@@ -47,8 +51,12 @@ def q_info(queues):
 
 
 def info(*filters, swID=3, port=5, is_uplink=1):
-    return {"isUplink": is_uplink, "swID": swID, "rynPortID": port,
-            "filters": [{"rxf": rxf, "qInfo": q_info(queues)} for rxf, queues in filters]}
+    return {
+        "isUplink": is_uplink,
+        "swID": swID,
+        "rynPortID": port,
+        "filters": [{"rxf": rxf, "qInfo": q_info(queues)} for rxf, queues in filters],
+    }
 
 
 def mac_text(mac):
@@ -69,18 +77,36 @@ def read(ryn, double, area):
 
 
 def test_three_filters(ryn, double):
-    outcome = read(ryn, double, response(
-        rxfilter(MAC_ONLY, OUTER + b"\xff\xff", [(500, 501, 7), (0xFFFFFFFF, 0x80000000, 1 << 63)]),
-        rxfilter(GENEVE, geneve(OUTER, INNER, 5001) + b"\xff" * 8, [(1, 2, 0xFFFFFFFFFFFFFFFF)]),
-        rxfilter(7, b"\0" * 24, [(3, 4, 0x7FFFFFFFFFFFFFFF)])))
-    assert outcome == Outcome({
-        "isUplink": 1, "swID": 3, "rynPortID": 5, "filters": [
-            {"rxf": "macOnly:02:11:22:01:02:0a", "qInfo": [
-                {"rynPortID": 500, "qid": 501, "fid": 7},
-                {"rynPortID": 4294967295, "qid": 2147483648, "fid": -9223372036854775808}]},
-            {"rxf": "geneve:outer:02:11:22:01:02:0a:inner:ff:fe:80:01:7f:00:vni:5001", "qInfo": [
-                {"rynPortID": 1, "qid": 2, "fid": -1}]},
-            {"rxf": "UnknownFilter", "qInfo": [{"rynPortID": 3, "qid": 4, "fid": 9223372036854775807}]}]})
+    outcome = read(
+        ryn,
+        double,
+        response(
+            rxfilter(MAC_ONLY, OUTER + b"\xff\xff", [(500, 501, 7), (0xFFFFFFFF, 0x80000000, 1 << 63)]),
+            rxfilter(GENEVE, geneve(OUTER, INNER, 5001) + b"\xff" * 8, [(1, 2, 0xFFFFFFFFFFFFFFFF)]),
+            rxfilter(7, b"\0" * 24, [(3, 4, 0x7FFFFFFFFFFFFFFF)]),
+        ),
+    )
+    assert outcome == Outcome(
+        {
+            "isUplink": 1,
+            "swID": 3,
+            "rynPortID": 5,
+            "filters": [
+                {
+                    "rxf": "macOnly:02:11:22:01:02:0a",
+                    "qInfo": [
+                        {"rynPortID": 500, "qid": 501, "fid": 7},
+                        {"rynPortID": 4294967295, "qid": 2147483648, "fid": -9223372036854775808},
+                    ],
+                },
+                {
+                    "rxf": "geneve:outer:02:11:22:01:02:0a:inner:ff:fe:80:01:7f:00:vni:5001",
+                    "qInfo": [{"rynPortID": 1, "qid": 2, "fid": -1}],
+                },
+                {"rxf": "UnknownFilter", "qInfo": [{"rynPortID": 3, "qid": 4, "fid": 9223372036854775807}]},
+            ],
+        }
+    )
     assert double.calls() == [Call(GET, swID=3, rynPortID=5, length=524288, zeroed=True)]
 
 
@@ -99,9 +125,14 @@ def test_library_that_fills_nothing_gives_an_empty_response(ryn, double):
     assert run(ryn.GetPortNetQInfo, 3, 5) == Outcome(info(swID=0, port=0, is_uplink=0))
 
 
-@pytest.mark.parametrize("field, values", [("swID", [0, 16, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF]),
-                                           ("port", [0, 128, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF]),
-                                           ("is_uplink", [0, 1, 2, 0x7FFF, 0x8000, 0xFFFF])])
+@pytest.mark.parametrize(
+    "field, values",
+    [
+        ("swID", [0, 16, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF]),
+        ("port", [0, 128, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF]),
+        ("is_uplink", [0, 1, 2, 0x7FFF, 0x8000, 0xFFFF]),
+    ],
+)
 def test_header_is_shown_as_it_came(ryn, double, field, values):
     """The response's own identifiers, not the call's; an int, not a bool."""
     for value in values:
@@ -179,8 +210,12 @@ def test_random_responses(ryn, double):
             body = geneve(outer, inner, vni) + chance.randbytes(chance.choice([0, 1, 5, 100]))
             queues = [(number(32), number(32), number(64)) for _ in range(chance.choice([0, 1, 2, 7]))]
             filters.append(rxfilter(kind, body, queues))
-            values.append(({MAC_ONLY: mac_only_text(outer), GENEVE: geneve_text(outer, inner, vni)}.get(
-                kind, "UnknownFilter"), queues))
+            values.append(
+                (
+                    {MAC_ONLY: mac_only_text(outer), GENEVE: geneve_text(outer, inner, vni)}.get(kind, "UnknownFilter"),
+                    queues,
+                )
+            )
         header = dict(swID=number(32), port=number(32), is_uplink=number(16))
         assert read(ryn, double, response(*filters, **header)) == Outcome(info(*values, **header))
 
@@ -203,17 +238,22 @@ def padding(room):
 UNKNOWN: tuple = ("UnknownFilter", [])
 
 
-@pytest.mark.parametrize("beyond, body, queues", [
-    (beyond, *each) for each in [(0, 0), (0, 1), (16, 0), (16, 3), (5, 2), (24, 100)]
-    for beyond in (0, 1, 2, 7, 8, 15, 16) if beyond <= 8 + each[0] + 16 * each[1]
-])
+@pytest.mark.parametrize(
+    "beyond, body, queues",
+    [
+        (beyond, *each)
+        for each in [(0, 0), (0, 1), (16, 0), (16, 3), (5, 2), (24, 100)]
+        for beyond in (0, 1, 2, 7, 8, 15, 16)
+        if beyond <= 8 + each[0] + 16 * each[1]
+    ],
+)
 def test_filter_that_ends_with_the_area_or_behind_it(ryn, double, beyond, body, queues):
     """The last byte of the area may be used, and no byte behind it."""
     size = 8 + body + 16 * queues
     before = padding(SIZE - 16 - size + beyond)
     area = response(*before, count=len(before) + 1)
     last = rxfilter(9, b"\0" * body, [(1, 2, 3)] * queues)
-    area.raw(SIZE - size + beyond, last[:size - beyond])
+    area.raw(SIZE - size + beyond, last[: size - beyond])
     outcome = read(ryn, double, area)
     if beyond == 0:
         assert outcome == Outcome(info(*[UNKNOWN] * len(before), ("UnknownFilter", [(1, 2, 3)] * queues)))
@@ -221,12 +261,18 @@ def test_filter_that_ends_with_the_area_or_behind_it(ryn, double, beyond, body, 
         assert outcome == Outcome(None, INVALID)
 
 
-@pytest.mark.parametrize("kind, length, text", [
-    (MAC_ONLY, 0, mac_only_text(bytes(6))), (MAC_ONLY, 4, mac_only_text(OUTER[:4] + bytes(2))),
-    (MAC_ONLY, 6, mac_only_text(OUTER)), (GENEVE, 0, geneve_text(bytes(6), bytes(6), 0)),
-    (GENEVE, 9, geneve_text(OUTER, INNER[:3] + bytes(3), 0)), (GENEVE, 13, geneve_text(OUTER, INNER, 0x89)),
-    (GENEVE, 16, geneve_text(OUTER, INNER, 0x89)),
-])
+@pytest.mark.parametrize(
+    "kind, length, text",
+    [
+        (MAC_ONLY, 0, mac_only_text(bytes(6))),
+        (MAC_ONLY, 4, mac_only_text(OUTER[:4] + bytes(2))),
+        (MAC_ONLY, 6, mac_only_text(OUTER)),
+        (GENEVE, 0, geneve_text(bytes(6), bytes(6), 0)),
+        (GENEVE, 9, geneve_text(OUTER, INNER[:3] + bytes(3), 0)),
+        (GENEVE, 13, geneve_text(OUTER, INNER, 0x89)),
+        (GENEVE, 16, geneve_text(OUTER, INNER, 0x89)),
+    ],
+)
 def test_short_body_at_the_end_of_the_area_reads_zeros_behind_it(ryn, double, kind, length, text):
     last = rxfilter(kind, geneve(OUTER, INNER, 0x89)[:length])
     before = padding(SIZE - 16 - len(last))
@@ -273,8 +319,10 @@ def test_refused_response_leaks_nothing(ryn, double):
 # ---- Failures --------------------------------------------------------------------------------------------------------
 
 
-@pytest.mark.parametrize("swID, port", [(16, 0), (-1, 0), (0, 128), (0, -1), (0x80000000, 0), (0, 0x80000000),
-                                        ((1 << 32) + 16, 0), (0, (1 << 32) + 128)])
+@pytest.mark.parametrize(
+    "swID, port",
+    [(16, 0), (-1, 0), (0, 128), (0, -1), (0x80000000, 0), (0, 0x80000000), ((1 << 32) + 16, 0), (0, (1 << 32) + 128)],
+)
 def test_bounds_that_are_refused(ryn, double, swID, port):
     assert run(ryn.GetPortNetQInfo, swID, port) == Outcome(None, INVALID_PARAMETER)
     assert double.calls() == []
@@ -291,10 +339,19 @@ class Raises:
         raise LookupError("no number")
 
 
-@pytest.mark.parametrize("args, error", [
-    ((), TypeError), ((0,), TypeError), ((0, 0, 0), TypeError), (("0", 0), TypeError), ((0, None), TypeError),
-    ((0, 0.0), TypeError), ((Raises(), 0), LookupError), ((0, Raises()), LookupError),
-])
+@pytest.mark.parametrize(
+    "args, error",
+    [
+        ((), TypeError),
+        ((0,), TypeError),
+        ((0, 0, 0), TypeError),
+        (("0", 0), TypeError),
+        ((0, None), TypeError),
+        ((0, 0.0), TypeError),
+        ((Raises(), 0), LookupError),
+        ((0, Raises()), LookupError),
+    ],
+)
 def test_arguments_that_are_not_understood(ryn, double, args, error):
     assert run(ryn.GetPortNetQInfo, *args) == Outcome(None, INVALID_PARAMETER, (error, ANY))
     assert double.calls() == []
@@ -310,13 +367,21 @@ def test_failing_allocations(ryn, double):
     """First the dict of the response, then everything in it."""
     import _probe
 
-    double.answer(GET, area=response(rxfilter(GENEVE, geneve(OUTER, INNER, 1), [(500, 600, 700)]), rxfilter(7),
-                                     swID=800, port=900, is_uplink=1000))
+    double.answer(
+        GET,
+        area=response(
+            rxfilter(GENEVE, geneve(OUTER, INNER, 1), [(500, 600, 700)]),
+            rxfilter(7),
+            swID=800,
+            port=900,
+            is_uplink=1000,
+        ),
+    )
     good = run(ryn.GetPortNetQInfo, 0, 0)
     outcomes = [Outcome(None, allocation_failed=True)]
     while outcomes[-1].allocation_failed:
         with capture_stderr() as texts:
-            in_use = [({}, []) for _ in range(200)]  # no freed dict or list is there to be used again
+            in_use = [({}, []) for _ in range(200)]  # noqa: F841, no freed dict or list is there to be used again
             has_result, value, error, failed = _probe.call(ryn.GetPortNetQInfo, (0, 0), len(outcomes) - 1)
             del in_use
         assert has_result

@@ -3,15 +3,17 @@
 import random
 
 import pytest
-
 from harness import ANY, Call, Outcome, run
 
 INVALID = "TypeError: Invalid parameter passed.\n"
 
 # The operation, the names of its arguments, the text for its failure
 METHODS = {
-    "MigratePort": ("Ryn_Migrate_Port", ["swID", "rynPortID", "option1", "option2", "option3"],
-                    "Failed to migrate port.\n"),
+    "MigratePort": (
+        "Ryn_Migrate_Port",
+        ["swID", "rynPortID", "option1", "option2", "option3"],
+        "Failed to migrate port.\n",
+    ),
     "UnpinPort": ("Ryn_Unpin_Port", ["swID", "rynPortID", "option"], "Failed to unpin port.\n"),
     "ResetPort": ("Ryn_Reset_Port", ["swID", "rynPortID"], "Failed to reset port.\n"),
 }
@@ -21,7 +23,7 @@ STATUSES = [1, 2, 0x0BAD0003, 0x0BAD0007, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF]
 
 def arguments(method: str, swID: object = 0, rynPortID: object = 0, *options: object) -> tuple:
     """As many as the method takes; options that are not given are 0."""
-    return (swID, rynPortID, *options, 0, 0, 0)[:len(METHODS[method][1])]
+    return (swID, rynPortID, *options, 0, 0, 0)[: len(METHODS[method][1])]
 
 
 @every_method
@@ -38,26 +40,61 @@ def test_every_switch_and_port_reaches_the_library(ryn, double, method):
         for rynPortID in range(128):
             assert getattr(ryn, method)(*arguments(method, swID, rynPortID)) is None
     assert [(call.swID, call.rynPortID) for call in double.calls()] == [
-        (swID, rynPortID) for swID in range(16) for rynPortID in range(128)]
+        (swID, rynPortID) for swID in range(16) for rynPortID in range(128)
+    ]
 
 
 @every_method
-@pytest.mark.parametrize("port", [
-    (16, 0), (0, 128), (16, 128), (15, 128), (16, 127), (-1, 0), (0, -1), (-16, 0), (0, -128), (1 << 31, 0),
-    (0, 1 << 31), (0xFFFFFFFF, 0), (0, 0xFFFFFFFF), ((1 << 32) + 16, 0), (0, (1 << 32) + 128), (127, 15),
-])
+@pytest.mark.parametrize(
+    "port",
+    [
+        (16, 0),
+        (0, 128),
+        (16, 128),
+        (15, 128),
+        (16, 127),
+        (-1, 0),
+        (0, -1),
+        (-16, 0),
+        (0, -128),
+        (1 << 31, 0),
+        (0, 1 << 31),
+        (0xFFFFFFFF, 0),
+        (0, 0xFFFFFFFF),
+        ((1 << 32) + 16, 0),
+        (0, (1 << 32) + 128),
+        (127, 15),
+    ],
+)
 def test_port_out_of_range_reaches_nothing(ryn, double, method, port):
     assert run(getattr(ryn, method), *arguments(method, *port)) == Outcome(None, INVALID)
     assert double.calls() == []
 
 
-@pytest.mark.parametrize("method, place", [("MigratePort", 2), ("MigratePort", 3), ("MigratePort", 4),
-                                           ("UnpinPort", 2)])
-@pytest.mark.parametrize("value, passed_on", [
-    (0, 0), (1, 1), (63, 63), (64, 64), (128, 128), (65536, 65536), (0x7FFFFFFF, 0x7FFFFFFF), (1 << 31, 1 << 31),
-    (0xFFFFFFFF, 0xFFFFFFFF), (-1, 0xFFFFFFFF), (1 << 32, 0), ((1 << 32) + 9, 9), (-(1 << 31), 1 << 31),
-    ((1 << 64) - 1, 0xFFFFFFFF), (1 << 200, 0), (True, 1),
-])
+@pytest.mark.parametrize(
+    "method, place", [("MigratePort", 2), ("MigratePort", 3), ("MigratePort", 4), ("UnpinPort", 2)]
+)
+@pytest.mark.parametrize(
+    "value, passed_on",
+    [
+        (0, 0),
+        (1, 1),
+        (63, 63),
+        (64, 64),
+        (128, 128),
+        (65536, 65536),
+        (0x7FFFFFFF, 0x7FFFFFFF),
+        (1 << 31, 1 << 31),
+        (0xFFFFFFFF, 0xFFFFFFFF),
+        (-1, 0xFFFFFFFF),
+        (1 << 32, 0),
+        ((1 << 32) + 9, 9),
+        (-(1 << 31), 1 << 31),
+        ((1 << 64) - 1, 0xFFFFFFFF),
+        (1 << 200, 0),
+        (True, 1),
+    ],
+)
 def test_options_are_not_checked(ryn, double, method, place, value, passed_on):
     args = list(arguments(method))
     args[place] = value

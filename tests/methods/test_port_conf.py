@@ -5,20 +5,37 @@ import random
 import struct
 
 import pytest
-
 from harness import ANY, BUFFER, DICT_ITEM, Bytes, Call, Outcome, run
 
 RECORD, MCAST_ADDRS, MCAST_ROOM, VLAN_RANGES, VLAN_ROOM = 1272, 52, 32, 248, 256
-FIELDS = {"portID": (0, "I"), "flags": (20, "I"), "ladrf": (24, "q"), "hwAddr": (32, "6s"),
-          "untaggedVlanID": (38, "H"), "forgedMACAllowed": (40, "B"), "numMcastAddrs": (16, "I"), "vni": (44, "I"),
-          "sampleRate": (244, "I"), "numTaggedVlanRanges": (48, "I")}
+FIELDS = {
+    "portID": (0, "I"),
+    "flags": (20, "I"),
+    "ladrf": (24, "q"),
+    "hwAddr": (32, "6s"),
+    "untaggedVlanID": (38, "H"),
+    "forgedMACAllowed": (40, "B"),
+    "numMcastAddrs": (16, "I"),
+    "vni": (44, "I"),
+    "sampleRate": (244, "I"),
+    "numTaggedVlanRanges": (48, "I"),
+}
 UNREAD = {*range(4, 16), *range(41, 44)}
 WORDS = ["UNICAST ", "MULTICAST ", "ALLMULTI ", "BROADCAST ", "PROMISC ", "USE_LADRF "]
 COUNTS = [0, 1, 2, 31, 32, 33, 255, 256, 257, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF]
 INVALID = "TypeError: Invalid parameter passed.\n"
 
-FIRST_KEYS = ["portID", "flags", "ladrf", "hwAddr", "untaggedVlanID", "forgedMACAllowed", "numMcastAddrs", "vni",
-              "sampleRate"]
+FIRST_KEYS = [
+    "portID",
+    "flags",
+    "ladrf",
+    "hwAddr",
+    "untaggedVlanID",
+    "forgedMACAllowed",
+    "numMcastAddrs",
+    "vni",
+    "sampleRate",
+]
 
 
 def mac(data: bytes) -> str:
@@ -33,10 +50,14 @@ def conf(record: bytes) -> dict:
     """The dict of a record, in the order of its keys."""
     value = {key: struct.unpack_from("<" + unit, record, offset)[0] for key, (offset, unit) in FIELDS.items()}
     value["flags"], value["hwAddr"] = words(value["flags"]), mac(value["hwAddr"])
-    addrs = [mac(record[start:start + 6])
-             for start in range(MCAST_ADDRS, MCAST_ADDRS + 6 * min(value["numMcastAddrs"], MCAST_ROOM), 6)]
-    ranges = ["%u-%u" % struct.unpack_from("<HH", record, start)
-              for start in range(VLAN_RANGES, VLAN_RANGES + 4 * min(value["numTaggedVlanRanges"], VLAN_ROOM), 4)]
+    addrs = [
+        mac(record[start : start + 6])
+        for start in range(MCAST_ADDRS, MCAST_ADDRS + 6 * min(value["numMcastAddrs"], MCAST_ROOM), 6)
+    ]
+    ranges = [
+        "%u-%u" % struct.unpack_from("<HH", record, start)
+        for start in range(VLAN_RANGES, VLAN_RANGES + 4 * min(value["numTaggedVlanRanges"], VLAN_ROOM), 4)
+    ]
     if addrs:
         value["mcastAddrList"] = addrs
     value["numTaggedVlanRanges"] = value.pop("numTaggedVlanRanges")  # behind the addresses
@@ -60,9 +81,20 @@ def blank(mcast_addrs: int = 0, ranges: int = 0) -> Bytes:
 
 @pytest.mark.parametrize("swID, rynPortID", [(0, 0), (0, 127), (15, 0), (15, 127), (8, 1)])
 def test_one_call_with_a_zeroed_area(ryn, double, swID, rynPortID):
-    assert run(ryn.GetPortConf, swID, rynPortID) == Outcome({
-        "portID": 0, "flags": "", "ladrf": 0, "hwAddr": "00:00:00:00:00:00", "untaggedVlanID": 0, "forgedMACAllowed": 0,
-        "numMcastAddrs": 0, "vni": 0, "sampleRate": 0, "numTaggedVlanRanges": 0})
+    assert run(ryn.GetPortConf, swID, rynPortID) == Outcome(
+        {
+            "portID": 0,
+            "flags": "",
+            "ladrf": 0,
+            "hwAddr": "00:00:00:00:00:00",
+            "untaggedVlanID": 0,
+            "forgedMACAllowed": 0,
+            "numMcastAddrs": 0,
+            "vni": 0,
+            "sampleRate": 0,
+            "numTaggedVlanRanges": 0,
+        }
+    )
     assert double.calls() == [Call("Ryn_Get_Port_Conf", swID=swID, rynPortID=rynPortID, length=1272, zeroed=True)]
 
 
@@ -72,19 +104,31 @@ def test_every_key_with_its_type(ryn, double):
     record.raw(52, bytes.fromhex("01005e000001 333300000016"))
     value = read(ryn, double, record)
     assert list(value.items()) == [
-        ("portID", 67108864), ("flags", "UNICAST MULTICAST ALLMULTI BROADCAST PROMISC USE_LADRF "), ("ladrf", 7),
-        ("hwAddr", "02:00:00:0a:0b:fc"), ("untaggedVlanID", 4094), ("forgedMACAllowed", 1), ("numMcastAddrs", 2),
-        ("vni", 70000), ("sampleRate", 400), ("mcastAddrList", ["01:00:5e:00:00:01", "33:33:00:00:00:16"]),
-        ("numTaggedVlanRanges", 2), ("vlanRanges", ["100-200", "5-5"])]
+        ("portID", 67108864),
+        ("flags", "UNICAST MULTICAST ALLMULTI BROADCAST PROMISC USE_LADRF "),
+        ("ladrf", 7),
+        ("hwAddr", "02:00:00:0a:0b:fc"),
+        ("untaggedVlanID", 4094),
+        ("forgedMACAllowed", 1),
+        ("numMcastAddrs", 2),
+        ("vni", 70000),
+        ("sampleRate", 400),
+        ("mcastAddrList", ["01:00:5e:00:00:01", "33:33:00:00:00:16"]),
+        ("numTaggedVlanRanges", 2),
+        ("vlanRanges", ["100-200", "5-5"]),
+    ]
     assert [type(item) for item in value.values()] == [int, str, int, str, int, int, int, int, int, list, int, list]
 
 
-@pytest.mark.parametrize("mcast_addrs, ranges, keys", [
-    (0, 0, [*FIRST_KEYS, "numTaggedVlanRanges"]),
-    (1, 0, [*FIRST_KEYS, "mcastAddrList", "numTaggedVlanRanges"]),
-    (0, 1, [*FIRST_KEYS, "numTaggedVlanRanges", "vlanRanges"]),
-    (1, 1, [*FIRST_KEYS, "mcastAddrList", "numTaggedVlanRanges", "vlanRanges"]),
-])
+@pytest.mark.parametrize(
+    "mcast_addrs, ranges, keys",
+    [
+        (0, 0, [*FIRST_KEYS, "numTaggedVlanRanges"]),
+        (1, 0, [*FIRST_KEYS, "mcastAddrList", "numTaggedVlanRanges"]),
+        (0, 1, [*FIRST_KEYS, "numTaggedVlanRanges", "vlanRanges"]),
+        (1, 1, [*FIRST_KEYS, "mcastAddrList", "numTaggedVlanRanges", "vlanRanges"]),
+    ],
+)
 def test_lists_are_there_only_when_they_have_items(ryn, double, mcast_addrs, ranges, keys):
     assert list(read(ryn, double, blank(mcast_addrs, ranges))) == keys
     assert (len(keys) == 10) == (mcast_addrs == ranges == 0)
@@ -115,8 +159,9 @@ def test_each_byte_reaches_its_key(ryn, double, byte):
     before = read(ryn, double, base)
     for offset in {*range(RECORD)} - {*range(16, 20), *range(48, 52)}:
         value = read(ryn, double, Bytes(RECORD).raw(0, base).u8(offset, byte))
-        expected = {key for key, (start, unit) in FIELDS.items()
-                    if start <= offset < start + struct.calcsize("<" + unit)}
+        expected = {
+            key for key, (start, unit) in FIELDS.items() if start <= offset < start + struct.calcsize("<" + unit)
+        }
         if offset in range(20, 24):
             expected = {"flags"} if offset == 20 and byte & 0x3F else set()
         elif offset in UNREAD:
@@ -136,10 +181,18 @@ def test_words_are_never_negative(ryn, double, value):
     assert [result[key] for key in keys] == [value] * 5
 
 
-@pytest.mark.parametrize("bits, value", [
-    (0, 0), (1, 1), (1 << 32, 1 << 32), ((1 << 63) - 1, (1 << 63) - 1), (1 << 63, -(1 << 63)), ((1 << 64) - 1, -1),
-    (0x8000000000000001, -0x7FFFFFFFFFFFFFFF),
-])
+@pytest.mark.parametrize(
+    "bits, value",
+    [
+        (0, 0),
+        (1, 1),
+        (1 << 32, 1 << 32),
+        ((1 << 63) - 1, (1 << 63) - 1),
+        (1 << 63, -(1 << 63)),
+        ((1 << 64) - 1, -1),
+        (0x8000000000000001, -0x7FFFFFFFFFFFFFFF),
+    ],
+)
 def test_address_filter_with_the_top_bit_comes_out_negative(ryn, double, bits, value):
     assert read(ryn, double, blank().u64(24, bits))["ladrf"] == value
 
@@ -155,10 +208,20 @@ def test_untagged_vlan_is_not_checked(ryn, double, vlan):
     assert read(ryn, double, blank().u16(38, vlan))["untaggedVlanID"] == vlan
 
 
-@pytest.mark.parametrize("first, last, text", [
-    (100, 200, "100-200"), (5, 5, "5-5"), (0, 0, "0-0"), (9, 10, "9-10"), (200, 100, "200-100"), (0, 65535, "0-65535"),
-    (65535, 65535, "65535-65535"), (32768, 32767, "32768-32767"), (10000, 9999, "10000-9999"),
-])
+@pytest.mark.parametrize(
+    "first, last, text",
+    [
+        (100, 200, "100-200"),
+        (5, 5, "5-5"),
+        (0, 0, "0-0"),
+        (9, 10, "9-10"),
+        (200, 100, "200-100"),
+        (0, 65535, "0-65535"),
+        (65535, 65535, "65535-65535"),
+        (32768, 32767, "32768-32767"),
+        (10000, 9999, "10000-9999"),
+    ],
+)
 def test_vlan_range_is_first_and_last_in_decimal(ryn, double, first, last, text):
     assert read(ryn, double, blank(0, 1).u16(248, first, last))["vlanRanges"] == [text]
 
@@ -178,10 +241,23 @@ def test_flags_are_words_each_with_a_blank_behind_it(ryn, double, high):
     assert words(0x11) == "UNICAST PROMISC "
 
 
-@pytest.mark.parametrize("args", [
-    (16, 0), (0, 128), (16, 128), (-1, 0), (0, -1), (1 << 31, 0), (0, 1 << 31), (0xFFFFFFFF, 0), (0, 0xFFFFFFFF),
-    ((1 << 32) + 16, 0), (0, (1 << 32) + 128), (127, 15),
-])
+@pytest.mark.parametrize(
+    "args",
+    [
+        (16, 0),
+        (0, 128),
+        (16, 128),
+        (-1, 0),
+        (0, -1),
+        (1 << 31, 0),
+        (0, 1 << 31),
+        (0xFFFFFFFF, 0),
+        (0, 0xFFFFFFFF),
+        ((1 << 32) + 16, 0),
+        (0, (1 << 32) + 128),
+        (127, 15),
+    ],
+)
 def test_port_out_of_range(ryn, double, args):
     assert run(ryn.GetPortConf, *args) == Outcome(None, INVALID)
     assert double.calls() == []
@@ -267,9 +343,9 @@ def test_every_flag_set_in_an_area_of_every_size(flags_to_str, model, size):
         for fill in (0x00, 0xEE):
             area = written(flags_to_str, flags, size, fill)
             assert area == written(model, flags, size, fill), flags
-            assert area[:GUARD] == area[GUARD + size:] == bytes([fill] * GUARD), flags
+            assert area[:GUARD] == area[GUARD + size :] == bytes([fill] * GUARD), flags
         if size:
-            assert area[GUARD:].split(b"\0")[0].decode() == words(flags)[:size - 1], flags
+            assert area[GUARD:].split(b"\0")[0].decode() == words(flags)[: size - 1], flags
 
 
 @pytest.mark.parametrize("flags", [0, 0x3F, 0xFFFFFFFF])

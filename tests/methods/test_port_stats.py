@@ -5,26 +5,73 @@ import struct
 import sys
 
 import pytest
-
 from harness import ANY, BUFFER, DICT_ITEM, Bytes, Call, Outcome, capture_stderr, lost_blocks, run, u64
 
 RECORD = 128
-OFFSETS = {"txBytes": 0, "txPkts": 8, "txMcastBytes": 16, "txMcastPkts": 24, "txBcastBytes": 32, "txBcastPkts": 40,
-           "txDrops": 48, "txErrors": 56, "rxBytes": 64, "rxPkts": 72, "rxMcastBytes": 80, "rxMcastPkts": 88,
-           "rxBcastBytes": 96, "rxBcastPkts": 104, "rxDrops": 112, "rxErrors": 120}
-KEYS = ["txPkts", "txBytes", "txMcastPkts", "txMcastBytes", "txBcastPkts", "txBcastBytes", "txDrops", "txErrors",
-        "rxPkts", "rxBytes", "rxMcastPkts", "rxMcastBytes", "rxBcastPkts", "rxBcastBytes", "rxDrops", "rxErrors"]
-SLOW_KEYS = ["spTxPkts", "spTxBytes", "spTxMcastPkts", "spTxMcastBytes", "spTxBcastPkts", "spTxBcastBytes", "spTxDrops",
-             "spTxErrors", "spRxPkts", "spRxBytes", "spRxMcastPkts", "spRxMcastBytes", "spRxBcastPkts",
-             "spRxBcastBytes", "spRxDrops", "spRxErrors"]
+OFFSETS = {
+    "txBytes": 0,
+    "txPkts": 8,
+    "txMcastBytes": 16,
+    "txMcastPkts": 24,
+    "txBcastBytes": 32,
+    "txBcastPkts": 40,
+    "txDrops": 48,
+    "txErrors": 56,
+    "rxBytes": 64,
+    "rxPkts": 72,
+    "rxMcastBytes": 80,
+    "rxMcastPkts": 88,
+    "rxBcastBytes": 96,
+    "rxBcastPkts": 104,
+    "rxDrops": 112,
+    "rxErrors": 120,
+}
+KEYS = [
+    "txPkts",
+    "txBytes",
+    "txMcastPkts",
+    "txMcastBytes",
+    "txBcastPkts",
+    "txBcastBytes",
+    "txDrops",
+    "txErrors",
+    "rxPkts",
+    "rxBytes",
+    "rxMcastPkts",
+    "rxMcastBytes",
+    "rxBcastPkts",
+    "rxBcastBytes",
+    "rxDrops",
+    "rxErrors",
+]
+SLOW_KEYS = [
+    "spTxPkts",
+    "spTxBytes",
+    "spTxMcastPkts",
+    "spTxMcastBytes",
+    "spTxBcastPkts",
+    "spTxBcastBytes",
+    "spTxDrops",
+    "spTxErrors",
+    "spRxPkts",
+    "spRxBytes",
+    "spRxMcastPkts",
+    "spRxMcastBytes",
+    "spRxBcastPkts",
+    "spRxBcastBytes",
+    "spRxDrops",
+    "spRxErrors",
+]
 INVALID = "TypeError: Invalid parameter passed.\n"
 
 counts_blocks = pytest.mark.skipif(sys.getallocatedblocks() == 0, reason="PYTHONMALLOC: no blocks are counted")
 
 
 def counters(fast: bytes, slow: bytes) -> dict:
-    return {**{key: struct.unpack_from("<q", fast, OFFSETS[key])[0] for key in KEYS},
-            **{slow_key: struct.unpack_from("<q", slow, OFFSETS[key])[0] for key, slow_key in zip(KEYS, SLOW_KEYS)}}
+    return {
+        **{key: struct.unpack_from("<q", fast, OFFSETS[key])[0] for key in KEYS},
+        **{slow_key: struct.unpack_from("<q", slow, OFFSETS[key])[0] for key, slow_key in zip(KEYS, SLOW_KEYS)},
+    }
 
 
 def answer(double, fast: bytes, slow: bytes) -> None:
@@ -37,20 +84,56 @@ def test_each_counter_has_its_key_packets_before_bytes(ryn, double):
     outcome = run(ryn.GetPortStats, 0, 0)
     assert (outcome.stderr, outcome.error) == ("", None)
     assert list(outcome.value.items()) == [
-        ("txPkts", 1001), ("txBytes", 1000), ("txMcastPkts", 1003), ("txMcastBytes", 1002), ("txBcastPkts", 1005),
-        ("txBcastBytes", 1004), ("txDrops", 1006), ("txErrors", 1007), ("rxPkts", 1009), ("rxBytes", 1008),
-        ("rxMcastPkts", 1011), ("rxMcastBytes", 1010), ("rxBcastPkts", 1013), ("rxBcastBytes", 1012),
-        ("rxDrops", 1014), ("rxErrors", 1015),
-        ("spTxPkts", 2001), ("spTxBytes", 2000), ("spTxMcastPkts", 2003), ("spTxMcastBytes", 2002),
-        ("spTxBcastPkts", 2005), ("spTxBcastBytes", 2004), ("spTxDrops", 2006), ("spTxErrors", 2007),
-        ("spRxPkts", 2009), ("spRxBytes", 2008), ("spRxMcastPkts", 2011), ("spRxMcastBytes", 2010),
-        ("spRxBcastPkts", 2013), ("spRxBcastBytes", 2012), ("spRxDrops", 2014), ("spRxErrors", 2015)]
+        ("txPkts", 1001),
+        ("txBytes", 1000),
+        ("txMcastPkts", 1003),
+        ("txMcastBytes", 1002),
+        ("txBcastPkts", 1005),
+        ("txBcastBytes", 1004),
+        ("txDrops", 1006),
+        ("txErrors", 1007),
+        ("rxPkts", 1009),
+        ("rxBytes", 1008),
+        ("rxMcastPkts", 1011),
+        ("rxMcastBytes", 1010),
+        ("rxBcastPkts", 1013),
+        ("rxBcastBytes", 1012),
+        ("rxDrops", 1014),
+        ("rxErrors", 1015),
+        ("spTxPkts", 2001),
+        ("spTxBytes", 2000),
+        ("spTxMcastPkts", 2003),
+        ("spTxMcastBytes", 2002),
+        ("spTxBcastPkts", 2005),
+        ("spTxBcastBytes", 2004),
+        ("spTxDrops", 2006),
+        ("spTxErrors", 2007),
+        ("spRxPkts", 2009),
+        ("spRxBytes", 2008),
+        ("spRxMcastPkts", 2011),
+        ("spRxMcastBytes", 2010),
+        ("spRxBcastPkts", 2013),
+        ("spRxBcastBytes", 2012),
+        ("spRxDrops", 2014),
+        ("spRxErrors", 2015),
+    ]
 
 
-@pytest.mark.parametrize("bits, value", [
-    (0, 0), (1, 1), (256, 256), ((1 << 32) - 1, (1 << 32) - 1), (1 << 32, 1 << 32), ((1 << 63) - 1, (1 << 63) - 1),
-    (1 << 63, -(1 << 63)), ((1 << 63) + 1, -(1 << 63) + 1), ((1 << 64) - 1, -1), ((1 << 64) - 2, -2),
-])
+@pytest.mark.parametrize(
+    "bits, value",
+    [
+        (0, 0),
+        (1, 1),
+        (256, 256),
+        ((1 << 32) - 1, (1 << 32) - 1),
+        (1 << 32, 1 << 32),
+        ((1 << 63) - 1, (1 << 63) - 1),
+        (1 << 63, -(1 << 63)),
+        ((1 << 63) + 1, -(1 << 63) + 1),
+        ((1 << 64) - 1, -1),
+        ((1 << 64) - 2, -2),
+    ],
+)
 def test_counter_at_or_above_2_to_the_63rd_comes_out_negative(ryn, double, bits, value):
     answer(double, u64(*[bits] * 16), u64(*[bits] * 16))
     assert run(ryn.GetPortStats, 0, 0) == Outcome({key: value for key in KEYS + SLOW_KEYS})
@@ -75,7 +158,8 @@ def test_each_byte_of_a_record_reaches_its_key(ryn, double, is_slow):
         answer(double, *records)
         value = run(ryn.GetPortStats, 0, 0).value
         assert {key for key in value if value[key]} == {
-            keys[key] for key, start in OFFSETS.items() if start <= offset < start + 8}, offset
+            keys[key] for key, start in OFFSETS.items() if start <= offset < start + 8
+        }, offset
 
 
 @pytest.mark.parametrize("swID, rynPortID", [(0, 0), (0, 127), (15, 0), (15, 127), (7, 64)])
@@ -83,7 +167,8 @@ def test_both_calls_are_about_the_port(ryn, double, swID, rynPortID):
     assert run(ryn.GetPortStats, swID, rynPortID) == Outcome({key: 0 for key in KEYS + SLOW_KEYS})
     assert double.calls() == [
         Call("Ryn_Get_Port_Stats", swID=swID, rynPortID=rynPortID, length=128, zeroed=True),
-        Call("Ryn_Get_Port_Stats_Slowpath", swID=swID, rynPortID=rynPortID, length=128, zeroed=True)]
+        Call("Ryn_Get_Port_Stats_Slowpath", swID=swID, rynPortID=rynPortID, length=128, zeroed=True),
+    ]
 
 
 def test_slow_path_that_fills_nothing_shows_zeros_not_the_fast_path_again(ryn, double):
@@ -93,9 +178,20 @@ def test_slow_path_that_fills_nothing_shows_zeros_not_the_fast_path_again(ryn, d
     assert [call.zeroed for call in double.calls()] == [True, True]
 
 
-@pytest.mark.parametrize("left, handed_in", [
-    (0, 0), (1, 1), (64, 64), (127, 127), (128, 128), (129, 128), (256, 128), (0x80000000, 128), (0xFFFFFFFF, 128),
-])
+@pytest.mark.parametrize(
+    "left, handed_in",
+    [
+        (0, 0),
+        (1, 1),
+        (64, 64),
+        (127, 127),
+        (128, 128),
+        (129, 128),
+        (256, 128),
+        (0x80000000, 128),
+        (0xFFFFFFFF, 128),
+    ],
+)
 def test_slow_path_gets_the_length_that_the_fast_path_left_but_never_more_than_the_room(ryn, double, left, handed_in):
     fast, slow = u64(*range(1000, 1016)), u64(*range(2000, 2016))
     double.answer("Ryn_Get_Port_Stats", area=fast, length=left)
@@ -113,10 +209,23 @@ def test_length_that_the_slow_path_leaves_does_not_matter(ryn, double, length):
     assert run(ryn.GetPortStats, 0, 0) == Outcome(counters(fast, slow))
 
 
-@pytest.mark.parametrize("args", [
-    (16, 0), (0, 128), (16, 128), (-1, 0), (0, -1), (1 << 31, 0), (0, 1 << 31), (0xFFFFFFFF, 0), (0, 0xFFFFFFFF),
-    ((1 << 32) + 16, 0), (0, (1 << 32) + 128), (127, 15),
-])
+@pytest.mark.parametrize(
+    "args",
+    [
+        (16, 0),
+        (0, 128),
+        (16, 128),
+        (-1, 0),
+        (0, -1),
+        (1 << 31, 0),
+        (0, 1 << 31),
+        (0xFFFFFFFF, 0),
+        (0, 0xFFFFFFFF),
+        ((1 << 32) + 16, 0),
+        (0, (1 << 32) + 128),
+        (127, 15),
+    ],
+)
 def test_port_out_of_range(ryn, double, args):
     assert run(ryn.GetPortStats, *args) == Outcome(None, INVALID)
     assert double.calls() == []

@@ -7,9 +7,8 @@ import random
 from types import SimpleNamespace
 from typing import Any, Callable
 
-import pytest
-
 import flow
+import pytest
 from harness import python
 
 GUARD = 0xA5
@@ -19,7 +18,10 @@ GUARD = 0xA5
 def render(native) -> SimpleNamespace:
     """Each formatter writes into an area with guard bytes behind it and answers (the area, result)."""
     key_to_str, actions_to_str, stats_to_str = (
-        native["FCFlowKeyToStr"], native["FCActionsToStr"], native["FCActionsStatsToStr"])
+        native["FCFlowKeyToStr"],
+        native["FCActionsToStr"],
+        native["FCActionsStatsToStr"],
+    )
     key_to_str.argtypes, key_to_str.restype = [ctypes.c_char_p, ctypes.c_void_p], None
     actions_to_str.argtypes = [ctypes.c_char_p, ctypes.c_void_p, ctypes.c_uint32, ctypes.c_uint16]
     stats_to_str.argtypes = [ctypes.c_char_p, ctypes.c_void_p, ctypes.c_uint32]
@@ -63,18 +65,41 @@ def header(record: bytes) -> str:
 
 
 def test_key_line_of_a_tcp_flow(render):
-    key = flow.key(mac1=bytes.fromhex("00505600ABCD"), mac2=bytes.fromhex("020000000001"), word12=0xABC0, word14=0x0005,
-                   ports=bytes([0x00, 0x50, 0x1F, 0x90]), low20=0x2211, high22=0x33, protocol=6,
-                   address1=bytes([10, 0, 0, 1]), second_ipv4=bytes([192, 168, 255, 254]))
+    key = flow.key(
+        mac1=bytes.fromhex("00505600ABCD"),
+        mac2=bytes.fromhex("020000000001"),
+        word12=0xABC0,
+        word14=0x0005,
+        ports=bytes([0x00, 0x50, 0x1F, 0x90]),
+        low20=0x2211,
+        high22=0x33,
+        protocol=6,
+        address1=bytes([10, 0, 0, 1]),
+        second_ipv4=bytes([192, 168, 255, 254]),
+    )
     assert render.key(key) == (
-        "00:50:56:00:ab:cd  02:00:00:00:00:01  2748  5        10.0.0.1" + 37 * " "
-        + "  192.168.255.254" + 30 * " " + "  6      3351057  80            8080        ")
+        "00:50:56:00:ab:cd  02:00:00:00:00:01  2748  5        10.0.0.1"
+        + 37 * " "
+        + "  192.168.255.254"
+        + 30 * " "
+        + "  6      3351057  80            8080        "
+    )
 
 
-@pytest.mark.parametrize("protocol, first, second", [
-    (6, 80, 443), (17, 80, 443), (0, 80, 443), (2, 80, 443), (57, 80, 443), (59, 80, 443), (255, 80, 443),
-    (1, 0x5000, 0xBB01), (58, 0x5000, 0xBB01),  # ICMP and ICMPv6: type and code are host values
-])
+@pytest.mark.parametrize(
+    "protocol, first, second",
+    [
+        (6, 80, 443),
+        (17, 80, 443),
+        (0, 80, 443),
+        (2, 80, 443),
+        (57, 80, 443),
+        (59, 80, 443),
+        (255, 80, 443),
+        (1, 0x5000, 0xBB01),
+        (58, 0x5000, 0xBB01),  # ICMP and ICMPv6: type and code are host values
+    ],
+)
 def test_transport_fields_are_swapped_unless_the_protocol_is_icmp(render, protocol, first, second):
     key = flow.key(protocol=protocol, ports=bytes([0x00, 0x50, 0x01, 0xBB]))
     assert render.key(key).endswith("  %-5u  0        %-12u  %-12u" % (protocol, first, second))
@@ -85,20 +110,23 @@ def test_last_column_is_padded_too(render):
     assert len(render.key(flow.key())) == 17 + 2 + 17 + 2 + 4 + 2 + 7 + 2 * 47 + 2 + 5 + 2 + 7 + 2 * 14
 
 
-@pytest.mark.parametrize("word12, vlan", [(0x0000, 0), (0x0010, 1), (0x0100, 16), (0xFFF0, 4095), (0xFFFD, 4095),
-                                          (0x000D, 0)])
+@pytest.mark.parametrize(
+    "word12, vlan", [(0x0000, 0), (0x0010, 1), (0x0100, 16), (0xFFF0, 4095), (0xFFFD, 4095), (0x000D, 0)]
+)
 def test_vlan_is_byte_13_times_16_plus_the_high_bits_of_byte_12(render, word12, vlan):
     assert render.key(flow.key(word12=word12))[38:42] == "%-4u" % vlan
 
 
-@pytest.mark.parametrize("word14, shown", [(0, 0), (0x7FFF, 32767), (0xFFFF, 32767), (0x8000, 0), (0x8001, 1),
-                                           (0x0100, 256)])
+@pytest.mark.parametrize(
+    "word14, shown", [(0, 0), (0x7FFF, 32767), (0xFFFF, 32767), (0x8000, 0), (0x8001, 1), (0x0100, 256)]
+)
 def test_number_at_14_is_shown_without_its_top_bit(render, word14, shown):
     assert render.key(flow.key(word14=word14))[44:51] == "%-7u" % shown
 
 
-@pytest.mark.parametrize("low, high, shown", [(0, 0, 0), (0xFFFF, 0xFF, 16777215), (1, 0x80, 8388609),
-                                              (0x8000, 0, 32768)])
+@pytest.mark.parametrize(
+    "low, high, shown", [(0, 0, 0), (0xFFFF, 0xFF, 16777215), (1, 0x80, 8388609), (0x8000, 0, 32768)]
+)
 def test_number_at_20_has_24_bits_and_fills_its_column(render, low, high, shown):
     assert "  0      %-7u  " % shown in render.key(flow.key(low20=low, high22=high))
 
@@ -112,14 +140,17 @@ def test_only_flag_bit_1_makes_the_addresses_ipv6(render, flags):
     assert "  %-45s  %-45s" % ("102:304:506:708:90a:b0c:d0e:f10", "1112:1314:1516:1718:191a:1b1c:1d1e:1f20") in line
 
 
-@pytest.mark.parametrize("address, text", [
-    (bytes(16), "::"),
-    (bytes(15) + b"\1", "::1"),
-    (b"\xff" * 16, "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"),
-    (bytes(10) + b"\xff\xff\xff\xff\xff\xff", "::ffff:255.255.255.255"),
-    (bytes.fromhex("20010db8000000000000000000000001"), "2001:db8::1"),
-    (bytes.fromhex("fe80" + 12 * "00" + "0001"), "fe80::1"),
-])
+@pytest.mark.parametrize(
+    "address, text",
+    [
+        (bytes(16), "::"),
+        (bytes(15) + b"\1", "::1"),
+        (b"\xff" * 16, "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"),
+        (bytes(10) + b"\xff\xff\xff\xff\xff\xff", "::ffff:255.255.255.255"),
+        (bytes.fromhex("20010db8000000000000000000000001"), "2001:db8::1"),
+        (bytes.fromhex("fe80" + 12 * "00" + "0001"), "fe80::1"),
+    ],
+)
 def test_ipv6_addresses_as_the_system_writes_them(render, address, text):
     assert "  %-45s  %-45s" % (text, text) in render.key(flow.key(word12=0x2, address1=address, address2=address))
 
@@ -134,10 +165,13 @@ def test_longest_key_line_stays_inside_the_first_256_bytes(render, ipv6):
     assert area[256:] == bytes([GUARD]) * 44
 
 
-@pytest.mark.parametrize("ipv6, unread", [
-    (False, [*range(32, 64)]),  # the second IPv4 address follows the first
-    (True, [*range(56, 64)]),
-])
+@pytest.mark.parametrize(
+    "ipv6, unread",
+    [
+        (False, [*range(32, 64)]),  # the second IPv4 address follows the first
+        (True, [*range(56, 64)]),
+    ],
+)
 def test_unread_bytes_of_a_key_do_not_show(render, ipv6, unread):
     rng = random.Random(41)
     key = bytearray(rng.randbytes(flow.KEY))
@@ -175,8 +209,7 @@ def test_empty_bitmap_yields_the_header_alone(render):
 
 def test_header_of_top_values(render):
     record = flow.actions(bitmap=0xE000C283, cg=(1 << 64) - 1, inval=0xFFFFFFFF, dp=255, len=0xFFFF)
-    assert render.actions(record) == (
-        "bmap:0xe000c283 inval(s):4294967295 cg:0xffffffffffffffff dp:255 len:65535; ", 0)
+    assert render.actions(record) == ("bmap:0xe000c283 inval(s):4294967295 cg:0xffffffffffffffff dp:255 len:65535; ", 0)
 
 
 def test_bitmap_is_printed_as_a_pointer(render):
@@ -189,14 +222,36 @@ def test_bit_7_makes_dp_valid_and_has_no_text_of_its_own(render):
 
 
 ACTION_TEXTS = {
-    2: "KCPInputChildPort: 4294967294; ", 3: "LRO; ", 4: "IPFIX Ingress; ", 5: "DROP; ", 6: "DFW on srcPort; ", 7: "",
-    8: "SP; ", 10: "VI: 65534; ", 11: "VR; ", 12: "PI: 254; ", 13: "PR; ", 16: "GVLAN Insert; ",
-    18: "VDR inst: 2; INST 1: 0xffffffff; INST 2: 0xa; ", 20: "VNI: 4294967293; ",
-    21: "VNI: 4294967293; ENCAP VNI: 8388863; ", 22: "DECAP; ", 23: "GVLAN Remove; ", 26: "IPFIX Egress; ",
-    27: "DFW on dstPort; ", 28: "KCPOutputVLAN: 65533; ",
+    2: "KCPInputChildPort: 4294967294; ",
+    3: "LRO; ",
+    4: "IPFIX Ingress; ",
+    5: "DROP; ",
+    6: "DFW on srcPort; ",
+    7: "",
+    8: "SP; ",
+    10: "VI: 65534; ",
+    11: "VR; ",
+    12: "PI: 254; ",
+    13: "PR; ",
+    16: "GVLAN Insert; ",
+    18: "VDR inst: 2; INST 1: 0xffffffff; INST 2: 0xa; ",
+    20: "VNI: 4294967293; ",
+    21: "VNI: 4294967293; ENCAP VNI: 8388863; ",
+    22: "DECAP; ",
+    23: "GVLAN Remove; ",
+    26: "IPFIX Egress; ",
+    27: "DFW on dstPort; ",
+    28: "KCPOutputVLAN: 65533; ",
 }
-NUMBERS = dict(child_port=0xFFFFFFFE, vi=0xFFFE, pi=0xFE, vni=0xFFFFFFFD, encap_vni=0x8000FF, output_vlan=0xFFFD,
-               instances=[0xFFFFFFFF, 10])
+NUMBERS = dict(
+    child_port=0xFFFFFFFE,
+    vi=0xFFFE,
+    pi=0xFE,
+    vni=0xFFFFFFFD,
+    encap_vni=0x8000FF,
+    output_vlan=0xFFFD,
+    instances=[0xFFFFFFFF, 10],
+)
 
 
 @pytest.mark.parametrize("bit", range(32))
@@ -276,7 +331,7 @@ def test_text_cut_in_its_last_action_still_gives_0(render):
     record = flow.actions(bitmap=0x8)
     text = header(record) + "LRO; "
     for size in range(len(header(record)) + 1, len(text) + 1):
-        assert render.actions(record, size) == (text[:size - 1], 0)
+        assert render.actions(record, size) == (text[: size - 1], 0)
     assert render.actions(record, len(header(record))) == (header(record)[:-1], 1)
 
 
@@ -284,13 +339,13 @@ def test_text_cut_in_drop_gives_0_whatever_actions_are_behind(render):
     record = flow.actions(bitmap=0xFFFFFFE0)
     text = header(record) + "DROP; "
     for size in range(len(header(record)) + 1, len(text) + 1):
-        assert render.actions(record, size) == (text[:size - 1], 0)
+        assert render.actions(record, size) == (text[: size - 1], 0)
 
 
 def test_header_cut_with_no_action_left_gives_0(render):
     record = flow.actions(len=240)
     for size in range(len(header(record)) + 1):
-        assert render.actions(record, size) == (header(record)[:max(size - 1, 0)], 0)
+        assert render.actions(record, size) == (header(record)[: max(size - 1, 0)], 0)
 
 
 def test_bit_without_a_text_finds_no_room_either(render):
@@ -309,9 +364,9 @@ def test_full_area_in_the_middle_of_the_instances_gives_1(render):
     record = flow.actions(bitmap=1 << 18, instances=[10, 11, 12])
     text, _ = flow.actions_line(record)
     last = text.index("INST 3")
-    assert render.actions(record, last) == (text[:last - 1], 1)
+    assert render.actions(record, last) == (text[: last - 1], 1)
     assert render.actions(record, last + 1) == (text[:last], 0)  # the third began, and was cut at once
-    assert render.actions(record, last - 4) == (text[:last - 5], 1)
+    assert render.actions(record, last - 4) == (text[: last - 5], 1)
 
 
 def test_area_of_size_0_is_not_touched(render):
@@ -361,7 +416,9 @@ def test_statistics_do_not_apply(render, flags):
 def test_statistics_are_unsigned(render):
     record = flow.actions(flags=8, packets=1 << 63, bytes=(1 << 64) - 1)
     assert render.stats(record) == (
-        "pktsSinceLastFlush:9223372036854775808 bytesSinceLastFlush:18446744073709551615", 0)
+        "pktsSinceLastFlush:9223372036854775808 bytesSinceLastFlush:18446744073709551615",
+        0,
+    )
 
 
 @pytest.mark.parametrize("flags", [0, 8])
@@ -369,7 +426,7 @@ def test_statistics_are_cut_at_any_size(render, flags):
     record = flow.actions(flags=flags, packets=(1 << 64) - 1, bytes=(1 << 64) - 1)
     for size in range(1, 100):
         text, result = render.stats(record, size)
-        assert (text, result) == (flow.stats_text(record)[:size - 1], 0 if flags else 14)
+        assert (text, result) == (flow.stats_text(record)[: size - 1], 0 if flags else 14)
 
 
 # ---- What is read ---------------------------------------------------------------------------------------------------
@@ -419,5 +476,13 @@ def test_record_is_read_no_further_than_what_its_actions_show(ryn):
     assert done.stdout.splitlines() == [
         "LRO; IPFIX Ingress; DFW on srcPort; SP; VR; PR; GVLAN Insert; DECAP; GVLAN Remove; IPFIX Egress; "
         "DFW on dstPort;",
-        "PI: 1;", "VI: 2;", "VNI: 3;", "KCPInputChildPort: 4;", "KCPOutputVLAN: 5;", "VNI: 0; ENCAP VNI: 6;",
-        "VDR inst: 0;", "VDR inst: 2; INST 1: 0x7; INST 2: 0x8;", "pktsSinceLastFlush:0 bytesSinceLastFlush:0"]
+        "PI: 1;",
+        "VI: 2;",
+        "VNI: 3;",
+        "KCPInputChildPort: 4;",
+        "KCPOutputVLAN: 5;",
+        "VNI: 0; ENCAP VNI: 6;",
+        "VDR inst: 0;",
+        "VDR inst: 2; INST 1: 0x7; INST 2: 0x8;",
+        "pktsSinceLastFlush:0 bytesSinceLastFlush:0",
+    ]

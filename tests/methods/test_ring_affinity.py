@@ -3,7 +3,6 @@
 import random
 
 import pytest
-
 from harness import BUFFER, MISSING, Bytes, Call, Outcome, lost_blocks, run, u32
 
 PROPERTY = "com.talvor.extraconfig.opqueDvs.ryn.uplinkRing"  # letter for letter
@@ -18,8 +17,9 @@ TEXTS = ["", "id-1", "%s%n", "50 1a \u00e9\u4e2d", "x" * 5000]
 
 
 def written(tx: int, rx: int) -> Call:
-    return Call("DVSQOB_PortDataSet", switchId="id-1", portId="port-7", key=PROPERTY, value=u32(tx, rx), length=8,
-                option=8)
+    return Call(
+        "DVSQOB_PortDataSet", switchId="id-1", portId="port-7", key=PROPERTY, value=u32(tx, rx), length=8, option=8
+    )
 
 
 # Reading the ring sizes
@@ -75,15 +75,18 @@ def test_identifiers_are_passed_unchanged(ryn, double, switch_id, port_id):
 # Writing the ring sizes
 
 
-@pytest.mark.parametrize("tx, rx, stored", [
-    (4096, 512, (4096, 512)),
-    (0, 0, (0, 0)),
-    (32, 4294967264, (32, 4294967264)),
-    (4294967264, 32, (4294967264, 32)),
-    (0x80000000, 0x7FFFFFE0, (0x80000000, 0x7FFFFFE0)),
-    (-32, 1 << 32, (4294967264, 0)),  # wrapped
-    (((1 << 40) + 64), False, (64, 0)),
-])
+@pytest.mark.parametrize(
+    "tx, rx, stored",
+    [
+        (4096, 512, (4096, 512)),
+        (0, 0, (0, 0)),
+        (32, 4294967264, (32, 4294967264)),
+        (4294967264, 32, (4294967264, 32)),
+        (0x80000000, 0x7FFFFFE0, (0x80000000, 0x7FFFFFE0)),
+        (-32, 1 << 32, (4294967264, 0)),  # wrapped
+        (((1 << 40) + 64), False, (64, 0)),
+    ],
+)
 def test_multiples_of_32_are_stored_without_bounds(ryn, double, tx, rx, stored):
     assert run(ryn.SetUplinkRingSize, *IDS, tx, rx) == Outcome(None)
     assert double.calls() == [written(*stored)]
@@ -144,14 +147,17 @@ def test_one_dict_per_device_in_order(ryn, double, count):
         assert all(list(device) == ["devname", "affinity"] for device in outcome.value)
 
 
-@pytest.mark.parametrize("field, name", [
-    (b"\0" + b"\xff" * 31, ""),
-    (b"lunic0\0" + b"\xff" * 25, "lunic0"),
-    (b"x" * 31 + b"\0", "x" * 31),
-    (b"x" * 32, "x" * 32),  # no NUL: the field and no further
-    ("\u00e9".encode() * 16, "\u00e9" * 16),
-    (b"\x01\x7f %s\n\0", "\x01\x7f %s\n"),
-])
+@pytest.mark.parametrize(
+    "field, name",
+    [
+        (b"\0" + b"\xff" * 31, ""),
+        (b"lunic0\0" + b"\xff" * 25, "lunic0"),
+        (b"x" * 31 + b"\0", "x" * 31),
+        (b"x" * 32, "x" * 32),  # no NUL: the field and no further
+        ("\u00e9".encode() * 16, "\u00e9" * 16),
+        (b"\x01\x7f %s\n\0", "\x01\x7f %s\n"),
+    ],
+)
 def test_name_is_the_text_of_its_field(ryn, double, field, name):
     area = devices_area(32, 32 * [(field, 0x41414141)])  # letters behind a name without a NUL
     double.answer("Ryn_List_Dev_Affinity", area=area)

@@ -3,7 +3,6 @@
 from dataclasses import dataclass
 
 import pytest
-
 from harness import MISSING, Bytes, Call, Outcome, run, u8, u32
 
 WORDS = [0, 1, 2, 32, 255, 256, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF]
@@ -39,13 +38,20 @@ class Setting:
         return [*ID, Call("DVSQOB_HostPropGet", switchId="id-1", key=self.key), Call("DVSQOB_DataFree", isNull=0)]
 
     def fallback(self) -> list[Call]:
-        return [*self.read()[:-1], ID[0], ID[2],
-                Call("DVSState_HostPropLookup", switchId="id-1", key="com.talvor.common.host.portset"),
-                Call("DVSData_Data", datum="com.talvor.common.host.portset"), self.datapath]
+        return [
+            *self.read()[:-1],
+            ID[0],
+            ID[2],
+            Call("DVSState_HostPropLookup", switchId="id-1", key="com.talvor.common.host.portset"),
+            Call("DVSData_Data", datum="com.talvor.common.host.portset"),
+            self.datapath,
+        ]
 
     def written(self, record: bytes) -> list[Call]:
-        return [*ID, Call("DVSQOB_HostPropSet", switchId="id-1", key=self.key, value=record, length=self.length,
-                          option=16)]
+        return [
+            *ID,
+            Call("DVSQOB_HostPropSet", switchId="id-1", key=self.key, value=record, length=self.length, option=16),
+        ]
 
 
 # Only the teaming call takes the size of the portset name.
@@ -53,8 +59,11 @@ TEAMING = Setting("SwitchNUMATeam", 5, Call("Ryn_GetSwitchNUMATeam", portset=POR
 BURST = Setting("SwitchBurstSize", 8, Call("Ryn_GetSwitchBurstSize", portset=PORTSET, zeroed=True))
 both = pytest.mark.parametrize("setting", [TEAMING, BURST], ids=lambda setting: setting.name)
 
-ID = [Call("DVSState_SwitchFindByAlias", alias="dvs-1"), Call("DVS_ClassName", dvs="dvs-1"),
-      Call("DVS_SwitchId", dvs="dvs-1")]
+ID = [
+    Call("DVSState_SwitchFindByAlias", alias="dvs-1"),
+    Call("DVS_ClassName", dvs="dvs-1"),
+    Call("DVS_SwitchId", dvs="dvs-1"),
+]
 
 
 @pytest.fixture
@@ -194,8 +203,23 @@ def test_portset_name_goes_in_with_128_bytes_terminated_or_not(double, get, sett
 # Writing
 
 
-@pytest.mark.parametrize("value, flag", [(0, 0), (1, 1), (2, 2), (255, 255), (256, 0), (257, 1), (0x80, 0x80),
-                                         (0x80000000, 0), (-1, 255), (-256, 0), (1 << 32, 0), (True, 1)])
+@pytest.mark.parametrize(
+    "value, flag",
+    [
+        (0, 0),
+        (1, 1),
+        (2, 2),
+        (255, 255),
+        (256, 0),
+        (257, 1),
+        (0x80, 0x80),
+        (0x80000000, 0),
+        (-1, 255),
+        (-256, 0),
+        (1 << 32, 0),
+        (True, 1),
+    ],
+)
 def test_only_the_low_8_bits_of_teaming_are_stored(double, get, set_, value, flag):
     assert set_(TEAMING, value) == Outcome(None)
     assert double.calls() == TEAMING.written(u8(0, 0, 0, 0, flag))

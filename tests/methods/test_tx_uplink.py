@@ -10,7 +10,6 @@ import sys
 from array import array
 
 import pytest
-
 from harness import ANY, NULL, Bytes, Call, Outcome, capture_stderr, lost_blocks, python, run
 
 INVALID = "TypeError: Invalid parameter passed.\n"
@@ -31,8 +30,11 @@ def record(code, count, *uplinks):
 
 def sent(code, uplinks, swID=3, port=5):
     """The one call that sends a policy: the array has 8 places, the rest of them 0."""
-    return [Call(SET, swID=swID, rynPortID=port, txType=code, count=len(uplinks),
-                 uplinks=uplinks + [0] * (8 - len(uplinks)))]
+    return [
+        Call(
+            SET, swID=swID, rynPortID=port, txType=code, count=len(uplinks), uplinks=uplinks + [0] * (8 - len(uplinks))
+        )
+    ]
 
 
 def policy(uplinks, name="Single"):
@@ -50,8 +52,9 @@ def test_reads_a_policy(ryn, double):
     assert double.calls() == [Call(GET, swID=3, rynPortID=5, length=18, zeroed=True)]
 
 
-@pytest.mark.parametrize("code, name", [*enumerate(NAMES), (6, "Unknown"), (0x7F, "Unknown"), (0x80, "Unknown"),
-                                        (0xFF, "Unknown")])
+@pytest.mark.parametrize(
+    "code, name", [*enumerate(NAMES), (6, "Unknown"), (0x7F, "Unknown"), (0x80, "Unknown"), (0xFF, "Unknown")]
+)
 def test_names_of_the_teaming_types(ryn, double, code, name):
     double.answer(GET, area=record(code, 0))
     assert run(ryn.GetPortTxUplink, 0, 0) == Outcome({"txType": name, "txUplinks": []})
@@ -120,18 +123,22 @@ def test_failed_read_does_not_leak(ryn, double):
 
 
 def test_no_memory_for_the_name_of_an_item():
-    """The name is made at the first call of the process: without it the item is not found, and is found the next time."""
-    done = python("""
+    """The name is made at the process's first call: without it the item is not found, and is found the next time."""
+    done = python(
+        """
 import harness
 harness.set_up()
 import _libryn
 for failing_allocation in (0, -1):
     print(harness.run(_libryn.SetPortTxUplink, 0, 0, {"txType": "None", "txUplinks": []},
                       failing_allocation=failing_allocation))
-""")
+"""
+    )
     assert (done.returncode, done.stderr) == (0, "")
     assert done.stdout.splitlines() == [
-        str(Outcome(None, NO_TYPE, (MemoryError, ""), allocation_failed=True)), str(Outcome(None))]
+        str(Outcome(None, NO_TYPE, (MemoryError, ""), allocation_failed=True)),
+        str(Outcome(None)),
+    ]
 
 
 def test_no_memory_when_reading(ryn, double):
@@ -161,11 +168,15 @@ def test_bounds_that_are_accepted(ryn, double, swID, port):
     assert run(ryn.GetPortTxUplink, swID, port).stderr == ""
     assert run(ryn.SetPortTxUplink, swID, port, GOOD) == Outcome(None)
     assert [(call.op, call.swID, call.rynPortID) for call in double.calls()] == [
-        (GET, swID & 0xFFFFFFFF, port & 0xFFFFFFFF), (SET, swID & 0xFFFFFFFF, port & 0xFFFFFFFF)]
+        (GET, swID & 0xFFFFFFFF, port & 0xFFFFFFFF),
+        (SET, swID & 0xFFFFFFFF, port & 0xFFFFFFFF),
+    ]
 
 
-@pytest.mark.parametrize("swID, port", [(16, 0), (-1, 0), (0, 128), (0, -1), (0x80000000, 0), (0, 0x80000000),
-                                        (16, 128), ((1 << 32) + 16, 0), (0, 255)])
+@pytest.mark.parametrize(
+    "swID, port",
+    [(16, 0), (-1, 0), (0, 128), (0, -1), (0x80000000, 0), (0, 0x80000000), (16, 128), ((1 << 32) + 16, 0), (0, 255)],
+)
 def test_bounds_that_are_refused(ryn, double, swID, port):
     assert run(ryn.GetPortTxUplink, swID, port) == Outcome(None, INVALID)
     assert run(ryn.SetPortTxUplink, swID, port, GOOD) == Outcome(None, INVALID)
@@ -177,18 +188,29 @@ class Raises:
         raise LookupError("no number")
 
 
-@pytest.mark.parametrize("args, error", [
-    ((), TypeError), ((0,), TypeError), (("0", 0), TypeError), ((0, None), TypeError), ((0.0, 0), TypeError),
-    ((0, 1.0), TypeError), ((Raises(), 0), LookupError), ((0, Raises()), LookupError), (([], {}), TypeError),
-])
+@pytest.mark.parametrize(
+    "args, error",
+    [
+        ((), TypeError),
+        ((0,), TypeError),
+        (("0", 0), TypeError),
+        ((0, None), TypeError),
+        ((0.0, 0), TypeError),
+        ((0, 1.0), TypeError),
+        ((Raises(), 0), LookupError),
+        ((0, Raises()), LookupError),
+        (([], {}), TypeError),
+    ],
+)
 def test_arguments_that_are_not_understood(ryn, double, args, error):
     assert run(ryn.GetPortTxUplink, *args) == Outcome(None, INVALID, (error, ANY))
     assert run(ryn.SetPortTxUplink, *args, GOOD) == Outcome(None, INVALID, (error, ANY))
     assert double.calls() == []
 
 
-@pytest.mark.parametrize("name, args", [("GetPortTxUplink", (0, 0, 0)), ("SetPortTxUplink", (0, 0)),
-                                        ("SetPortTxUplink", (0, 0, GOOD, 0))])
+@pytest.mark.parametrize(
+    "name, args", [("GetPortTxUplink", (0, 0, 0)), ("SetPortTxUplink", (0, 0)), ("SetPortTxUplink", (0, 0, GOOD, 0))]
+)
 def test_wrong_number_of_arguments(ryn, double, name, args):
     assert run(getattr(ryn, name), *args) == Outcome(None, INVALID, (TypeError, ANY))
     assert double.calls() == []
@@ -208,8 +230,28 @@ def test_sets_each_teaming_type(ryn, double, code, name):
     assert double.calls() == sent(code, [7, 8])
 
 
-@pytest.mark.parametrize("name", ["none", "Unknown", "", "single", "SINGLE", "Single ", " Single", "Lag", "LAGG", "LA",
-                                  "NoTeamin", "NoTeaming1", "éa", "\U0001F600", "%s%n", "x" * 5000, "1"])
+@pytest.mark.parametrize(
+    "name",
+    [
+        "none",
+        "Unknown",
+        "",
+        "single",
+        "SINGLE",
+        "Single ",
+        " Single",
+        "Lag",
+        "LAGG",
+        "LA",
+        "NoTeamin",
+        "NoTeaming1",
+        "éa",
+        "\U0001F600",
+        "%s%n",
+        "x" * 5000,
+        "1",
+    ],
+)
 def test_other_names_are_refused_with_their_text(ryn, double, name):
     assert run(ryn.SetPortTxUplink, 3, 5, policy([], name)) == Outcome(None, f"Invalid txType {name}.\n")
     assert double.calls() == []
@@ -233,11 +275,24 @@ def test_more_than_eight_uplinks_are_refused(ryn, double, count):
     assert double.calls() == []
 
 
-@pytest.mark.parametrize("value, low_word", [
-    (0, 0), (1, 1), (-1, NO_INT), (-2, 0xFFFFFFFE), (0x7FFFFFFF, 0x7FFFFFFF), (0x80000000, 0x80000000),
-    (0xFFFFFFFF, NO_INT), (1 << 32, 0), ((1 << 32) + 5, 5), (-(1 << 32) + 6, 6), ((1 << 63) - 1, NO_INT),
-    (-(1 << 63), 0), (True, 1),
-])
+@pytest.mark.parametrize(
+    "value, low_word",
+    [
+        (0, 0),
+        (1, 1),
+        (-1, NO_INT),
+        (-2, 0xFFFFFFFE),
+        (0x7FFFFFFF, 0x7FFFFFFF),
+        (0x80000000, 0x80000000),
+        (0xFFFFFFFF, NO_INT),
+        (1 << 32, 0),
+        ((1 << 32) + 5, 5),
+        (-(1 << 32) + 6, 6),
+        ((1 << 63) - 1, NO_INT),
+        (-(1 << 63), 0),
+        (True, 1),
+    ],
+)
 def test_low_32_bits_of_an_uplink_are_sent(ryn, double, value, low_word):
     assert run(ryn.SetPortTxUplink, 3, 5, policy([value])) == Outcome(None)
     assert double.calls() == sent(1, [low_word])
@@ -256,11 +311,22 @@ def test_index_of_an_object_is_sent(ryn, double):
     assert double.calls() == sent(1, [7, 8, NO_INT])
 
 
-@pytest.mark.parametrize("item, error", [
-    ("1", TypeError), (None, TypeError), (1.0, TypeError), ([], TypeError), (b"1", TypeError), (1 << 63, OverflowError),
-    (-(1 << 63) - 1, OverflowError), (1 << 5000, OverflowError), (Raises(), LookupError), (Index("1"), TypeError),
-    (Index(1 << 64), OverflowError),
-])
+@pytest.mark.parametrize(
+    "item, error",
+    [
+        ("1", TypeError),
+        (None, TypeError),
+        (1.0, TypeError),
+        ([], TypeError),
+        (b"1", TypeError),
+        (1 << 63, OverflowError),
+        (-(1 << 63) - 1, OverflowError),
+        (1 << 5000, OverflowError),
+        (Raises(), LookupError),
+        (Index("1"), TypeError),
+        (Index(1 << 64), OverflowError),
+    ],
+)
 def test_item_that_is_no_int_is_sent_as_all_ones_and_leaves_its_error(ryn, double, item, error):
     assert run(ryn.SetPortTxUplink, 3, 5, policy([1, item, 3])) == Outcome(None, "", (error, ANY))
     assert double.calls() == sent(1, [1, NO_INT, 3])
@@ -310,24 +376,43 @@ def test_what_was_read_can_be_written(ryn, double):
 # ---- What is missing, or of another type -----------------------------------------------------------------------------
 
 
-@pytest.mark.parametrize("third", [None, 1, "txType", [], [("txType", "Single")], ("txType", "Single"), object(),
-                                   type("Mapping", (), {"__getitem__": lambda self, key: "Single"})()])
+@pytest.mark.parametrize(
+    "third",
+    [
+        None,
+        1,
+        "txType",
+        [],
+        [("txType", "Single")],
+        ("txType", "Single"),
+        object(),
+        type("Mapping", (), {"__getitem__": lambda self, key: "Single"})(),
+    ],
+)
 def test_policy_that_is_no_dict_misses_its_type_without_an_error(ryn, double, third):
     assert run(ryn.SetPortTxUplink, 3, 5, third) == Outcome(None, NO_TYPE)
     assert double.calls() == []
 
 
-@pytest.mark.parametrize("third", [{}, {"txUplinks": [1]}, {"txtype": "Single", "txUplinks": [1]},
-                                   {b"txType": "Single", "txUplinks": [1]}])
+@pytest.mark.parametrize(
+    "third", [{}, {"txUplinks": [1]}, {"txtype": "Single", "txUplinks": [1]}, {b"txType": "Single", "txUplinks": [1]}]
+)
 def test_type_that_is_absent(ryn, double, third):
     assert run(ryn.SetPortTxUplink, 3, 5, third) == Outcome(None, NO_TYPE)
     assert double.calls() == []
 
 
-@pytest.mark.parametrize("name, error", [
-    (None, TypeError), (1, TypeError), (b"Single", TypeError), (["Single"], TypeError), ("\ud800", UnicodeEncodeError),
-    ("Single\udfff", UnicodeEncodeError),
-])
+@pytest.mark.parametrize(
+    "name, error",
+    [
+        (None, TypeError),
+        (1, TypeError),
+        (b"Single", TypeError),
+        (["Single"], TypeError),
+        ("\ud800", UnicodeEncodeError),
+        ("Single\udfff", UnicodeEncodeError),
+    ],
+)
 def test_type_that_is_no_text_leaves_the_error_of_the_query(ryn, double, name, error):
     assert run(ryn.SetPortTxUplink, 3, 5, policy([1], name)) == Outcome(None, NO_TYPE, (error, ANY))
     assert double.calls() == []
@@ -345,10 +430,15 @@ def test_uplinks_that_are_no_list_are_too_many_and_leave_the_error_of_the_query(
     assert double.calls() == []
 
 
-@pytest.mark.parametrize("third, text", [
-    ({"txType": "x"}, "Invalid txType x.\n"), ({"txUplinks": [1] * 9}, NO_TYPE),
-    (policy([1] * 9, "x"), "Invalid txType x.\n"), (policy(None, "x"), "Invalid txType x.\n"),
-])
+@pytest.mark.parametrize(
+    "third, text",
+    [
+        ({"txType": "x"}, "Invalid txType x.\n"),
+        ({"txUplinks": [1] * 9}, NO_TYPE),
+        (policy([1] * 9, "x"), "Invalid txType x.\n"),
+        (policy(None, "x"), "Invalid txType x.\n"),
+    ],
+)
 def test_first_failure_is_the_one_reported(ryn, double, third, text):
     assert run(ryn.SetPortTxUplink, 3, 5, third) == Outcome(None, text)
     assert double.calls() == []
@@ -479,7 +569,7 @@ class Does:
 def test_item_that_empties_the_list_ends_the_others(ryn, double):
     """The count was taken before: the places that are gone are sent like items that are no ints."""
     uplinks = []
-    uplinks += [1, Does(uplinks.clear), *(10 ** 9 + i for i in range(4))]
+    uplinks += [1, Does(uplinks.clear), *(10**9 + i for i in range(4))]
     assert run(ryn.SetPortTxUplink, 3, 5, policy(uplinks)) == Outcome(None, "", (IndexError, ANY))
     assert double.calls() == sent(1, [1, 7, NO_INT, NO_INT, NO_INT, NO_INT])
 
@@ -503,11 +593,15 @@ def test_item_that_replaces_itself_and_its_neighbours(ryn, double):
     assert double.calls() == sent(1, [1, 7, 300])
 
 
-@pytest.mark.parametrize("change", [
-    lambda third: third.clear(),
-    lambda third: third.update(txType="no such type", txUplinks=[9] * 9),
-    lambda third: third.pop("txUplinks").clear(),
-], ids=["clear", "replace", "pop"])
+@pytest.mark.parametrize(
+    "change",
+    [
+        lambda third: third.clear(),
+        lambda third: third.update(txType="no such type", txUplinks=[9] * 9),
+        lambda third: third.pop("txUplinks").clear(),
+    ],
+    ids=["clear", "replace", "pop"],
+)
 def test_item_that_changes_the_dict(ryn, double, change):
     third = {}
 
@@ -548,8 +642,11 @@ def test_item_that_calls_the_module_again(ryn, double):
 
     third["txUplinks"].append(Does(again))
     assert run(ryn.SetPortTxUplink, 3, 5, third) == Outcome(None)
-    assert double.calls() == [*sent(4, [100, 101], 4, 6), Call(GET, swID=3, rynPortID=5, length=18, zeroed=True),
-                              *sent(1, [1, 7])]
+    assert double.calls() == [
+        *sent(4, [100, 101], 4, 6),
+        Call(GET, swID=3, rynPortID=5, length=18, zeroed=True),
+        *sent(1, [1, 7]),
+    ]
 
 
 def test_item_that_calls_the_module_again_with_the_same_dict(ryn, double):
@@ -583,10 +680,24 @@ def test_refused_request_converts_nothing(ryn, double):
 # ---- References ------------------------------------------------------------------------------------------------------
 
 
-@pytest.mark.parametrize("third", [
-    policy([300, 400]), policy(["x", 1 << 90]), policy([]), policy([1] * 9), policy((1,)), policy([1], "x"),
-    policy([1], None), policy([1], "\ud800"), {}, {"txType": "All"}, None, policy([Index(5), Raises()]),
-], ids=repr)
+@pytest.mark.parametrize(
+    "third",
+    [
+        policy([300, 400]),
+        policy(["x", 1 << 90]),
+        policy([]),
+        policy([1] * 9),
+        policy((1,)),
+        policy([1], "x"),
+        policy([1], None),
+        policy([1], "\ud800"),
+        {},
+        {"txType": "All"},
+        None,
+        policy([Index(5), Raises()]),
+    ],
+    ids=repr,
+)
 def test_writing_leaks_nothing(ryn, double, third):
     double.recording(False)
 

@@ -6,7 +6,6 @@ import sys
 from pathlib import Path
 
 import pytest
-
 from harness import ANY, NULL, Bytes, Call, Outcome, capture_stderr, lost_blocks, run, u32, u64
 
 INVALID = "TypeError: Invalid parameter passed.\n"
@@ -17,10 +16,32 @@ NO_COUNTER = "Failed to allocate uplink stats counter.\n"
 LEN, PRIVATE, STATS = "Ryn_Get_Uplink_Priv_Stats_Len", "Ryn_Get_Uplink_Priv_Stats", "Ryn_Get_Uplink_Stats"
 QUEUE = "Ryn_Get_Uplink_Queue_Stats"
 
-NAMES = ["rxPkts", "txPkts", "rxBytes", "txBytes", "rxErrors", "txErrors", "rxDrops", "txDrops", "rxMulticastPkts",
-         "rxBroadcastPkts", "txMulticastPkts", "txBroadcastPkts", "collisions", "rxLengthErrors", "rxOverflowErrors",
-         "rxCRCErrors", "rxFrameAlignErrors", "rxFifoErrors", "rxMissErrors", "txAbortedErrors", "txCarrierErrors",
-         "txFifoErrors", "txHeartbeatErrors", "txWindowErrors"]
+NAMES = [
+    "rxPkts",
+    "txPkts",
+    "rxBytes",
+    "txBytes",
+    "rxErrors",
+    "txErrors",
+    "rxDrops",
+    "txDrops",
+    "rxMulticastPkts",
+    "rxBroadcastPkts",
+    "txMulticastPkts",
+    "txBroadcastPkts",
+    "collisions",
+    "rxLengthErrors",
+    "rxOverflowErrors",
+    "rxCRCErrors",
+    "rxFrameAlignErrors",
+    "rxFifoErrors",
+    "rxMissErrors",
+    "txAbortedErrors",
+    "txCarrierErrors",
+    "txFifoErrors",
+    "txHeartbeatErrors",
+    "txWindowErrors",
+]
 COUNTERS = [1000 + i for i in range(24)]
 
 
@@ -46,9 +67,11 @@ def test_counters_in_order(ryn, double):
     outcome = run(ryn.GetUplinkStats, 3, 5)
     assert outcome == stats("text")
     assert list(outcome.value) == ["uplinkStats", "privStats"]
-    assert double.calls() == [Call(LEN, swID=3, rynPortID=5, length=4, zeroed=True),
-                              Call(PRIVATE, swID=3, rynPortID=5, length=5, zeroed=True),
-                              Call(STATS, swID=3, rynPortID=5, length=192, zeroed=True)]
+    assert double.calls() == [
+        Call(LEN, swID=3, rynPortID=5, length=4, zeroed=True),
+        Call(PRIVATE, swID=3, rynPortID=5, length=5, zeroed=True),
+        Call(STATS, swID=3, rynPortID=5, length=192, zeroed=True),
+    ]
 
 
 def test_list_is_of_tuples(ryn, double):
@@ -65,13 +88,22 @@ def test_place_of_each_counter(ryn, double, place):
     assert [pair for pair in found if pair[1]] == [(NAMES[place], 1 << 40)]
 
 
-@pytest.mark.parametrize("counter, shown", [
-    (0, 0), (0xFFFFFFFF, 0xFFFFFFFF), (0x7FFFFFFFFFFFFFFF, 0x7FFFFFFFFFFFFFFF), (1 << 63, -(1 << 63)),
-    (0xFFFFFFFFFFFFFFFF, -1), (0xFFFFFFFFFFFFFFFE, -2),
-])
+@pytest.mark.parametrize(
+    "counter, shown",
+    [
+        (0, 0),
+        (0xFFFFFFFF, 0xFFFFFFFF),
+        (0x7FFFFFFFFFFFFFFF, 0x7FFFFFFFFFFFFFFF),
+        (1 << 63, -(1 << 63)),
+        (0xFFFFFFFFFFFFFFFF, -1),
+        (0xFFFFFFFFFFFFFFFE, -2),
+    ],
+)
 def test_counter_with_the_top_bit_is_negative(ryn, double, counter, shown):
-    for op, call in [(STATS, lambda: run(ryn.GetUplinkStats, 0, 0).value["uplinkStats"]),
-                     (QUEUE, lambda: run(ryn.GetUplinkQueueStats, 0, 0, 0, 0).value)]:
+    for op, call in [
+        (STATS, lambda: run(ryn.GetUplinkStats, 0, 0).value["uplinkStats"]),
+        (QUEUE, lambda: run(ryn.GetUplinkQueueStats, 0, 0, 0, 0).value),
+    ]:
         double.answer(op, area=u64(*[counter] * 24))
         assert call() == [(name, shown) for name in NAMES]
 
@@ -79,8 +111,9 @@ def test_counter_with_the_top_bit_is_negative(ryn, double, counter, shown):
 def test_random_counters(ryn, double):
     chance = random.Random(53)
     for _ in range(200):
-        counters = [chance.choice([0, 1, 1 << 63, (1 << 64) - 1, chance.getrandbits(64), chance.getrandbits(20)])
-                    for _ in NAMES]
+        counters = [
+            chance.choice([0, 1, 1 << 63, (1 << 64) - 1, chance.getrandbits(64), chance.getrandbits(20)]) for _ in NAMES
+        ]
         double.answer(STATS, area=u64(*counters))
         double.answer(QUEUE, area=u64(*counters))
         assert run(ryn.GetUplinkStats, 0, 0) == stats("", counters)
@@ -118,11 +151,24 @@ def test_length_that_is_not_told_is_an_empty_text_without_a_message(ryn, double,
     assert double.ops() == [LEN, STATS]
 
 
-@pytest.mark.parametrize("length, data, text", [
-    (1, b"", ""), (1, b"\0", ""), (1, b"x", "x"), (2, b"x\0", "x"), (4, b"text", "text"), (5, b"text\0", "text"),
-    (100, b"text\0behind the NUL", "text"), (100, b"a\nb\tc: 1\n", "a\nb\tc: 1\n"), (8, b"\0hidden", ""),
-    (6, "é\U0001F600".encode(), "é\U0001F600"), (4096, b"y" * 4096, "y" * 4096), (65536, b"z" * 65535, "z" * 65535),
-], ids=lambda value: None if isinstance(value, int) or len(value) > 20 else repr(value))
+@pytest.mark.parametrize(
+    "length, data, text",
+    [
+        (1, b"", ""),
+        (1, b"\0", ""),
+        (1, b"x", "x"),
+        (2, b"x\0", "x"),
+        (4, b"text", "text"),
+        (5, b"text\0", "text"),
+        (100, b"text\0behind the NUL", "text"),
+        (100, b"a\nb\tc: 1\n", "a\nb\tc: 1\n"),
+        (8, b"\0hidden", ""),
+        (6, "é\U0001F600".encode(), "é\U0001F600"),
+        (4096, b"y" * 4096, "y" * 4096),
+        (65536, b"z" * 65535, "z" * 65535),
+    ],
+    ids=lambda value: None if isinstance(value, int) or len(value) > 20 else repr(value),
+)
 def test_text_ends_at_its_nul_or_at_the_reported_length(ryn, double, length, data, text):
     private(double, length, data)
     assert run(ryn.GetUplinkStats, 3, 5) == stats(text)
@@ -159,8 +205,9 @@ def test_short_text_in_a_very_large_area(ryn, double):
     assert run(ryn.GetUplinkStats, 3, 5) == stats("text")
 
 
-@pytest.mark.parametrize("data", [b"\xff", b"text \xe9", b"\xed\xa0\x80", b"\xc3", b"\xf8\x88\x80\x80\x80",
-                                  b"\xc0\x80"])
+@pytest.mark.parametrize(
+    "data", [b"\xff", b"text \xe9", b"\xed\xa0\x80", b"\xc3", b"\xf8\x88\x80\x80\x80", b"\xc0\x80"]
+)
 def test_text_that_is_no_utf8_gives_null_with_the_decoding_error(ryn, double, data):
     private(double, len(data) + 1, data)
     assert run(ryn.GetUplinkStats, 3, 5) == Outcome(NULL, "", (UnicodeDecodeError, ANY))
@@ -231,7 +278,7 @@ def failing_allocations(function, *args):
     outcomes = [Outcome(None, allocation_failed=True)]
     while outcomes[-1].allocation_failed:
         with capture_stderr() as texts:
-            in_use = [([], (i, i)) for i in range(3000)]
+            in_use = [([], (i, i)) for i in range(3000)]  # noqa: F841
             has_result, value, error, failed = _probe.call(function, args, len(outcomes) - 1)
             del in_use
         outcomes.append(Outcome(value if has_result else NULL, texts[0], error and (type(error), str(error)), failed))
@@ -299,12 +346,16 @@ def test_failed_calls_leak_nothing(ryn, double, op):
         assert lost_blocks(work, 200) == 0
 
 
-@pytest.mark.parametrize("script", [
-    lambda double: None,
-    lambda double: double.answer(PRIVATE, status=1),
-    lambda double: double.answer(STATS, status=1),
-    lambda double: double.answer(PRIVATE, area=b"\xff"),
-], ids=["success", "no private statistics", "no counters", "no UTF-8"])
+@pytest.mark.parametrize(
+    "script",
+    [
+        lambda double: None,
+        lambda double: double.answer(PRIVATE, status=1),
+        lambda double: double.answer(STATS, status=1),
+        lambda double: double.answer(PRIVATE, area=b"\xff"),
+    ],
+    ids=["success", "no private statistics", "no counters", "no UTF-8"],
+)
 def test_private_area_is_freed(ryn, double, script):
     """An area of 64 MiB in each of 100 calls."""
     private(double, 64 << 20, b"text\0")
@@ -324,8 +375,9 @@ def test_private_area_is_freed(ryn, double, script):
 # ---- Queues ----------------------------------------------------------------------------------------------------------
 
 
-@pytest.mark.parametrize("kind, passed", [(0, 0), (1, 1), (2, 1), (5, 1), (0x80000000, 1), (-1, 1), (1 << 32, 0),
-                                          ((1 << 32) + 7, 1)])
+@pytest.mark.parametrize(
+    "kind, passed", [(0, 0), (1, 1), (2, 1), (5, 1), (0x80000000, 1), (-1, 1), (1 << 32, 0), ((1 << 32) + 7, 1)]
+)
 @pytest.mark.parametrize("queue", [0, 3, 0x80000000, 0xFFFFFFFF])
 def test_kind_and_queue_change_places_on_the_way(ryn, double, kind, passed, queue):
     """The script names the kind third and the queue fourth, the datapath takes the queue third."""
@@ -342,8 +394,9 @@ def test_negative_queue_wraps(ryn, double):
 # ---- MAC learning ----------------------------------------------------------------------------------------------------
 
 
-@pytest.mark.parametrize("enable, passed", [(0, 0), (1, 1), (2, 1), (0x80000000, 1), (-1, 1), (1 << 32, 0), (True, 1),
-                                            (False, 0)])
+@pytest.mark.parametrize(
+    "enable, passed", [(0, 0), (1, 1), (2, 1), (0x80000000, 1), (-1, 1), (1 << 32, 0), (True, 1), (False, 0)]
+)
 def test_any_value_but_zero_enables_mac_learning(ryn, double, enable, passed):
     assert run(ryn.SetUplinkMACLearn, 15, enable) == Outcome(None)
     assert double.calls() == [Call("Ryn_Set_Uplink_MAC_Learn", swID=15, enable=passed)]
@@ -402,8 +455,13 @@ def test_panic_that_cannot_be_set(ryn, double, setting, word, status):
 
 # ---- Arguments -------------------------------------------------------------------------------------------------------
 
-GOOD = {"GetUplinkStats": (15, 127), "GetUplinkQueueStats": (15, 127, 0, 0), "SetUplinkMACLearn": (15, 0),
-        "GetPanicOnTxHang": (15,), "SetPanicOnTxHang": (15, 0)}
+GOOD = {
+    "GetUplinkStats": (15, 127),
+    "GetUplinkQueueStats": (15, 127, 0, 0),
+    "SetUplinkMACLearn": (15, 0),
+    "GetPanicOnTxHang": (15,),
+    "SetPanicOnTxHang": (15, 0),
+}
 
 
 class Raises:
@@ -438,10 +496,10 @@ def test_arguments_that_are_not_understood(ryn, double, name):
     wrong = [(), good[:-1], (*good, 0)]
     for place in range(len(good)):
         for value in ("0", None, 0.0, b"0", [0]):
-            wrong.append((*good[:place], value, *good[place + 1:]))
+            wrong.append((*good[:place], value, *good[place + 1 :]))
     for args in wrong:
         assert run(method, *args) == Outcome(None, INVALID, (TypeError, ANY)), args
     for place in range(len(good)):
-        args = (*good[:place], Raises(), *good[place + 1:])
+        args = (*good[:place], Raises(), *good[place + 1 :])
         assert run(method, *args) == Outcome(None, INVALID, (LookupError, "no number")), args
     assert double.calls() == []

@@ -7,10 +7,9 @@ import subprocess
 import sys
 
 import pytest
-
 from harness import NULL, Call, python, run
-from method_table import METHODS
 from memory import native_bytes
+from method_table import METHODS
 
 LOAD = ["DVSState_ConfigReset", "DVSQOB_StateGet", "DVSState_ConfigDeserialize"]
 STATUSES = [1, 0x0BAD0003, 0x0BAD0007, 0x80000000, 0xFFFFFFFF]
@@ -40,16 +39,20 @@ def prints(code: str, **environment: str) -> list[str]:
 
 
 def test_configuration_is_loaded_when_the_object_is_not_by_the_import(ryn):
-    code = f"import ctypes; ctypes.PyDLL({ryn.__file__!r})\n" \
-           "double = harness.set_up(); print(double.ops())\n" \
-           "import _libryn; print(double.ops())"
+    code = (
+        f"import ctypes; ctypes.PyDLL({ryn.__file__!r})\n"
+        "double = harness.set_up(); print(double.ops())\n"
+        "import _libryn; print(double.ops())"
+    )
     assert prints(code) == [repr(LOAD), repr(LOAD)]
 
 
 def test_configuration_is_loaded_once_per_process():
-    code = "import importlib, sys, _libryn\n" \
-           "importlib.reload(_libryn); del sys.modules['_libryn']; import _libryn\n" \
-           "print(harness.set_up().ops())"
+    code = (
+        "import importlib, sys, _libryn\n"
+        "importlib.reload(_libryn); del sys.modules['_libryn']; import _libryn\n"
+        "print(harness.set_up().ops())"
+    )
     assert prints(code) == [repr(LOAD)]
 
 
@@ -82,7 +85,7 @@ def test_load_ends_at_the_step_that_fails_with_its_status(load_config, double, s
     double.answer("DVSQOB_StateGet", area=b"state")
     double.answer(LOAD[step], status=status, area=b"state" if step == 1 else None)
     assert load_config() == status
-    assert double.calls() == [RESET, STATE_GET, deserialize(b"state")][:step + 1]
+    assert double.calls() == [RESET, STATE_GET, deserialize(b"state")][: step + 1]
 
 
 def test_a_failure_does_not_stay(load_config, double):
@@ -94,11 +97,14 @@ STATE_SIZE = 1 << 20
 
 
 @pytest.mark.skipif(native_bytes() == 0, reason="a sanitizer's allocator tells nothing")
-@pytest.mark.parametrize("answers, freed", [
-    ({}, True),
-    ({"DVSState_ConfigDeserialize": 5}, True),  # whatever the last step returned
-    ({"DVSQOB_StateGet": 5}, False),  # a block that came with a failure is not ours
-])
+@pytest.mark.parametrize(
+    "answers, freed",
+    [
+        ({}, True),
+        ({"DVSState_ConfigDeserialize": 5}, True),  # whatever the last step returned
+        ({"DVSQOB_StateGet": 5}, False),  # a block that came with a failure is not ours
+    ],
+)
 def test_the_state_is_freed_behind_a_fetch_that_succeeded(load_config, double, answers, freed):
     state = bytes(STATE_SIZE)
     double.recording(False)
@@ -115,21 +121,38 @@ def test_the_state_is_freed_behind_a_fetch_that_succeeded(load_config, double, a
 # A host on which nothing answers
 
 
-@pytest.mark.parametrize("load", ["reset=0xffffffff", "stateget=1", "stateget=0x0bad0007,state=00ff",
-                                  "deserialize=5,state=00ff", "reset=1,stateget=2,deserialize=3"])
+@pytest.mark.parametrize(
+    "load",
+    [
+        "reset=0xffffffff",
+        "stateget=1",
+        "stateget=0x0bad0007,state=00ff",
+        "deserialize=5,state=00ff",
+        "reset=1,stateget=2,deserialize=3",
+    ],
+)
 def test_import_succeeds_silently_when_the_load_fails(load):
     """Afterwards no switch has the alias, which only then is told."""
-    code = "import _libryn\ndouble = harness.set_up(); print(double.ops()[-1])\n" \
-           "print(harness.run(_libryn.GetLBAlgorithm, 'dvs-1') == " \
-           "harness.Outcome(None, 'Failed to find dvs ID for dvs alias dvs-1.\\n'))"
+    code = (
+        "import _libryn\ndouble = harness.set_up(); print(double.ops()[-1])\n"
+        "print(harness.run(_libryn.GetLBAlgorithm, 'dvs-1') == "
+        "harness.Outcome(None, 'Failed to find dvs ID for dvs alias dvs-1.\\n'))"
+    )
     last = LOAD[0] if load.startswith("reset") else LOAD[1] if load.startswith("stateget") else LOAD[2]
     assert prints(code, RYN_DOUBLE_LOAD=load) == [last, "True"]
 
 
 def test_no_method_raises_when_every_operation_fails(ryn, double):
     operations = {call.op for method in METHODS for call in method.calls} | {
-        "DVSState_SwitchFindByAlias", "DVSState_HostPropLookup", "DVSState_GlobalPropLookup", "DVSQOB_PortDataGet",
-        "Ryn_GetCurrentLBData", "Ryn_GetSwitchNUMATeam", "Ryn_GetSwitchBurstSize", *LOAD} - {"DVSQOB_DataFree"}
+        "DVSState_SwitchFindByAlias",
+        "DVSState_HostPropLookup",
+        "DVSState_GlobalPropLookup",
+        "DVSQOB_PortDataGet",
+        "Ryn_GetCurrentLBData",
+        "Ryn_GetSwitchNUMATeam",
+        "Ryn_GetSwitchBurstSize",
+        *LOAD,
+    } - {"DVSQOB_DataFree"}
     for operation in operations:
         double.answer(operation, status=0xFFFFFFFF)
     for method in METHODS:
@@ -145,8 +168,12 @@ def test_without_a_platform_library_the_import_names_it(double, tmp_path, librar
     """The loader's own answer: the module cannot be loaded, and the script learns why."""
     for name in {"libryn.so", "libjorPublic.so"} - {library}:
         (tmp_path / name).symlink_to(double.folder / name)
-    done = subprocess.run([sys.executable, "-c", "import _libryn"], text=True, capture_output=True,
-                          env={**os.environ, "LD_LIBRARY_PATH": str(tmp_path)})
+    done = subprocess.run(
+        [sys.executable, "-c", "import _libryn"],
+        text=True,
+        capture_output=True,
+        env={**os.environ, "LD_LIBRARY_PATH": str(tmp_path)},
+    )
     assert done.returncode == 1
     assert f"ImportError: {library}: cannot open shared object file" in done.stderr
 
@@ -174,5 +201,7 @@ def test_the_hooks_that_it_finds_are_those_of_the_module(ryn, tmp_path):
     prints("import _libryn", RYN_DOUBLE_LOAD="log=1", LD_DEBUG="bindings", LD_DEBUG_OUTPUT=str(tmp_path / "bindings"))
     bindings = "".join(file.read_text() for file in tmp_path.glob("bindings*"))
     for hook in ("Log", "Warning", "Panic"):
-        assert re.search(rf"binding file \S*/libjorPublic\.so \[0\] to {re.escape(ryn.__file__)} \[0\]: "
-                         rf"normal symbol `{hook}'", bindings), hook
+        assert re.search(
+            rf"binding file \S*/libjorPublic\.so \[0\] to {re.escape(ryn.__file__)} \[0\]: " rf"normal symbol `{hook}'",
+            bindings,
+        ), hook

@@ -16,8 +16,15 @@ CACHES = {"__pycache__", ".pytest_cache", ".hypothesis", ".mypy_cache"}
 def as_user(*command: str, **more: str) -> subprocess.CompletedProcess[str]:
     """Runs a command in the tree with no more of the environment than a user's login gives."""
     environment = {name: os.environ[name] for name in ("HOME", "PATH") if name in os.environ}
-    return subprocess.run(command, cwd=ROOT, env={**environment, "TERM": "xterm", **more}, text=True,
-                          capture_output=True, stdin=subprocess.DEVNULL, timeout=600)
+    return subprocess.run(
+        command,
+        cwd=ROOT,
+        env={**environment, "TERM": "xterm", **more},
+        text=True,
+        capture_output=True,
+        stdin=subprocess.DEVNULL,
+        timeout=600,
+    )
 
 
 def tree() -> dict[str, tuple[int, int]]:
@@ -25,8 +32,11 @@ def tree() -> dict[str, tuple[int, int]]:
     found = {}
     for folder, folders, files in os.walk(ROOT):
         top = Path(folder) == ROOT
-        folders[:] = [name for name in folders if name not in CACHES and not (
-            top and (name == ".git" or re.match(r"build|dist$", name)))]
+        folders[:] = [
+            name
+            for name in folders
+            if name not in CACHES and not (top and (name == ".git" or re.match(r"build|dist$", name)))
+        ]
         for name in files:
             path = Path(folder, name)
             found[str(path.relative_to(ROOT))] = (path.lstat().st_size, path.lstat().st_mtime_ns)
@@ -56,8 +66,10 @@ def test_nothing_is_installed_where_that_is_forbidden(tmp_path):
     query.chmod(0o755)
     done = as_user("./dev", "build", DEV_NO_INSTALL="1", PATH=f"{tmp_path}:{os.environ['PATH']}")
     assert (done.returncode, done.stdout) == (1, "")
-    assert re.fullmatch(r"dev: these packages are missing, and DEV_NO_INSTALL=1 forbids installing them:\n"
-                        r"  g\+\+ meson .*\n", done.stderr)
+    assert re.fullmatch(
+        r"dev: these packages are missing, and DEV_NO_INSTALL=1 forbids installing them:\n" r"  g\+\+ meson .*\n",
+        done.stderr,
+    )
 
 
 def test_the_demo_leaves_nothing_in_the_tree():

@@ -17,8 +17,10 @@ from harness import UNDER_ASAN, Double, python
 
 ROOT = Path(__file__).parents[2]
 
-LOAD = "import os, sys, harness; sys.setdlopenflags({flags}); import _libryn; " \
-       "print(*harness.set_up().ops()[:3]); print(_libryn.ListPorts(16))"
+LOAD = (
+    "import os, sys, harness; sys.setdlopenflags({flags}); import _libryn; "
+    "print(*harness.set_up().ops()[:3]); print(_libryn.ListPorts(16))"
+)
 
 
 @pytest.mark.parametrize("binding", ["os.RTLD_NOW", "os.RTLD_LAZY"])
@@ -42,21 +44,28 @@ def operations(header: str) -> list[str]:
 
 def build_library(folder: Path, name: str, functions: list[str]) -> None:
     code = "".join(f"int {function}(void) {{ return 0; }}\n" for function in functions)
-    subprocess.run(["cc", "-shared", "-fPIC", "-x", "c", "-", "-o", folder / f"lib{name}.so"], input=code, text=True,
-                   check=True)
+    subprocess.run(
+        ["cc", "-shared", "-fPIC", "-x", "c", "-", "-o", folder / f"lib{name}.so"], input=code, text=True, check=True
+    )
 
 
 def test_a_missing_operation_is_an_import_error(ryn, tmp_path: Path):
     if UNDER_ASAN:
         pytest.skip("the stand-ins are built without the sanitizers")
     libraries = {"ryn": operations("ryn.h"), "jorPublic": operations("jor_public.h")}
-    taken = {line.split()[-1] for line in
-             subprocess.run(["nm", "-D", "--undefined-only", ryn.__file__], text=True, capture_output=True,
-                            check=True).stdout.splitlines()}
+    taken = {
+        line.split()[-1]
+        for line in subprocess.run(
+            ["nm", "-D", "--undefined-only", ryn.__file__], text=True, capture_output=True, check=True
+        ).stdout.splitlines()
+    }
     assert len(libraries["ryn"]) > 40 and len(libraries["jorPublic"]) > 15
     environment = {**os.environ, "LD_LIBRARY_PATH": str(tmp_path)}
     # Even when the interpreter asks for bindings at their first use
-    code = "import sys\nsys.setdlopenflags(1)\ntry:\n    import _libryn\nexcept ImportError as error:\n    print(error)\nelse:\n    print('loaded')"
+    code = (
+        "import sys\nsys.setdlopenflags(1)\ntry:\n    import _libryn\n"
+        "except ImportError as error:\n    print(error)\nelse:\n    print('loaded')"
+    )
 
     def load() -> str:
         done = subprocess.run([sys.executable, "-S", "-c", code], text=True, capture_output=True, env=environment)
@@ -159,8 +168,10 @@ def test_no_frame_is_larger_than_12_kib():
 
 def test_forked_child_goes_on(ryn, double: Double):
     """A child has the configuration of its parent and answers as it does."""
-    code = "import os, _libryn; pid = os.fork(); status = _libryn.ListSwitches() != []\n" \
-           "os._exit(status) if pid == 0 else print(os.waitpid(pid, 0)[1], status)"
+    code = (
+        "import os, _libryn; pid = os.fork(); status = _libryn.ListSwitches() != []\n"
+        "os._exit(status) if pid == 0 else print(os.waitpid(pid, 0)[1], status)"
+    )
     done = python(code)
     assert (done.stdout, done.stderr) == ("0 False\n", "")
 
@@ -194,9 +205,10 @@ print("unharmed")
 
 
 def test_takes_what_was_reviewed(plain_build):  # noqa: F811
-    """tests/lists/imports.txt holds all that the module may take; what a sanitizer, a new compiler or a slip adds fails."""
-    listing = subprocess.run(["nm", "-D", "--undefined-only", "--format=posix", plain_build], check=True, text=True,
-                             capture_output=True).stdout
+    """tests/lists/imports.txt has all that the module may take; what a sanitizer, a compiler or a slip adds fails."""
+    listing = subprocess.run(
+        ["nm", "-D", "--undefined-only", "--format=posix", plain_build], check=True, text=True, capture_output=True
+    ).stdout
     taken = {line.split()[0].split("@")[0] for line in listing.splitlines()}
     reviewed = set((ROOT / "tests/lists/imports.txt").read_text().split())
     reviewed |= {name for row in DESCRIPTIONS for name in row.all_operations() if name.startswith("Ryn_")}
@@ -208,8 +220,19 @@ def test_takes_what_was_reviewed(plain_build):  # noqa: F811
 
 ABI = ROOT / "tests/lists/exports.abi"
 IGNORED: list = ["--suppressions", ROOT / "tests/lists/exports.abignore"]
-ABIDW: list = ["abidw", "--exported-interfaces-only", "--no-corpus-path", "--no-show-locs", "--no-comp-dir-path",
-         "--no-architecture", "--no-elf-needed", "--drop-undefined-syms", "--type-id-style", "hash", *IGNORED]
+ABIDW: list = [
+    "abidw",
+    "--exported-interfaces-only",
+    "--no-corpus-path",
+    "--no-show-locs",
+    "--no-comp-dir-path",
+    "--no-architecture",
+    "--no-elf-needed",
+    "--drop-undefined-syms",
+    "--type-id-style",
+    "hash",
+    *IGNORED,
+]
 
 
 def difference(reference: Path, seen: Path) -> str:
@@ -231,8 +254,11 @@ def test_entry_points_are_called_as_before(plain_build, tmp_path: Path):  # noqa
     assert difference(ABI, seen) == ""
 
     text = ABI.read_text()
-    for old, new in [("name='FlagsToStr'", "name='FlagsToString'"), ("size-in-bits='16' id=", "size-in-bits='32' id="),
-                     ("      <parameter type-id='eaa32e2f' name='key'/>\n", "")]:
+    for old, new in [
+        ("name='FlagsToStr'", "name='FlagsToString'"),
+        ("size-in-bits='16' id=", "size-in-bits='32' id="),
+        ("      <parameter type-id='eaa32e2f' name='key'/>\n", ""),
+    ]:
         other = tmp_path / "other.abi"
         other.write_text(text.replace(old, new))
         assert text != other.read_text() and difference(other, seen) != ""

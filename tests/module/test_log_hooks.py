@@ -16,7 +16,7 @@ from harness import UNDER_ASAN, Double, python
 ROOT = Path(__file__).parents[2]
 HOOKS = ["Log", "Warning", "Panic"]
 
-# Each of them calls DVSState_ConfigReset, in which the double calls the hooks: _libryn when it is loaded, ryn._core when
+# Each calls DVSState_ConfigReset, in which the double calls the hooks: _libryn when it is loaded, ryn._core when
 # it is told to.
 USE = {"_libryn": "import _libryn", "ryn._core": "import ryn._core; ryn._core.Platform().reload()"}
 ORDERS = [order for count in (1, 2) for order in itertools.permutations(USE, count)]

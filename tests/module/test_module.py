@@ -8,7 +8,6 @@ import sys
 from pathlib import Path
 
 import pytest
-
 from harness import UNDER_ASAN, python
 from method_table import METHODS
 
@@ -18,19 +17,35 @@ METH_VARARGS = 1
 
 
 class MethodDef(ctypes.Structure):
-    _fields_ = [("name", ctypes.c_char_p), ("function", ctypes.c_void_p), ("flags", ctypes.c_int),
-                ("doc", ctypes.c_char_p)]
+    _fields_ = [
+        ("name", ctypes.c_char_p),
+        ("function", ctypes.c_void_p),
+        ("flags", ctypes.c_int),
+        ("doc", ctypes.c_char_p),
+    ]
 
 
 class ModuleDefBase(ctypes.Structure):
-    _fields_ = [("object", ctypes.c_byte * object.__basicsize__), ("init", ctypes.c_void_p),
-                ("index", ctypes.c_ssize_t), ("copy", ctypes.c_void_p)]
+    _fields_ = [
+        ("object", ctypes.c_byte * object.__basicsize__),
+        ("init", ctypes.c_void_p),
+        ("index", ctypes.c_ssize_t),
+        ("copy", ctypes.c_void_p),
+    ]
 
 
 class ModuleDef(ctypes.Structure):
-    _fields_ = [("base", ModuleDefBase), ("name", ctypes.c_char_p), ("doc", ctypes.c_char_p),
-                ("size", ctypes.c_ssize_t), ("methods", ctypes.POINTER(MethodDef)), ("slots", ctypes.c_void_p),
-                ("traverse", ctypes.c_void_p), ("clear", ctypes.c_void_p), ("free", ctypes.c_void_p)]
+    _fields_ = [
+        ("base", ModuleDefBase),
+        ("name", ctypes.c_char_p),
+        ("doc", ctypes.c_char_p),
+        ("size", ctypes.c_ssize_t),
+        ("methods", ctypes.POINTER(MethodDef)),
+        ("slots", ctypes.c_void_p),
+        ("traverse", ctypes.c_void_p),
+        ("clear", ctypes.c_void_p),
+        ("free", ctypes.c_void_p),
+    ]
 
 
 @pytest.fixture
@@ -50,7 +65,8 @@ def test_definition(definition):
 def test_table_in_order(definition):
     rows = [definition.methods[i] for i in range(len(METHODS))]
     assert [(row.name.decode(), row.doc.decode(), row.flags) for row in rows] == [
-        (method.name, method.doc, METH_VARARGS) for method in METHODS]
+        (method.name, method.doc, METH_VARARGS) for method in METHODS
+    ]
     assert len({row.function for row in rows}) == len(METHODS)
     assert None not in [row.function for row in rows]
     closing = definition.methods[len(METHODS)]
@@ -89,8 +105,9 @@ def test_import_warns_of_nothing():
 
 def test_version_of_the_interface(native):
     """What PyInit__libryn hands to the interpreter is the 1013 of the interface that the module is written for."""
-    code = subprocess.run(["objdump", "-d", "--no-show-raw-insn", native._name], text=True, capture_output=True,
-                          check=True).stdout
+    code = subprocess.run(
+        ["objdump", "-d", "--no-show-raw-insn", native._name], text=True, capture_output=True, check=True
+    ).stdout
     body = re.search(r"<PyInit__libryn>:\n(.*?)\n\n", code, re.DOTALL).group(1)
     assert "$0x3f5" in body  # 1013
     assert "PyModule_Create2" in body
@@ -101,7 +118,9 @@ def test_a_second_import_is_the_same_module(ryn):
     import _libryn
 
     assert {name: getattr(_libryn, name) for name in ("__name__", "__doc__")} == {
-        "__name__": "_libryn", "__doc__": "Python binding for ryn"}
+        "__name__": "_libryn",
+        "__doc__": "Python binding for ryn",
+    }
     assert _libryn.ListSwitches.__doc__ == ryn.ListSwitches.__doc__
     sys.modules["_libryn"] = ryn
 
@@ -115,7 +134,10 @@ def tool(*command: str) -> str:
 
 def test_exports(plain_build):
     symbols = tool("nm", "-D", "--defined-only", "--format=posix", plain_build)
-    assert sorted(line.split()[0] for line in symbols.splitlines()) == (ROOT / "tests/lists/exports.txt").read_text().split()
+    assert (
+        sorted(line.split()[0] for line in symbols.splitlines())
+        == (ROOT / "tests/lists/exports.txt").read_text().split()
+    )
 
 
 def test_needed_libraries(plain_build):
@@ -133,8 +155,9 @@ def test_segments(plain_build):
 
 
 def test_takes_nothing_from_the_platform_but_its_operations(plain_build):
-    undefined = {line.split()[0] for line in
-                 tool("nm", "-D", "--undefined-only", "--format=posix", plain_build).splitlines()}
+    undefined = {
+        line.split()[0] for line in tool("nm", "-D", "--undefined-only", "--format=posix", plain_build).splitlines()
+    }
     headers = (ROOT / "platform/ryn.h").read_text() + (ROOT / "platform/jor_public.h").read_text()
     operations = set(re.findall(r"\b(\w+)\(", headers))
     platform = {name for name in undefined if name.startswith(("Ryn", "DVS"))}
@@ -147,11 +170,14 @@ def test_takes_nothing_from_the_platform_but_its_operations(plain_build):
 
 def includes(folder: str) -> list[tuple[str, str]]:
     sources = [path for suffix in (".c", ".cc", ".h") for path in (ROOT / folder).rglob(f"*{suffix}")]
-    return [(str(path.relative_to(ROOT)), included) for path in sorted(sources)
-            for included in re.findall(r'^#include "(.*)"', path.read_text(), re.MULTILINE)]
+    return [
+        (str(path.relative_to(ROOT)), included)
+        for path in sorted(sources)
+        for included in re.findall(r'^#include "(.*)"', path.read_text(), re.MULTILINE)
+    ]
 
 
-# What the sources of each folder may include, from the bottom up: headers of the named folders, not of those below them,
+# What the sources of each folder may include, from the bottom up: headers of these folders, not of those below them,
 # and the named headers. The first row that fits a file counts.
 HOST = ("platform/", "host/", "host/records/")
 LAYERS = [
@@ -167,9 +193,13 @@ LAYERS = [
     ("libryn/include/", ()),
     ("libryn/base/", ("host/", "libryn/base/")),
     ("libryn/dvs/", (*HOST, "host/change/properties.h", "libryn/include/", "libryn/base/", "libryn/dvs/")),
-    *((f"libryn/{name}/", (*HOST, "host/change/properties.h", "libryn/include/", "libryn/base/", "libryn/dvs/",
-                             f"libryn/{name}/"))
-      for name in SUBSYSTEMS[1:]),
+    *(
+        (
+            f"libryn/{name}/",
+            (*HOST, "host/change/properties.h", "libryn/include/", "libryn/base/", "libryn/dvs/", f"libryn/{name}/"),
+        )
+        for name in SUBSYSTEMS[1:]
+    ),
     ("libryn/", ("host/", "libryn/base/", *(f"libryn/{name}/{name}.h" for name in SUBSYSTEMS))),
 ]
 
@@ -177,10 +207,15 @@ LAYERS = [
 @pytest.mark.parametrize("folder", ["platform", "host", "libryn", "ryn", "exporter"])
 def test_includes_run_downwards(folder):
     seen = includes(folder)
-    layers = [(path, included, next(allowed for layer, allowed in LAYERS if path.startswith(layer)))
-              for path, included in seen]
-    assert [(path, included) for path, included, allowed in layers
-            if included not in allowed and included.rpartition("/")[0] + "/" not in allowed] == []
+    layers = [
+        (path, included, next(allowed for layer, allowed in LAYERS if path.startswith(layer)))
+        for path, included in seen
+    ]
+    assert [
+        (path, included)
+        for path, included, allowed in layers
+        if included not in allowed and included.rpartition("/")[0] + "/" not in allowed
+    ] == []
     assert seen or folder == "platform"  # finds the sources
 
 
@@ -193,8 +228,11 @@ def test_every_operation_has_its_name():
     """host/operations.h and platform/*.h list the same operations. A line is missing in one of them if this fails."""
     rows = re.findall(r'char k(\w+)\[\] = "(\w+)";', (ROOT / "host/operations.h").read_text())
     assert sorted(name for _, name in rows) == sorted(operations())
-    assert [(constant, name) for constant, name in rows
-            if constant != re.sub("^(Ryn|DVSQOB|DVSState)_", "", name).replace("_", "")] == []
+    assert [
+        (constant, name)
+        for constant, name in rows
+        if constant != re.sub("^(Ryn|DVSQOB|DVSState)_", "", name).replace("_", "")
+    ] == []
 
 
 def called(folder: str) -> set[str]:
@@ -214,7 +252,11 @@ def test_host_reads_and_changes_apart():
     assert {name for name in read if not re.match("Ryn_(Get|Dump|List)", name)} == set()
     assert {name for name in change if re.match("Ryn_(Get|Dump|List)", name)} == set()
     assert {name for name in base if not name.startswith(("DVSState_", "DVS_", "DVSData_"))} == {
-        "DVSQOB_StateGet", "DVSQOB_HostPropGet", "DVSQOB_PortDataGet", "DVSQOB_DataFree"}
+        "DVSQOB_StateGet",
+        "DVSQOB_HostPropGet",
+        "DVSQOB_PortDataGet",
+        "DVSQOB_DataFree",
+    }
 
 
 def test_a_program_of_the_readers_imports_no_changing_operation(ryn, double, tmp_path):
@@ -223,13 +265,33 @@ def test_a_program_of_the_readers_imports_no_changing_operation(ryn, double, tmp
         pytest.skip("the libraries are built with the sanitizers")
     build = Path(ryn.__file__).parents[1]
     (tmp_path / "main.cc").write_text("int main() { return 0; }\n")
-    hooks = ["-Wl,--export-dynamic-symbol=Log", "-Wl,--export-dynamic-symbol=Warning",
-             "-Wl,--export-dynamic-symbol=Panic"]
-    subprocess.run(["g++", "-o", tmp_path / "main", tmp_path / "main.cc", "-Wl,--whole-archive",
-                    build / "host/libhost_read.a", build / "host/libhost_base.a", "-Wl,--no-whole-archive", *hooks,
-                    f"-L{double.folder}", f"-Wl,-rpath-link,{double.folder}", "-lryn", "-ljorPublic"], check=True)
-    taken = {line.split()[0] for line in
-             tool("nm", "-D", "--undefined-only", "--format=posix", str(tmp_path / "main")).splitlines()} & operations()
+    hooks = [
+        "-Wl,--export-dynamic-symbol=Log",
+        "-Wl,--export-dynamic-symbol=Warning",
+        "-Wl,--export-dynamic-symbol=Panic",
+    ]
+    subprocess.run(
+        [
+            "g++",
+            "-o",
+            tmp_path / "main",
+            tmp_path / "main.cc",
+            "-Wl,--whole-archive",
+            build / "host/libhost_read.a",
+            build / "host/libhost_base.a",
+            "-Wl,--no-whole-archive",
+            *hooks,
+            f"-L{double.folder}",
+            f"-Wl,-rpath-link,{double.folder}",
+            "-lryn",
+            "-ljorPublic",
+        ],
+        check=True,
+    )
+    taken = {
+        line.split()[0]
+        for line in tool("nm", "-D", "--undefined-only", "--format=posix", str(tmp_path / "main")).splitlines()
+    } & operations()
     assert taken == called("host/read") | called("host")
     subprocess.run([tmp_path / "main"], check=True, env={**os.environ, "LD_LIBRARY_PATH": str(double.folder)})
 
@@ -252,13 +314,18 @@ def test_every_source_is_built():
 def test_one_line_build(plain_build, double, tmp_path):
     """The command that CONTRIBUTING.md shows, as it stands there, against the double's libraries."""
     fenced = re.findall(r"^```sh\n(.*?)^```", (ROOT / "CONTRIBUTING.md").read_text(), re.DOTALL | re.MULTILINE)
-    command, = [block for block in fenced if "-shared" in block]
+    (command,) = [block for block in fenced if "-shared" in block]
     for folder in ["platform", "host", "libryn"]:
         (tmp_path / folder).symlink_to(ROOT / folder)
     path = os.pathsep.join([str(Path(sys.executable).parent), os.environ["PATH"]])  # the interpreter's python3-config
-    done = subprocess.run(["bash", "-ec", command], cwd=tmp_path, text=True, capture_output=True,
-                          env={**os.environ, "PATH": path, "PLATFORM": str(double.folder)})
+    done = subprocess.run(
+        ["bash", "-ec", command],
+        cwd=tmp_path,
+        text=True,
+        capture_output=True,
+        env={**os.environ, "PATH": path, "PLATFORM": str(double.folder)},
+    )
     assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
-    built, = tmp_path.glob("_libryn*.so")
+    (built,) = tmp_path.glob("_libryn*.so")
     seen = python("import _libryn; print(_libryn.__file__, _libryn.ListPorts(0))", PYTHONPATH=str(tmp_path))
     assert (seen.stdout, seen.stderr) == (f"{built} []\n", "")

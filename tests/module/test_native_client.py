@@ -36,15 +36,31 @@ def test_client_that_is_linked_against_the_module(build, client):
 # The header
 
 
-@pytest.mark.parametrize("compiler, language", [(C11, "c"), (CXX, "c++"), (["c++", "-std=c++20", *CXX[2:]], "c++")],
-                         ids=["c11", "c++11", "c++20"])
-@pytest.mark.parametrize("includes", [["libryn.h"], ["libryn.h", "libryn.h"], ["libryn.h", "Python.h"],
-                                      ["Python.h", "libryn.h"]], ids=" ".join)
+@pytest.mark.parametrize(
+    "compiler, language",
+    [(C11, "c"), (CXX, "c++"), (["c++", "-std=c++20", *CXX[2:]], "c++")],
+    ids=["c11", "c++11", "c++20"],
+)
+@pytest.mark.parametrize(
+    "includes",
+    [["libryn.h"], ["libryn.h", "libryn.h"], ["libryn.h", "Python.h"], ["Python.h", "libryn.h"]],
+    ids=" ".join,
+)
 def test_header_compiles_without_a_warning(tmp_path, compiler, language, includes):
     source = tmp_path / "source"
     source.write_text("".join(f"#include <{name}>\n" for name in includes) + "int nothing;\n")
-    succeeds(*compiler, "-fsyntax-only", "-x", language, "-I", ROOT / "libryn/include",
-             "-isystem", sysconfig.get_path("include"), source, env=TOOLS)
+    succeeds(
+        *compiler,
+        "-fsyntax-only",
+        "-x",
+        language,
+        "-I",
+        ROOT / "libryn/include",
+        "-isystem",
+        sysconfig.get_path("include"),
+        source,
+        env=TOOLS,
+    )
 
 
 # An installed tree
@@ -59,7 +75,7 @@ def installed(request, tmp_path_factory) -> Path:
 
 
 def the_one(tree: Path, pattern: str) -> Path:
-    found, = tree.rglob(pattern)
+    (found,) = tree.rglob(pattern)
     return found
 
 
@@ -87,8 +103,9 @@ def test_installed_module_is_imported_and_has_no_run_path(installed, double):
     dynamic = succeeds("readelf", "--dynamic", "--wide", module, env=TOOLS)
     assert "RPATH" not in dynamic and "RUNPATH" not in dynamic
     needed = [line.split("[")[1].rstrip("]") for line in dynamic.splitlines() if "(NEEDED)" in line]
-    assert [name for name in needed if not name.startswith(("libasan", "libubsan", "libstdc++", "libgcc", "libm."))
-            ] == ["libryn.so", "libjorPublic.so", "libc.so.6"]
+    assert [
+        name for name in needed if not name.startswith(("libasan", "libubsan", "libstdc++", "libgcc", "libm."))
+    ] == ["libryn.so", "libjorPublic.so", "libc.so.6"]
 
 
 def test_client_builds_against_the_installed_tree(installed, double, tmp_path):
@@ -96,7 +113,26 @@ def test_client_builds_against_the_installed_tree(installed, double, tmp_path):
     embed = succeeds("pkg-config", "--libs", f"python-{sysconfig.get_python_version()}-embed", env=TOOLS).split()
     client = tmp_path / "client"
     sanitize = ["-fsanitize=address,undefined"] if "libasan" in os.environ.get("LD_PRELOAD", "") else []
-    succeeds(*C11, *sanitize, "-o", client, ROOT / "tests/native/client/client.c", "-I", header.parent,
-             "-I", ROOT / "tests/double", "-isystem", sysconfig.get_path("include"),
-             "-L", module.parent, f"-l:{module.name}", "-L", double.folder, "-lryn", "-ljorPublic", *embed, env=TOOLS)
+    succeeds(
+        *C11,
+        *sanitize,
+        "-o",
+        client,
+        ROOT / "tests/native/client/client.c",
+        "-I",
+        header.parent,
+        "-I",
+        ROOT / "tests/double",
+        "-isystem",
+        sysconfig.get_path("include"),
+        "-L",
+        module.parent,
+        f"-l:{module.name}",
+        "-L",
+        double.folder,
+        "-lryn",
+        "-ljorPublic",
+        *embed,
+        env=TOOLS,
+    )
     succeeds(client, env={**os.environ, "LD_LIBRARY_PATH": f"{double.folder}:{module.parent}"})

@@ -1,4 +1,4 @@
-"""Every call of ryn._core.Platform, with an operation that it makes, arguments that it takes, and the size of the answer.
+"""Every call of ryn._core.Platform, with an operation that it makes, its arguments, and the size of the answer.
 
 A call that makes two operations stands in two rows.
 """

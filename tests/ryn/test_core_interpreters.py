@@ -9,7 +9,6 @@ import subprocess
 from pathlib import Path
 
 import pytest
-
 from harness import UNDER_ASAN, Double
 
 ROOT = Path(__file__).parents[2]

@@ -1,4 +1,4 @@
-"""Every call of the core under what should not happen: failing operations, answers that mean harm, memory that runs out,
+"""Every call of the core under what should not happen: failing operations, hostile answers, memory that runs out,
 and calls that keep something.
 """
 

@@ -10,7 +10,6 @@ import subprocess
 import sys
 
 import pytest
-
 from harness import UNDER_ASAN, Bytes
 
 ADDRESS = bytes([2, 0, 0, 0xAA, 0xBB, 0xCC])
@@ -74,9 +73,22 @@ def test_address_from_text(records, text):
 
 @pytest.mark.parametrize(
     "wrong",
-    ["", "02:00:00:aa:bb", "02:00:00:aa:bb:cc:", "02:00:00:aa:bb:cg", "02:00-00:aa:bb:cc", "2:0:0:a:b:c", "020000aabbcc",
-     "02:00:00:*", "\udcff", "é", b"", b"12345", b"1234567"],
-)  # fmt: skip
+    [
+        "",
+        "02:00:00:aa:bb",
+        "02:00:00:aa:bb:cc:",
+        "02:00:00:aa:bb:cg",
+        "02:00-00:aa:bb:cc",
+        "2:0:0:a:b:c",
+        "020000aabbcc",
+        "02:00:00:*",
+        "\udcff",
+        "é",
+        b"",
+        b"12345",
+        b"1234567",
+    ],
+)
 def test_what_is_no_address(records, wrong):
     with pytest.raises(ValueError):
         records.MacAddress(wrong)
@@ -129,9 +141,16 @@ def test_rates(records):
     assert earlier.rates(1, later, 0, 2.0) == (None, True)  # it fell
 
 
-@pytest.mark.parametrize("then, now, growth", [
-    ((1 << 64) - 10, 5, 15), ((1 << 63) + 1, 0, (1 << 63) - 1), (1 << 63, 0, None), (5, 4, None), (5, 5, 0),
-])  # fmt: skip
+@pytest.mark.parametrize(
+    "then, now, growth",
+    [
+        ((1 << 64) - 10, 5, 15),
+        ((1 << 63) + 1, 0, (1 << 63) - 1),
+        (1 << 63, 0, None),
+        (5, 4, None),
+        (5, 5, 0),
+    ],
+)
 def test_a_fall_of_more_than_half_the_range_is_a_wrap(records, then, now, growth):
     tables = [records.CounterTable(counter_row(slow_tx_packets=number)) for number in (then, now)]
     rates, reset = tables[1].rates(0, tables[0], 0, 1.0)
@@ -205,7 +224,11 @@ def test_search(records, table):
 def test_buffer_of_a_table(table):
     view = memoryview(table)
     assert (view.format, view.itemsize, view.shape, view.readonly) == (
-        "T{(6)B:mac:H:vlan:I:port:4xI:generation:}", 20, (300,), True)  # fmt: skip
+        "T{(6)B:mac:H:vlan:I:port:4xI:generation:}",
+        20,
+        (300,),
+        True,
+    )
     assert view.tobytes()[258 * 20 :][:20] == mac_row(bytes([2, 0, 0, 0, 1, 2]), 0, 3, 258)
     with open("/dev/zero", "rb") as zeros, pytest.raises((BufferError, TypeError)):
         zeros.readinto(table)
@@ -239,8 +262,24 @@ def test_equality_pickling_and_size_of_tables(records, table):
 
 @pytest.fixture
 def flow(records):
-    return records.Flow(3, 4, bytes([10, 0, 0, 1]), bytes([10, 0, 0, 2]), 5000, 443, 6, 100, 7, 8, 1 << 5 | 1 << 30, True,
-                        ADDRESS, bytes(6), 0x7FFF, 0xFFFFFF)  # fmt: skip
+    return records.Flow(
+        3,
+        4,
+        bytes([10, 0, 0, 1]),
+        bytes([10, 0, 0, 2]),
+        5000,
+        443,
+        6,
+        100,
+        7,
+        8,
+        1 << 5 | 1 << 30,
+        True,
+        ADDRESS,
+        bytes(6),
+        0x7FFF,
+        0xFFFFFF,
+    )
 
 
 def test_fields_of_a_flow(flow):
@@ -265,34 +304,47 @@ def test_flow_of_ipv6_without_statistics(records):
         records.Flow(0, 0, address, address, 1, 2, 58, 0, 1, None, 0, False, bytes(6), bytes(6), 0, 0)
 
 
-@pytest.mark.parametrize("wanted, matches", [
-    ({}, True),
-    ({"src": (bytes([10, 0, 0, 1]), 32)}, True),
-    ({"src": (bytes([10, 0, 0, 2]), 32)}, False),
-    ({"src": (bytes([10, 0, 0, 99]), 25)}, True),
-    ({"src": (bytes([10, 0, 0, 129]), 25)}, False),
-    ({"dst": (bytes([11, 0, 0, 0]), 7)}, True),
-    ({"dst": (bytes(4), 0)}, True),
-    ({"dst": (bytes(16), 0)}, False),  # of the other family
-    ({"sport": 5000, "dport": 443, "protocol": 6, "vlan": 100}, True),
-    ({"sport": 5001}, False),
-    ({"dport": 0}, False),
-    ({"protocol": 17}, False),
-    ({"vlan": 0}, False),
-    ({"actions": 1 << 5}, True),
-    ({"actions": 1 << 5 | 1}, False),
-    ({"mac_a": ADDRESS}, True),
-    ({"mac_b": ADDRESS}, False),
-])  # fmt: skip
+@pytest.mark.parametrize(
+    "wanted, matches",
+    [
+        ({}, True),
+        ({"src": (bytes([10, 0, 0, 1]), 32)}, True),
+        ({"src": (bytes([10, 0, 0, 2]), 32)}, False),
+        ({"src": (bytes([10, 0, 0, 99]), 25)}, True),
+        ({"src": (bytes([10, 0, 0, 129]), 25)}, False),
+        ({"dst": (bytes([11, 0, 0, 0]), 7)}, True),
+        ({"dst": (bytes(4), 0)}, True),
+        ({"dst": (bytes(16), 0)}, False),  # of the other family
+        ({"sport": 5000, "dport": 443, "protocol": 6, "vlan": 100}, True),
+        ({"sport": 5001}, False),
+        ({"dport": 0}, False),
+        ({"protocol": 17}, False),
+        ({"vlan": 0}, False),
+        ({"actions": 1 << 5}, True),
+        ({"actions": 1 << 5 | 1}, False),
+        ({"mac_a": ADDRESS}, True),
+        ({"mac_b": ADDRESS}, False),
+    ],
+)
 def test_what_a_filter_matches(records, flow, wanted, matches):
     assert records.FlowFilter(**wanted).matches(flow) is matches
 
 
-@pytest.mark.parametrize("wrong, error", [
-    ({"src": (bytes(5), 0)}, ValueError), ({"src": (bytes(4), 33)}, ValueError), ({"src": bytes(4)}, TypeError),
-    ({"vlan": 4096}, ValueError), ({"sport": 65536}, ValueError), ({"protocol": 256}, ValueError),
-    ({"dport": -1}, ValueError), ({"mac_a": "x"}, ValueError), ({"colour": 1}, TypeError), ({"sport": 1.5}, TypeError),
-])  # fmt: skip
+@pytest.mark.parametrize(
+    "wrong, error",
+    [
+        ({"src": (bytes(5), 0)}, ValueError),
+        ({"src": (bytes(4), 33)}, ValueError),
+        ({"src": bytes(4)}, TypeError),
+        ({"vlan": 4096}, ValueError),
+        ({"sport": 65536}, ValueError),
+        ({"protocol": 256}, ValueError),
+        ({"dport": -1}, ValueError),
+        ({"mac_a": "x"}, ValueError),
+        ({"colour": 1}, TypeError),
+        ({"sport": 1.5}, TypeError),
+    ],
+)
 def test_what_is_no_filter(records, wrong, error):
     with pytest.raises(error):
         records.FlowFilter(**wrong)

@@ -52,10 +52,19 @@ class Ctl:
         self.state = state
         self.environment = environment(state)
 
-    def __call__(self, *arguments: str, code: int = 0, stdin: str = "", **more: str) -> subprocess.CompletedProcess[str]:
+    def __call__(
+        self, *arguments: str, code: int = 0, stdin: str = "", **more: str
+    ) -> subprocess.CompletedProcess[str]:
         """Runs it with its output in pipes; anything but the expected exit code fails."""
-        done = subprocess.run(["/usr/bin/python3", str(RYNCTL), *arguments], env={**self.environment, **more}, text=True,
-                              capture_output=True, input=stdin, timeout=60, errors="surrogateescape")
+        done = subprocess.run(
+            ["/usr/bin/python3", str(RYNCTL), *arguments],
+            env={**self.environment, **more},
+            text=True,
+            capture_output=True,
+            input=stdin,
+            timeout=60,
+            errors="surrogateescape",
+        )
         assert done.returncode == code, (done.returncode, done.stdout[-2000:], done.stderr[-2000:])
         return done
 
@@ -69,7 +78,7 @@ class Ctl:
         """What it says when it refuses: one line, and nothing on standard output."""
         done = self(*arguments, code=code)
         assert done.stdout == "" and done.stderr.startswith("rynctl: ") and done.stderr.count("\n") == 1, done.stderr
-        return done.stderr[len("rynctl: "):-1]
+        return done.stderr[len("rynctl: ") : -1]
 
     def sim(self, *arguments: str) -> str:
         return sim(self.state, *arguments)

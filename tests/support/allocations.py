@@ -56,8 +56,13 @@ def by_the_probe(function: Callable, args: tuple, following: bool) -> Iterator[O
 
 def texts_of(method: Method, good: Outcome) -> re.Pattern:
     """The texts that a call may write: the good call's, that of refused arguments, and those without memory."""
-    texts = {good.stderr, method.invalid or "", "Failed to allocate memory.\n", "Failed to allocate memory\n",
-             *(outcome.stderr for outcome in method.no_memory)}
+    texts = {
+        good.stderr,
+        method.invalid or "",
+        "Failed to allocate memory.\n",
+        "Failed to allocate memory\n",
+        *(outcome.stderr for outcome in method.no_memory),
+    }
     return re.compile("(" + "|".join(map(re.escape, texts)) + ")*")
 
 
@@ -69,9 +74,11 @@ def sweep_branch(double: harness.Double, function: Callable, method: Method, bra
     good = run(function, *args)
     texts = texts_of(method, good)
     points = 0
-    for name, outcomes in (("alone", by_the_probe(function, args, False)),
-                           ("all from it on", by_the_probe(function, args, True)),
-                           ("the interpreter's", alone_by_the_interpreter(function, args, good))):
+    for name, outcomes in (
+        ("alone", by_the_probe(function, args, False)),
+        ("all from it on", by_the_probe(function, args, True)),
+        ("the interpreter's", alone_by_the_interpreter(function, args, good)),
+    ):
         for n, outcome in enumerate(outcomes):
             where = f"{method.name}, {branch.name}, {name}, allocation {n}: {outcome}"
             assert texts.fullmatch(outcome.stderr), where
@@ -89,5 +96,10 @@ def sweep() -> None:
     import _libryn
 
     gc.disable()
-    print(sum(sweep_branch(double, getattr(_libryn, method.name), method, branch)
-              for method in METHODS for branch in branches(method)))
+    print(
+        sum(
+            sweep_branch(double, getattr(_libryn, method.name), method, branch)
+            for method in METHODS
+            for branch in branches(method)
+        )
+    )

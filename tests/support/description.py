@@ -5,6 +5,7 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).parents[2] / "libryn"))
 
+# isort: off
 from reference.methods import METHODS as DESCRIPTIONS  # noqa: E402
 from reference.model import Field, Idiom, Record  # noqa: E402
 from reference.model import Method as Description  # noqa: E402

@@ -89,7 +89,7 @@ def fail_each_call(ryn: Any, double: Double, faults: Any, method: Method) -> int
             for n, (name, _) in enumerate(whole_trace):
                 point = f"{method.name}, {branch.name}: call {n}, {name}"
                 outcome, trace = run_failing(faults, function, args, n)
-                assert trace[:n + 1] == whole_trace[:n + 1], point
+                assert trace[: n + 1] == whole_trace[: n + 1], point
                 assert outcome == expected(method, whole_trace, n, base), (point, outcome)
                 blocks, nones = kept_on_purpose(method, name, branch.leaks)
                 assert_kept(faults, function, args, n, (CALLS * blocks, 0, CALLS * nones), point)

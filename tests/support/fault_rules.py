@@ -99,8 +99,10 @@ def set_port_tx_uplink(trace: Trace, n: int, base: Outcome) -> Outcome:
 
 
 def uplink_list(trace: Trace, n: int) -> Outcome:
-    message = {"PyList_New": "Failed to allocate uplink stats.\n",
-               "PyList_SetItem": "Failed to set uplink stats counter.\n"}
+    message = {
+        "PyList_New": "Failed to allocate uplink stats.\n",
+        "PyList_SetItem": "Failed to set uplink stats counter.\n",
+    }
     assert trace[n][1] is None or trace[n][1] in UPLINK_COUNTERS
     return Outcome(None, message.get(trace[n][0], "Failed to allocate uplink stats counter.\n"), INJECTED)
 
@@ -146,7 +148,7 @@ def mirror_conf(trace: Trace, n: int, base: Outcome) -> Outcome:
     names = functions(trace)
     if n == names.index("PyList_New"):
         return Outcome(None, "Failed to allocate memory.\n", INJECTED)
-    session = names[:n + 1].count("PyDict_New") - 1
+    session = names[: n + 1].count("PyDict_New") - 1
     start = [i for i, name in enumerate(names) if name == "PyDict_New"][session]
     keys = list(base.value[session])
     stored = names[start:n].count("PyDict_SetItem")
@@ -158,8 +160,10 @@ def mirror_conf(trace: Trace, n: int, base: Outcome) -> Outcome:
     if n == start:
         return Outcome(failed, "Failed to allocate memory.\n", INJECTED)
     key = keys[stored]
-    in_a_list = isinstance(base.value[session][key], list) and names[n] not in ("PyDict_SetItem",
-                                                                               "PyUnicode_InternFromString")
+    in_a_list = isinstance(base.value[session][key], list) and names[n] not in (
+        "PyDict_SetItem",
+        "PyUnicode_InternFromString",
+    )
     if not in_a_list:
         return Outcome(failed, error=item(trace, n).error)
     without_list = [*base.value]

@@ -14,15 +14,44 @@ MIN_ENTRY = 304  # bytes that an entry of a page must have left
 
 # Offset and width of each field of an actions record
 FIELDS = {
-    "cg": (8, 8), "packets": (24, 8), "bytes": (40, 8), "bitmap": (56, 4), "flags": (61, 1), "len": (62, 2),
-    "dp": (64, 1), "inval": (68, 4), "pi": (72, 1), "vi": (74, 2), "vni": (76, 4), "child_port": (114, 4),
-    "output_vlan": (118, 2), "encap_vni": (244, 3), "vdr_count": (256, 1),
+    "cg": (8, 8),
+    "packets": (24, 8),
+    "bytes": (40, 8),
+    "bitmap": (56, 4),
+    "flags": (61, 1),
+    "len": (62, 2),
+    "dp": (64, 1),
+    "inval": (68, 4),
+    "pi": (72, 1),
+    "vi": (74, 2),
+    "vni": (76, 4),
+    "child_port": (114, 4),
+    "output_vlan": (118, 2),
+    "encap_vni": (244, 3),
+    "vdr_count": (256, 1),
 }
 
-PLAIN = {3: "LRO; ", 4: "IPFIX Ingress; ", 5: "DROP; ", 6: "DFW on srcPort; ", 8: "SP; ", 11: "VR; ", 13: "PR; ",
-         16: "GVLAN Insert; ", 22: "DECAP; ", 23: "GVLAN Remove; ", 26: "IPFIX Egress; ", 27: "DFW on dstPort; "}
-WITH_NUMBER = {2: ("KCPInputChildPort", "child_port"), 10: ("VI", "vi"), 12: ("PI", "pi"), 20: ("VNI", "vni"),
-               28: ("KCPOutputVLAN", "output_vlan")}
+PLAIN = {
+    3: "LRO; ",
+    4: "IPFIX Ingress; ",
+    5: "DROP; ",
+    6: "DFW on srcPort; ",
+    8: "SP; ",
+    11: "VR; ",
+    13: "PR; ",
+    16: "GVLAN Insert; ",
+    22: "DECAP; ",
+    23: "GVLAN Remove; ",
+    26: "IPFIX Egress; ",
+    27: "DFW on dstPort; ",
+}
+WITH_NUMBER = {
+    2: ("KCPInputChildPort", "child_port"),
+    10: ("VI", "vi"),
+    12: ("PI", "pi"),
+    20: ("VNI", "vni"),
+    28: ("KCPOutputVLAN", "output_vlan"),
+}
 SILENT = [0, 1, 7, 9, 14, 15, 17, 19, 24, 25, 29, 30, 31]  # bits without a text of their own
 
 
@@ -32,7 +61,7 @@ def set_fields(record: bytearray, at: int = 0, instances: Sequence[int] = (), **
         fields.setdefault("vdr_count", len(instances))
     for name, value in fields.items():
         offset, width = FIELDS[name]
-        record[at + offset:at + offset + width] = value.to_bytes(width, "big" if name == "encap_vni" else "little")
+        record[at + offset : at + offset + width] = value.to_bytes(width, "big" if name == "encap_vni" else "little")
     for i, value in enumerate(instances):
         struct.pack_into("<I", record, at + 274 + 32 * i, value)
     return record
@@ -45,11 +74,13 @@ def actions(size: int = ACTIONS, fill: int = 0, **fields) -> bytes:
 def field(record: bytes, name: str) -> int:
     """Bytes past the record count as 0."""
     offset, width = FIELDS[name]
-    return int.from_bytes(record[offset:offset + width].ljust(width, b"\0"), "big" if name == "encap_vni" else "little")
+    return int.from_bytes(
+        record[offset : offset + width].ljust(width, b"\0"), "big" if name == "encap_vni" else "little"
+    )
 
 
 def instance(record: bytes, i: int) -> int:
-    return int.from_bytes(record[274 + 32 * i:278 + 32 * i].ljust(4, b"\0"), "little")
+    return int.from_bytes(record[274 + 32 * i : 278 + 32 * i].ljust(4, b"\0"), "little")
 
 
 def pointer(value: int) -> str:
@@ -61,7 +92,12 @@ def pieces(record: bytes) -> Iterator[str | None]:
     bitmap = field(record, "bitmap")
     dp = "%d" % field(record, "dp") if bitmap >> 7 & 1 else "-"
     yield "bmap:%s inval(s):%d cg:%s dp:%s len:%d; " % (
-        pointer(bitmap), field(record, "inval"), pointer(field(record, "cg")), dp, field(record, "len"))
+        pointer(bitmap),
+        field(record, "inval"),
+        pointer(field(record, "cg")),
+        dp,
+        field(record, "len"),
+    )
     for bit in range(32):
         if not bitmap >> bit & 1:
             continue
@@ -89,10 +125,10 @@ def actions_line(record: bytes, size: int = 1 << 20) -> tuple[str, int]:
     for piece in pieces(record):
         if piece is None:
             if len(text) >= size:
-                return text[:max(size - 1, 0)], 1
+                return text[: max(size - 1, 0)], 1
         else:
             text += piece
-    return text[:max(size - 1, 0)], 0
+    return text[: max(size - 1, 0)], 0
 
 
 def stats_text(record: bytes) -> str:
@@ -103,26 +139,37 @@ def stats_text(record: bytes) -> str:
 
 def key(fill: int = 0, **fields: int | bytes) -> bytes:
     """A flow key; `ports` are the 4 bytes as stored."""
-    offsets = {"mac1": 0, "mac2": 6, "word12": 12, "word14": 14, "ports": 16, "low20": 20, "high22": 22, "protocol": 23,
-               "address1": 24, "second_ipv4": 28, "address2": 40}
+    offsets = {
+        "mac1": 0,
+        "mac2": 6,
+        "word12": 12,
+        "word14": 14,
+        "ports": 16,
+        "low20": 20,
+        "high22": 22,
+        "protocol": 23,
+        "address1": 24,
+        "second_ipv4": 28,
+        "address2": 40,
+    }
     area = Bytes(bytes([fill]) * KEY)
     for name, value in fields.items():
         if isinstance(value, int):
             value = value.to_bytes(1 if name in ("high22", "protocol") else 2, "little")
         offset = offsets[name]
-        area[offset:offset + len(value)] = value
+        area[offset : offset + len(value)] = value
     return bytes(area)
 
 
 def key_line(key: bytes) -> str:
-    macs = ["%02x:%02x:%02x:%02x:%02x:%02x" % tuple(key[at:at + 6]) for at in (0, 6)]
+    macs = ["%02x:%02x:%02x:%02x:%02x:%02x" % tuple(key[at : at + 6]) for at in (0, 6)]
     vlan = key[13] * 16 + (key[12] >> 4)
     number14 = key[14] + (key[15] & 0x7F) * 256
     line = "%s  %s" % tuple(macs) + "  %-4d  %-7d" % (vlan, number14)
     if key[12] & 0x02:
-        addresses = [socket.inet_ntop(socket.AF_INET6, key[at:at + 16]) for at in (24, 40)]
+        addresses = [socket.inet_ntop(socket.AF_INET6, key[at : at + 16]) for at in (24, 40)]
     else:
-        addresses = ["%d.%d.%d.%d" % tuple(key[at:at + 4]) for at in (24, 28)]
+        addresses = ["%d.%d.%d.%d" % tuple(key[at : at + 4]) for at in (24, 28)]
     line += "  %-45s  %-45s" % tuple(addresses)
     line += "  %-5d  %-7d" % (key[23], key[20] + key[21] * 256 + key[22] * 65536)
     ports = struct.unpack_from("<2H" if key[23] in (1, 58) else ">2H", key, 16)
@@ -138,8 +185,9 @@ def random_number(rng: random.Random, width: int) -> int:
 def random_actions(rng: random.Random, size: int = ACTIONS, max_instances: int = 255) -> bytes:
     record = bytearray(rng.randbytes(size))
     fields: dict[str, Any] = {name: random_number(rng, width) for name, (_, width) in FIELDS.items()}
-    fields["bitmap"] = rng.choice([rng.getrandbits(32), rng.getrandbits(32) & rng.getrandbits(32),
-                                   1 << rng.randint(0, 31)])
+    fields["bitmap"] = rng.choice(
+        [rng.getrandbits(32), rng.getrandbits(32) & rng.getrandbits(32), 1 << rng.randint(0, 31)]
+    )
     if rng.random() < 0.7:
         fields["bitmap"] &= ~0x20  # else hardly a line would get past DROP
     fields["vdr_count"] = rng.choice([0, 1, 2, max_instances, rng.randint(0, max_instances)])

@@ -70,8 +70,28 @@ from pathlib import Path
 from typing import Any, Callable, Iterator
 from unittest.mock import ANY
 
-__all__ = ["ANY", "BUFFER", "DICT_ITEM", "LIST_ITEM", "MISSING", "NULL", "Bytes", "Call", "Double", "Outcome",
-           "UNDER_ASAN", "capture_stderr", "leave", "lost_blocks", "python", "run", "u8", "u16", "u32", "u64"]
+__all__ = [
+    "ANY",
+    "BUFFER",
+    "DICT_ITEM",
+    "LIST_ITEM",
+    "MISSING",
+    "NULL",
+    "Bytes",
+    "Call",
+    "Double",
+    "Outcome",
+    "UNDER_ASAN",
+    "capture_stderr",
+    "leave",
+    "lost_blocks",
+    "python",
+    "run",
+    "u8",
+    "u16",
+    "u32",
+    "u64",
+]
 
 UNDER_ASAN = "libasan" in os.environ.get("LD_PRELOAD", "")  # keeps freed memory for a while
 
@@ -107,8 +127,9 @@ class Outcome:
     def __eq__(self, other: object) -> bool:
         if not isinstance(other, Outcome):
             return NotImplemented
-        return ((self.value, self.stderr, self.error) == (other.value, other.stderr, other.error)
-                and (self.kind is other.kind or self.value is ANY or other.value is ANY))
+        return (self.value, self.stderr, self.error) == (other.value, other.stderr, other.error) and (
+            self.kind is other.kind or self.value is ANY or other.value is ANY
+        )
 
 
 @contextlib.contextmanager
@@ -131,8 +152,12 @@ def run(function: Any, *args: Any, failing_allocation: int = -1, following: bool
 
     with capture_stderr() as texts:
         has_result, result, error, allocation_failed = _probe.call(function, args, failing_allocation, following)
-    return Outcome(result if has_result else NULL, texts[0],
-                   None if error is None else (type(error), str(error)), allocation_failed)
+    return Outcome(
+        result if has_result else NULL,
+        texts[0],
+        None if error is None else (type(error), str(error)),
+        allocation_failed,
+    )
 
 
 def python(code: str, **environment: str) -> subprocess.CompletedProcess[str]:
@@ -140,8 +165,14 @@ def python(code: str, **environment: str) -> subprocess.CompletedProcess[str]:
     settings = {**os.environ, **environment}
     settings["PYTHONPATH"] = os.pathsep.join([str(Path(__file__).parent), settings["PYTHONPATH"]])
     # Not in the root, whose ryn/ lacks what is built
-    return subprocess.run([sys.executable, "-c", code], env=settings, text=True, capture_output=True, timeout=60,
-                          cwd=Path(__file__).parent)
+    return subprocess.run(
+        [sys.executable, "-c", code],
+        env=settings,
+        text=True,
+        capture_output=True,
+        timeout=60,
+        cwd=Path(__file__).parent,
+    )
 
 
 def leave(status: int) -> None:
@@ -199,7 +230,7 @@ class Bytes(bytearray):
 
     def raw(self, offset: int, data: bytes) -> Bytes:
         assert 0 <= offset and offset + len(data) <= len(self), "written past the area"
-        self[offset:offset + len(data)] = data
+        self[offset : offset + len(data)] = data
         return self
 
     def text(self, offset: int, text: str) -> Bytes:
@@ -243,13 +274,19 @@ class Call:
 
 
 class _Answer(ctypes.Structure):
-    _fields_ = [("status", ctypes.c_uint32), ("times", ctypes.c_int32), ("area", ctypes.c_char_p),
-                ("size", ctypes.c_size_t), ("length", ctypes.c_int64), ("overrun", ctypes.c_int32)]
+    _fields_ = [
+        ("status", ctypes.c_uint32),
+        ("times", ctypes.c_int32),
+        ("area", ctypes.c_char_p),
+        ("size", ctypes.c_size_t),
+        ("length", ctypes.c_int64),
+        ("overrun", ctypes.c_int32),
+    ]
 
 
 def _recorded(value: Any) -> Any:
     if isinstance(value, dict):
-        (kind, digits), = value.items()
+        ((kind, digits),) = value.items()
         data = bytes.fromhex(digits)
         return data if kind == "bytes" else data.decode("utf-8", "surrogateescape")
     return value
@@ -286,21 +323,44 @@ class Double:
         self._ryn.double_blocks_out.restype = ctypes.c_uint64
         self._ryn.double_blocks_freed.restype = ctypes.c_uint64
         self._ryn.double_add_switch.argtypes = [ctypes.c_char_p, ctypes.c_char_p, ctypes.c_char_p, ctypes.c_size_t]
-        self._ryn.double_add_property.argtypes = [ctypes.c_int, ctypes.c_int, ctypes.c_char_p, ctypes.c_char_p,
-                                                  ctypes.c_size_t]
+        self._ryn.double_add_property.argtypes = [
+            ctypes.c_int,
+            ctypes.c_int,
+            ctypes.c_char_p,
+            ctypes.c_char_p,
+            ctypes.c_size_t,
+        ]
         self._operations: Any = None
 
     def reset(self) -> None:
         self._ryn.double_reset()
 
-    def answer(self, op: str, status: int = 0, area: bytes | None = None, length: int | None = None,
-               times: int | None = None, overrun: bool = False) -> None:
+    def answer(
+        self,
+        op: str,
+        status: int = 0,
+        area: bytes | None = None,
+        length: int | None = None,
+        times: int | None = None,
+        overrun: bool = False,
+    ) -> None:
         if self._operations is None:
             self._operations = ctypes.CDLL("libjorPublic.so")  # knows libryn.so's too; needs the module to be loaded
         assert hasattr(self._operations, op), f"no such operation: {op}"
         data = None if area is None else bytes(area)
-        self._ryn.double_answer(op.encode(), ctypes.byref(_Answer(
-            status, -1 if times is None else times, data, len(data or b""), -1 if length is None else length, overrun)))
+        self._ryn.double_answer(
+            op.encode(),
+            ctypes.byref(
+                _Answer(
+                    status,
+                    -1 if times is None else times,
+                    data,
+                    len(data or b""),
+                    -1 if length is None else length,
+                    overrun,
+                )
+            ),
+        )
 
     def hold_call(self, op: str) -> Held:
         """Lets the next call of the operation wait until it is told to go on."""
@@ -309,8 +369,10 @@ class Double:
         return held
 
     def calls(self) -> list[Call]:
-        return [Call(call["op"], **{name: _recorded(value) for name, value in call["args"].items()})
-                for call in map(json.loads, self._ryn.double_calls().decode().splitlines())]
+        return [
+            Call(call["op"], **{name: _recorded(value) for name, value in call["args"].items()})
+            for call in map(json.loads, self._ryn.double_calls().decode().splitlines())
+        ]
 
     def ops(self) -> list[str]:
         return [call.op for call in self.calls()]
@@ -321,8 +383,14 @@ class Double:
     def recording(self, on: bool) -> None:
         self._ryn.double_recording(on)
 
-    def add_switch(self, alias: str | bytes, id: str | bytes = "id", class_name: str = "vswitch",
-                   host: dict[str, bytes | str] | None = None, global_: dict[str, bytes | str] | None = None) -> None:
+    def add_switch(
+        self,
+        alias: str | bytes,
+        id: str | bytes = "id",
+        class_name: str = "vswitch",
+        host: dict[str, bytes | str] | None = None,
+        global_: dict[str, bytes | str] | None = None,
+    ) -> None:
         """Property values: bytes as they are, a str with the terminating NUL. `id` may hold bytes behind a NUL."""
         name, identifier = (text.encode() if isinstance(text, str) else text for text in (alias, id))
         dvs = self._ryn.double_add_switch(name, class_name.encode(), identifier, len(identifier))

@@ -108,46 +108,104 @@ def private_text(double: Double) -> None:
 
 ENTRY, SESSION, FILTER, VERTEX, BALANCER = 20, 8, 16, 8 + 37, [8, 12, 16, 20]
 RESPONSES = [
-    Response("ListSwitches", (), "Ryn_Get_Switch_List", 2568,
-             words(0, room=16) + words(8 + 128, room=15) + words(8 + 132, 8 + 136, 8 + 140, room=128)
-             + words(8 + 148, room=64)),
-    Response("ListPorts", (0,), "Ryn_Get_Port_List", 11532,
-             words(4, room=128) + [Field(12 + 8, 1, 32), Field(12 + 9, 1, 32)] + words(12 + 18, room=4),
-             words(12, room=1 << 26) + words(12 + 4, room=127) + halves(12 + 16, room=16384)),
+    Response(
+        "ListSwitches",
+        (),
+        "Ryn_Get_Switch_List",
+        2568,
+        words(0, room=16)
+        + words(8 + 128, room=15)
+        + words(8 + 132, 8 + 136, 8 + 140, room=128)
+        + words(8 + 148, room=64),
+    ),
+    Response(
+        "ListPorts",
+        (0,),
+        "Ryn_Get_Port_List",
+        11532,
+        words(4, room=128) + [Field(12 + 8, 1, 32), Field(12 + 9, 1, 32)] + words(12 + 18, room=4),
+        words(12, room=1 << 26) + words(12 + 4, room=127) + halves(12 + 16, room=16384),
+    ),
     Response("GetPortStats", (0, 0), "Ryn_Get_Port_Stats", 128, []),
     Response("GetPortStats", (0, 0), "Ryn_Get_Port_Stats_Slowpath", 128, []),
-    Response("ListPortMACTable", (0, 0), "Ryn_Dump_Port_MAC_Table", 327696, words(0, room=16384),
-             words(8, 12, room=16384) + halves(16 + 6, room=4095) + words(16 + 8, room=127)),
-    Response("ListSwitchMACTable", (0,), "Ryn_Dump_Switch_MAC_Table", 1310736, words(0, room=65536),
-             words(8, 12, room=65536) + halves(16 + 6, room=4095) + words(16 + 8, room=127)),
-    Response("GetPortConf", (0, 0), "Ryn_Get_Port_Conf", 1272,
-             words(16, room=32) + words(48, room=256) + words(20, room=63) + words(0, room=127)),
+    Response(
+        "ListPortMACTable",
+        (0, 0),
+        "Ryn_Dump_Port_MAC_Table",
+        327696,
+        words(0, room=16384),
+        words(8, 12, room=16384) + halves(16 + 6, room=4095) + words(16 + 8, room=127),
+    ),
+    Response(
+        "ListSwitchMACTable",
+        (0,),
+        "Ryn_Dump_Switch_MAC_Table",
+        1310736,
+        words(0, room=65536),
+        words(8, 12, room=65536) + halves(16 + 6, room=4095) + words(16 + 8, room=127),
+    ),
+    Response(
+        "GetPortConf",
+        (0, 0),
+        "Ryn_Get_Port_Conf",
+        1272,
+        words(16, room=32) + words(48, room=256) + words(20, room=63) + words(0, room=127),
+    ),
     Response("GetPortLRO", (0, 0), "Ryn_GetLRO", 4, words(0, room=1)),
     Response("GetSwitchLRO", (0,), "Ryn_GetLRO", 4, words(0, room=1)),
-    Response("DumpFlowTable", (0, 0, 0, 0), "Ryn_Dump_Flow_Table", 10260,
-             words(12, room=33) + words(16, room=10260) + words(ENTRY + 64 + 56, room=1 << 18)
-             + halves(ENTRY + 64 + 62, room=240) + [Field(ENTRY + 64 + 256, 1, 12)],
-             words(8, room=33) + words(ENTRY + 64 + 68, room=1) + [Field(ENTRY + 64 + 64, 1, 63)]),
+    Response(
+        "DumpFlowTable",
+        (0, 0, 0, 0),
+        "Ryn_Dump_Flow_Table",
+        10260,
+        words(12, room=33)
+        + words(16, room=10260)
+        + words(ENTRY + 64 + 56, room=1 << 18)
+        + halves(ENTRY + 64 + 62, room=240)
+        + [Field(ENTRY + 64 + 256, 1, 12)],
+        words(8, room=33) + words(ENTRY + 64 + 68, room=1) + [Field(ENTRY + 64 + 64, 1, 63)],
+    ),
     Response("GetFlowStats", (0, (), 0), "Ryn_Get_Flow_Stats", 1544, words(0, room=32) + words(8, room=63)),
     Response("GetFlowTimeout", (), "Ryn_Get_Flow_Timeout", 4, words(0, room=60)),
     Response("GetFPOStats", (0, ()), "Ryn_Get_FPO_Stats", 1800, words(0, room=32) + words(8, room=63)),
     Response("GetFPOUplinkStatus", (0, 0), "Ryn_Get_FPO_Uplink_Status", 40, words(0, room=3) + words(4, 8, room=16)),
     Response("GetPortTxUplink", (0, 0), "Ryn_Get_Port_Tx_Uplink", 18, [Field(0, 1, 5), Field(1, 1, 8)]),
-    Response("GetMirrorConf", (0,), "Ryn_Get_Mirror_Conf", 2048,
-             halves(4, room=28) + halves(*(SESSION + offset for offset in (14, 16, 18)), room=128)
-             + halves(SESSION + 20, room=984), halves(SESSION + 4, room=28)),
+    Response(
+        "GetMirrorConf",
+        (0,),
+        "Ryn_Get_Mirror_Conf",
+        2048,
+        halves(4, room=28)
+        + halves(*(SESSION + offset for offset in (14, 16, 18)), room=128)
+        + halves(SESSION + 20, room=984),
+        halves(SESSION + 4, room=28),
+    ),
     Response("GetUplinkStats", (0, 0), "Ryn_Get_Uplink_Priv_Stats_Len", 4, words(0, room=64), prepare=private_text),
     Response("GetUplinkStats", (0, 0), "Ryn_Get_Uplink_Priv_Stats", 64, [], prepare=private_text),
     Response("GetUplinkStats", (0, 0), "Ryn_Get_Uplink_Stats", 192, [], prepare=private_text),
     Response("GetUplinkQueueStats", (0, 0, 0, 0), "Ryn_Get_Uplink_Queue_Stats", 192, []),
     Response("GetPanicOnTxHang", (0,), "Ryn_Get_Panic_On_Tx_Hang", 4, words(0, room=1)),
-    Response("GetPortNetQInfo", (0, 0), "Ryn_Get_Port_NetQ_Info", 524288,
-             [Field(14, 2, 65534, long=(0x7FFF, 0x8000, 65532, 65533))] + halves(FILTER, room=1)
-             + halves(FILTER + 4, room=16) + halves(FILTER + 6, room=32766)),
+    Response(
+        "GetPortNetQInfo",
+        (0, 0),
+        "Ryn_Get_Port_NetQ_Info",
+        524288,
+        [Field(14, 2, 65534, long=(0x7FFF, 0x8000, 65532, 65533))]
+        + halves(FILTER, room=1)
+        + halves(FILTER + 4, room=16)
+        + halves(FILTER + 6, room=32766),
+    ),
     Response("ListDevAffinity", (), "Ryn_List_Dev_Affinity", 1156, words(0, room=32) + words(4 + 32, room=1)),
-    Response("DumpLBSnapshot", (0,), "Ryn_DumpLBSnapshot", 4096,
-             words(0, room=110) + words(4, room=204) + words(8 + 12, 8 + 16, room=339)
-             + words(VERTEX + 12, VERTEX + 16, room=335)),
+    Response(
+        "DumpLBSnapshot",
+        (0,),
+        "Ryn_DumpLBSnapshot",
+        4096,
+        words(0, room=110)
+        + words(4, room=204)
+        + words(8 + 12, 8 + 16, room=339)
+        + words(VERTEX + 12, VERTEX + 16, room=335),
+    ),
     Response("DumpLBPortStats", (0, 0, 0), "Ryn_Dump_LB_PortStats", 9224, words(8 + 8, 8 + 12, room=63)),
     Response("GetLBWeights", (), "Ryn_GetLBWeights", 32, []),
     Response("GetLBParams", ("dvs-1",), "Ryn_GetCurrentLBData", 24, words(*BALANCER, room=100), prepare=a_switch),

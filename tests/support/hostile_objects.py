@@ -97,9 +97,14 @@ def raising() -> None:
 
 
 def harms(ryn: Any) -> list[Callable[[], Any]]:
-    return [raising, gc.collect, lambda: ryn.GetFlowStats(0, (1, 2), 0),
-            lambda: run(ryn.SetPortTxUplink, 0, 0, {"txType": "All", "txUplinks": [1]}),
-            lambda: run(ryn.ListPorts, Index(raising)), lambda: [object() for _ in range(1000)]]
+    return [
+        raising,
+        gc.collect,
+        lambda: ryn.GetFlowStats(0, (1, 2), 0),
+        lambda: run(ryn.SetPortTxUplink, 0, 0, {"txType": "All", "txUplinks": [1]}),
+        lambda: run(ryn.ListPorts, Index(raising)),
+        lambda: [object() for _ in range(1000)],
+    ]
 
 
 def check(outcome: Outcome) -> None:
@@ -116,7 +121,7 @@ def attack_numbers(ryn: Any, double: Double) -> None:
         for place, unit in enumerate(method.format or ""):
             if unit in "IL":
                 for value in [*hostile, 1 << 70, -(1 << 70), Number(1 << 65), 1.5]:
-                    check(run(getattr(ryn, method.name), *method.args[:place], value, *method.args[place + 1:]))
+                    check(run(getattr(ryn, method.name), *method.args[:place], value, *method.args[place + 1 :]))
     for value in [*hostile, *values]:
         check(run(ryn.GetFlowStats, 0, (1, value, 2), 0))
         check(run(ryn.GetFPOStats, 0, (value,) * 64))
@@ -129,11 +134,12 @@ def attack_texts(ryn: Any) -> None:
         for place, unit in enumerate(method.format or ""):
             if unit == "s":
                 for text in texts:
-                    check(run(getattr(ryn, method.name), *method.args[:place], text, *method.args[place + 1:]))
+                    check(run(getattr(ryn, method.name), *method.args[:place], text, *method.args[place + 1 :]))
 
 
 def attack_policies(ryn: Any, double: Double) -> None:
     """A dict and its list, which the conversion of an item empties, replaces and drops."""
+
     def set_policy(policy: Any) -> None:
         check(run(ryn.SetPortTxUplink, 0, 0, policy))
 
@@ -206,8 +212,12 @@ def attack_ownership(ryn: Any, double: Double) -> None:
     for method in METHODS:  # arguments that only the call itself holds
         fresh = {int: lambda argument: Number(argument), str: lambda argument: Text(argument)}
         method.script(double)
-        check(run(getattr(ryn, method.name), *(fresh.get(type(argument), lambda same: same)(argument)
-                                               for argument in method.args)))
+        check(
+            run(
+                getattr(ryn, method.name),
+                *(fresh.get(type(argument), lambda same: same)(argument) for argument in method.args),
+            )
+        )
 
 
 def attack_through_the_collector(ryn: Any, double: Double) -> None:

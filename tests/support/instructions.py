@@ -34,7 +34,6 @@ def call_each_case() -> None:
 
     double = harness.set_up()
     import _libryn
-
     import cases
 
     gc.disable()  # what it walks depends on all that the interpreter has loaded
@@ -61,23 +60,35 @@ def call_each_case() -> None:
 def count() -> dict[str, float]:
     """Instructions of one call of each case; of MAC tables those that a row takes."""
     with tempfile.TemporaryDirectory() as folder:
-        command = ["valgrind", "--tool=callgrind", f"--callgrind-out-file={folder}/out", f"--dump-before=PyRYN_{MARK}(*",
-                   sys.executable, __file__, "--call"]
+        command = [
+            "valgrind",
+            "--tool=callgrind",
+            f"--callgrind-out-file={folder}/out",
+            f"--dump-before=PyRYN_{MARK}(*",
+            sys.executable,
+            __file__,
+            "--call",
+        ]
         environment = {**os.environ, "PYTHONHASHSEED": "0", "PYTHONDONTWRITEBYTECODE": "1"}
         done = subprocess.run(command, env=environment, text=True, capture_output=True, timeout=300)
         assert done.returncode == 0, done.stderr
         # A numbered file for each mark, in order; the first has what came before them
         files = sorted(Path(folder).glob("out.*"), key=lambda file: int(file.suffix[1:]))[1:]
-        totals = [int(total) for file in files
-                  for total in re.findall(r"^(?:totals|summary): (\d+)", file.read_text(), re.MULTILINE)[:1]]
+        totals = [
+            int(total)
+            for file in files
+            for total in re.findall(r"^(?:totals|summary): (\d+)", file.read_text(), re.MULTILINE)[:1]
+        ]
     names = done.stdout.splitlines()
     assert len(names) == len(totals), (len(names), len(totals))
     counts = dict(zip(names, totals))  # the last of each name stays
     loop = counts.pop("loop")
     found = {name: round((total - loop) / len(CALLS), 1) for name, total in counts.items()}
     empty = found.pop("MAC table 0")
-    return {f"ListSwitchMACTable, a row of {rows}": round((found.pop(f"MAC table {rows}") - empty) / rows, 1)
-            for rows in ROWS} | found
+    return {
+        f"ListSwitchMACTable, a row of {rows}": round((found.pop(f"MAC table {rows}") - empty) / rows, 1)
+        for rows in ROWS
+    } | found
 
 
 def main() -> None:

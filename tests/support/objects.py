@@ -39,5 +39,12 @@ def for_the_parser(argument: object) -> object:
 
 
 # What the parser refuses in the place of an unsigned int, and the error that it sets.
-NOT_INTS = [("1", TypeError), (None, TypeError), (1.0, TypeError), (b"1", TypeError), ((), TypeError),
-            (RaisingIndex(), ZeroDivisionError), (RaisingIndex(OverflowError("far")), OverflowError)]
+NOT_INTS = [
+    ("1", TypeError),
+    (None, TypeError),
+    (1.0, TypeError),
+    (b"1", TypeError),
+    ((), TypeError),
+    (RaisingIndex(), ZeroDivisionError),
+    (RaisingIndex(OverflowError("far")), OverflowError),
+]

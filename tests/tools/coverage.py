@@ -48,8 +48,11 @@ class Place(NamedTuple):
         return (ROOT / self.file).read_text().splitlines()[self.line - 1].strip()
 
     def text(self) -> str:
-        what = {"regions": "never runs", "branches": f"never {self.part}",
-                "conditions": f"{self.part} never turns the outcome alone"}[self.kind]
+        what = {
+            "regions": "never runs",
+            "branches": f"never {self.part}",
+            "conditions": f"{self.part} never turns the outcome alone",
+        }[self.kind]
         return f"{self.file}:{self.line}:{self.column}: {what}: {self.source()}"
 
 
@@ -79,7 +82,7 @@ def main() -> int:
     parser = argparse.ArgumentParser(description="Reports what of the module the tests reached.")
     parser.add_argument("build", type=Path, help="the build folder, made with -Dcoverage=true")
     build = parser.parse_args().build
-    module, = build.glob("libryn/_libryn*.so")
+    (module,) = build.glob("libryn/_libryn*.so")
     profile = build / "module.profdata"
     subprocess.run(["llvm-profdata-19", "merge", "-o", profile, *build.glob("profile/*.profraw")], check=True)
     host = build / "tests/native/host/host_tests"  # what of host/ the module does not use

@@ -32,7 +32,9 @@ SVG = """\
 {styles}
 </style>
 <defs>
-<clipPath id="{unique_id}-clip-terminal"><rect x="0" y="0" width="{terminal_width}" height="{terminal_height}" /></clipPath>
+<clipPath id="{unique_id}-clip-terminal">
+<rect x="0" y="0" width="{terminal_width}" height="{terminal_height}" />
+</clipPath>
 {lines}
 </defs>
 {chrome}
@@ -51,8 +53,15 @@ def tour() -> str:
     with tempfile.TemporaryDirectory() as folder:
         environment = {**os.environ, "RYN_SIM_STATE": os.path.join(folder, "tour.db")}
         run = ["/usr/bin/python3", "simhost/tool/ryn-sim", "run", "--", "/usr/bin/python3", "examples/tour.py"]
-        return subprocess.run([*run, "--still"], cwd=ROOT, env=environment, text=True, check=True,
-                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT).stdout
+        return subprocess.run(
+            [*run, "--still"],
+            cwd=ROOT,
+            env=environment,
+            text=True,
+            check=True,
+            stdout=subprocess.PIPE,
+            stderr=subprocess.STDOUT,
+        ).stdout
 
 
 def with_tour(text: str, output: str) -> str:
@@ -77,10 +86,12 @@ def pages() -> dict[Path, str]:
     lines = output.splitlines()
     return {
         README: with_tour(README.read_text(), "\n".join(lines[:README_LINES]) + "\n"),
-        PAGE: "# What the demo shows\n\nThe tour at the end of `./dev demo`, here with the clock stepped instead of waited "
-              f"for. `./dev demo --docs` wrote this\npage.\n\n```text\n{output}```\n",
-        PICTURE: picture([Text(line, "bold cyan" if line.startswith("-- ") else "") for line in lines[:PICTURE_LINES]],
-                         "./dev demo"),
+        PAGE: "# What the demo shows\n\nThe tour at the end of `./dev demo`, here with the clock stepped instead of "
+        "waited "
+        f"for. `./dev demo --docs` wrote this\npage.\n\n```text\n{output}```\n",
+        PICTURE: picture(
+            [Text(line, "bold cyan" if line.startswith("-- ") else "") for line in lines[:PICTURE_LINES]], "./dev demo"
+        ),
     }
 
 

@@ -96,11 +96,15 @@ def source_places(module: Path, addresses: list[int]) -> Iterator[list[str]]:
 
 
 def mutants_of(module: Path) -> list[Mutant]:
-    (address, offset), = re.findall(r" \.text +[0-9a-f]+ +([0-9a-f]+) +[0-9a-f]+ +([0-9a-f]+)",
-                                    tool("objdump", "-h", module))
+    ((address, offset),) = re.findall(
+        r" \.text +[0-9a-f]+ +([0-9a-f]+) +[0-9a-f]+ +([0-9a-f]+)", tool("objdump", "-h", module)
+    )
     to_file = int(offset, 16) - int(address, 16)
-    stack_checks = {line.split(":")[0].strip() for line in tool("objdump", "-d", "-j", ".text", module).splitlines()
-                    if STACK_CHECK in line}
+    stack_checks = {
+        line.split(":")[0].strip()
+        for line in tool("objdump", "-d", "-j", ".text", module).splitlines()
+        if STACK_CHECK in line
+    }
     found = []
     function = before = ""
     for line in tool("objdump", "-d", "-C", "-w", "-j", ".text", module).splitlines():
@@ -186,8 +190,11 @@ def watch_tests(file: Any, session: pytest.Session, indexes: list[int], mutants:
     import _libryn
 
     traps = ctypes.CDLL(str(build / "tests/traps/libtraps.so"))
-    base = next(int(line.split("-")[0], 16) for line in Path("/proc/self/maps").read_text().splitlines()
-                if line.endswith(_libryn.__file__))
+    base = next(
+        int(line.split("-")[0], 16)
+        for line in Path("/proc/self/maps").read_text().splitlines()
+        if line.endswith(_libryn.__file__)
+    )
     addresses = (ctypes.c_size_t * len(mutants))(*(base + mutant.address for mutant in mutants))
     assert traps.traps_set(addresses, ctypes.c_size_t(len(mutants)))
     ran = (ctypes.c_uint8 * len(mutants))()
@@ -252,7 +259,7 @@ class Mutation:
         self.end = 0.0
 
     def pytest_runtestloop(self, session: pytest.Session) -> bool:
-        module, = (self.build / "libryn").glob("_libryn*.so")
+        (module,) = (self.build / "libryn").glob("_libryn*.so")
         mutants = mutants_of(module)
         print(f"{len(mutants)} conditions in {module.name}, {len(session.items)} tests", flush=True)
 
@@ -315,7 +322,8 @@ class Mutation:
     def tests_for(self, number: int, tests: list[Test]) -> list[Test]:
         """The cheapest first, so that a mutant that any test notices is cheap."""
         return [test for test in tests if test.ran[number]] + [
-            test for test in tests if test.own_process and not test.ran[number]]
+            test for test in tests if test.own_process and not test.ran[number]
+        ]
 
     def meet_all(self, session: pytest.Session, module: Path, todo: list[tuple[Mutant, list[Test]]]) -> None:
         todo.reverse()
@@ -377,9 +385,11 @@ class Mutation:
         count = Counter(verdict.how for verdict in self.verdicts)
         killed = len(self.verdicts) - len(survivors)
         percent = 100 * killed / len(self.verdicts)
-        print(f"\n{len(self.verdicts)} of {mutants} mutants, {killed} killed ({percent:.1f} %): "
-              + ", ".join(f"{number} by {how}" for how, number in count.most_common() if how != "survived")
-              + f"; {seconds:.0f} s with {self.options.jobs} at once")
+        print(
+            f"\n{len(self.verdicts)} of {mutants} mutants, {killed} killed ({percent:.1f} %): "
+            + ", ".join(f"{number} by {how}" for how, number in count.most_common() if how != "survived")
+            + f"; {seconds:.0f} s with {self.options.jobs} at once"
+        )
         for verdict in sorted(survivors, key=lambda verdict: verdict.mutant.places):
             print(f"survived {verdict.tests} tests: {verdict.mutant.text()}")
         self.exit_code = 0 if killed >= 0.95 * len(self.verdicts) else 1
@@ -395,14 +405,20 @@ def main() -> int:
     parser.add_argument("-k", default="", help="tests to run, as pytest takes it")
     options = parser.parse_args()
     if options.list:
-        module, = (options.build / "libryn").glob("_libryn*.so")
+        (module,) = (options.build / "libryn").glob("_libryn*.so")
         print(*(mutant.text() for mutant in mutants_of(module)), sep="\n")
         return 0
     mutation = Mutation(options)
-    files = sorted(path for folder in ("methods", "checks", "module", "double")
-                   for path in (TESTS / folder).glob("test_*.py") if path.name not in IRRELEVANT)
-    pytest.main(["-q", "-p", "no:cacheprovider", "-p", "no:faulthandler", "--capture=no",
-                 "-k", options.k, *map(str, files)], plugins=[mutation])
+    files = sorted(
+        path
+        for folder in ("methods", "checks", "module", "double")
+        for path in (TESTS / folder).glob("test_*.py")
+        if path.name not in IRRELEVANT
+    )
+    pytest.main(
+        ["-q", "-p", "no:cacheprovider", "-p", "no:faulthandler", "--capture=no", "-k", options.k, *map(str, files)],
+        plugins=[mutation],
+    )
     return mutation.exit_code
 
 

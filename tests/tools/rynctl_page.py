@@ -13,9 +13,8 @@ import tempfile
 import time
 from pathlib import Path
 
-from rich.text import Text
-
 import demo_page
+from rich.text import Text
 
 ROOT = Path(__file__).resolve().parents[2]
 PAGE = ROOT / "docs/rynctl.md"
@@ -35,9 +34,16 @@ class Shell:
         (binaries / "rynctl").symlink_to(ROOT / "rynctl/rynctl")
         (binaries / "ryn-sim").symlink_to(ROOT / "simhost/tool/ryn-sim")
         self.environment = {
-            "HOME": str(folder), "PATH": f"{binaries}:/usr/bin:/bin", "TERM": "xterm-256color", "LANG": "C.UTF-8",
-            "COLUMNS": str(WIDTH), "LD_LIBRARY_PATH": str(build / "simhost"), "RYN_SIM_LIBS": str(build / "simhost"),
-            "PYTHONPATH": f"{build}:{build / 'libryn'}", "RYN_SIM_STATE": str(folder / "host.db"), "NO_COLOR": "1",
+            "HOME": str(folder),
+            "PATH": f"{binaries}:/usr/bin:/bin",
+            "TERM": "xterm-256color",
+            "LANG": "C.UTF-8",
+            "COLUMNS": str(WIDTH),
+            "LD_LIBRARY_PATH": str(build / "simhost"),
+            "RYN_SIM_LIBS": str(build / "simhost"),
+            "PYTHONPATH": f"{build}:{build / 'libryn'}",
+            "RYN_SIM_STATE": str(folder / "host.db"),
+            "NO_COLOR": "1",
             "PYTHONDONTWRITEBYTECODE": "1",
         }
         description = (ROOT / "simhost/profiles/default.yaml").read_text()
@@ -46,8 +52,15 @@ class Shell:
         self.run("ryn-sim init hv0.yaml && ryn-sim clock step 20s")
 
     def run(self, command: str) -> str:
-        done = subprocess.run(["bash", "-c", command], env=self.environment, cwd=self.folder, text=True,
-                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=60)
+        done = subprocess.run(
+            ["bash", "-c", command],
+            env=self.environment,
+            cwd=self.folder,
+            text=True,
+            stdout=subprocess.PIPE,
+            stderr=subprocess.STDOUT,
+            timeout=60,
+        )
         # The name of this machine is nobody's business
         return done.stdout.replace(os.uname().nodename, "hv0")
 
@@ -71,13 +84,30 @@ def top() -> str:
         shell.run("ryn-sim clock run")
         socket = str(Path(folder, "tmux"))
         environment = {name: value for name, value in shell.environment.items() if name not in ("NO_COLOR", "COLUMNS")}
-        command = ["tmux", "-S", socket, "-f", "/dev/null", "new-session", "-d", "-x", "90", "-y", "24",
-                   shlex.join([f"{folder}/bin/rynctl", "top", "--interval", "1"])]
+        command = [
+            "tmux",
+            "-S",
+            socket,
+            "-f",
+            "/dev/null",
+            "new-session",
+            "-d",
+            "-x",
+            "90",
+            "-y",
+            "24",
+            shlex.join([f"{folder}/bin/rynctl", "top", "--interval", "1"]),
+        ]
         subprocess.run(command, env=environment, check=True)
         try:
             time.sleep(4)
-            capture = subprocess.run(["tmux", "-S", socket, "capture-pane", "-p", "-e"], env=environment, text=True,
-                                     check=True, stdout=subprocess.PIPE).stdout
+            capture = subprocess.run(
+                ["tmux", "-S", socket, "capture-pane", "-p", "-e"],
+                env=environment,
+                text=True,
+                check=True,
+                stdout=subprocess.PIPE,
+            ).stdout
         finally:
             subprocess.run(["tmux", "-S", socket, "kill-server"], env=environment, check=False)
     lines = [Text.from_ansi(line) for line in capture.replace(os.uname().nodename, "hv0").splitlines()]

@@ -16,7 +16,6 @@ from typing import Iterator
 
 import pexpect
 import pytest
-
 from ctl import ROOT, RYNCTL, Ctl
 
 
@@ -41,8 +40,13 @@ def test_watch_repeats(running: Ctl):
 
 
 def test_control_c_ends_a_watch_with_0(running: Ctl):
-    child = subprocess.Popen(["/usr/bin/python3", str(RYNCTL), "-j", "switch", "list", "--watch", "--interval", "60"],
-                             env=running.environment, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+    child = subprocess.Popen(
+        ["/usr/bin/python3", str(RYNCTL), "-j", "switch", "list", "--watch", "--interval", "60"],
+        env=running.environment,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.PIPE,
+        text=True,
+    )
     assert child.stdout and json.loads(child.stdout.readline())["data"]
     child.send_signal(signal.SIGINT)
     assert child.wait(20) == 0 and child.stderr and child.stderr.read() == ""
@@ -61,13 +65,29 @@ def test_top_in_a_pipe(running: Ctl, what: str):
 
 
 def test_top_marks_resets(running: Ctl):
-    child = subprocess.Popen(["/usr/bin/python3", str(RYNCTL), "-j", "top", "--interval", "2", "--count", "1",
-                              "--filter", "port=3", "--filter", "switch=dvs-1-set"],
-                             env=running.environment, stdout=subprocess.PIPE, text=True)
+    child = subprocess.Popen(
+        [
+            "/usr/bin/python3",
+            str(RYNCTL),
+            "-j",
+            "top",
+            "--interval",
+            "2",
+            "--count",
+            "1",
+            "--filter",
+            "port=3",
+            "--filter",
+            "switch=dvs-1-set",
+        ],
+        env=running.environment,
+        stdout=subprocess.PIPE,
+        text=True,
+    )
     time.sleep(0.8)  # after the first reading, before the second
     running("port", "reset", "dvs-1/3", "--yes")
     output, _ = child.communicate(timeout=30)
-    row, = json.loads(output)["data"]
+    (row,) = json.loads(output)["data"]
     assert row["reset"] is True and row["tx_packets"] is None
 
 
@@ -80,8 +100,9 @@ class Terminal:
         self("new-session", "-d", "-x", "80", "-y", "24", f"{shlex.join(command)}; echo ended with $?; sleep 60")
 
     def __call__(self, *arguments: str) -> str:
-        return subprocess.run([*self.tmux, *arguments], env=self.environment, text=True, check=True,
-                              stdout=subprocess.PIPE).stdout
+        return subprocess.run(
+            [*self.tmux, *arguments], env=self.environment, text=True, check=True, stdout=subprocess.PIPE
+        ).stdout
 
     def press(self, *keys: str) -> None:
         self("send-keys", *keys)
@@ -100,8 +121,9 @@ class Terminal:
 @pytest.fixture
 def top(running: Ctl, tmp_path: Path, request) -> Iterator[Terminal]:
     language = {"LANG": request.param, "LC_ALL": request.param}
-    terminal = Terminal(tmp_path, {**running.environment, **language}, "/usr/bin/python3", str(RYNCTL), "top",
-                        "--interval", "0.5")
+    terminal = Terminal(
+        tmp_path, {**running.environment, **language}, "/usr/bin/python3", str(RYNCTL), "top", "--interval", "0.5"
+    )
     yield terminal
     terminal("kill-server")
 
@@ -133,8 +155,14 @@ def test_top_on_a_terminal(top: Terminal):
 
 
 def test_control_c_ends_top_with_0(running: Ctl):
-    child = pexpect.spawn("/usr/bin/python3", [str(RYNCTL), "top"], dimensions=(24, 80), timeout=20,
-                          env=running.environment, encoding="utf-8")
+    child = pexpect.spawn(
+        "/usr/bin/python3",
+        [str(RYNCTL), "top"],
+        dimensions=(24, 80),
+        timeout=20,
+        env=running.environment,
+        encoding="utf-8",
+    )
     child.expect("TX_BYTES")
     child.sendintr()
     child.expect(pexpect.EOF)
@@ -148,18 +176,30 @@ def test_diff(ctl: Ctl, tmp_path: Path):
     ctl.sim("clock", "step", "10s")
     after.write_text(ctl("-j", "port", "stats").stdout)
     old, new = (json.loads(path.read_text()) for path in (before, after))
-    rows = ctl.data("diff", str(before), str(after), "--filter", "row~port=3$", "--filter", "row~dvs-1-set",
-                    "--filter", "column=tx_packets")
-    was, now = (next(row["tx_packets"] for row in each["data"] if (row["switch"], row["port"]) == ("dvs-1-set", 3))
-                for each in (old, new))
-    row, = rows
+    rows = ctl.data(
+        "diff",
+        str(before),
+        str(after),
+        "--filter",
+        "row~port=3$",
+        "--filter",
+        "row~dvs-1-set",
+        "--filter",
+        "column=tx_packets",
+    )
+    was, now = (
+        next(row["tx_packets"] for row in each["data"] if (row["switch"], row["port"]) == ("dvs-1-set", 3))
+        for each in (old, new)
+    )
+    (row,) = rows
     assert (row["change"], row["before"], row["after"], row["delta"]) == ("changed", was, now, now - was)
     assert row["rate"] > 0
     assert ctl.data("diff", str(before), str(before)) == []
     old["data"], removed = old["data"][1:], old["data"][0]
     before.write_text(json.dumps(old))
-    assert [(row["change"], row["row"]) for row in ctl.data("diff", str(before), str(after)) if row["column"] is None] == [
-        ("added", f"switch={removed['switch']} port={removed['port']}")]
+    assert [
+        (row["change"], row["row"]) for row in ctl.data("diff", str(before), str(after)) if row["column"] is None
+    ] == [("added", f"switch={removed['switch']} port={removed['port']}")]
     after.write_text(ctl("-j", "switch", "list").stdout)
     assert "holds" in ctl.refused("diff", str(before), str(after))
     after.write_text("[]")
@@ -168,7 +208,7 @@ def test_diff(ctl: Ctl, tmp_path: Path):
 
 
 def test_find(still: Ctl):
-    port, = still.data("port", "show", "dvs-1/3")
+    (port,) = still.data("port", "show", "dvs-1/3")
     found = still.data("find", port["mac"])
     assert {"port", "mac"} == {row["match"] for row in found}
     assert {(row["switch"], row["port"]) for row in found} == {("dvs-1-set", 3)}
@@ -176,11 +216,11 @@ def test_find(still: Ctl):
     assert found == still.data("find", port["mac"].upper().replace(":", "-"))
     assert still.data("switch", "show", "dvs-3")[0]["cores"] is None  # only configured
     assert still.data("find", "dvs-3")[0]["flows"] is None
-    row, = still.data("find", "dvs-1")
+    (row,) = still.data("find", "dvs-1")
     assert (row["match"], row["switch"]) == ("switch", "dvs-1-set") and row["flows"] > 0
-    row, = still.data("find", "dvs-1/3")
+    (row,) = still.data("find", "dvs-1/3")
     assert (row["match"], row["port"], row["mac"]) == ("port", 3, port["mac"])
-    row, = still.data("find", "lunic2")
+    (row,) = still.data("find", "lunic2")
     assert row["match"] == "device" and row["detail"]
     flow = still.data("flow", "dump", "dvs-1", "--limit", "1")[0]
     rows = still.data("find", flow["src"])
@@ -211,6 +251,11 @@ def test_flow_filters(still: Ctl):
 
 def test_it_runs_from_anywhere(still: Ctl, tmp_path: Path):
     (tmp_path / "rynctl").symlink_to(ROOT / "rynctl/rynctl")
-    done = subprocess.run(["rynctl", "-j", "switch", "list"], cwd=tmp_path, text=True, capture_output=True,
-                          env={**still.environment, "PATH": f"{tmp_path}:{os.defpath}"})
+    done = subprocess.run(
+        ["rynctl", "-j", "switch", "list"],
+        cwd=tmp_path,
+        text=True,
+        capture_output=True,
+        env={**still.environment, "PATH": f"{tmp_path}:{os.defpath}"},
+    )
     assert (done.returncode, done.stderr) == (0, "")

@@ -8,7 +8,6 @@ import subprocess
 import sys
 
 import pytest
-
 from ctl import BUILD, ROOT, Ctl
 from method_table import METHODS
 
@@ -24,17 +23,38 @@ def test_every_method_is_within_reach():
 
 
 def test_objects_and_verbs_are_those_of_the_guide():
-    assert set(OBJECTS) == {"switch", "port", "uplink", "mac", "flow", "mirror", "netq", "lb", "fpo", "core", "device",
-                            "host"}
-    for line in ("port stats list show get set reset migrate unpin", "uplink stats", "fpo stats enable disable",
-                 "flow stats clear enable disable dump", "lb stats dump", "mac list add del clear", "mirror list",
-                 "netq list", "host reset"):
+    assert set(OBJECTS) == {
+        "switch",
+        "port",
+        "uplink",
+        "mac",
+        "flow",
+        "mirror",
+        "netq",
+        "lb",
+        "fpo",
+        "core",
+        "device",
+        "host",
+    }
+    for line in (
+        "port stats list show get set reset migrate unpin",
+        "uplink stats",
+        "fpo stats enable disable",
+        "flow stats clear enable disable dump",
+        "lb stats dump",
+        "mac list add del clear",
+        "mirror list",
+        "netq list",
+        "host reset",
+    ):
         name, *wanted = line.split()
         assert set(wanted) <= set(verbs(name)), name
 
 
-@pytest.mark.parametrize("command", [each for each in COMMANDS.values() if each.kind != "other"],
-                         ids=lambda each: each.name)
+@pytest.mark.parametrize(
+    "command", [each for each in COMMANDS.values() if each.kind != "other"], ids=lambda each: each.name
+)
 def test_every_command_with_rows_has_columns(command):
     names = [column.name for column in COLUMNS[command.table]]
     assert names and len(set(names)) == len(names)
@@ -52,11 +72,27 @@ def test_the_columns_that_scripts_rely_on():
     assert names["port.list"] == ["switch", "port", "dvport", "kind", "mac", "mac_count", "tx_cores", "rx_cores"]
     assert names["mac.list"][:4] == ["switch", "port", "mac", "vlan"]
     assert names["port.set"] == ["object", "key", "old", "new", "result"]
-    counters = [f"{side}_{name}" for side in ("tx", "rx") for name in
-                ("packets", "bytes", "multicast_packets", "multicast_bytes", "broadcast_packets", "broadcast_bytes",
-                 "drops", "errors")]
-    assert names["port.stats"] == ["switch", "port", *counters, *(f"fast_{name}" for name in counters),
-                                   *(f"slow_{name}" for name in counters)]
+    counters = [
+        f"{side}_{name}"
+        for side in ("tx", "rx")
+        for name in (
+            "packets",
+            "bytes",
+            "multicast_packets",
+            "multicast_bytes",
+            "broadcast_packets",
+            "broadcast_bytes",
+            "drops",
+            "errors",
+        )
+    ]
+    assert names["port.stats"] == [
+        "switch",
+        "port",
+        *counters,
+        *(f"fast_{name}" for name in counters),
+        *(f"slow_{name}" for name in counters),
+    ]
 
 
 def test_help_names_every_command(still: Ctl):
@@ -66,7 +102,7 @@ def test_help_names_every_command(still: Ctl):
         if len(words) == 1:
             assert re.search(rf"^  {words[0]} ", overview, re.MULTILINE)
         else:
-            verbs_of, = re.findall(rf"^  {words[0]} .*", overview, re.MULTILINE)
+            (verbs_of,) = re.findall(rf"^  {words[0]} .*", overview, re.MULTILINE)
             assert f" {words[1]}" in verbs_of
             assert command.text in still(words[0], "--help").stdout
         assert command.text[1:] in " ".join(still(*words, "--help").stdout.split())
@@ -80,8 +116,13 @@ def test_version_is_the_projects(still: Ctl):
 def test_manual_page(tmp_path):
     page = BUILD / "rynctl.8"
     assert page.read_text() == manual.page()
-    done = subprocess.run(["man", "--warnings", "-l", str(page)], text=True, capture_output=True, check=True,
-                          env={"PATH": "/usr/bin:/bin", "MANWIDTH": "80", "LANG": "C.UTF-8"})
+    done = subprocess.run(
+        ["man", "--warnings", "-l", str(page)],
+        text=True,
+        capture_output=True,
+        check=True,
+        env={"PATH": "/usr/bin:/bin", "MANWIDTH": "80", "LANG": "C.UTF-8"},
+    )
     assert done.stderr == ""
     for command in COMMANDS.values():
         assert f"rynctl {command.name}" in " ".join(done.stdout.split())
@@ -96,29 +137,63 @@ def test_completion_scripts_are_sound(still: Ctl, shell: str, tmp_path):
 
 def test_completion_knows_the_names_of_this_host(ctl: Ctl, tmp_path):
     (tmp_path / "rynctl").symlink_to(ROOT / "rynctl/rynctl")
-    script = ctl("completion", "bash").stdout + """
+    script = (
+        ctl("completion", "bash").stdout
+        + """
 COMP_WORDS=(rynctl port list dvs-1)
 COMP_CWORD=3
 _shtab_rynctl rynctl dvs-1 list
 printf '%s\\n' "${COMPREPLY[@]}"
 """
-    done = subprocess.run(["bash", "-c", script], text=True, capture_output=True, check=True,
-                          env={**ctl.environment, "PATH": f"{tmp_path}:/usr/bin:/bin"})
+    )
+    done = subprocess.run(
+        ["bash", "-c", script],
+        text=True,
+        capture_output=True,
+        check=True,
+        env={**ctl.environment, "PATH": f"{tmp_path}:/usr/bin:/bin"},
+    )
     assert done.stdout.split() == ["dvs-1-set"]
 
 
 def test_what_a_list_imports(still: Ctl):
     """Starting is fast: none of what only other commands need is imported."""
-    code = ("import sys; sys.path.append(sys.argv.pop(1)); sys.argv[0] = 'rynctl'\n"
-            "from rynctl.cli import main\n"
-            "assert main(['-j', 'switch', 'list']) == 0\n"
-            "print(*sorted(sys.modules), file=sys.stderr)")
-    done = subprocess.run(["/usr/bin/python3", "-c", code, str(ROOT)], env=still.environment, text=True, cwd="/",
-                          capture_output=True, check=True)
+    code = (
+        "import sys; sys.path.append(sys.argv.pop(1)); sys.argv[0] = 'rynctl'\n"
+        "from rynctl.cli import main\n"
+        "assert main(['-j', 'switch', 'list']) == 0\n"
+        "print(*sorted(sys.modules), file=sys.stderr)"
+    )
+    done = subprocess.run(
+        ["/usr/bin/python3", "-c", code, str(ROOT)],
+        env=still.environment,
+        text=True,
+        cwd="/",
+        capture_output=True,
+        check=True,
+    )
     json.loads(done.stdout)
     modules = set(done.stderr.split())
-    late = {"rich", "curses", "ssl", "asyncio", "ipaddress", "csv", "subprocess", "tempfile", "syslog", "ast",
-            "datetime", "inspect", "_libryn", "shtab", "logging", "rynctl.changes", "rynctl.top", "rynctl.find"}
+    late = {
+        "rich",
+        "curses",
+        "ssl",
+        "asyncio",
+        "ipaddress",
+        "csv",
+        "subprocess",
+        "tempfile",
+        "syslog",
+        "ast",
+        "datetime",
+        "inspect",
+        "_libryn",
+        "shtab",
+        "logging",
+        "rynctl.changes",
+        "rynctl.top",
+        "rynctl.find",
+    }
     assert not modules & late
     assert {"ryn", "ryn._core", "rynctl.rows"} <= modules
 

@@ -12,7 +12,6 @@ from pathlib import Path
 import jsonschema
 import pexpect
 import pytest
-
 from ctl import PROFILES, ROOT, Ctl, new_host
 
 sys.path.append(str(ROOT))
@@ -127,18 +126,44 @@ def test_formats_show_the_same_rows(profile: Ctl):
 
 def test_what_is_empty_is_an_empty_list(tmp_path: Path):
     ctl = Ctl(new_host(tmp_path / "host.db", "empty"))
-    for words in ("switch list", "port list", "port stats", "uplink list", "flow stats", "mirror list", "lb list",
-                  "fpo list", "core list", "lb stats"):
+    for words in (
+        "switch list",
+        "port list",
+        "port stats",
+        "uplink list",
+        "flow stats",
+        "mirror list",
+        "lb list",
+        "fpo list",
+        "core list",
+        "lb stats",
+    ):
         assert ctl.data(*words.split()) == []
         assert ctl("-o", "jsonl", *words.split()).stdout == ""
         assert ctl("-o", "csv", *words.split()).stdout.count("\n") == 1
         assert ctl(*words.split()).stdout.count("\n") == 1  # the heading
 
 
-@pytest.mark.parametrize("number, text", [
-    (0, "0"), (9999, "9999"), (10000, "10.00k"), (12344, "12.34k"), (12345, "12.35k"), (99994, "99.99k"),
-    (99995, "100.0k"), (999949, "999.9k"), (999950, "1.000M"), (1234567, "1.235M"), (10**9, "1.000G"),
-    (10**12, "1.000T"), (123456789012345, "123.5T"), (2**64 - 1, "18446744T"), (-12345, "-12.35k")])
+@pytest.mark.parametrize(
+    "number, text",
+    [
+        (0, "0"),
+        (9999, "9999"),
+        (10000, "10.00k"),
+        (12344, "12.34k"),
+        (12345, "12.35k"),
+        (99994, "99.99k"),
+        (99995, "100.0k"),
+        (999949, "999.9k"),
+        (999950, "1.000M"),
+        (1234567, "1.235M"),
+        (10**9, "1.000G"),
+        (10**12, "1.000T"),
+        (123456789012345, "123.5T"),
+        (2**64 - 1, "18446744T"),
+        (-12345, "-12.35k"),
+    ],
+)
 def test_numbers_of_tables(number, text):
     assert short(number) == text
 
@@ -161,36 +186,48 @@ def test_tables_have_units_and_two_blanks(still: Ctl):
 def test_columns_sort_filter_limit(still: Ctl):
     everything = still.data("port", "list")
     assert still.data("port", "list", "--columns", "mac,port") == [
-        {"mac": row["mac"], "port": row["port"]} for row in everything]
-    assert still.data("port", "list", "--sort=-port", "--limit", "3") == sorted(
-        everything, key=lambda row: -row["port"])[:3]
+        {"mac": row["mac"], "port": row["port"]} for row in everything
+    ]
+    assert (
+        still.data("port", "list", "--sort=-port", "--limit", "3")
+        == sorted(everything, key=lambda row: -row["port"])[:3]
+    )
     assert still.data("port", "list", "--filter", "kind=UPLINK", "--filter", "port > 0") == [
-        row for row in everything if row["kind"] == "UPLINK" and row["port"] > 0]
+        row for row in everything if row["kind"] == "UPLINK" and row["port"] > 0
+    ]
     assert still.data("port", "list", "--filter", "mac~^02:00") == [
-        row for row in everything if row["mac"].startswith("02:00")]
+        row for row in everything if row["mac"].startswith("02:00")
+    ]
     assert still.data("port", "list", "--filter", "kind!=VNIC", "--sort", "mac", "--limit", "0") == []
     assert still.data("switch", "list", "--filter", "number=") == [
-        row for row in still.data("switch", "list") if row["number"] is None]
+        row for row in still.data("switch", "list") if row["number"] is None
+    ]
     # Filter, sort, limit, in that order; options stand anywhere
     assert still.data("--sort=-port", "port", "--limit", "1", "list", "--filter", "kind=UPLINK", "dvs-1") == [
-        max((row for row in everything if row["kind"] == "UPLINK" and row["switch"] == "dvs-1-set"),
-            key=lambda row: row["port"])]
+        max(
+            (row for row in everything if row["kind"] == "UPLINK" and row["switch"] == "dvs-1-set"),
+            key=lambda row: row["port"],
+        )
+    ]
 
 
-@pytest.mark.parametrize("option, message", [
-    (["--columns", "prot"], "there is no column 'prot'; did you mean 'port'?"),
-    (["--sort", "x"], "there is no column 'x'; there are switch, port,"),
-    (["--filter", "port"], "is not 'KEY OP VALUE'"),
-    (["--filter", "port>x"], "'x' is no number"),
-    (["--filter", "mac~("], "unterminated"),
-    (["--filter", "tx_cores<1"], "has no order"),
-    (["--limit", "-1"], "--limit '-1' is no number of rows"),
-    (["--limit", "x"], "--limit 'x' is no number of rows"),
-    (["--output", "xml"], "invalid choice: 'xml'"),
-    (["-j", "-o", "csv"], "exclude each other"),
-    (["--count", "2"], "belong to --watch"),
-    (["--watch", "--interval", "0"], "no number of seconds above 0"),
-])
+@pytest.mark.parametrize(
+    "option, message",
+    [
+        (["--columns", "prot"], "there is no column 'prot'; did you mean 'port'?"),
+        (["--sort", "x"], "there is no column 'x'; there are switch, port,"),
+        (["--filter", "port"], "is not 'KEY OP VALUE'"),
+        (["--filter", "port>x"], "'x' is no number"),
+        (["--filter", "mac~("], "unterminated"),
+        (["--filter", "tx_cores<1"], "has no order"),
+        (["--limit", "-1"], "--limit '-1' is no number of rows"),
+        (["--limit", "x"], "--limit 'x' is no number of rows"),
+        (["--output", "xml"], "invalid choice: 'xml'"),
+        (["-j", "-o", "csv"], "exclude each other"),
+        (["--count", "2"], "belong to --watch"),
+        (["--watch", "--interval", "0"], "no number of seconds above 0"),
+    ],
+)
 def test_options_that_cannot_be(still: Ctl, option, message):
     if "-j" in option:
         assert message in json.loads(still("port", "list", *option, code=2).stderr)["error"]["message"]
@@ -210,8 +247,14 @@ def test_control_characters_and_bytes_are_escaped(ctl: Ctl):
 
 def terminal(ctl: Ctl, width: int, *arguments: str, **more: str) -> str:
     """What a terminal of that width gets."""
-    child = pexpect.spawn("/usr/bin/python3", [str(ROOT / "rynctl/rynctl"), *arguments], dimensions=(30, width),
-                          env={**ctl.environment, **more}, encoding="utf-8", timeout=30)
+    child = pexpect.spawn(
+        "/usr/bin/python3",
+        [str(ROOT / "rynctl/rynctl"), *arguments],
+        dimensions=(30, width),
+        env={**ctl.environment, **more},
+        encoding="utf-8",
+        timeout=30,
+    )
     child.expect(pexpect.EOF)
     child.close()
     assert child.exitstatus == 0, child.before
@@ -228,9 +271,11 @@ def test_a_terminal_gets_the_columns_that_fit(still: Ctl, width: int):
         assert sum("simulated host" in line for line in lines) == 1
     shown = terminal(still, width, "port", "stats", "dvs-1", NO_COLOR="1").splitlines()[1].split()
     whole = still("port", "stats", "dvs-1").stdout.splitlines()[0].split()
-    assert shown == whole[:len(shown)] and 2 < len(shown) < len(whole)
+    assert shown == whole[: len(shown)] and 2 < len(shown) < len(whole)
     # Named columns are all shown
-    wide = terminal(still, width, "port", "stats", "dvs-1/3", "--columns", ",".join(map(str.lower, whole)), NO_COLOR="1")
+    wide = terminal(
+        still, width, "port", "stats", "dvs-1/3", "--columns", ",".join(map(str.lower, whole)), NO_COLOR="1"
+    )
     assert wide.splitlines()[1].split() == whole
 
 

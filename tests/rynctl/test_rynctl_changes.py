@@ -9,7 +9,6 @@ from pathlib import Path
 
 import pexpect
 import pytest
-
 from ctl import ROOT, Ctl
 
 MAC = "02:00:00:aa:bb:cc"
@@ -44,7 +43,7 @@ UNVERIFIED = [
 
 
 def change(ctl: Ctl, line: str) -> dict:
-    row, = ctl.data(*line.split())
+    (row,) = ctl.data(*line.split())
     assert list(row) == ["object", "key", "old", "new", "result"]
     return row
 
@@ -93,7 +92,7 @@ def test_flow_clear(ctl: Ctl):
 def test_migrate(ctl: Ctl):
     made = change(ctl, "port migrate dvs-1/3 8 9 1 --yes")
     assert (made["new"], made["result"]) == ([[8, 8], [9, 9]], "changed")
-    port, = ctl.data("port", "show", "dvs-1/3")
+    (port,) = ctl.data("port", "show", "dvs-1/3")
     assert (port["tx_cores"], port["rx_cores"]) == ([8, 8], [9, 9])
 
 
@@ -105,15 +104,22 @@ def test_weights_are_reset(ctl: Ctl):
 
 
 def test_get_says_where_a_value_comes_from(ctl: Ctl):
-    row, = ctl.data("switch", "get", "dvs-1", "burst_size")
+    (row,) = ctl.data("switch", "get", "dvs-1", "burst_size")
     assert (row["value"], row["source"], row["stored"], row["running"]) == (32, "datapath", None, 32)
     change(ctl, "switch set dvs-1 burst_size 64")
-    row, = ctl.data("switch", "get", "dvs-1", "burst_size")
+    (row,) = ctl.data("switch", "get", "dvs-1", "burst_size")
     assert (row["value"], row["source"], row["stored"]) == (64, "property", 64)
 
 
-DANGEROUS = ["mac clear dvs-1", "mac clear dvs-1/3", "flow clear dvs-1", "port reset dvs-1/3",
-             "port migrate dvs-1/3 8 9 1", "host reset weights", "switch set dvs-1 panic_on_tx_hang on"]
+DANGEROUS = [
+    "mac clear dvs-1",
+    "mac clear dvs-1/3",
+    "flow clear dvs-1",
+    "port reset dvs-1/3",
+    "port migrate dvs-1/3 8 9 1",
+    "host reset weights",
+    "switch set dvs-1 panic_on_tx_hang on",
+]
 
 
 @pytest.mark.parametrize("line", DANGEROUS)
@@ -124,8 +130,14 @@ def test_what_is_dangerous_needs_a_yes(ctl: Ctl, line):
 
 
 def ask(ctl: Ctl, answer: str) -> tuple[int, str]:
-    child = pexpect.spawn("/usr/bin/python3", [str(ROOT / "rynctl/rynctl"), "mac", "clear", "dvs-1"], timeout=30,
-                          env=ctl.environment, encoding="utf-8", dimensions=(30, 80))
+    child = pexpect.spawn(
+        "/usr/bin/python3",
+        [str(ROOT / "rynctl/rynctl"), "mac", "clear", "dvs-1"],
+        timeout=30,
+        env=ctl.environment,
+        encoding="utf-8",
+        dimensions=(30, 80),
+    )
     child.expect(r"dvs-1-set: forget its MAC addresses\? \[y/N\] ")
     child.sendline(answer)
     child.expect(pexpect.EOF)
