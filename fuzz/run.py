@@ -7,8 +7,8 @@
     fuzz/run.py --replay                   only the inputs of fuzz/corpus and of seeds.py
     fuzz/run.py --keep                     keep new inputs in fuzz/corpus, the fewest that cover the same
 
-What ends a target is left in build-fuzz/found; build-fuzz/fuzz/ryn_fuzz --target=NAME FILE repeats it. The figures of
-the last run stand in build-fuzz/figures.md.
+What ends a target is left in build-fuzz/found; build-fuzz/fuzz/ryn_fuzz --target=NAME FILE repeats it, and
+build-fuzz/fuzz/exporter_fuzz for the exporter's targets. The figures of the last run stand in build-fuzz/figures.md.
 """
 
 from __future__ import annotations
@@ -30,7 +30,7 @@ import seeds
 
 ROOT = Path(__file__).resolve().parents[1]
 BUILD = ROOT / "build-fuzz"
-PROGRAM = BUILD / "fuzz/ryn_fuzz"
+PROGRAMS = ["fuzz/ryn_fuzz", "fuzz/exporter_fuzz"]
 CORPUS = ROOT / "fuzz/corpus"
 FOUND = BUILD / "found"
 
@@ -47,11 +47,16 @@ def build() -> None:
             stdout=subprocess.DEVNULL,
             env={**os.environ, "CC": "clang-14", "CXX": "clang++-14"},
         )
-    subprocess.run(["ninja", "-C", BUILD, "--quiet", "fuzz/ryn_fuzz"], check=True)
+    subprocess.run(["ninja", "-C", BUILD, "--quiet", *PROGRAMS], check=True)
 
 
-def all_targets() -> list[str]:
-    return subprocess.run([PROGRAM, "--list"], check=True, text=True, capture_output=True).stdout.split()
+def all_targets() -> dict[str, Path]:
+    """Each target, and the program that holds it."""
+    found: dict[str, Path] = {}
+    for program in PROGRAMS:
+        listed = subprocess.run([BUILD / program, "--list"], check=True, text=True, capture_output=True)
+        found.update(dict.fromkeys(listed.stdout.split(), BUILD / program))
+    return found
 
 
 @dataclass
@@ -59,13 +64,14 @@ class Run:
     """One target at work: what it last said of itself, and what it came to."""
 
     target: str
+    program: Path
     report: list[str] = field(default_factory=list)
     start: float = field(default_factory=time.monotonic)
     passed: bool | None = None  # None while it is at work
 
     def execute(self, *arguments: object) -> Run:
         command = [
-            str(PROGRAM),
+            str(self.program),
             f"--target={self.target}",
             "-close_fd_mask=2",
             "-detect_leaks=0",
@@ -120,18 +126,19 @@ def run_target(run: Run, options: argparse.Namespace) -> float:
         run.execute("-runs=0" if options.replay else f"-max_total_time={options.seconds}", grown, kept)
         seconds = run.seconds
         if options.keep and run.passed:
-            keep(run.target, Path(grown))
+            keep(run, Path(grown))
     return seconds
 
 
-def keep(target: str, grown: Path) -> None:
+def keep(run: Run, grown: Path) -> None:
     """Replaces a target's kept inputs by the fewest and smallest that cover the same as all together."""
     with tempfile.TemporaryDirectory() as fewest:
-        merged = Run(target).execute("-merge=1", f"-max_len={LARGEST_KEPT}", fewest, CORPUS / target, grown)
+        kept = CORPUS / run.target
+        merged = Run(run.target, run.program).execute("-merge=1", f"-max_len={LARGEST_KEPT}", fewest, kept, grown)
         if not merged.passed:
             raise SystemExit("".join(merged.report[-40:]))
-        shutil.rmtree(CORPUS / target)
-        shutil.copytree(fewest, CORPUS / target)
+        shutil.rmtree(kept)
+        shutil.copytree(fewest, kept)
 
 
 def tell_progress(runs: list[Run], done: threading.Event) -> None:
@@ -157,7 +164,7 @@ def main() -> int:
     if unknown:
         parser.error(f"no such target: {', '.join(unknown)}; there are {', '.join(known)}")
 
-    runs = [Run(target) for target in options.targets or known]
+    runs = [Run(target, known[target]) for target in options.targets or known]
     seconds: dict[str, float] = {}
     done = threading.Event()
     threading.Thread(target=tell_progress, args=(runs, done), daemon=True).start()

@@ -202,6 +202,54 @@ def properties() -> Iterator[bytes]:
         yield head + u32(0, 2, 0xFFFFFFFF, 3, 4, 5) + u32(1, 1)
 
 
+def headers() -> Iterator[bytes]:
+    yield from (
+        b"",
+        b"*/*",
+        b"text/plain;version=0.0.4;q=0.5,*/*;q=0.1",
+        b"text/plain; q=1.0001, a/b;q=.5;q=",
+        b"application/openmetrics-text;version=1.0.0;q=0.9, text/plain;q=0.8",
+        b"gzip",
+        b"gzip;q=0, identity",
+        b"*;q=0.5, gzip;q=0.001",
+        b"x-gzip;q=1,,;q=2",
+    )
+    for host in (b"192.0.2.7", b"[192.0.2.7]", b"localhost", b"LocalHost", b"hv0", b"hv0."):
+        yield from (host, host + b":9100", host + b":", host + b":x:1")
+
+
+def labels() -> Iterator[bytes]:
+    yield from (
+        b"",
+        b"vmnic0",
+        b'a"b\\c\nd',
+        b"\0",
+        b"\xff\xfe",
+        b"\xc3\xa9",
+        b"\xc3",
+        b"\xed\xa0\x80",
+        b"\xf4\x90\x80\x80",
+        b"\xf0\x9f\x98\x80",
+        b"\xc0\x80",
+        b"\\" * 3,
+    )
+
+
+def requests() -> Iterator[bytes]:
+    for line in (b"GET /metrics", b"HEAD /metrics", b"GET /", b"GET /healthy", b"POST /metrics", b"GET /%zz?a=%00"):
+        yield line + b" HTTP/1.1\r\nHost: localhost\r\nAccept-Encoding: gzip\r\n\r\n"
+    get = b"GET /metrics HTTP/1.1\r\nHost: localhost\r\n"
+    yield get * 2
+    yield get + b"Accept: application/openmetrics-text\r\nAccept: text/plain;q=0.1\r\n\r\n"
+    yield get + b"Host: elsewhere\r\n\r\n"
+    yield get + b"Content-Length: 18446744073709551616\r\n\r\n"
+    yield get + b"Transfer-Encoding: chunked\r\n\r\nffffffffffffffff\r\n"
+    yield get + b"Authorization: Basic Og==\r\n\r\n"
+    yield get + b"X: " + b"a" * 9000 + b"\r\n\r\n"
+    yield b"GET /metrics\r\n\r\n"
+    yield b"\x16\x03\x01\x02\x00"
+
+
 SEEDS: dict[str, Iterable[bytes]] = {
     "alias": switches(),
     "balancer_figures": balancer(),
@@ -213,6 +261,9 @@ SEEDS: dict[str, Iterable[bytes]] = {
         for size in (31, 32)
         for answer in counted(4, 0, (b"lunic0".ljust(size, b"1") + b"\0")[:32] + u32(0xA5A5A5A5), 32)
     ),
+    "exporter_headers": headers(),
+    "exporter_labels": labels(),
+    "exporter_request": requests(),
     "fastslabs": fastslabs(),
     "flow_actions": flow_actions(),
     "flow_key": KEYS,
