@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <concepts>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
@@ -15,7 +16,8 @@ class Area {
  public:
   Area() = default;
   Area(void* bytes, std::size_t room) : bytes_(static_cast<std::uint8_t*>(bytes)), room_(bytes != nullptr ? room : 0) {}
-  Area(void* bytes, const std::uint32_t* length) : Area(bytes, length != nullptr ? *length : 0) {}
+  // The room is *length when the call begins; Finish() stores the length of the answer there.
+  Area(void* bytes, std::uint32_t* length) : Area(bytes, length != nullptr ? *length : 0) { length_ = length; }
 
   std::size_t room() const { return room_; }
   std::size_t used() const { return used_; }  // up to the last byte that was written
@@ -25,6 +27,13 @@ class Area {
     return offset > room_ ? 0 : (room_ - offset) / size;
   }
 
+  // Reports the length of the answer to the caller, whatever the status, and returns that status.
+  std::uint32_t Finish(std::uint32_t status) {
+    if (length_ != nullptr)
+      *length_ = static_cast<std::uint32_t>(used_);
+    return status;
+  }
+
   void Clear(std::size_t size) { Zero(0, size); }
   void Zero(std::size_t offset, std::size_t size) {
     if (Fits(offset, size)) {
@@ -32,10 +41,11 @@ class Area {
       used_ = std::max(used_, offset + size);
     }
   }
-  void Put8(std::size_t offset, std::uint64_t value) { Put(offset, static_cast<std::uint8_t>(value)); }
-  void Put16(std::size_t offset, std::uint64_t value) { Put(offset, static_cast<std::uint16_t>(value)); }
-  void Put32(std::size_t offset, std::uint64_t value) { Put(offset, static_cast<std::uint32_t>(value)); }
-  void Put64(std::size_t offset, std::uint64_t value) { Put(offset, value); }
+  // A number as so many bits, least significant byte first; higher bits are dropped.
+  void Put8(std::size_t offset, std::integral auto value) { Put(offset, static_cast<std::uint8_t>(value)); }
+  void Put16(std::size_t offset, std::integral auto value) { Put(offset, static_cast<std::uint16_t>(value)); }
+  void Put32(std::size_t offset, std::integral auto value) { Put(offset, static_cast<std::uint32_t>(value)); }
+  void Put64(std::size_t offset, std::integral auto value) { Put(offset, static_cast<std::uint64_t>(value)); }
   void PutBytes(std::size_t offset, const void* from, std::size_t size) {
     if (Fits(offset, size)) {
       std::memcpy(bytes_ + offset, from, size);
@@ -65,6 +75,7 @@ class Area {
   std::uint8_t* bytes_ = nullptr;
   std::size_t room_ = 0;
   std::size_t used_ = 0;
+  std::uint32_t* length_ = nullptr;
 };
 
 }  // namespace simhost

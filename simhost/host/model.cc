@@ -16,7 +16,6 @@ namespace {
 
 std::uint32_t U32(std::int64_t value) { return static_cast<std::uint32_t>(value); }
 std::uint64_t U64(std::int64_t value) { return static_cast<std::uint64_t>(value); }
-std::size_t Index(std::int64_t value) { return static_cast<std::size_t>(value); }
 
 std::uint32_t WordAt(std::span<const std::uint8_t> bytes, std::size_t offset) {
   std::uint32_t word = 0;

@@ -23,6 +23,9 @@ inline constexpr int kSwitches = 16;
 inline constexpr int kPortsPerSwitch = 128;
 inline constexpr int kQueuesPerPort = 32;
 
+// For a number that is not negative and indexes a container; rows and links keep theirs as int, with -1 for "none".
+inline std::size_t Index(std::int64_t number) { return static_cast<std::size_t>(number); }
+
 enum PortKind : int { kVnic = 1, kUplink = 2, kGeneric = 3, kQobnic = 4 };
 enum TxType : int { kTxNone = 0, kTxSingle = 1, kTxLag = 2, kTxSourceMac = 3, kTxAll = 4, kTxNoTeaming = 5 };
 

@@ -122,9 +122,7 @@ void StartClock(Session& session) {
     return;
   const Turn turn(*session.turns, TurnTo::kWrite);
   Transaction transaction(*session.store);
-  session.store->Prepare("UPDATE clock SET base_wall_ns = ? WHERE base_wall_ns = 0 AND mode = 'run'")
-      .Bind(WallNs())
-      .Run();
+  session.store->Run("UPDATE clock SET base_wall_ns = ? WHERE base_wall_ns = 0 AND mode = 'run'", WallNs());
   transaction.Commit();
   session.model.reset();
   RefreshForReading(session);
@@ -140,12 +138,8 @@ void BringUpToDate(Session& session) {
 void PersistPlacement(Store& store, const Model& model) {
   for (const Port& port : model.ports) {
     if (port.placed_here)
-      store.Prepare("UPDATE port SET tx_core = ?, rx_core = ? WHERE sw = ? AND port = ?")
-          .Bind(std::int64_t{port.tx_core})
-          .Bind(std::int64_t{port.rx_core})
-          .Bind(std::int64_t{port.sw})
-          .Bind(std::int64_t{port.id})
-          .Run();
+      store.Run("UPDATE port SET tx_core = ?, rx_core = ? WHERE sw = ? AND port = ?", port.tx_core, port.rx_core,
+                port.sw, port.id);
   }
 }
 
@@ -233,20 +227,11 @@ FaultOutcome ApplyFaults(Session& session, const Call& call) {
     hit = number >= fault.after && (!fault.times || fault.hits < *fault.times) &&
           dice % 1'000'000 < fault.probability_ppm;
     fault.hits += hit ? 1 : 0;
-    session.store->Prepare("UPDATE fault SET calls = ?, hits = ? WHERE id = ?")
-        .Bind(fault.calls)
-        .Bind(fault.hits)
-        .Bind(fault.id)
-        .Run();
+    session.store->Run("UPDATE fault SET calls = ?, hits = ? WHERE id = ?", fault.calls, fault.hits, fault.id);
     if (hit) {
       outcome = {fault.status, fault.corrupt.value_or(""), Mix(dice), fault.delay_ms};
-      session.store->Prepare("INSERT INTO log (at_ms, pid, operation, arguments, what) VALUES (?, ?, ?, ?, ?)")
-          .Bind(ms)
-          .Bind(std::int64_t{session.pid})
-          .Bind(std::string_view(call.operation))
-          .Bind(std::string_view(DescribeArguments(call)))
-          .Bind(std::string_view(Describe(outcome)))
-          .Run();
+      session.store->Run("INSERT INTO log (at_ms, pid, operation, arguments, what) VALUES (?, ?, ?, ?, ?)", ms,
+                         session.pid, call.operation, DescribeArguments(call), Describe(outcome));
     }
   }
   transaction.Commit();
@@ -442,12 +427,9 @@ std::uint32_t SetHostClock(std::optional<bool> running, std::int64_t speed_permi
       const bool runs = running.value_or(!clock.frozen);
       if (!runs)  // at a full millisecond, which is as exact as its time is shown
         now_ns = (now_ns + kMs - 1) / kMs * kMs;
-      change.store.Prepare("UPDATE clock SET mode = ?, base_wall_ns = ?, base_host_ns = ?, speed_permille = ?")
-          .Bind(std::string_view(runs ? "run" : "freeze"))
-          .Bind(wall_ns)
-          .Bind(now_ns)
-          .Bind(speed_permille != 0 ? speed_permille : clock.speed_permille)
-          .Run();
+      change.store.Run("UPDATE clock SET mode = ?, base_wall_ns = ?, base_host_ns = ?, speed_permille = ?",
+                       runs ? "run" : "freeze", wall_ns, now_ns,
+                       speed_permille != 0 ? speed_permille : clock.speed_permille);
       return kOk;
     });
   });

@@ -47,26 +47,16 @@ void Statement::Check(int result) const {
     throw StoreError(sqlite3_errmsg(db_));
 }
 
-Statement& Statement::Bind(std::int64_t value) {
-  Check(sqlite3_bind_int64(handle_.get(), next_++, value));
-  return *this;
-}
+void Statement::BindInt(std::int64_t value) { Check(sqlite3_bind_int64(handle_.get(), next_++, value)); }
 
-Statement& Statement::Bind(std::string_view text) {
+void Statement::BindOne(std::string_view text) {
   Check(sqlite3_bind_text(handle_.get(), next_++, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT));
-  return *this;
 }
 
-Statement& Statement::Bind(std::span<const std::uint8_t> bytes) {
+void Statement::BindOne(std::span<const std::uint8_t> bytes) {
   // An empty span may have no address, which would bind NULL.
   const void* data = bytes.empty() ? static_cast<const void*>("") : bytes.data();
   Check(sqlite3_bind_blob(handle_.get(), next_++, data, static_cast<int>(bytes.size()), SQLITE_TRANSIENT));
-  return *this;
-}
-
-Statement& Statement::BindNull() {
-  Check(sqlite3_bind_null(handle_.get(), next_++));
-  return *this;
 }
 
 bool Statement::Step() {
@@ -83,7 +73,7 @@ void Statement::Reset() {
   next_ = 1;
 }
 
-void Statement::Run() {
+void Statement::Finish() {
   while (Step()) {
   }
   Reset();

@@ -4,6 +4,7 @@
 #include <sqlite3.h>
 #include <sys/types.h>
 
+#include <concepts>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -26,19 +27,27 @@ class StoreError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// One prepared statement. Parameters are bound in order, columns are read by position.
+// One prepared statement. Parameters are bound in order, by the type of each value: a whole number or a truth value as
+// INTEGER, a string as TEXT, bytes (std::span or array of uint8_t) as BLOB. Values are copied. Columns are read by
+// position, from 0.
 class Statement {
  public:
   Statement(sqlite3* db, std::string_view sql);
 
-  Statement& Bind(std::int64_t value);
-  Statement& Bind(std::string_view text);
-  Statement& Bind(std::span<const std::uint8_t> bytes);
-  Statement& BindNull();
+  template <class... Values>
+  Statement& Bind(const Values&... values) {
+    (BindOne(values), ...);
+    return *this;
+  }
 
   bool Step();  // true: there is a row
   void Reset();
-  void Run();  // steps to the end and makes the statement ready for the next parameters
+  // Binds the values, steps to the end and resets the statement for the next values.
+  template <class... Values>
+  void Run(const Values&... values) {
+    Bind(values...);
+    Finish();
+  }
 
   std::int64_t Int(int column) const { return sqlite3_column_int64(handle_.get(), column); }
   std::string Text(int column) const;
@@ -47,6 +56,11 @@ class Statement {
   bool IsNull(int column) const { return Type(column) == SQLITE_NULL; }
 
  private:
+  void BindOne(std::integral auto value) { BindInt(static_cast<std::int64_t>(value)); }
+  void BindOne(std::string_view text);
+  void BindOne(std::span<const std::uint8_t> bytes);
+  void BindInt(std::int64_t value);
+  void Finish();
   void Check(int result) const;
 
   struct Finalize {
@@ -65,10 +79,21 @@ class Store {
   // Opens the store, and makes it from the built-in profile if there is none.
   explicit Store(std::string path);
 
-  Statement Prepare(std::string_view sql) { return Statement(db_.get(), sql); }
-  void Execute(const char* sql);
-  std::int64_t Version();  // changes when another connection has changed the store
-  bool IsCurrent() const;  // the path still leads to the file that is open
+  // A statement with these values bound.
+  template <class... Values>
+  Statement Prepare(std::string_view sql, const Values&... values) {
+    Statement statement(db_.get(), sql);
+    statement.Bind(values...);
+    return statement;
+  }
+  // Runs one statement that returns no rows, with these values bound.
+  template <class... Values>
+  void Run(std::string_view sql, const Values&... values) {
+    Statement(db_.get(), sql).Run(values...);
+  }
+  void Execute(const char* sql);  // any number of statements, without values
+  std::int64_t Version();         // changes when another connection has changed the store
+  bool IsCurrent() const;         // the path still leads to the file that is open
   const std::string& path() const { return path_; }
 
   // The connection stays as it is and is never used again: it belongs to the process that this one was forked from.

@@ -100,8 +100,9 @@ std::uint32_t GetProperty(const Call& call, std::string_view scope, std::string_
   Area answer;
   return ReadHost(call, &answer, [&](const simhost::View& host) {
     Statement row =
-        host.store.Prepare("SELECT value FROM prop WHERE scope = ? AND switch_id = ? AND port = ? AND key = ?");
-    if (!row.Bind(scope).Bind(switch_id).Bind(port).Bind(key).Step())
+        host.store.Prepare("SELECT value FROM prop WHERE scope = ? AND switch_id = ? AND port = ? AND key = ?", scope,
+                           switch_id, port, key);
+    if (!row.Step())
       return kNotFound;
     return HandOver(row.Blob(0).data(), row.Blob(0).size(), value, length, answer);
   });
@@ -112,24 +113,19 @@ std::uint32_t SetProperty(const Call& call, std::string_view scope, std::string_
   return ChangeHost(call, [&](Change& host) {
     if (key.empty() || (value == nullptr && length > 0))
       return kBadParameter;
-    if (!host.store.Prepare("SELECT 1 FROM dvs WHERE switch_id = ?").Bind(switch_id).Step())
+    if (!host.store.Prepare("SELECT 1 FROM dvs WHERE switch_id = ?", switch_id).Step())
       return kNotFound;
-    host.store.Prepare("INSERT OR REPLACE INTO prop (scope, switch_id, port, key, value) VALUES (?, ?, ?, ?, ?)")
-        .Bind(scope)
-        .Bind(switch_id)
-        .Bind(port)
-        .Bind(key)
-        .Bind(std::span(static_cast<const std::uint8_t*>(value), length))
-        .Run();
+    host.store.Run("INSERT OR REPLACE INTO prop (scope, switch_id, port, key, value) VALUES (?, ?, ?, ?, ?)", scope,
+                   switch_id, port, key, std::span(static_cast<const std::uint8_t*>(value), length));
     return kOk;
   });
 }
 
 // A port that the switch does not have is a bad parameter, unlike a property that the port does not have.
 bool HasPort(Store& store, std::string_view switch_id, std::string_view port) {
-  return store.Prepare("SELECT 1 FROM port JOIN sw USING (sw) WHERE switch_id = ? AND CAST(dvport AS TEXT) = ?")
-      .Bind(switch_id)
-      .Bind(port)
+  return store
+      .Prepare("SELECT 1 FROM port JOIN sw USING (sw) WHERE switch_id = ? AND CAST(dvport AS TEXT) = ?", switch_id,
+               port)
       .Step();
 }
 

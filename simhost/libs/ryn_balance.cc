@@ -13,8 +13,6 @@ namespace simhost {
 
 namespace {
 
-std::size_t Index(std::int64_t value) { return static_cast<std::size_t>(value); }
-
 constexpr std::size_t kWeights = 8;
 
 std::string_view PortsetOf(const char* portset, std::size_t size) {
@@ -24,7 +22,7 @@ std::string_view PortsetOf(const char* portset, std::size_t size) {
 std::uint32_t StoreWeights(Store& store, const std::uint32_t* weights) {
   Statement update = store.Prepare("UPDATE weight SET value = ? WHERE position = ?");
   for (std::size_t i = 0; i < kWeights; ++i)
-    update.Bind(std::int64_t{weights[i]}).Bind(static_cast<std::int64_t>(i)).Run();
+    update.Run(weights[i], i);
   return kOk;
 }
 
@@ -86,7 +84,7 @@ class SnapshotWriter {
     if ((tx[0] | tx[1] | rx[0] | rx[1]) == 0 || !area_.Fits(at, kGroup))
       return false;
     area_.Put32(at, BusyPermille(model_, core) / 10);
-    area_.Put8(at + 4, static_cast<std::uint64_t>(core));
+    area_.Put8(at + 4, core);
     area_.Put64(at + 5, tx[0]);
     area_.Put64(at + 13, tx[1]);
     area_.Put64(at + 21, rx[0]);
@@ -125,7 +123,7 @@ class SnapshotWriter {
   std::size_t WriteVertex(int index, std::size_t at) {
     const Port& port = model_.ports[Index(index)];
     area_.Zero(at, kVertex);
-    area_.Put32(at, static_cast<std::uint64_t>(port.id));
+    area_.Put32(at, port.id);
     area_.Put32(at + 4, 2'000'000 + port.dvport);
     area_.Put32(at + 8, (port.active ? 1U : 0U) | (port.pinned ? 2U : 0U) | (port.IsUplink() ? 4U : 0U));
     std::size_t edge_at = at + kVertex;
@@ -136,7 +134,7 @@ class SnapshotWriter {
         const int there = outward ? ends.second : ends.first;
         if (here != index || !Included(there))
           continue;
-        area_.Put32(edge_at, static_cast<std::uint64_t>(model_.ports[Index(there)].id));
+        area_.Put32(edge_at, model_.ports[Index(there)].id);
         area_.Put32(edge_at + 4, edge.load);
         area_.Put32(edge_at + 8, edge.average);
         edge_at += kEdge;
@@ -164,14 +162,14 @@ std::uint32_t WriteLoads(const Model& model, const Switch& sw, Area& stats) {
     return kNoRoom;
   stats.Clear(kSize);
   const Balancer& balancer = model.balancer;
-  stats.Put64(0, static_cast<std::uint64_t>(balancer.tick_ms));
+  stats.Put64(0, balancer.tick_ms);
   for (const int index : sw.ports) {
     const Port& port = model.ports[Index(index)];
     const std::size_t at = kHead + Index(port.id) * kPort;
     stats.Put32(at, port.dvport);
     stats.Put32(at + 4, port.pinned ? 1 : 0);
-    stats.Put32(at + 8, static_cast<std::uint64_t>(port.tx_core));
-    stats.Put32(at + 12, static_cast<std::uint64_t>(port.rx_core));
+    stats.Put32(at + 8, port.tx_core);
+    stats.Put32(at + 12, port.rx_core);
     for (std::size_t i = 0; i < 4; ++i)
       stats.Put64(at + 16 + 8 * i, balancer.ports[Index(index)].window[i]);
   }
@@ -244,9 +242,7 @@ uint32_t Ryn_DumpLBSnapshot(const uint32_t* swID, void* snapshot, uint32_t* leng
     const Switch* sw = host.model.FindSwitch(id);
     if (sw == nullptr)
       return kNotFound;
-    const uint32_t status = SnapshotWriter(host.model, *sw, host.ms, area).Write();
-    *length = static_cast<uint32_t>(area.used());
-    return status;
+    return area.Finish(SnapshotWriter(host.model, *sw, host.ms, area).Write());
   });
 }
 
@@ -256,9 +252,7 @@ uint32_t Ryn_Dump_LB_PortStats(uint32_t swID, void* stats, uint32_t* length) {
     const Switch* sw = host.model.FindSwitch(swID);
     if (sw == nullptr)
       return kNotFound;
-    const uint32_t status = WriteLoads(host.model, *sw, area);
-    *length = static_cast<uint32_t>(area.used());
-    return status;
+    return area.Finish(WriteLoads(host.model, *sw, area));
   });
 }
 

@@ -11,8 +11,6 @@ namespace simhost {
 
 namespace {
 
-std::size_t Index(std::int64_t value) { return static_cast<std::size_t>(value); }
-
 // The cores that a request names; without any, those that the switch has ports on. False: one of them does not exist.
 bool CoresOf(const Model& model, const Switch& sw, const std::uint32_t* lcores, std::uint32_t count,
              std::vector<int>& cores) {
@@ -55,7 +53,7 @@ std::uint32_t WriteCores(const View& host, std::uint32_t sw, const std::uint32_t
       continue;
     const std::size_t at = kHead + written++ * record;
     stats.Zero(at, record);
-    stats.Put32(at, static_cast<std::uint64_t>(core));
+    stats.Put32(at, core);
     write(at, flows, CountFlows(host.model, found->id, core, host.ms));
   }
   stats.Put32(0, written);
@@ -86,10 +84,8 @@ uint32_t Ryn_Dump_Flow_Table(uint32_t swID, uint32_t lcore, uint32_t startIndex,
       return kNotFound;
     if (host.model.FindCore(lcore) == nullptr)
       return kBadParameter;
-    const uint32_t status = WriteFlowPage(host.model, static_cast<int>(swID), static_cast<int>(lcore), startIndex,
-                                          flag != 0, host.ms, area);
-    *length = static_cast<uint32_t>(area.used());
-    return status;
+    return area.Finish(WriteFlowPage(host.model, static_cast<int>(swID), static_cast<int>(lcore), startIndex, flag != 0,
+                                     host.ms, area));
   });
 }
 
@@ -99,18 +95,16 @@ uint32_t Ryn_Get_Flow_Stats(uint32_t swID, const uint32_t* lcores, uint32_t lcor
   constexpr std::size_t kRecord = 48;
   Area area(stats, length);
   return ReadHost({"Ryn_Get_Flow_Stats", {{"sw", swID}}}, &area, [&](const View& host) {
-    const uint32_t status =
-        WriteCores(host, swID, lcores, lcoreCount, kRecord, option != 0, area,
-                   [&](std::size_t at, uint64_t flows, const FlowCounts& words) {
-                     area.Put32(at + 4, flows);
-                     area.Put64(at + 8, words[kFlowOffloadHits] + words[kFlowLocalHits]);
-                     area.Put64(at + 16, words[kFlowMisses]);
-                     area.Put64(at + 24, words[kFlowOffloadHits]);
-                     area.Put64(at + 32, words[kFlowLocalHits]);
-                     area.Put64(at + 40, words[kFlowMisses] / 5000);  // the next packet of the flow tries again
-                   });
-    *length = static_cast<uint32_t>(area.used());
-    return status;
+    return area.Finish(WriteCores(host, swID, lcores, lcoreCount, kRecord, option != 0, area,
+                                  [&](std::size_t at, uint64_t flows, const FlowCounts& words) {
+                                    area.Put32(at + 4, flows);
+                                    area.Put64(at + 8, words[kFlowOffloadHits] + words[kFlowLocalHits]);
+                                    area.Put64(at + 16, words[kFlowMisses]);
+                                    area.Put64(at + 24, words[kFlowOffloadHits]);
+                                    area.Put64(at + 32, words[kFlowLocalHits]);
+                                    // Not installed; the next packet of the flow tries again.
+                                    area.Put64(at + 40, words[kFlowMisses] / 5000);
+                                  }));
   });
 }
 
@@ -118,18 +112,16 @@ uint32_t Ryn_Get_FPO_Stats(uint32_t swID, const uint32_t* lcores, uint32_t lcore
   constexpr std::size_t kRecord = 56;
   Area area(stats, length);
   return ReadHost({"Ryn_Get_FPO_Stats", {{"sw", swID}}}, &area, [&](const View& host) {
-    const uint32_t status = WriteCores(host, swID, lcores, lcoreCount, kRecord, false, area,
-                                       [&](std::size_t at, uint64_t, const FlowCounts& words) {
-                                         const uint64_t hits = words[kFlowOffloadHits];
-                                         area.Put64(at + 8, hits);
-                                         area.Put64(at + 16, hits / 20'000);  // the mark was of another flow
-                                         area.Put64(at + 24, hits / 50'000);  // another device answered
-                                         area.Put64(at + 32, hits / 8'000);   // the mark came before the flow
-                                         area.Put64(at + 40, words[kFlowShortFlows]);
-                                         area.Put64(at + 48, words[kFlowShortFlows] / 7);
-                                       });
-    *length = static_cast<uint32_t>(area.used());
-    return status;
+    return area.Finish(WriteCores(host, swID, lcores, lcoreCount, kRecord, false, area,
+                                  [&](std::size_t at, uint64_t, const FlowCounts& words) {
+                                    const uint64_t hits = words[kFlowOffloadHits];
+                                    area.Put64(at + 8, hits);
+                                    area.Put64(at + 16, hits / 20'000);  // the mark was of another flow
+                                    area.Put64(at + 24, hits / 50'000);  // another device answered
+                                    area.Put64(at + 32, hits / 8'000);   // the mark came before the flow
+                                    area.Put64(at + 40, words[kFlowShortFlows]);
+                                    area.Put64(at + 48, words[kFlowShortFlows] / 7);
+                                  }));
   });
 }
 
@@ -139,7 +131,7 @@ uint32_t Ryn_Clear_Switch_Flow_Table(uint32_t swID) {
     if (sw == nullptr)
       return kNotFound;
     Relearn(host, *sw);
-    host.store.Prepare("UPDATE sw SET flow_cleared_ms = ? WHERE sw = ?").Bind(host.ms).Bind(int64_t{swID}).Run();
+    host.store.Run("UPDATE sw SET flow_cleared_ms = ? WHERE sw = ?", host.ms, swID);
     return kOk;
   });
 }
@@ -154,11 +146,7 @@ uint32_t Ryn_Enable_Switch_Flow_Cache(uint32_t swID, uint32_t enable) {
     if (sw->flow_cache == (enable == 1))
       return kOk;
     Relearn(host, *sw);
-    host.store.Prepare("UPDATE sw SET flow_cache = ?, flow_cleared_ms = ? WHERE sw = ?")
-        .Bind(int64_t{enable})
-        .Bind(host.ms)
-        .Bind(int64_t{swID})
-        .Run();
+    host.store.Run("UPDATE sw SET flow_cache = ?, flow_cleared_ms = ? WHERE sw = ?", enable, host.ms, swID);
     return kOk;
   });
 }
@@ -176,10 +164,7 @@ uint32_t Ryn_Get_Flow_Timeout(uint32_t* seconds) {
 uint32_t Ryn_Set_Flow_Timeout(uint32_t seconds) {
   return ChangeHost({"Ryn_Set_Flow_Timeout", {}}, [&](Change& host) {
     const int64_t oldest = host.ms - int64_t{host.model.flow_timeout_s} * 1000;
-    host.store.Prepare("UPDATE host SET flow_timeout_s = ?, flow_floor_ms = max(flow_floor_ms, ?)")
-        .Bind(int64_t{seconds})
-        .Bind(oldest)
-        .Run();
+    host.store.Run("UPDATE host SET flow_timeout_s = ?, flow_floor_ms = max(flow_floor_ms, ?)", seconds, oldest);
     return kOk;
   });
 }
@@ -201,8 +186,7 @@ uint32_t Ryn_Get_FPO_Uplink_Status(uint32_t swID, uint32_t rynPortID, void* capa
     for (std::size_t i = 0; i < nic.fpo_limits.size(); ++i)
       record.Put32(4 + 4 * i, nic.fpo_limits[i]);
     record.Put64(32, nic.fpo_actions);
-    *length = kSize;
-    return kOk;
+    return record.Finish(kOk);
   });
 }
 

@@ -10,8 +10,6 @@ namespace simhost {
 
 namespace {
 
-std::size_t Index(std::int64_t value) { return static_cast<std::size_t>(value); }
-
 std::uint64_t CoresInUse(const Model& model, const Switch& sw) {
   std::uint64_t cores = 0;
   for (const int index : sw.ports) {
@@ -36,12 +34,12 @@ std::uint32_t WriteSwitches(const View& host, Area& list) {
         std::count_if(sw.ports.begin(), sw.ports.end(), [&](int port) { return host.model.ports[Index(port)].active; });
     const std::uint64_t cores = CoresInUse(host.model, sw);
     list.PutText(at, sw.name, 128);
-    list.Put32(at + 128, static_cast<std::uint64_t>(sw.id));
+    list.Put32(at + 128, sw.id);
     list.Put32(at + 132, sw.max_ports);
-    list.Put32(at + 136, static_cast<std::uint64_t>(active));
+    list.Put32(at + 136, active);
     list.Put32(at + 140, sw.ports.size());
     list.Put32(at + 144, sw.mtu);
-    list.Put32(at + 148, static_cast<std::uint64_t>(__builtin_popcountll(cores)));
+    list.Put32(at + 148, __builtin_popcountll(cores));
     list.Put64(at + 152, cores);
   }
   list.Put32(0, count);
@@ -54,23 +52,23 @@ std::uint32_t WritePorts(const View& host, const Switch& sw, Area& list) {
   if (!list.Fits(0, kHead))
     return kNoRoom;
   list.Clear(kHead);
-  list.Put32(0, static_cast<std::uint64_t>(sw.id));
+  list.Put32(0, sw.id);
   const std::size_t count = std::min(sw.ports.size(), list.RoomFor(kHead, kRecord));
   for (std::size_t i = 0; i < count; ++i) {
     const Port& port = host.model.ports[Index(sw.ports[i])];
     const std::size_t at = kHead + i * kRecord;
     list.Zero(at, kRecord);
     list.Put32(at, port.dvport);
-    list.Put32(at + 4, static_cast<std::uint64_t>(port.id));
-    list.Put8(at + 8, static_cast<std::uint64_t>(port.tx_queues));
-    list.Put8(at + 9, static_cast<std::uint64_t>(port.rx_queues));
+    list.Put32(at + 4, port.id);
+    list.Put8(at + 8, port.tx_queues);
+    list.Put8(at + 9, port.rx_queues);
     list.PutMac(at + 10, port.mac);
     list.Put16(at + 16, 1 + std::min<std::uint32_t>(port.macs_behind, 65534));
-    list.Put32(at + 18, static_cast<std::uint64_t>(port.kind));
+    list.Put32(at + 18, port.kind);
     for (int queue = 0; queue < port.tx_queues; ++queue)
-      list.Put8(at + 26 + Index(queue), static_cast<std::uint64_t>(port.tx_core));
+      list.Put8(at + 26 + Index(queue), port.tx_core);
     for (int queue = 0; queue < port.rx_queues; ++queue)
-      list.Put8(at + 58 + Index(queue), static_cast<std::uint64_t>(port.rx_core));
+      list.Put8(at + 58 + Index(queue), port.rx_core);
   }
   list.Put32(4, count);
   return kOk;
@@ -114,8 +112,7 @@ std::uint32_t PortStats(const char* operation, std::uint32_t sw, std::uint32_t p
     const PortCounts words = CountPort(host.model, index, host.ms);
     for (std::size_t i = 0; i < kCounters; ++i)
       record.Put64(8 * i, words[first + i]);
-    *length = kCounters * 8;
-    return kOk;
+    return record.Finish(kOk);
   });
 }
 
@@ -126,22 +123,13 @@ std::uint32_t MacTable(const char* operation, std::uint32_t sw, std::uint32_t po
     const Switch* found = host.model.FindSwitch(sw);
     if (found == nullptr || (!whole_switch && host.model.FindPort(sw, port) == nullptr))
       return kNotFound;
-    const std::uint32_t status =
-        WriteMacTable(host.model, *found, whole_switch ? -1 : static_cast<int>(port), host.ms, area);
-    *length = static_cast<std::uint32_t>(area.used());
-    return status;
+    return area.Finish(WriteMacTable(host.model, *found, whole_switch ? -1 : static_cast<int>(port), host.ms, area));
   });
 }
 
 void StoreCores(Store& store, const Port& port, std::int64_t ms) {
-  store.Prepare("UPDATE port SET tx_core = ?, rx_core = ?, pinned = ?, flow_cleared_ms = ? WHERE sw = ? AND port = ?")
-      .Bind(std::int64_t{port.tx_core})
-      .Bind(std::int64_t{port.rx_core})
-      .Bind(std::int64_t{port.pinned})
-      .Bind(ms)
-      .Bind(std::int64_t{port.sw})
-      .Bind(std::int64_t{port.id})
-      .Run();
+  store.Run("UPDATE port SET tx_core = ?, rx_core = ?, pinned = ?, flow_cleared_ms = ? WHERE sw = ? AND port = ?",
+            port.tx_core, port.rx_core, port.pinned, ms, port.sw, port.id);
 }
 
 }  // namespace
@@ -156,11 +144,8 @@ extern "C" {
 
 uint32_t Ryn_Get_Switch_List(void* switches, uint32_t* length) {
   Area list(switches, length);
-  return ReadHost({"Ryn_Get_Switch_List", {}}, &list, [&](const View& host) {
-    const uint32_t status = WriteSwitches(host, list);
-    *length = static_cast<uint32_t>(list.used());
-    return status;
-  });
+  return ReadHost({"Ryn_Get_Switch_List", {}}, &list,
+                  [&](const View& host) { return list.Finish(WriteSwitches(host, list)); });
 }
 
 uint32_t Ryn_Get_Port_List(uint32_t swID, void* ports, uint32_t* length) {
@@ -169,9 +154,7 @@ uint32_t Ryn_Get_Port_List(uint32_t swID, void* ports, uint32_t* length) {
     const Switch* sw = host.model.FindSwitch(swID);
     if (sw == nullptr)
       return kNotFound;
-    const uint32_t status = WritePorts(host, *sw, list);
-    *length = static_cast<uint32_t>(list.used());
-    return status;
+    return list.Finish(WritePorts(host, *sw, list));
   });
 }
 
@@ -189,9 +172,7 @@ uint32_t Ryn_Get_Port_Conf(uint32_t swID, uint32_t rynPortID, void* conf, uint32
     const Port* port = host.model.FindPort(swID, rynPortID);
     if (port == nullptr)
       return kNotFound;
-    const uint32_t status = WritePortConf(*port, record);
-    *length = static_cast<uint32_t>(record.used());
-    return status;
+    return record.Finish(WritePortConf(*port, record));
   });
 }
 
@@ -227,10 +208,7 @@ uint32_t Ryn_Unpin_Port(uint32_t swID, uint32_t rynPortID, uint32_t option) {
   return ChangeHost(call, [&](Change& host) {
     if (host.model.PortIndex(swID, rynPortID) < 0)
       return kNotFound;
-    host.store.Prepare("UPDATE port SET pinned = 0 WHERE sw = ? AND port = ?")
-        .Bind(int64_t{swID})
-        .Bind(int64_t{rynPortID})
-        .Run();
+    host.store.Run("UPDATE port SET pinned = 0 WHERE sw = ? AND port = ?", swID, rynPortID);
     return kOk;
   });
 }
@@ -244,11 +222,8 @@ uint32_t Ryn_Reset_Port(uint32_t swID, uint32_t rynPortID) {
       return kNotFound;
     host.ResetCounts(index);
     host.ForgetFlows(index);
-    host.store.Prepare("UPDATE port SET mac_cleared_ms = ?1, flow_cleared_ms = ?1 WHERE sw = ?2 AND port = ?3")
-        .Bind(host.ms)
-        .Bind(int64_t{swID})
-        .Bind(int64_t{rynPortID})
-        .Run();
+    host.store.Run("UPDATE port SET mac_cleared_ms = ?1, flow_cleared_ms = ?1 WHERE sw = ?2 AND port = ?3", host.ms,
+                   swID, rynPortID);
     return kOk;
   });
 }
@@ -277,14 +252,10 @@ uint32_t Ryn_SetLRO(uint32_t scope, uint32_t swID, uint32_t rynPortID, uint32_t 
     if (host.model.FindSwitch(swID) == nullptr || (scope == 0 && host.model.FindPort(swID, rynPortID) == nullptr))
       return kNotFound;
     if (scope == 1) {
-      host.store.Prepare("UPDATE sw SET lro = ? WHERE sw = ?").Bind(int64_t{state}).Bind(int64_t{swID}).Run();
-      host.store.Prepare("UPDATE port SET lro = ? WHERE sw = ?").Bind(int64_t{state}).Bind(int64_t{swID}).Run();
+      host.store.Run("UPDATE sw SET lro = ? WHERE sw = ?", state, swID);
+      host.store.Run("UPDATE port SET lro = ? WHERE sw = ?", state, swID);
     } else {
-      host.store.Prepare("UPDATE port SET lro = ? WHERE sw = ? AND port = ?")
-          .Bind(int64_t{state})
-          .Bind(int64_t{swID})
-          .Bind(int64_t{rynPortID})
-          .Run();
+      host.store.Run("UPDATE port SET lro = ? WHERE sw = ? AND port = ?", state, swID, rynPortID);
     }
     return kOk;
   });
@@ -304,15 +275,8 @@ uint32_t Ryn_Clear_Port_MAC_Table(uint32_t swID, uint32_t rynPortID) {
   return ChangeHost(call, [&](Change& host) {
     if (host.model.PortIndex(swID, rynPortID) < 0)
       return kNotFound;
-    host.store.Prepare("UPDATE port SET mac_cleared_ms = ? WHERE sw = ? AND port = ?")
-        .Bind(host.ms)
-        .Bind(int64_t{swID})
-        .Bind(int64_t{rynPortID})
-        .Run();
-    host.store.Prepare("DELETE FROM mac_entry WHERE sw = ? AND port = ? AND present = 0")
-        .Bind(int64_t{swID})
-        .Bind(int64_t{rynPortID})
-        .Run();
+    host.store.Run("UPDATE port SET mac_cleared_ms = ? WHERE sw = ? AND port = ?", host.ms, swID, rynPortID);
+    host.store.Run("DELETE FROM mac_entry WHERE sw = ? AND port = ? AND present = 0", swID, rynPortID);
     return kOk;
   });
 }
@@ -321,8 +285,8 @@ uint32_t Ryn_Clear_Switch_MAC_Table(uint32_t swID) {
   return ChangeHost({"Ryn_Clear_Switch_MAC_Table", {{"sw", swID}}}, [&](Change& host) {
     if (host.model.FindSwitch(swID) == nullptr)
       return kNotFound;
-    host.store.Prepare("UPDATE sw SET mac_cleared_ms = ? WHERE sw = ?").Bind(host.ms).Bind(int64_t{swID}).Run();
-    host.store.Prepare("DELETE FROM mac_entry WHERE sw = ? AND present = 0").Bind(int64_t{swID}).Run();
+    host.store.Run("UPDATE sw SET mac_cleared_ms = ? WHERE sw = ?", host.ms, swID);
+    host.store.Run("DELETE FROM mac_entry WHERE sw = ? AND present = 0", swID);
     return kOk;
   });
 }
@@ -344,15 +308,8 @@ uint32_t Ryn_MAC_Entry_Ops(uint32_t swID, uint32_t rynPortID, const uint8_t* mac
       return kNotFound;
     if (operation == 1 && !known && !HasRoomForMac(host.model, *sw, port, host.ms))
       return kLimit;
-    host.store
-        .Prepare("INSERT OR REPLACE INTO mac_entry (sw, port, mac, vlan, present, at_ms) VALUES (?, ?, ?, ?, ?, ?)")
-        .Bind(int64_t{swID})
-        .Bind(int64_t{rynPortID})
-        .Bind(std::span<const uint8_t>(address))
-        .Bind(int64_t{vlanID})
-        .Bind(int64_t{operation})
-        .Bind(host.ms)
-        .Run();
+    host.store.Run("INSERT OR REPLACE INTO mac_entry (sw, port, mac, vlan, present, at_ms) VALUES (?, ?, ?, ?, ?, ?)",
+                   swID, rynPortID, address, vlanID, operation, host.ms);
     return kOk;
   });
 }

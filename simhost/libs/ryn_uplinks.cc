@@ -12,8 +12,6 @@ namespace simhost {
 
 namespace {
 
-std::size_t Index(std::int64_t value) { return static_cast<std::size_t>(value); }
-
 constexpr std::size_t kUplinkRecord = 192;
 
 // The index of an uplink, or a status in `status`.
@@ -99,7 +97,7 @@ std::uint32_t WriteMirrors(const Model& model, const Switch& sw, Area& conf) {
   if (!conf.Fits(0, kHead))
     return kNoRoom;
   conf.Clear(kHead);
-  conf.Put32(0, static_cast<std::uint64_t>(sw.id));
+  conf.Put32(0, sw.id);
   std::size_t at = kHead;
   std::size_t count = 0;
   const auto sessions = model.mirrors.find(sw.id);
@@ -141,8 +139,8 @@ class NetQueueWriter {
       return kNoRoom;
     const Port& asked = model_.ports[Index(index)];
     area_.Clear(kHead);
-    area_.Put32(0, static_cast<std::uint64_t>(sw.id));
-    area_.Put32(4, static_cast<std::uint64_t>(asked.id));
+    area_.Put32(0, sw.id);
+    area_.Put32(4, asked.id);
     area_.Put16(12, asked.IsUplink() ? 1 : 0);
     at_ = kHead;
     if (asked.IsUplink()) {
@@ -163,7 +161,7 @@ class NetQueueWriter {
 
   void AddFilter(const Port& port, const Port& uplink) {
     constexpr std::size_t kQueueEntry = 16;
-    const Kind kind = port.kind == kGeneric ? kOther : port.vni != 0 ? kGeneve : kMacOnly;
+    const std::uint32_t kind = port.kind == kGeneric ? kOther : port.vni != 0 ? kGeneve : kMacOnly;
     const std::size_t body = kind == kGeneve ? 16 : kind == kMacOnly ? 8 : 12;
     const std::size_t queues = port.active ? 1 : 0;
     const std::size_t size = 8 + body + queues * kQueueEntry;
@@ -184,8 +182,8 @@ class NetQueueWriter {
     }
     if (queues > 0) {
       const std::size_t queue = at_ + 8 + body;
-      area_.Put32(queue, static_cast<std::uint64_t>(port.id));
-      area_.Put32(queue + 4, static_cast<std::uint64_t>(port.id % std::max(1, uplink.rx_queues)));
+      area_.Put32(queue, port.id);
+      area_.Put32(queue + 4, port.id % std::max(1, uplink.rx_queues));
       area_.Put64(queue + 8, Mix(model_.seed ^ static_cast<std::uint64_t>(port.dvport) << 16 ^
                                  static_cast<std::uint64_t>(uplink.id)));
     }
@@ -221,12 +219,11 @@ uint32_t Ryn_Get_Port_Tx_Uplink(uint32_t swID, uint32_t rynPortID, void* policy,
     if (!record.Fits(0, kSize))
       return kNoRoom;
     record.Clear(kSize);
-    record.Put8(0, static_cast<uint64_t>(port->tx_type));
+    record.Put8(0, port->tx_type);
     record.Put8(1, std::min(port->uplinks.size(), kMost));
     for (std::size_t i = 0; i < std::min(port->uplinks.size(), kMost); ++i)
       record.Put16(2 + 2 * i, port->uplinks[i]);
-    *length = kSize;
-    return kOk;
+    return record.Finish(kOk);
   });
 }
 
@@ -245,18 +242,11 @@ uint32_t Ryn_Set_Port_Tx_Uplink(uint32_t swID, uint32_t rynPortID, uint32_t txTy
       if (std::find(sw->uplinks.begin(), sw->uplinks.end(), index) == sw->uplinks.end())
         return kBadParameter;
     }
-    host.store.Prepare("UPDATE port SET tx_type = ? WHERE sw = ? AND port = ?")
-        .Bind(int64_t{txType})
-        .Bind(int64_t{swID})
-        .Bind(int64_t{rynPortID})
-        .Run();
-    host.store.Prepare("DELETE FROM port_uplink WHERE sw = ? AND port = ?")
-        .Bind(int64_t{swID})
-        .Bind(int64_t{rynPortID})
-        .Run();
+    host.store.Run("UPDATE port SET tx_type = ? WHERE sw = ? AND port = ?", txType, swID, rynPortID);
+    host.store.Run("DELETE FROM port_uplink WHERE sw = ? AND port = ?", swID, rynPortID);
     Statement add = host.store.Prepare("INSERT INTO port_uplink (sw, port, seq, uplink) VALUES (?, ?, ?, ?)");
     for (uint32_t i = 0; i < count; ++i)
-      add.Bind(int64_t{swID}).Bind(int64_t{rynPortID}).Bind(int64_t{i}).Bind(int64_t{uplinks[i]}).Run();
+      add.Run(swID, rynPortID, i, uplinks[i]);
     return kOk;
   });
 }
@@ -267,9 +257,7 @@ uint32_t Ryn_Get_Mirror_Conf(uint32_t swID, void* conf, uint32_t* length) {
     const Switch* sw = host.model.FindSwitch(swID);
     if (sw == nullptr)
       return kNotFound;
-    const uint32_t status = WriteMirrors(host.model, *sw, area);
-    *length = static_cast<uint32_t>(area.used());
-    return status;
+    return area.Finish(WriteMirrors(host.model, *sw, area));
   });
 }
 
@@ -298,8 +286,7 @@ uint32_t Ryn_Get_Uplink_Priv_Stats(uint32_t swID, uint32_t rynPortID, void* stat
       return kNoRoom;
     const std::string text = DriverText(host.model, uplink, host.ms);
     answer.PutText(0, text, std::min(answer.room(), text.size() + 1));
-    *length = static_cast<uint32_t>(answer.used());
-    return kOk;
+    return answer.Finish(kOk);
   });
 }
 
@@ -315,8 +302,7 @@ uint32_t Ryn_Get_Uplink_Stats(uint32_t swID, uint32_t rynPortID, void* counters,
     record.Clear(kUplinkRecord);
     PutReceived(record, SumQueues(host.model, uplink, false, host.ms));
     PutSent(record, SumQueues(host.model, uplink, true, host.ms));
-    *length = kUplinkRecord;
-    return kOk;
+    return record.Finish(kOk);
   });
 }
 
@@ -337,8 +323,7 @@ uint32_t Ryn_Get_Uplink_Queue_Stats(uint32_t swID, uint32_t rynPortID, uint32_t 
     record.Clear(kUplinkRecord);
     const QueueCounts words = CountQueue(host.model, uplink, queueKind == 1, static_cast<int>(queue), host.ms);
     queueKind == 1 ? PutSent(record, words) : PutReceived(record, words);
-    *length = kUplinkRecord;
-    return kOk;
+    return record.Finish(kOk);
   });
 }
 
@@ -346,10 +331,7 @@ uint32_t Ryn_Set_Uplink_MAC_Learn(uint32_t swID, uint32_t enable) {
   return ChangeHost({"Ryn_Set_Uplink_MAC_Learn", {{"sw", swID}}}, [&](Change& host) {
     if (host.model.FindSwitch(swID) == nullptr)
       return kNotFound;
-    host.store.Prepare("UPDATE sw SET uplink_mac_learn = ? WHERE sw = ?")
-        .Bind(int64_t{enable != 0})
-        .Bind(int64_t{swID})
-        .Run();
+    host.store.Run("UPDATE sw SET uplink_mac_learn = ? WHERE sw = ?", enable != 0, swID);
     return kOk;
   });
 }
@@ -371,10 +353,7 @@ uint32_t Ryn_Set_Panic_On_Tx_Hang(uint32_t swID, uint32_t setting) {
       return kNotFound;
     if (setting > 1)
       return kBadParameter;
-    host.store.Prepare("UPDATE sw SET panic_on_tx_hang = ? WHERE sw = ?")
-        .Bind(int64_t{setting})
-        .Bind(int64_t{swID})
-        .Run();
+    host.store.Run("UPDATE sw SET panic_on_tx_hang = ? WHERE sw = ?", setting, swID);
     return kOk;
   });
 }
@@ -385,9 +364,7 @@ uint32_t Ryn_Get_Port_NetQ_Info(uint32_t swID, uint32_t rynPortID, void* respons
     const int index = host.model.PortIndex(swID, rynPortID);
     if (index < 0)
       return kNotFound;
-    const uint32_t status = NetQueueWriter(host.model, area).Write(*host.model.FindSwitch(swID), index);
-    *length = static_cast<uint32_t>(area.used());
-    return status;
+    return area.Finish(NetQueueWriter(host.model, area).Write(*host.model.FindSwitch(swID), index));
   });
 }
 
@@ -406,8 +383,7 @@ uint32_t Ryn_List_Dev_Affinity(void* devices, uint32_t* length) {
       list.PutText(kHead + i * kRecord, host.model.nics[i].name, kName);
       list.Put32(kHead + i * kRecord + kName, host.model.nics[i].affinity);
     }
-    *length = static_cast<uint32_t>(list.used());
-    return kOk;
+    return list.Finish(kOk);
   });
 }
 
@@ -424,7 +400,7 @@ uint32_t Ryn_Set_Dev_Affinity(const char* device, uint32_t affinity) {
     }
     if (cores.empty())
       return kBadParameter;
-    host.store.Prepare("UPDATE nic SET affinity = ? WHERE name = ?").Bind(int64_t{affinity}).Bind(name).Run();
+    host.store.Run("UPDATE nic SET affinity = ? WHERE name = ?", affinity, name);
     // The uplink's work goes to the node's cores, to those that its switch may use.
     for (std::size_t i = 0; i < host.model.ports.size(); ++i) {
       const Port& port = host.model.ports[i];
@@ -437,13 +413,8 @@ uint32_t Ryn_Set_Dev_Affinity(const char* device, uint32_t affinity) {
       if (own.empty())
         return kBadParameter;
       const std::size_t turn = static_cast<std::size_t>(nic);
-      host.store.Prepare("UPDATE port SET tx_core = ?, rx_core = ?, flow_cleared_ms = ? WHERE sw = ? AND port = ?")
-          .Bind(int64_t{own[turn % own.size()]})
-          .Bind(int64_t{own[(turn + 1) % own.size()]})
-          .Bind(host.ms)
-          .Bind(int64_t{port.sw})
-          .Bind(int64_t{port.id})
-          .Run();
+      host.store.Run("UPDATE port SET tx_core = ?, rx_core = ?, flow_cleared_ms = ? WHERE sw = ? AND port = ?",
+                     own[turn % own.size()], own[(turn + 1) % own.size()], host.ms, port.sw, port.id);
       host.ForgetFlows(static_cast<int>(i));
     }
     return kOk;

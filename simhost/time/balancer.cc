@@ -27,8 +27,6 @@ enum Weight : std::size_t {
   kPortCount
 };
 
-std::size_t Index(std::int64_t value) { return static_cast<std::size_t>(value); }
-
 std::uint64_t WorkOn(const Port& port, const BalancerPort& seen, int core) {
   std::uint64_t work = 0;
   if (port.tx_core == core)
@@ -197,21 +195,11 @@ void Perform(Store& store, Model& model, const Move& move, std::int64_t ms) {
   ForgetFlows(model, move.port);
   model.balancer.ports[Index(move.port)].moved_ms = ms;
   BuildPaths(model);
-  store.Prepare("UPDATE port SET tx_core = ?, rx_core = ?, flow_cleared_ms = ? WHERE sw = ? AND port = ?")
-      .Bind(std::int64_t{port.tx_core})
-      .Bind(std::int64_t{port.rx_core})
-      .Bind(ms)
-      .Bind(std::int64_t{port.sw})
-      .Bind(std::int64_t{port.id})
-      .Run();
-  store.Prepare("INSERT INTO move (at_ms, sw, port, from_core, to_core) VALUES (?, ?, ?, ?, ?)")
-      .Bind(ms)
-      .Bind(std::int64_t{port.sw})
-      .Bind(std::int64_t{port.id})
-      .Bind(std::int64_t{move.from})
-      .Bind(std::int64_t{move.to})
-      .Run();
-  store.Prepare("DELETE FROM move WHERE id <= (SELECT max(id) FROM move) - ?").Bind(kKeptMoves).Run();
+  store.Run("UPDATE port SET tx_core = ?, rx_core = ?, flow_cleared_ms = ? WHERE sw = ? AND port = ?", port.tx_core,
+            port.rx_core, ms, port.sw, port.id);
+  store.Run("INSERT INTO move (at_ms, sw, port, from_core, to_core) VALUES (?, ?, ?, ?, ?)", ms, port.sw, port.id,
+            move.from, move.to);
+  store.Run("DELETE FROM move WHERE id <= (SELECT max(id) FROM move) - ?", kKeptMoves);
 }
 
 constexpr std::size_t kSavedPort = 10 * sizeof(std::uint64_t);

@@ -18,8 +18,6 @@ namespace {
 
 constexpr std::int64_t kMostLooks = 1'000'000;  // that are replayed: 58 days of the usual period
 
-std::size_t Index(std::int64_t value) { return static_cast<std::size_t>(value); }
-
 std::uint32_t Number(std::string_view text) {
   std::uint32_t number = 0xFFFFFFFF;
   std::from_chars(text.data(), text.data() + text.size(), number);
@@ -27,13 +25,8 @@ std::uint32_t Number(std::string_view text) {
 }
 
 void Log(Store& store, std::int64_t ms, const Event& event, std::string_view what) {
-  store.Prepare("INSERT INTO log (at_ms, pid, operation, arguments, what) VALUES (?, ?, ?, ?, ?)")
-      .Bind(ms)
-      .Bind(std::int64_t{getpid()})
-      .Bind(std::string_view(event.kind))
-      .Bind(std::string_view(event.target))
-      .Bind(what)
-      .Run();
+  store.Run("INSERT INTO log (at_ms, pid, operation, arguments, what) VALUES (?, ?, ?, ?, ?)", ms, getpid(), event.kind,
+            event.target, what);
 }
 
 // What is on now, worked out anew from all events that are on.
@@ -106,7 +99,7 @@ void MoveEvent(Store& store, Model& model, Event& event, std::int64_t ms) {
     event.stage = kEventOver;
     Log(store, ms, event, "ends");
   }
-  store.Prepare("UPDATE event SET started = ? WHERE id = ?").Bind(std::int64_t{event.stage}).Bind(event.id).Run();
+  store.Run("UPDATE event SET started = ? WHERE id = ?", event.stage, event.id);
   ApplyEvents(model);
   BuildPaths(model);
 }
@@ -148,10 +141,7 @@ void ReplayTimeline(Store& store, Model& model, std::int64_t ms) {
 
   if (looked) {
     const std::vector<std::uint8_t> state = SaveBalancer(model);
-    store.Prepare("UPDATE balancer SET tick_ms = ?, state = ?")
-        .Bind(balancer.tick_ms)
-        .Bind(std::span<const std::uint8_t>(state))
-        .Run();
+    store.Run("UPDATE balancer SET tick_ms = ?, state = ?", balancer.tick_ms, state);
     if (!model.base_changed)
       StoreLosses(store, model);
   }

@@ -14,7 +14,6 @@ namespace simhost {
 namespace {
 
 std::uint32_t U32(std::int64_t value) { return static_cast<std::uint32_t>(value); }
-std::size_t Index(std::int64_t value) { return static_cast<std::size_t>(value); }
 
 template <std::size_t N>
 void CopyWords(std::span<const std::uint8_t> blob, std::array<std::uint64_t, N>& words) {
@@ -32,7 +31,7 @@ bool IsZero(const std::array<std::uint64_t, N>& words) {
 }
 
 void Put(Statement& row, std::string_view kind, int sw, int id, std::span<const std::uint8_t> counts) {
-  row.Bind(kind).Bind(std::int64_t{sw}).Bind(std::int64_t{id}).Bind(counts).Run();
+  row.Run(kind, sw, id, counts);
 }
 
 constexpr std::string_view kPutRow = "INSERT OR REPLACE INTO base (kind, sw, id, counts) VALUES (?, ?, ?, ?)";
@@ -115,7 +114,7 @@ void StoreBase(Store& store, Model& model) {
   for (std::size_t i = 0; i < model.conversations.size(); ++i)
     Put(row, "passed", 0, model.conversations[i].id, Bytes(base.seen[i]));
   StoreLosses(store, model);
-  store.Prepare("UPDATE host SET segment_ms = ?").Bind(model.segment_ms).Run();
+  store.Run("UPDATE host SET segment_ms = ?", model.segment_ms);
   model.base_changed = false;
 }
 

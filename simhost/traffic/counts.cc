@@ -13,8 +13,6 @@ namespace {
 constexpr std::uint64_t kMillion = 1'000'000;
 constexpr std::uint64_t kAggregated = 4;  // frames that large receive offload makes one of
 
-std::size_t Index(std::int64_t value) { return static_cast<std::size_t>(value); }
-
 const Conversation& TalkOf(const Model& model, const Path& path) {
   return model.conversations[Index(path.conversation)];
 }

@@ -13,8 +13,6 @@ constexpr std::uint64_t kFirstShortPort = 32768;  // of the ports that short flo
 constexpr std::uint64_t kShortPorts = 16384;
 constexpr std::int64_t kFlushMs = 10'000;  // the counters of a flow are flushed this often
 
-std::size_t Index(std::int64_t value) { return static_cast<std::size_t>(value); }
-
 // A page of flows.
 enum PageOffset : std::size_t { kPageNext = 8, kPageCount = 12, kPageBytes = 16, kPageEntries = 20 };
 

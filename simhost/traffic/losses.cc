@@ -16,8 +16,6 @@ constexpr std::uint64_t kUsableNsPerMs = 950'000;  // of a core's time, what it 
 constexpr std::uint64_t kGapBytes = 24;            // of the wire's time, what a frame takes beside its own bytes
 constexpr std::int64_t kForEverMs = std::numeric_limits<std::int64_t>::max() / 4;
 
-std::size_t Index(std::int64_t value) { return static_cast<std::size_t>(value); }
-
 std::uint64_t LinkBits(std::uint64_t size) { return 8 * (size + kGapBytes); }
 
 // Packets that ask for a stage's time in a window, and how many of them get it. They are of three kinds, which pass

@@ -14,8 +14,6 @@ namespace {
 constexpr std::uint32_t kRelearnMs = 3'000;     // after a clear everything is known again within this time
 constexpr std::int64_t kGenerationMs = 10'000;  // an entry that is not seen grows a generation older this often
 
-std::size_t Index(std::int64_t value) { return static_cast<std::size_t>(value); }
-
 enum TableOffset : std::size_t { kCount = 0, kLimitWord = 8, kExceeded = 12, kEntries = 16 };
 enum EntryOffset : std::size_t { kMac = 0, kVlan = 6, kPort = 8, kGeneration = 16, kEntrySize = 20 };
 
@@ -224,8 +222,8 @@ std::uint32_t WriteMacTable(const Model& model, const Switch& sw, int port, std:
     Area fields(entry, sizeof entry);
     fields.PutMac(kMac, *known.mac);
     fields.Put16(kVlan, known.vlan);
-    fields.Put32(kPort, static_cast<std::uint64_t>(known.port));
-    fields.Put32(kGeneration, static_cast<std::uint64_t>(known.generation));
+    fields.Put32(kPort, known.port);
+    fields.Put32(kGeneration, known.generation);
     out.PutBytes(at, entry, sizeof entry);
   }
   const Port* own =

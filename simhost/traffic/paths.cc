@@ -12,8 +12,6 @@ namespace {
 constexpr std::uint64_t kMillion = 1'000'000;
 constexpr std::uint64_t kSlowCost = 8;  // a packet on the slow path costs as much as so many on the fast path
 
-std::size_t Index(std::int64_t value) { return static_cast<std::size_t>(value); }
-
 template <class T, class Value>
 bool Has(const std::vector<T>& values, Value value) {
   return std::find(values.begin(), values.end(), value) != values.end();

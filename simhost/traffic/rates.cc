@@ -15,8 +15,6 @@ namespace {
 
 constexpr std::uint64_t kGapBytes = 24;  // of the wire's time, what a frame takes beside its own bytes
 
-std::size_t Index(std::int64_t value) { return static_cast<std::size_t>(value); }
-
 // The stages that lose packets, in the order in which these pass them.
 enum Stage : std::size_t {
   kLinkIn,
