@@ -16,7 +16,7 @@ typedef struct { uint32_t portID, unread[3], numMcastAddrs, flags; int64_t ladrf
 typedef struct { uint8_t mac1[6], mac2[6]; uint16_t vlan, number14, port1, port2, low20; uint8_t high20, protocol,
     address1[16], address2[16], unread[8]; } FlowKey;
 typedef struct { uint64_t unread0, handle, unread16, packets, unread32, bytes, unread48; uint32_t bitmap;
-    uint8_t unread60, flags; uint16_t length; uint8_t dp, unread65[3]; uint32_t inval; uint8_t pi, unread73; 
+    uint8_t unread60, flags; uint16_t length; uint8_t dp, unread65[3]; uint32_t inval; uint8_t pi, unread73;
     uint16_t vi;
     uint32_t vni; }
     Actions;

@@ -118,7 +118,7 @@ def run_growth(rounds: int, chance: random.Random) -> dict[str, Any]:
     pairs: list[tuple[int, Contender, Contender]] = []  # a size, and a call of it and of an empty table
     for size in sizes:
         set_the_stage(stages[size])
-        value = _libryn.ListSwitchMACTable(3)
+        value: Any = _libryn.ListSwitchMACTable(3)
         for contender in (Contender(MODULE, partial(_libryn.ListSwitchMACTable, 3)), *peers(stages[size])):
             assert contender.call() == value
             pairs.append((size, contender, Contender(contender.name, contender.call)))
@@ -163,7 +163,7 @@ def memory_per_row() -> dict[str, float]:
     set_the_stage(cases.mac_table(65536))
     _libryn.ListSwitchMACTable(3)
     tracemalloc.start()
-    table = _libryn.ListSwitchMACTable(3)
+    table: Any = _libryn.ListSwitchMACTable(3)
     size = tracemalloc.get_traced_memory()[0]
     tracemalloc.stop()
     rows = table["MacTableList"]

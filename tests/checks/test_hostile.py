@@ -118,7 +118,9 @@ def test_status_codes(ryn, double: Double, method: Method):
             elif status == MISSING and op in ("DVSQOB_HostPropGet", "DVSQOB_PortDataGet"):
                 expected = Outcome(WITHOUT_PROPERTY[method.name])
             else:
-                expected = failures[op].outcome
+                described = failures[op].outcome
+                assert described
+                expected = described
             assert outcome == expected, (op, hex(status))
             assert outcome.value is not NULL or method.name == "GetUplinkStats"
             handed_out, freed = double.blocks()

@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+from typing import Any
+
 import conversions
 import pytest
 import results
@@ -16,7 +18,7 @@ def test_every_result(ryn, double: Double):
 
 
 @pytest.fixture(scope="module")
-def faults(_module, pytestconfig: pytest.Config):
+def faults(_module, pytestconfig: Any):
     faults = load_faults(pytestconfig.ryn_double)
     faults.bind(_module.__file__)
     return faults
@@ -43,5 +45,5 @@ def test_nothing_is_built_while_the_error_of_an_item_is_pending(ryn, double: Dou
         else (0, tuple(items), 0)[: len(method.args)]
     )
     outcome, trace = run_failing(faults, getattr(ryn, name), args, -1)
-    assert outcome.error[0] is TypeError and len(trace) > len(items)
+    assert outcome.error and outcome.error[0] is TypeError and len(trace) > len(items)
     assert faults.made_with_error() == 0

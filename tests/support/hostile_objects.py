@@ -182,10 +182,11 @@ def attack_ownership(ryn: Any, double: Double) -> None:
     them then. Of subclasses too, since exact lists, dicts and tuples stay readable in the interpreter's free lists.
     """
     double.recording(True)
-    for new_dict, new_list, new_text in product((dict, Dict), (list, List), (str, Text)):
+    kinds: Any = product((dict, Dict), (list, List), (str, Text))
+    for new_dict, new_list, new_text in kinds:
         for place, value in product(range(8), (7, "no number")):
             policy = new_dict({"txType": new_text("".join(["A", "ll"])), "txUplinks": new_list(map(Number, range(8)))})
-            held = weakref.ref(policy["txUplinks"]) if new_list is List else lambda: True
+            held: Any = weakref.ref(policy["txUplinks"]) if new_list is List else lambda: True
             alive = []
 
             def drop() -> None:
@@ -205,7 +206,8 @@ def attack_ownership(ryn: Any, double: Double) -> None:
             policy = new_dict({"txType": new_text("All"), "txUplinks": new_list(map(Number, range(8)))})
             policy["txUplinks"][place] = Index(lambda: (policy["txUplinks"].clear(), policy.clear()), "no number")
             check(run(ryn.SetPortTxUplink, 0, 0, policy))
-    for new_tuple, value in product((tuple, Cores), (7, "no number", None)):
+    cores: Any = product((tuple, Cores), (7, "no number", None))
+    for new_tuple, value in cores:
         for function, more in ((ryn.GetFlowStats, (0,)), (ryn.GetFPOStats, ())):
             for harm in harms(ryn):
                 check(run(function, Number(3), new_tuple([Number(1), Index(harm, value), Number(2)]), *more))

@@ -49,7 +49,8 @@ def walk(value: Any) -> Iterator[Any]:
             for key, item in found.items():
                 todo += [key, item]
         elif isinstance(found, (list, tuple)):
-            todo += found[: MOST_WALKED // 2] + found[-MOST_WALKED // 2 :] if len(found) > MOST_WALKED else found
+            items = list(found)
+            todo += items[: MOST_WALKED // 2] + items[-MOST_WALKED // 2 :] if len(items) > MOST_WALKED else items
 
 
 def rebuilt(value: Any) -> Any:
