@@ -21,27 +21,6 @@ std::string Shown(const Ref& result) { return TextOf(Ref(PyObject_Repr(result.ge
 
 std::string Number(std::uint64_t value) { return std::to_string(value); }
 
-Bytes Resized(Bytes bytes, std::size_t size) {
-  bytes.resize(size);
-  return bytes;
-}
-
-// The rest of an input as an area whose counts at these places are made small, unless its first byte is kAsItIs:
-// results of tens of thousands of values would take all the time.
-template <class T>
-Bytes TakeCounted(Input input, std::initializer_list<std::size_t> counts) {
-  constexpr std::uint8_t kAsItIs = 0xFF;
-  const bool as_it_is = input.Take<std::uint8_t>() == kAsItIs;
-  Bytes area = input.Rest();
-  for (const std::size_t at : counts) {
-    if (!as_it_is && area.size() >= at + sizeof(T)) {
-      const T small = At<T>(area, at) % 300;
-      std::memcpy(area.data() + at, &small, sizeof(small));
-    }
-  }
-  return area;
-}
-
 // A list with as many items as there is room for, each shown as its model says: of a long one the first and the last.
 template <class Model>
 void CheckItems(PyObject* list, std::size_t count, std::size_t room, Model model) {

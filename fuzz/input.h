@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -75,6 +76,27 @@ T At(const Bytes& bytes, std::size_t offset) {
   if (offset < bytes.size())
     std::memcpy(&value, bytes.data() + offset, std::min(sizeof(T), bytes.size() - offset));
   return value;
+}
+
+inline Bytes Resized(Bytes bytes, std::size_t size) {
+  bytes.resize(size);
+  return bytes;
+}
+
+// The rest of an input as an area whose counts at these places are made small, unless its first byte is kAsItIs:
+// results of tens of thousands of values would take all the time.
+template <class T>
+Bytes TakeCounted(Input input, std::initializer_list<std::size_t> counts) {
+  constexpr std::uint8_t kAsItIs = 0xFF;
+  const bool as_it_is = input.Take<std::uint8_t>() == kAsItIs;
+  Bytes area = input.Rest();
+  for (const std::size_t at : counts) {
+    if (!as_it_is && area.size() >= at + sizeof(T)) {
+      const T small = At<T>(area, at) % 300;
+      std::memcpy(area.data() + at, &small, sizeof(small));
+    }
+  }
+  return area;
 }
 
 // Ends the process with what was expected when that does not hold.

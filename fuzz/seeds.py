@@ -188,6 +188,29 @@ def switches() -> Iterator[bytes]:
             yield modes + b"\1\0" + full + b"a" * size + b"\0" + b"p" * size + b"\0"
 
 
+def flow_walks() -> Iterator[bytes]:
+    """A byte with the number of pages, then for each a byte (7 mod 8: the call fails) and its length."""
+
+    def walk(*pages: bytes, pages_byte: int | None = None, status: int = 0) -> bytes:
+        body = b"".join(bytes([status]) + u16(len(page)) + page for page in pages)
+        return bytes([len(pages) if pages_byte is None else pages_byte]) + body
+
+    def page(start: int, entries: int, length: int = 64, valid: int = 10260) -> bytes:
+        entry = area(64 + max(length, 64), at126=u16(length))[: 64 + length]
+        return bytes(8) + u32(start, entries, valid) + entry * min(entries, (10240 - 64) // (64 + length))
+
+    yield walk()
+    yield walk(page(5, 2), page(2, 3), page(9, 1))
+    yield walk(page(5, 2), page(9, 1), status=7)
+    yield walk(page(1, 1, 300, 20 + 364), page(2, 1, 300, 20 + 363), page(9, 1))
+    for start in (0xFFFFFFFD, 0xFFFFFFFE, 0xFFFFFFFF):
+        yield walk(page(start, 1), page(0, 1), page(0, 1))
+    for valid in (147, 148, 149, 10260, 10261, 0xFFFFFFFF):
+        yield walk(page(0, 1, 0, valid), page(0, 159, 0, valid), page(0, 160, 0, valid))
+    for entries in (0, 1, 64, 159, 160):  # in circles
+        yield walk(page(0, entries, 0), pages_byte=0xFF)
+
+
 def fastslabs() -> Iterator[bytes]:
     for value in (b"", b"t", b"tr", b"true", b"true\0", b"poll", b"poller", b"intr\0x", b"no", b"\0"):
         for change in (0, 6, 4 * 36 + 1):
@@ -271,8 +294,11 @@ SEEDS: dict[str, Iterable[bytes]] = {
     "flow_statistics": (bytes([size]) + actions(flags=flags)[:62] for size in (0, 1, 15, 50, 128) for flags in (0, 8)),
     "flow_stats": counted(8, 0, u32(1, 2) + u64(1 << 32, 4, 5, 6, 7), 32),
     "fpo_stats": counted(8, 0, u32(1, 2) + u64(1 << 32, 4, 5, 6, 7, 8), 32),
+    "flow_walk": flow_walks(),
     "mirror_conf": made_small(mirrors()),
+    "mirror_sessions": mirrors(),
     "netq": made_small(netqs()),
+    "netq_filters": made_small(netqs()),
     "port_conf": [
         area(1272, at16=u32(addresses), at20=u32(0x3F), at24=u64(1 << 63), at48=u32(ranges))
         for addresses, ranges in ((0, 0), (1, 1), (32, 256), (33, 257), (0xFFFFFFFF, 0xFFFFFFFF))
@@ -285,7 +311,9 @@ SEEDS: dict[str, Iterable[bytes]] = {
     "port_stats": [u32(length) + bytes([kind]) + u64(*range(32)) for length in (0, 128, 0xFFFFFFFF) for kind in (0, 1)],
     "properties": properties(),
     "snapshot": snapshots(),
+    "snapshot_records": snapshots(),
     "snapshot_text": (u16(size) + snapshot for size in (0, 30, 16384) for snapshot in snapshots()),
+    "switch_directory": switches(),
     "switch_list": (
         answer
         for size in (127, 128)

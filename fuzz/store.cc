@@ -1,18 +1,20 @@
-// The switch-state library's side: aliases, properties, markers.
+// The switch-state library's side: names, properties, markers.
 #include <deque>
 
 #include "double.h"
+#include "host/names.h"
 #include "libryn/flowcache/flowcache.h"
 #include "libryn/include/libryn.h"
 #include "libryn/loadbal/loadbal.h"
 #include "libryn/uplinks/uplinks.h"
+#include "main.h"
 #include "targets.h"
 
 namespace {
 
 constexpr char kPortset[] = "com.talvor.common.host.portset", kAlias[] = "com.talvor.common.alias";
 constexpr char kMarker[] = "com.talvor.extraconfig.opaqueDvs.ryn";
-constexpr std::uint32_t kNoSuchSwitch = 0x0BAD0003, kBadParameter = 0x0BAD0007;
+constexpr std::uint32_t kNoSuchSwitch = 0x0BAD0003, kBadArgument = 0x0BAD0007;
 
 struct Switch {
   std::string alias, class_name;
@@ -81,7 +83,7 @@ void FuzzAlias(Input input) {
   std::memset(name.get(), '#', 128);
   std::uint32_t status = DVSAliasToSwitchId(alias.c_str(), id.get());
   const bool served = found && found->class_name == "vswitch";
-  Expect(status == (!found ? kNoSuchSwitch : served ? 0 : kBadParameter), "status of an identifier");
+  Expect(status == (!found ? kNoSuchSwitch : served ? 0 : kBadArgument), "status of an identifier");
   ExpectEqual({id.get(), 64}, served ? Padded(found->id.substr(0, 63), 64) : std::string(64, '#'), "an identifier");
 
   status = DVSAliasToPortsetName(alias.c_str(), name.get());
@@ -97,7 +99,7 @@ void FuzzAlias(Input input) {
 
   std::memset(back.get(), '#', 128);
   status = DVSPortsetNameToAlias(portset.c_str(), back.get());
-  Expect(status == (portset.empty() ? kBadParameter : 0), "status of an alias");
+  Expect(status == (portset.empty() ? kBadArgument : 0), "status of an alias");
   if (portset.empty())
     return ExpectEqual({back.get(), 128}, std::string(128, '#'), "an area that is left alone");
   std::string expected(128, '\0');
@@ -114,6 +116,38 @@ void FuzzAlias(Input input) {
   }
   // What stands behind the first NUL is filled up with NULs.
   ExpectEqual({back.get(), 128}, Padded(expected.substr(0, expected.find('\0')), 128), "an alias");
+}
+
+// The copy of all names that ryn and the exporter work with. It is read twice: the second time replaces the first.
+void FuzzSwitchDirectory(Input input) {
+  const std::uint8_t modes = input.Take<std::uint8_t>();
+  double_visit_all(modes & 1);
+  SwitchDirectory directory;
+  if (modes & 2) {
+    double_add_switch("former", "vswitch", "former", 6);
+    Expect(directory.Read().Ok() && directory.Size() == 1, "a switch is read");
+    Reset();
+  }
+  const std::deque<Switch> switches = TakeSwitches(input, !(modes & 4));
+  Expect(directory.Read().Ok() && directory.Size() == switches.size(), "every switch is read");
+
+  for (std::size_t i = 0; i < switches.size(); ++i) {
+    const Switch& dvs = switches[i];
+    const SwitchNames names = directory[i];
+    const std::string id = dvs.id.substr(0, 64);
+    const std::string* const alias = Property(switches, id, &Switch::global_alias);
+    const std::string* const portset = Property(switches, id, &Switch::portset);
+    ExpectEqual(names.id, id, "an identifier");
+    ExpectEqual(names.className, dvs.class_name, "a class");
+    Expect(names.HasAlias() == (alias != nullptr) && names.HasPortset() == (portset != nullptr), "a name or none");
+    if (alias)
+      ExpectEqual(names.alias, *alias, "an alias");
+    if (portset)
+      ExpectEqual(names.portset, *portset, "a portset name");
+    const std::string& name = portset ? *portset : alias ? *alias : id;
+    ExpectEqual(names.DatapathName(), name.substr(0, 128), "the datapath's name");
+    ExpectEqual({names.Id().text, 64}, Padded(id.substr(0, 63), 64), "the key of the switch's properties");
+  }
 }
 
 namespace {

@@ -29,7 +29,14 @@ void FuzzUplinkStats(Input input);
 void FuzzNetQ(Input input);
 void FuzzDeviceAffinity(Input input);
 
+// reading.cc: what ryn and the exporter read of the datapath library's answers
+void FuzzFlowWalk(Input input);
+void FuzzMirrorSessions(Input input);
+void FuzzNetQFilters(Input input);
+void FuzzSnapshotRecords(Input input);
+
 // store.cc: the switch-state library's switches and properties
 void FuzzAlias(Input input);
+void FuzzSwitchDirectory(Input input);
 void FuzzProperties(Input input);
 void FuzzFastslabs(Input input);
