@@ -445,8 +445,8 @@ CREATE TABLE fault_where (
     FOREIGN KEY (fault) REFERENCES fault ON DELETE CASCADE
 ) STRICT, WITHOUT ROWID;
 
--- Something that happens to the host from from_ms (at or after the present) until until_ms (NULL: for ever). target:
--- a NIC's name, a core's or switch's number, or 'SWITCH/PORT'.
+-- Something that happens to the host from from_ms (at or after the present) until until_ms (NULL: no end). target: a
+-- NIC's name, a core's or switch's number, or 'SWITCH/PORT'.
 CREATE TABLE event (
     id                   INTEGER PRIMARY KEY CHECK (id BETWEEN 1 AND 9223372036854775807),
     -- which one, see [Events](#events)

@@ -223,7 +223,7 @@ def _parser() -> argparse.ArgumentParser:
     drop.add_argument("ids", nargs="+", type=_number, metavar="ID")
     faults.add_parser("clear", parents=[which, as_json], help="remove all faults")
 
-    event = command("event", "let something happen to the host", as_json, description=_EVENT_HELP)
+    event = command("event", "make something happen to the host, such as a link that goes down", as_json, description=_EVENT_HELP)
     event.add_argument("kind", metavar="EVENT|list|end")
     event.add_argument("target", nargs="?")
     event.add_argument("--for", dest="lasting", metavar="TIME", help="how long (else: for good)")
@@ -236,7 +236,7 @@ def _parser() -> argparse.ArgumentParser:
     log.add_argument("-f", "--follow", action="store_true", help="go on as more comes, until interrupted")
     log.add_argument("--clear", action="store_true", help="empty the log")
 
-    completion = command("completion", "print what makes a shell complete this tool's commands")
+    completion = command("completion", "print a completion script for a shell")
     completion.add_argument("shell", choices=["bash", "zsh", "tcsh"])
     return parser
 

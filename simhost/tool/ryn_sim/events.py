@@ -1,4 +1,4 @@
-"""The command event: lets something happen to the host."""
+"""The command event: makes something happen to the host."""
 
 from __future__ import annotations
 

@@ -873,7 +873,7 @@ FAULT = Entity(
         ),
         M("seed", "fault.seed", SEED.held_as("std::uint64_t"), 1, "of the probability's dice"),
         M("from", "fault.from_ms", MS, None, "in host time", "always", null=True),
-        M("until", "fault.until_ms", MS, None, "in host time", "for ever", null=True),
+        M("until", "fault.until_ms", MS, None, "in host time", "no end", null=True),
         M("", "fault.calls", _FAULT_NUMBER, 0, "matching calls so far", own=True),
         M("", "fault.hits", _FAULT_NUMBER, 0, "of these, touched", own=True),
         M("", "fault_where.fault", number(1, 2**63 - 1), REQUIRED),
@@ -906,7 +906,7 @@ EVENT_ENTITY = Entity(
             null=True,
         ),
         M("from", "event.from_ms", MS, "0s", "in host time"),
-        M("until", "event.until_ms", MS, None, "in host time", "for ever", null=True),
+        M("until", "event.until_ms", MS, None, "in host time", "no end", null=True),
         M("", "event.started", number(0, 2, cxx="int"), 0, "0 ahead, 1 on, 2 over", field="stage", own=True),
     ),
 )
@@ -1077,7 +1077,7 @@ TABLES = (
     ),
     Table(
         "event",
-        "Something that happens to the host from from_ms (at or after the present) until until_ms (NULL: for ever)."
+        "Something that happens to the host from from_ms (at or after the present) until until_ms (NULL: no end)."
         " target: a NIC's name, a core's or switch's number, or 'SWITCH/PORT'.",
         ("id",),
         ("CHECK (until_ms IS NULL OR until_ms > from_ms)",),
