@@ -8,13 +8,11 @@ from pathlib import Path
 from typing import Any
 
 import pytest
+from harness import TOOLS
 
 ROOT = Path(__file__).parents[2]
 C11 = ["cc", "-std=c11", "-Wall", "-Wextra", "-Wpedantic", "-Wstrict-prototypes", "-Wconversion", "-Werror"]
 CXX = ["c++", "-std=c++11", "-Wall", "-Wextra", "-Wpedantic", "-Wold-style-cast", "-Wconversion", "-Werror"]
-
-# A sanitizer that is preloaded for the module's sake is no business of the tools.
-TOOLS = {name: value for name, value in os.environ.items() if name not in ("LD_PRELOAD", "LD_LIBRARY_PATH")}
 
 
 def succeeds(*command: object, **keywords: Any) -> str:

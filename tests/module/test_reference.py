@@ -15,7 +15,7 @@ from typing import Any
 import pytest
 import write_reference
 from description import DESCRIPTIONS, RECORDS, Description, Field, Idiom
-from harness import MISSING, NULL, Double, Outcome, run
+from harness import MISSING, NULL, TOOLS, Double, Outcome, run
 from hostile_answers import RESPONSES
 from method_table import METHODS, Failure, Method
 
@@ -346,7 +346,11 @@ def test_manual_page_is_sound(tmp_path: Path):
     if shutil.which("groff") is None:
         pytest.skip("groff is not there")
     done = subprocess.run(
-        ["groff", "-man", "-Tutf8", "-ww", "-z", write_reference.MANUAL], text=True, capture_output=True, timeout=60
+        ["groff", "-man", "-Tutf8", "-ww", "-z", write_reference.MANUAL],
+        text=True,
+        capture_output=True,
+        env=TOOLS,
+        timeout=60,
     )
     assert (done.returncode, done.stderr) == (0, "")
 

@@ -81,6 +81,7 @@ __all__ = [
     "Call",
     "Double",
     "Outcome",
+    "TOOLS",
     "UNDER_ASAN",
     "capture_stderr",
     "leave",
@@ -94,6 +95,9 @@ __all__ = [
 ]
 
 UNDER_ASAN = "libasan" in os.environ.get("LD_PRELOAD", "")  # keeps freed memory for a while
+
+# The environment of other programs: a sanitizer that is preloaded for the module's sake is none of their business.
+TOOLS = {name: value for name, value in os.environ.items() if name not in ("LD_PRELOAD", "LD_LIBRARY_PATH")}
 
 MISSING = 0xBAD0003  # the status of a property that is not there
 
