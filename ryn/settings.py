@@ -114,13 +114,18 @@ def fpo_value(switch: Switch) -> int:
 
 def all_settings(switch: Switch) -> Dict[str, Setting]:
     """Every setting of the switch that can be read, by its attribute's name."""
-    settings = [_kept_setting(switch, name) for name in _KEPT]
-    settings.append(_fpo_setting(switch))
-    if switch.number is not None:
-        for name in ("lro", "panic_on_tx_hang"):
-            value = getattr(switch, name)
-            settings.append(Setting(name, value, "datapath", None, value))
-    return {setting.name: setting for setting in settings}
+    names = [*_KEPT, "fpo"] + ([] if switch.number is None else ["lro", "panic_on_tx_hang"])
+    return {name: one_setting(switch, name) for name in names}
+
+
+def one_setting(switch: Switch, name: str) -> Setting:
+    """A setting of the switch by its attribute's name."""
+    if name in _KEPT:
+        return _kept_setting(switch, name)
+    if name == "fpo":
+        return _fpo_setting(switch)
+    value = getattr(switch, name)
+    return Setting(name, value, "datapath", None, value)
 
 
 def _kept_setting(switch: Switch, name: str) -> Setting:

@@ -72,8 +72,11 @@ def carry_out(context: Context, change: Change) -> int:
     try:
         change.send()
         new = change.new if change.read is None else plain(change.read())
-    except BaseException as error:
-        log_change(context, change, old, change.new, f"failed: {error or type(error).__name__}")
+    except KeyboardInterrupt:
+        log_change(context, change, old, change.new, "interrupted")
+        raise CommandError("interrupted; the change may still happen") from None
+    except Exception as error:
+        log_change(context, change, old, change.new, f"failed: {str(error) or type(error).__name__}")
         raise
     if change.read is None:
         result = "unverified"

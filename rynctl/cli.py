@@ -10,9 +10,10 @@ from typing import Any, List, NamedTuple, NoReturn, Optional, Sequence, Tuple
 
 from rynctl import commands
 from rynctl.commands import COMMANDS, OBJECTS, SHORT, SINGLES, Command
-from rynctl.errors import DONE, FAILED, INTERRUPTED, UsageError, exit_code, is_expected, is_ryn
+from rynctl.errors import DONE, FAILED, INTERRUPTED, CommandError, UsageError, exit_code, is_expected, is_ryn
 
 FORMATS = ("table", "json", "jsonl", "csv")
+LONGEST = 1_000_000  # seconds; so long no option waits
 
 
 class Parser(argparse.ArgumentParser):
@@ -95,7 +96,8 @@ class Context(NamedTuple):
         """The host, loaded at the first call of a command."""
         import ryn
 
-        host = ryn.Host(timeout=seconds(self.options.timeout, "--timeout"))
+        # Only what has a timeout can be interrupted while the platform works, so there always is one.
+        host = ryn.Host(timeout=seconds(self.options.timeout, "--timeout") or LONGEST)
         self.out.backend = host.backend
         return host
 
@@ -107,8 +109,8 @@ def seconds(text: Optional[str], name: str) -> Optional[float]:
         value = float(text)
     except ValueError:
         value = -1
-    if not 0 < value < float("inf"):
-        raise UsageError(f"{name} {text!r} is no number of seconds above 0")
+    if not 0 < value <= LONGEST:
+        raise UsageError(f"{name} {text!r} is no number of seconds above 0 and up to {LONGEST}")
     return value
 
 
@@ -135,9 +137,25 @@ def wants_json(arguments: Sequence[str]) -> bool:
     )
 
 
+def open_streams() -> None:
+    """Standard streams that the caller closed: no file that is opened later may take their numbers."""
+    without_output = sys.stdout is None
+    for stream in (0, 1, 2):
+        try:
+            os.fstat(stream)
+        except OSError:
+            os.open(os.devnull, os.O_RDWR)  # the lowest number that is free
+    sys.stdin = sys.stdin or open(0)
+    sys.stdout = sys.stdout or open(1, "w")
+    sys.stderr = sys.stderr or open(2, "w")
+    if without_output:
+        raise CommandError("standard output is closed; nothing was done")
+
+
 def main(arguments: Optional[Sequence[str]] = None) -> int:
     arguments = sys.argv[1:] if arguments is None else list(arguments)
     try:
+        open_streams()
         code = run(arguments)
         sys.stdout.flush()
         return code
@@ -194,7 +212,7 @@ def run(arguments: List[str]) -> int:
     if not words:
         return without_command(rest)
     if words == ["help"]:
-        return without_command(["--help"])
+        return run([*rest, "--help"])
     if len(words) == 1 and words[0] in OBJECTS and ("-h" in rest or "--help" in rest):
         from rynctl.help import object_help
 
@@ -253,8 +271,7 @@ def without_command(rest: Sequence[str]) -> int:
 
         print(f"rynctl {VERSION}")
         return DONE
-    unknown = [each for each in rest if each not in ("-h", "--help")]
-    if unknown:
-        raise UsageError(f"{unknown[0]} stands without a command; rynctl --help lists them")
+    if rest and "-h" not in rest and "--help" not in rest:
+        raise UsageError(f"{rest[0]} stands without a command; rynctl --help lists them")
     print(overview(), end="")
     return DONE

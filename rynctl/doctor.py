@@ -9,7 +9,7 @@ import sys
 from typing import TYPE_CHECKING, Any, Dict, Iterator, List, Optional, Tuple
 
 from rynctl.errors import DONE, FAILED, NO_PLATFORM
-from rynctl.render import Row
+from rynctl.render import Row, escaped
 from rynctl.rows import row
 
 if TYPE_CHECKING:
@@ -137,6 +137,15 @@ def checks(context: Context) -> Iterator[Row]:
         yield from host(context)
 
 
+def remedies(rows: List[Row]) -> Iterator[str]:
+    """What is wrong, in full: a terminal may have no room for it in the table."""
+    for each in rows:
+        if each["status"] != "ok":
+            yield f"\n{each['check']}: {escaped(each['detail'] or each['status'])}"
+            if each["fix"]:
+                yield f"  mend it: {escaped(each['fix'])}"
+
+
 def _import_error(name: str) -> Optional[ImportError]:
     try:
         importlib.import_module(name)
@@ -148,6 +157,9 @@ def _import_error(name: str) -> Optional[ImportError]:
 def run(context: Context) -> int:
     rows = list(checks(context))
     context.out.rows(rows)
+    if context.out.terminal and context.out.format == "table":
+        for line in remedies(rows):
+            print(line)
     failed = [each["check"] for each in rows if each["status"] == "failed"]
     if not failed:
         return DONE

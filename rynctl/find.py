@@ -146,7 +146,8 @@ def switch_row(switch: Switch) -> Row:
     there = switch.number is not None
     flows = sum(stats.flows for stats in switch.flow_stats()) if there else None
     uplinks = [uplink.number for uplink in switch.uplinks()] if there else []
-    detail = f"number {switch.number}, alias {switch.alias or '-'}, {len(switch.ports())} ports"
+    number = f"number {switch.number}" if there else "only configured"
+    detail = f"{number}, alias {switch.alias or '-'}, {len(switch.ports())} ports"
     return row("find", "switch", switch.name, None, None, None, None, uplinks, list(switch.cores or ()), flows, detail)
 
 
@@ -158,10 +159,22 @@ def ports(host: Host, what: str) -> Iterator[Row]:
     except (ValueError, ryn.NotFound):
         return
     flows = sum(1 for _ in port.switch.flows(mac_a=str(port.mac)))
-    yield port_row("port", port, flows=flows, detail=f"distributed port {port.dvport}, {port.mac_count} addresses")
+    yield port_row("port", port, flows=flows, detail=f"distributed port {port.dvport}, MAC addresses: {port.mac_count}")
 
 
 def devices(host: Host, what: str) -> Iterator[Row]:
     for device in host.devices():
         if device.name == what:
-            yield row("find", "device", None, None, None, None, None, None, None, None, f"affinity {device.affinity}")
+            yield row(
+                "find",
+                "device",
+                None,
+                None,
+                None,
+                None,
+                None,
+                None,
+                None,
+                None,
+                f"{device.name}, affinity {device.affinity}",
+            )

@@ -39,6 +39,10 @@ class Output:
         self.command = command
         self.format: str = options.output or "table"
         self.terminal = sys.stdout.isatty()
+        if self.format == "csv":  # exact: bytes that are no UTF-8 leave as they came
+            sys.stdout.reconfigure(encoding="utf-8", errors="surrogateescape")  # type: ignore[attr-defined]
+        else:
+            sys.stdout.reconfigure(errors="backslashreplace")  # type: ignore[attr-defined]
         self.color = wants_color(options.color, self.terminal)
         self.backend: Optional[str] = None
         self.schema = table or command.table
@@ -118,7 +122,10 @@ class Output:
         if self.backend == "simulated" and not self._named:
             self._named = True
             text = f"simulated host {os.uname().nodename}"
-            print(text, file=sys.stdout if self.terminal and self.format == "table" else sys.stderr)
+            if self.terminal and self.format == "table":
+                print(text[: self.width])
+            else:
+                print(text, file=sys.stderr)
 
     def note(self, text: str) -> None:
         """A remark about the rows; it never stands among data."""

@@ -42,6 +42,50 @@ def call(function: Callable[..., Any], arguments: Sequence[Any]) -> Tuple[Any, b
 
 
 def run(context: Context) -> int:
+    from rynctl.cli import seconds
+
+    limit = seconds(context.options.timeout, "--timeout")
+    if limit is None:
+        return run_method(context)
+    return within(limit, context.options.method, lambda: main_of_child(context))
+
+
+def within(limit: float, method: str, work: Callable[[], int]) -> int:
+    """Does work in a process of its own, which is ended when it lasts too long: methods hold the interpreter's lock."""
+    import select
+    import signal
+
+    ended, alive = os.pipe()  # ends when the child does
+    child = os.fork()
+    if not child:
+        os.close(ended)
+        os._exit(work())
+    os.close(alive)
+    in_time = bool(select.select([ended], [], [], limit)[0])
+    if not in_time:
+        os.kill(child, signal.SIGKILL)
+    status = os.waitpid(child, 0)[1]
+    if not in_time:
+        raise CommandError(f"{method} has not returned for {limit} s; what it was to change may still happen")
+    if os.WIFSIGNALED(status):
+        raise CommandError(f"{method} was ended by signal {os.WTERMSIG(status)}")
+    return os.WEXITSTATUS(status)
+
+
+def main_of_child(context: Context) -> int:
+    from rynctl.cli import report, wants_json
+
+    try:
+        code = run_method(context)
+        sys.stdout.flush()
+        return code
+    except BrokenPipeError:
+        return DONE
+    except Exception as error:
+        return report(error, wants_json(context.arguments))
+
+
+def run_method(context: Context) -> int:
     import ryn
     from rynctl.select import nearest
 

@@ -98,8 +98,9 @@ def table(columns: Sequence[Column], rows: Sequence[Row], width: Optional[int] =
     headings, lines, widths = layout(columns, rows)
     if width is not None:
         columns = columns[: fitting(widths, width)]
-    first = line(columns, headings, widths)
-    return [f"\x1b[1m{first}\x1b[0m" if bold else first, *(line(columns, texts, widths) for texts in lines)]
+    # A terminal may be narrower than the first column
+    first, *others = (line(columns, texts, widths)[:width] for texts in [headings, *lines])
+    return [f"\x1b[1m{first}\x1b[0m" if bold else first, *others]
 
 
 def sheet(columns: Sequence[Column], rows: Sequence[Row], width: Optional[int] = None) -> List[str]:
@@ -112,7 +113,7 @@ def sheet(columns: Sequence[Column], rows: Sequence[Row], width: Optional[int] =
             lines.append("")
         for column, name in zip(columns, headings):
             text = f"{name.ljust(left)}{GAP}{cell(row[column.name], column.type)}"
-            lines.append(text if width is None or len(text) <= width else text[: width - 3] + "...")
+            lines.append(text if width is None or len(text) <= width else (text[: max(width - 3, 0)] + "...")[:width])
     return lines
 
 
@@ -137,13 +138,6 @@ def _csv(value: Any) -> Any:
         return "true" if value else "false"
     if isinstance(value, (list, tuple, dict)):
         return dumps(value)
-    return _writable(value)
-
-
-def _writable(value: Any) -> Any:
-    """Texts with bytes that are no UTF-8 as JSON has them: the surrogates escaped."""
-    if isinstance(value, str):
-        return value.encode("utf-8", "backslashreplace").decode()
     return value
 
 

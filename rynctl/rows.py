@@ -484,19 +484,30 @@ def plain(value: Any) -> Any:
 
 def switch_get(context: Context) -> Iterator[Row]:
     switch = context.host().switch(context.options.switch)
-    read = switch.settings()
     names = ("burst_size", "numa_teaming", "lro", "panic_on_tx_hang")
-    settings = {name: partial(read.__getitem__, name) for name in names if name in read}
+    settings = {name: partial(_setting, context, switch, name) for name in names}
     return _settings(context, switch.name, settings, context.options.key, ("uplink_mac_learn",))
+
+
+def _setting(context: Context, switch: Switch, name: str) -> Any:
+    """A setting of a switch; of one that is only configured it may be unknown, which fails if it alone is asked for."""
+    import ryn
+    from ryn.settings import one_setting
+
+    try:
+        return one_setting(switch, name)
+    except ryn.Error:
+        if switch.number is not None or context.options.key is not None:
+            raise
+        return ryn.Setting(name, None, "datapath", None, None)
 
 
 def lb_get(context: Context) -> Iterator[Row]:
     switch = context.host().switch(context.options.switch)
-    read = switch.settings()
 
     def option(place: int, name: str) -> Callable[[], Any]:
         def get() -> Any:
-            setting = read["options"]
+            setting = _setting(context, switch, "options")
             return setting._replace(
                 name=name,
                 **{
@@ -508,14 +519,14 @@ def lb_get(context: Context) -> Iterator[Row]:
         return get
 
     names = ("high", "low", "pause", "sensitivity")
-    settings: Dict[str, Callable[[], Any]] = {"algorithm": lambda: read["algorithm"]}
+    settings: Dict[str, Callable[[], Any]] = {"algorithm": lambda: _setting(context, switch, "algorithm")}
     settings.update({name: option(place, name) for place, name in enumerate(names)})
     return _settings(context, switch.name, settings, context.options.key)
 
 
 def fpo_get(context: Context) -> Iterator[Row]:
     switch = context.host().switch(context.options.switch)
-    return _settings(context, switch.name, {"enabled": lambda: switch.settings()["fpo"]}, context.options.key)
+    return _settings(context, switch.name, {"enabled": lambda: _setting(context, switch, "fpo")}, context.options.key)
 
 
 def port_get(context: Context) -> Iterator[Row]:

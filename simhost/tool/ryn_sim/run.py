@@ -28,7 +28,7 @@ def run_command(options: argparse.Namespace) -> None:
     if options.named and not os.path.exists(options.path):
         raise paths.missing(options.path)
     environment = environment_of(options.path)
-    program = shutil.which(command[0])
+    program = shutil.which(command[0], path=environment.get("PATH"))
     if program is None:
         found = os.path.exists(command[0]) and not os.path.isdir(command[0])
         reason = "may not be executed" if found else "there is no such command"
