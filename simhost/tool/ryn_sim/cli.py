@@ -223,7 +223,9 @@ def _parser() -> argparse.ArgumentParser:
     drop.add_argument("ids", nargs="+", type=_number, metavar="ID")
     faults.add_parser("clear", parents=[which, as_json], help="remove all faults")
 
-    event = command("event", "make something happen to the host, such as a link that goes down", as_json, description=_EVENT_HELP)
+    event = command(
+        "event", "make something happen to the host, such as a link that goes down", as_json, description=_EVENT_HELP
+    )
     event.add_argument("kind", metavar="EVENT|list|end")
     event.add_argument("target", nargs="?")
     event.add_argument("--for", dest="lasting", metavar="TIME", help="how long (else: for good)")
