@@ -242,7 +242,7 @@ def run(arguments: List[str]) -> int:
             return watch(context, work)
         if getattr(options, "interval", None) or getattr(options, "count", None):
             raise UsageError("--interval and --count belong to --watch")
-        out.rows(list(work(context)), context)
+        out.rows(work(context), context)
         return DONE
     code: int = work(context)
     return code

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import itertools
 import re
 from typing import Any, Callable, Iterable, List, NamedTuple, Optional, Sequence
 
@@ -127,7 +128,9 @@ class Selection:
             self.limit = int(limit)
 
     def rows(self, rows: Iterable[Row]) -> List[Row]:
-        chosen = [row for row in rows if all(each.holds(row) for each in self.filters)]
+        held = (row for row in rows if all(each.holds(row) for each in self.filters))
+        # Without an order, no more rows are read than are shown
+        chosen = list(held if self.sort is not None else itertools.islice(held, self.limit))
         if self.sort is not None:
             name = self.sort.name
             present = [row for row in chosen if row[name] is not None]

@@ -5,12 +5,15 @@ from __future__ import annotations
 import json
 import signal
 import subprocess
+import sys
 import time
 from pathlib import Path
 
 import pytest
 from ctl import PROFILES, ROOT, RYNCTL, TOOL, Ctl, new_host
 from test_rynctl_output import terminal
+
+sys.path.append(str(ROOT))
 
 INTERPRETERS = sorted((Path.home() / ".pyenv/versions").glob("3.*/bin/python3"))
 
@@ -128,6 +131,17 @@ def test_bytes_that_are_no_utf_8(still: Ctl):
     assert shown("csv") == b"name\na\xffb\x1b\n"
     assert json.loads(shown("json").decode("ascii"))["data"] == [{"name": "a\udcffb\x1b"}]
     assert json.loads(shown("jsonl").decode("ascii")) == {"name": "a\udcffb\x1b"}
+
+
+def test_a_limit_ends_reading():
+    from rynctl.columns import COLUMNS
+    from rynctl.select import Selection
+
+    rows = iter([{"number": number} for number in range(9)])
+    selection = Selection(COLUMNS["switch.list"], ["number>1"], None, "2")
+    assert [row["number"] for row in selection.rows(rows)] == [2, 3]
+    assert next(rows)["number"] == 4  # not read
+    assert [row["number"] for row in Selection(COLUMNS["switch.list"], [], "-number", "1").rows(rows)] == [8]
 
 
 def test_json_lines_while_watching_are_rows(still: Ctl):
