@@ -75,7 +75,7 @@ constexpr PyMethodDef kMethods[] = {
 
 constexpr std::size_t kMethodCount = sizeof(kMethods) / sizeof(kMethods[0]) - 1;
 
-// The handler's address is left to the linker: under a sanitizer it is no constant expression.
+// The linker resolves the handler's address: under a sanitizer it is not a constant expression.
 consteval bool IsComplete(const PyMethodDef& row) {
   return row.ml_name && row.ml_flags == METH_VARARGS && row.ml_doc && *row.ml_doc;
 }
@@ -120,6 +120,6 @@ PyModuleDef module_definition = {
 
 }  // namespace
 
-// Python 3.8 does not say by itself that it is exported.
+// Python 3.8's own declaration does not export it.
 PyMODINIT_FUNC PyInit__libryn [[gnu::visibility("default")]] ();
 PyMODINIT_FUNC PyInit__libryn() { return PyModule_Create2(&module_definition, kApiVersion); }

@@ -41,7 +41,7 @@ PyObject* FalseAfter(const char* format, ...) {
   return Bool(false);
 }
 
-// Python 3.12 replaced the triple by the exception alone and deprecated the old pair of calls.
+// Python 3.12 replaced the triple with the exception alone and deprecated the old pair of calls.
 #if PY_VERSION_HEX >= 0x030C0000
 
 void DeferredError::Save() {
@@ -85,7 +85,7 @@ DeferredError::~DeferredError() {
 
 namespace {
 
-// Before Python 3.10 the conversion takes whatever has __int__, 1.5 or Decimal(7) for instance.
+// Before Python 3.10 the conversion accepts anything that has __int__, such as 1.5 or Decimal(7).
 #if PY_VERSION_HEX >= 0x030A0000
 
 long AsLong(PyObject* object) { return PyLong_AsLong(object); }

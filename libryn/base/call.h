@@ -46,7 +46,7 @@ inline bool TakeExact(PyObject* argument, PyObject** variable) {
 inline bool TakeExact(PyObject*, long long*) { return false; }
 
 // Reads the positional arguments into the variables, whose types spell the format. False with Python's error set when
-// they do not fit; the variables are then not to be read.
+// they do not fit; the variables must not be read then.
 template <class... Variable>
 bool ParseArgs(PyObject* args, Variable*... variables) {
   static constexpr char kFormat[] = {ArgUnit(static_cast<Variable*>(nullptr))..., '\0'};
@@ -63,7 +63,7 @@ PyObject* Bool(bool value);
 // Writes a message to standard error.
 [[gnu::format(printf, 1, 2)]] void Report(const char* format, ...);
 
-// Reports, then answers None, or False for the setters that tell success by a truth value.
+// Reports, then returns None, or False for the setters that return a bool.
 [[gnu::format(printf, 1, 2)]] PyObject* NoneAfter(const char* format, ...);
 [[gnu::format(printf, 1, 2)]] PyObject* FalseAfter(const char* format, ...);
 
@@ -80,7 +80,7 @@ class DeferredError {
   void Save();
 
  private:
-  PyObject* type_ = nullptr;  // all three owned; the exception itself is what counts
+  PyObject* type_ = nullptr;  // all three owned; null while no error is saved
   PyObject* value_ = nullptr;
   PyObject* traceback_ = nullptr;
 };

@@ -32,7 +32,7 @@ class Key {
  public:
   explicit consteval Key(const char* text) : text_(text) {}
 
-  // Borrowed; null with Python's error set when the str cannot be made, which is tried again at the next use.
+  // Borrowed; null with Python's error set when the str cannot be made; the next use tries again.
   PyObject* Object() {
     if (!object_)
       object_ = PyUnicode_InternFromString(text_);
@@ -57,8 +57,8 @@ inline Ref Text(std::string_view utf8) {
 // empty slot. `size` is never a count from a library that was not bounded before. Null with Python's error set.
 Ref NewList(std::size_t size);
 
-// A list of ints or strs, item i being make(i). Making them runs no code of others, so that nobody can meet the list
-// before it is full, unless memory runs out. Null with Python's error set.
+// A list of ints or strs, item i being make(i). Making them runs no foreign code, so no other code sees the list before
+// it is full, unless memory runs out. Null with Python's error set.
 template <class Make>
 Ref ValueList(std::size_t size, Make make) {
   Ref list(PyList_New(static_cast<Py_ssize_t>(size)));

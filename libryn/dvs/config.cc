@@ -5,5 +5,5 @@
 
 std::uint32_t DVSLoadConfig() { return FetchAndLoadState().code; }
 
-// A failed load is silent: the module is imported all the same, and no alias is found.
+// A failed load is silent: the module still imports, and no alias is found.
 [[gnu::constructor]] void LibraryInit() { DVSLoadConfig(); }

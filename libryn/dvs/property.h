@@ -1,5 +1,4 @@
-// A switch's settings by alias, kept as host properties. What fails is reported: a message on standard error, and
-// false.
+// A switch's settings by alias, kept as host properties. Failures are reported: a message on standard error, and false.
 #pragma once
 
 #include <cstddef>
@@ -41,7 +40,7 @@ bool ReadSettingOrReport(const char* alias, const char* property, Record* record
   return FindPortsetNameOrReport(alias, &name) && readDatapath(name.text, record) == 0;
 }
 
-// Stores a switch's setting as a property; its version word is set to 0. The alias is looked up anew.
+// Stores a switch's setting as a property; its version word is set to 0. The alias is looked up again.
 template <class Record>
 bool WriteSettingOrReport(const char* alias, const char* property, Record* record) {
   SwitchId switchId;

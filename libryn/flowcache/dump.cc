@@ -49,7 +49,7 @@ bool FillEntries(PyObject* list, const FlowPage& page) {
     char key[kFlowKeyLineLength];
     const std::size_t keyLength = WriteFlowKey(bytes + position, key);
 
-    // Arguments of an action may lie behind the page: they are zeros then.
+    // Arguments of an action that lie past the end of the page read as zeros.
     const View actions(bytes + position + sizeof(FlowKey), sizeof(FlowPage) - position - sizeof(FlowKey));
     char line[512];
     BoundedText actionsText(line, sizeof(line));
@@ -72,7 +72,7 @@ bool FillEntries(PyObject* list, const FlowPage& page) {
 }  // namespace
 
 PyObject* PyRYN_Dump_Flow_Table(PyObject*, PyObject* args) {
-  std::uint32_t swID, lcore, startIndex, flag;  // the switch is for the datapath to judge
+  std::uint32_t swID, lcore, startIndex, flag;  // the datapath checks the switch
   if (!ParseArgs(args, &swID, &lcore, &startIndex, &flag) || lcore > kMaxLcore || startIndex == kNoIndex)
     return NoneAfter("TypeError: Invalid parameter passed.\n");
 

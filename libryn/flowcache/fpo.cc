@@ -1,4 +1,4 @@
-// Flow processing offload: a switch's setting, kept as a host property, and what the datapath says of it.
+// Flow processing offload: a switch's setting, kept as a host property, and what the datapath reports about it.
 
 #include <algorithm>
 
@@ -82,7 +82,7 @@ PyObject* PyRYN_EnableFPO(PyObject*, PyObject* args) {
 }
 
 PyObject* PyRYN_Get_FPO_Stats(PyObject*, PyObject* args) {
-  std::uint32_t swID;  // the switch is for the datapath to judge
+  std::uint32_t swID;  // the datapath checks the switch
   PyObject* lcoreIDs;
   if (!ParseArgs(args, &swID, &lcoreIDs) || !IsLcoreTuple(lcoreIDs))
     return NoneAfter("TypeError: Invalid parameter passed.\n\n");

@@ -13,7 +13,7 @@ struct LcoreList {
   std::uint32_t count = 0;
 };
 
-// A tuple, or of a class derived from it, of at most 64 items.
+// A tuple, or an instance of a subclass, of at most 64 items.
 inline bool IsLcoreTuple(PyObject* object) { return PyTuple_Check(object) && PyTuple_GET_SIZE(object) <= kMaxLcores; }
 
 // The items of such a tuple, in order. The first error of an item that is not an int is saved.

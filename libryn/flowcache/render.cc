@@ -22,8 +22,8 @@ constexpr std::uint8_t kProtocolIcmpV6 = 58;
 
 constexpr bool Has(std::uint32_t bitmap, Action action) { return (bitmap >> action & 1) != 0; }
 
-// A flow key's line is written onto blanks. The next column begins two blanks behind the room of this one, or behind
-// its text where that is longer.
+// A flow key's line starts out blank. The next column begins two blanks after the width of this one, or after its text
+// if that is longer.
 char* NextColumn(char* column, const char* end, std::ptrdiff_t width) {
   return column + std::max(end - column, width) + 2;
 }
@@ -45,7 +45,7 @@ char* WriteIPv4(const std::uint8_t* address, char* out) {
 
 char* WriteWord(std::uint32_t word, char* out) { return std::to_chars(out, out + 4, word, 16).ptr; }
 
-// As inet_ntop writes it. That function prints word by word, which took longer than the rest of the line.
+// The format of inet_ntop, which is not used: it prints word by word, which took longer than the rest of the line.
 char* WriteIPv6(const std::uint8_t* address, char* out) {
   constexpr int kWords = 8;
   std::uint32_t words[kWords];
@@ -64,7 +64,7 @@ char* WriteIPv6(const std::uint8_t* address, char* out) {
     }
     begin = end;
   }
-  // The last two words are shown as an IPv4 address when nothing but zeros, or zeros and 0xffff, stands before them.
+  // The last two words are shown as an IPv4 address when only zeros, or zeros and 0xffff, precede them.
   const bool endsInIPv4 = gap == 0 && (gapEnd == 6 || (gapEnd == 5 && words[5] == 0xFFFF));
 
   for (int i = 0; i < kWords; ++i) {
@@ -115,7 +115,7 @@ void AppendHeader(const View& actions, std::uint32_t bitmap, BoundedText* line) 
   AppendNumber(" len:", actions.Get(kLength), line);
 }
 
-// False when an instance found no room to begin.
+// False when there was no room to begin an instance.
 bool AppendVdr(const View& actions, BoundedText* line) {
   const std::uint32_t count = actions.GetOrZero(kVdrCount);
   AppendNumber("VDR inst: ", count, line);
@@ -136,7 +136,7 @@ std::uint32_t EncapVni(const View& actions) {
          std::uint32_t{actions.GetOrZero(kEncapVni, 2)};
 }
 
-// A record of which nobody has said where it ends.
+// A record whose end is not known.
 View Unbounded(const void* record) { return View(record, std::numeric_limits<std::size_t>::max()); }
 
 }  // namespace

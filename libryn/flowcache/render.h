@@ -1,4 +1,4 @@
-// Text of one flow-cache entry, for the dump; the formatters for native callers stand in include/libryn.h.
+// Text of one flow-cache entry, for the dump; the formatters for native callers are declared in include/libryn.h.
 #pragma once
 
 #include "host/native.h"

@@ -35,7 +35,7 @@ Ref RecordDict(const FlowStatsRecord& record) {
 }  // namespace
 
 PyObject* PyRYN_Get_Flow_Stats(PyObject*, PyObject* args) {
-  std::uint32_t swID, option;  // the switch is for the datapath to judge
+  std::uint32_t swID, option;  // the datapath checks the switch
   PyObject* lcoreIDs;
   if (!ParseArgs(args, &swID, &lcoreIDs, &option) || !IsLcoreTuple(lcoreIDs))
     return NoneAfter("TypeError: Invalid parameter passed.\n\n");

@@ -23,7 +23,7 @@ std::size_t CountBits(std::uint64_t bitmap) {
 }  // namespace
 
 PyObject* PyRyn_ListLCoreIDs(PyObject*, PyObject* args) {
-  std::uint32_t swID;  // for the datapath to judge
+  std::uint32_t swID;  // the datapath checks it
   if (!ParseArgs(args, &swID))
     return NoneAfter("TypeError: Invalid parameter passed.\n\n");
 

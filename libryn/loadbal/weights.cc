@@ -1,4 +1,4 @@
-// The eight weights of the core load balancer, which are the datapath's as a whole.
+// The eight weights of the core load balancer, which apply to the whole datapath.
 
 #include <cstdint>
 #include <cstring>

@@ -37,7 +37,7 @@ Ref FlagsText(std::uint32_t flags) {
 }
 
 Ref RangeText(VlanRange range) {
-  char area[48];  // more than it takes, so that each number finds the room for the longest
+  char area[48];  // more than needed, so that each number has room for the longest
   BoundedText text(area, sizeof(area));
   text.Append(Decimal(range.first));
   text.Append("-");

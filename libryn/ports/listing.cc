@@ -45,7 +45,7 @@ bool FillSwitch(PyObject* dict, const SwitchRecord& record) {
          SetOrReport(dict, kNumLcores, Int(record.numLcores)) && SetOrReport(dict, kLcores, Int(record.lcores));
 }
 
-// One value per queue; a queue count above the room of the record is cut to it.
+// One value per queue; a queue count above the room of the record is clamped.
 Ref Queues(std::uint32_t count, const std::uint8_t (&values)[kMaxQueues]) {
   return ValueList(std::min(count, kMaxQueues), [&](std::size_t i) { return Int(values[i]); });
 }

@@ -24,7 +24,7 @@ constinit Key kVlanID{"vlanID"};
 constinit Key kRynPortID{"rynPortID"};
 constinit Key kMacGenDiff{"macGenDiff"};
 
-// Ints of a table's columns: a number that an earlier row has shown is often the same object again. In the benchmark's
+// Ints of a table's columns: a number that recurs is often the same object as in an earlier row. In the benchmark's
 // table a row takes 290 bytes that way instead of 311, and less where VLANs recur. A small table prepares few slots.
 class IntCache {
  public:
@@ -51,7 +51,7 @@ class IntCache {
   }
 
  private:
-  static constexpr std::uint32_t kMostSlots = 1024;  // 10 KiB: it stands on the stack, which may have 32 KiB in all
+  static constexpr std::uint32_t kMostSlots = 1024;  // 10 KiB on the stack, which may be as small as 32 KiB
   static constexpr std::uint32_t kMostNumber = 0xFFFF;
 
   std::uint32_t used_;             // a power of two
@@ -104,7 +104,7 @@ PyObject* PyRYN_MAC_Entry_Ops(PyObject* args, std::uint32_t operation) {
 }  // namespace
 
 PyObject* PyRYN_List_Port_MACTable(PyObject*, PyObject* args) {
-  std::uint32_t swID, rynPortID;  // the port is for the datapath to judge
+  std::uint32_t swID, rynPortID;  // the datapath checks the port
   if (!ParseArgs(args, &swID, &rynPortID) || !IsSwitch(swID))
     return NoneAfter("TypeError: Invalid parameter passed.\n");
 
@@ -149,7 +149,7 @@ PyObject* PyRYN_List_Switch_MACTable(PyObject*, PyObject* args) {
 }
 
 PyObject* PyRYN_Clear_Port_MACTable(PyObject*, PyObject* args) {
-  std::uint32_t swID, rynPortID;  // the port is for the datapath to judge
+  std::uint32_t swID, rynPortID;  // the datapath checks the port
   if (!ParseArgs(args, &swID, &rynPortID) || !IsSwitch(swID))
     return NoneAfter("TypeError: Invalid parameter passed.\n");
   if (Ryn_Clear_Port_MAC_Table(swID, rynPortID) != 0)

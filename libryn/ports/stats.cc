@@ -66,7 +66,7 @@ PyObject* PyRYN_Get_Port_Stats(PyObject*, PyObject* args) {
   if (!AddCounters(dict.get(), kFastPath, *stats))
     return NoneWithError();
 
-  // The same area, cleared like any other, and the length word as the first call left it, but never above the room.
+  // Reuses the area, zeroed, and the length word that the first call left, but never more than the room.
   *stats = {};
   if (length > sizeof(PortStats))
     length = sizeof(PortStats);

@@ -27,7 +27,7 @@ constinit Key kVlans{"vlans"};
 
 constexpr std::size_t kMaxSessions = sizeof(MirrorConf::sessions) / sizeof(MirrorSession);
 
-// Whether a session lies whole inside the configuration.
+// Whether the whole session lies inside the configuration.
 bool IsWhole(const MirrorConf& conf, std::size_t offset) {
   if (offset + sizeof(MirrorSession) > sizeof(conf))
     return false;

@@ -61,7 +61,7 @@ PyObject* UplinkStatsToList(const UplinkStats& stats) {
   return list.release();
 }
 
-// The length of an uplink's private statistics; 0 also when the datapath does not tell it.
+// The length of an uplink's private statistics; 0 also when the datapath does not report it.
 std::uint32_t PrivateStatsLength(std::uint32_t swID, std::uint32_t rynPortID) {
   std::uint32_t statsLength = 0;
   std::uint32_t length = sizeof(statsLength);
@@ -95,7 +95,7 @@ PyObject* PyRYN_Get_Uplink_Stats(PyObject*, PyObject* args) {
     return nullptr;  // Deliberate: as above.
   }
 
-  // The text is read to the reported length at the latest, wherever its NUL may be.
+  // The text ends at the reported length at the latest, wherever its NUL is.
   const char* const text = privateStats ? privateStats.get() : "";
   const auto textLength = static_cast<Py_ssize_t>(strnlen(text, privateLength));
   // Deliberate: the dict takes a reference of its own, and ours is never dropped: one list leaks per call.

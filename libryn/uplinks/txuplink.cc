@@ -70,11 +70,11 @@ PyObject* PyRYN_Set_Port_Tx_Uplink(PyObject*, PyObject* args) {
   if (found == std::end(kTypeNames))
     return NoneAfter("Invalid txType %s.\n", typeName);
 
-  // Our own references: an item's conversion may run code of the caller, which may change the dict and the list.
+  // Our own references: an item's conversion may run the caller's code, which may change the dict and the list.
   const Ref list = Lookup(policy, kTxUplinks);
   if (!list)
     return NoneAfter("Missing txUplinks.\n");
-  const auto count = static_cast<std::uint32_t>(PyList_Size(list.get()));  // -1 for what is no list
+  const auto count = static_cast<std::uint32_t>(PyList_Size(list.get()));  // -1 for what is not a list
   if (count > kMaxTxUplinks)
     return NoneAfter("Too many uplinks.\n");
 

@@ -88,7 +88,7 @@ void ApplyHostProperties(Store& store, Model& model) {
   });
 }
 
-// The index of the switch that a row belongs to.
+// The switch that a row belongs to.
 Switch& SwitchOf(Model& model, int sw, const RowReader& row) {
   for (Switch& candidate : model.switches) {
     if (candidate.id == sw)
@@ -97,7 +97,7 @@ Switch& SwitchOf(Model& model, int sw, const RowReader& row) {
   row.Refuse("sw", "is " + std::to_string(sw) + ", which is no switch of the datapath");
 }
 
-// The index of the port that a row is about.
+// The index into Model::ports of the port that a row names in `column`.
 int PortOf(const Model& model, int sw, int port, const RowReader& row, const char* column) {
   const int index = model.PortIndex(U32(sw), U32(port));
   if (index < 0)

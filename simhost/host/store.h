@@ -96,7 +96,8 @@ class Store {
   bool IsCurrent() const;         // the path still leads to the file that is open
   const std::string& path() const { return path_; }
 
-  // The connection stays as it is and is never used again: it belongs to the process that this one was forked from.
+  // Gives the connection up without closing it: after a fork it belongs to the parent, and SQLite does not allow a
+  // child to use or close a connection that it inherited.
   void Abandon() { (void)db_.release(); }
 
  private:

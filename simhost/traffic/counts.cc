@@ -17,7 +17,9 @@ const Conversation& TalkOf(const Model& model, const Path& path) {
   return model.conversations[Index(path.conversation)];
 }
 
-// The packets of one path, of n that its conversation sent: the flows of the parts before it are dealt out first.
+// The packets that take this path, of the n that its conversation has sent. Flows are spread evenly over the parts and
+// packets evenly over the flows; the shares of the parts before this one are taken off first, so that all parts
+// together have exactly n.
 std::uint64_t PartOf(const Conversation& talk, const Path& path, std::uint64_t n) {
   std::uint64_t flows = talk.flows;
   std::uint64_t rest = n;
@@ -30,7 +32,8 @@ std::uint64_t PartOf(const Conversation& talk, const Path& path, std::uint64_t n
   return Share(rest, path.flows, flows);
 }
 
-// What was lost of n packets: between two known moments losses follow the packets.
+// The packets lost among the first n. Losses are known after n_before and n_after packets, n_before <= n, and are
+// spread evenly over the packets between the two, so the result never falls as n grows.
 std::uint64_t LostOf(std::uint64_t n, std::uint64_t lost_before, std::uint64_t n_before, std::uint64_t lost_after,
                      std::uint64_t n_after) {
   if (n >= n_after || lost_before == lost_after)
@@ -38,6 +41,7 @@ std::uint64_t LostOf(std::uint64_t n, std::uint64_t lost_before, std::uint64_t n
   return lost_before + Share(lost_after - lost_before, n - n_before, n_after - n_before);
 }
 
+// Adds to the counters from `first` on: bytes and packets in all, then those of multicast and of broadcast.
 void AddTraffic(PortCounts& words, std::size_t first, const Conversation& talk, std::uint64_t packets,
                 std::uint64_t bytes) {
   words[first] += bytes;
@@ -49,6 +53,7 @@ void AddTraffic(PortCounts& words, std::size_t first, const Conversation& talk, 
   }
 }
 
+// Work that packets make on a core, in nanoseconds; on the slow path half of it, since the platform counts that twice.
 struct Work {
   std::uint64_t slow_half_ns = 0;
   std::uint64_t fast_ns = 0;
@@ -70,7 +75,8 @@ std::uint64_t LostByCore(const PathCounts& counts) {
   return lost;
 }
 
-// The wire side and the inner side of a port go the opposite way: what an uplink brings in, it has received.
+// What enters the switch: an uplink has received it, any other port has sent it. Lost packets are the drops of the port
+// they came in by.
 void AddIncoming(const Model& model, const Path& path, const PathCounts& counts, PortCounts& words) {
   const Conversation& talk = TalkOf(model, path);
   const std::uint64_t size = talk.size[Index(path.back)];
@@ -78,7 +84,7 @@ void AddIncoming(const Model& model, const Path& path, const PathCounts& counts,
   const std::size_t first = uplink ? kRxBytes : kTxBytes;
   AddTraffic(words, first, talk, counts.Fast(), counts.Fast() * size);
   AddTraffic(words, kSlow + first, talk, counts.Slow(), counts.Slow() * size);
-  // Who sends into nothing, sees a drop.
+  // A packet without a receiver is a drop too.
   words[uplink ? kRxDrops : kTxDrops] += counts.link_lost + counts.device_lost + counts.nowhere + LostByCore(counts);
   words[uplink ? kRxErrors : kTxErrors] += counts.errors;
   const Work work = WorkIn(path, counts);
@@ -86,6 +92,7 @@ void AddIncoming(const Model& model, const Path& path, const PathCounts& counts,
   words[kWork + (uplink ? 3 : 2)] += work.fast_ns;
 }
 
+// What leaves the switch: an uplink sends it, any other port receives it.
 void AddOutgoing(const Model& model, const Path& path, const Leg& leg, const LegCounts& counts, PortCounts& words) {
   const Conversation& talk = TalkOf(model, path);
   const Port& port = model.ports[Index(leg.port)];
@@ -93,7 +100,7 @@ void AddOutgoing(const Model& model, const Path& path, const Leg& leg, const Leg
   const std::size_t first = uplink ? kTxBytes : kRxBytes;
   const std::uint64_t fast = counts.Delivered(kOnFastPath);
   const std::uint64_t slow = counts.Delivered(kOnSlowPath);
-  // Large receive offload hands over fewer and larger packets.
+  // Large receive offload merges up to kAggregated TCP frames (protocol 6) into one packet; the bytes stay.
   const bool aggregate =
       !uplink && !leg.copy && port.lro != 0 && talk.protocol == 6 && talk.delivery == Delivery::kUnicast;
   AddTraffic(words, first, talk, aggregate ? (fast + kAggregated - 1) / kAggregated : fast, fast * leg.size);
