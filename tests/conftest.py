@@ -2,6 +2,7 @@ import ctypes
 import gc
 import os
 import re
+import signal
 import subprocess
 import sys
 from pathlib import Path
@@ -17,6 +18,9 @@ sys.path[:] = [folder for folder in sys.path if os.path.abspath(folder) != ROOT]
 
 
 def pytest_configure(config: pytest.Config) -> None:
+    # A shell without job control lets its background jobs ignore it, and their children inherit that.
+    if signal.getsignal(signal.SIGINT) is signal.SIG_IGN:
+        signal.signal(signal.SIGINT, signal.default_int_handler)
     try:
         config.ryn_double = harness.set_up()
     except (OSError, RuntimeError) as error:
