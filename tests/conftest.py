@@ -11,6 +11,8 @@ import harness
 import pytest
 from watchdog import pytest_runtest_protocol, pytest_sessionstart  # noqa: F401 (hooks)
 
+pytest_plugins = ["ryn_sim.pytest_plugin"]
+
 # The package ryn is the built one: its sources in the root, which `python -m pytest` puts on the path, lack its
 # extensions.
 ROOT = str(Path(__file__).resolve().parents[1])

@@ -5,34 +5,19 @@ outcomes, every failing call, every failing allocation, arguments and hooks that
 from __future__ import annotations
 
 import os
-import re
 import shutil
 import subprocess
 from pathlib import Path
 
+import interpreters
 import pytest
 from harness import UNDER_ASAN, Double
 
 ROOT = Path(__file__).parents[2]
-OLDEST = (3, 8)
 
 
-def interpreters() -> list[Path]:
-    """Those of ~/.pyenv that are not too old."""
-    found = []
-    for folder in Path.home().glob(".pyenv/versions/*"):
-        version = re.match(r"(\d+)\.(\d+)\.", folder.name)
-        if version and tuple(map(int, version.groups())) >= OLDEST and (folder / "bin/python").exists():
-            found.append(folder / "bin/python")
-    return sorted(found)
-
-
-@pytest.mark.parametrize(
-    "interpreter", [*interpreters(), *([] if interpreters() else [None])], ids=lambda path: path and path.parts[-3]
-)
-def test_module_on(double: Double, interpreter: Path | None, tmp_path: Path):
-    if interpreter is None:
-        pytest.skip("no other interpreter is there")
+@interpreters.each
+def test_module_on(double: Double, interpreter: Path, tmp_path: Path):
     if UNDER_ASAN:
         pytest.skip("built without the sanitizers")
 

@@ -8,29 +8,16 @@ import shutil
 import subprocess
 from pathlib import Path
 
+import interpreters
 import pytest
 from harness import UNDER_ASAN, Double
 
 ROOT = Path(__file__).parents[2]
-OLDEST = (3, 8)
 WITHOUT_PLATFORM = ["counters", "flow", "listed_port", "mac_address", "mac_table", "records", "records_module"]
 
 
-def interpreters() -> list[Path]:
-    found = []
-    for folder in Path.home().glob(".pyenv/versions/*"):
-        version = re.match(r"(\d+)\.(\d+)\.", folder.name)
-        if version and tuple(map(int, version.groups())) >= OLDEST and (folder / "bin/python").exists():
-            found.append(folder / "bin/python")
-    return sorted(found)
-
-
-@pytest.mark.parametrize(
-    "interpreter", [*interpreters(), *([] if interpreters() else [None])], ids=lambda path: path and path.parts[-3]
-)
-def test_package_on(double: Double, interpreter: Path | None, tmp_path: Path):
-    if interpreter is None:
-        pytest.skip("no other interpreter is there")
+@interpreters.each
+def test_package_on(double: Double, interpreter: Path, tmp_path: Path):
     if UNDER_ASAN:
         pytest.skip("built without the sanitizers")
 

@@ -9,13 +9,12 @@ import sys
 import time
 from pathlib import Path
 
+import interpreters
 import pytest
 from ctl import PROFILES, ROOT, RYNCTL, TOOL, Ctl, new_host
 from test_rynctl_output import terminal
 
 sys.path.append(str(ROOT))
-
-INTERPRETERS = sorted((Path.home() / ".pyenv/versions").glob("3.*/bin/python3"))
 
 
 def shell(ctl: Ctl, line: str) -> subprocess.CompletedProcess[str]:
@@ -185,23 +184,15 @@ def test_ryn_sim_puts_rynctl_on_the_path(tmp_path: Path, profile: str):
     assert json.loads(done.stdout)["data"] == ctl.data("switch", "list")
 
 
-def test_there_are_other_interpreters():
-    if not INTERPRETERS:
-        pytest.skip("no interpreters in ~/.pyenv/versions")
-    assert any("3.8." in str(each) for each in INTERPRETERS)
-
-
-@pytest.mark.parametrize("python", INTERPRETERS, ids=lambda each: each.parents[1].name)
-def test_every_interpreter_runs_it(python: Path, tmp_path: Path):
+@interpreters.each
+def test_every_interpreter_runs_it(interpreter: Path, tmp_path: Path):
     """Compiles all files; commands without a module for this interpreter say what is missing."""
-    if tuple(map(int, python.parents[1].name.split(".")[:2])) < (3, 8):
-        pytest.skip("too old")
     code = "import sys; [compile(open(path, encoding='utf-8').read(), path, 'exec') for path in sys.argv[1:]]"
     environment = {"PATH": "/usr/bin:/bin", "HOME": str(tmp_path), "PYTHONDONTWRITEBYTECODE": "1"}
     files = [*map(str, (ROOT / "rynctl").glob("*.py")), str(RYNCTL)]
-    subprocess.run([str(python), "-W", "error", "-c", code, *files], check=True, env=environment)
+    subprocess.run([str(interpreter), "-W", "error", "-c", code, *files], check=True, env=environment)
     modules = ", ".join(f"rynctl.{Path(path).stem}" for path in files[:-1])
     path = {**environment, "PYTHONPATH": str(ROOT)}
-    subprocess.run([str(python), "-W", "error", "-c", f"import {modules}"], check=True, env=path, cwd=tmp_path)
+    subprocess.run([str(interpreter), "-W", "error", "-c", f"import {modules}"], check=True, env=path, cwd=tmp_path)
     for arguments in (["--help"], ["--version"], ["port", "stats", "--help"]):
-        subprocess.run([str(python), str(RYNCTL), *arguments], check=True, env=environment, stdout=subprocess.PIPE)
+        subprocess.run([str(interpreter), str(RYNCTL), *arguments], check=True, env=environment, stdout=subprocess.PIPE)

@@ -10,8 +10,6 @@ import pytest
 import ryn_sim
 from simtool import ROOT
 
-pytest_plugins = ["ryn_sim.pytest_plugin"]
-
 LISTED = "import _libryn as ryn, json; print(json.dumps([ryn.GetPortLRO(0, 2), ryn.GetPortStats(0, 2)['txPkts']]))"
 
 
