@@ -209,7 +209,7 @@ def test_tls_with_users_listens_anywhere(default_host, secrets):
     context = ssl.create_default_context(cafile=str(secrets / "cert.pem"))
     with exporter_on(default_host, *files, address="0.0.0.0") as exporter:
         for accepted in ("identity", "gzip"):
-            connection = http.client.HTTPSConnection("localhost", exporter.port, context=context, timeout=30)
+            connection = http.client.HTTPSConnection("127.0.0.1", exporter.port, context=context, timeout=30)
             with contextlib.closing(connection):
                 connection.request("GET", "/metrics", headers={"Authorization": basic("admin", "other"),
                                                                "Accept-Encoding": accepted})  # fmt: skip

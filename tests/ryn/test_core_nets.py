@@ -161,7 +161,8 @@ def test_calls_keep_nothing(core, double, call: CoreCall, timeout):
         double.answer(call.op, **answer)
         work = lambda: outcome(function, *call.args)  # noqa: E731
         work()
-        assert lost_blocks(work) <= 0
+        # A leak is a block a call at least; the worker may hold a few blocks at the moment of the second count.
+        assert lost_blocks(work) <= (0 if timeout is None else 0.5)
     handed_out, freed = double.blocks()
     assert handed_out == freed
 

@@ -235,7 +235,8 @@ def test_buffer_of_a_table(table):
 
 
 def test_table_read_by_numpy_without_a_copy(table):
-    numpy = pytest.importorskip("numpy")
+    import numpy
+
     array = numpy.asarray(table)
     assert array.dtype.names == ("mac", "vlan", "port", "generation") and array.shape == (300,)
     assert array["port"].tolist() == [i % 5 for i in range(300)]
