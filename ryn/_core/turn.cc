@@ -151,6 +151,8 @@ bool Line::Enter(const Operation& operation) {
       CopyOut(failure_, operation.name);
     else
       failure_->kind = Failure::Kind::kOut;  // its caller has gone and looks at nothing
+    if (job_)
+      job_->operation = nullptr;  // it ends with the call, the job's caller may still look
     Unlock();
     return false;
   }
@@ -168,9 +170,8 @@ void Line::Leave() {
   turn.given_up = false;
   turn.operation = nullptr;
   turn.job = nullptr;
-  if (job_) {
+  if (job_)
     job_->operation = nullptr;
-  }
   Tell();
 }
 
