@@ -61,11 +61,9 @@ class Balancer:
         wanted = tuple(wanted)
         if len(wanted) != len(Options._fields):
             raise ValueError(f"the options are four numbers, not {len(wanted)}")
-        for name, value in zip(Options._fields, wanted):
-            if value is not None:
-                word(name, value)
+        changes = [None if value is None else word(name, value) for name, value in zip(Options._fields, wanted)]
         metric, *now = balancer_record(self.switch)
-        new = Options(*(old if value is None else int(value) for old, value in zip(now, wanted)))
+        new = Options(*(old if value is None else value for old, value in zip(now, changes)))
         if new.low > new.high:
             raise ValueError(f"the low threshold {new.low} is above the high one, {new.high}")
         store(self.switch, properties.BALANCER, metric, *new)

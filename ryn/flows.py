@@ -6,6 +6,7 @@ from typing import TYPE_CHECKING, Iterable, Iterator, Optional, Sequence, Tuple,
 
 from ryn._records import Flow, FlowFilter, MacAddress
 from ryn.names import PROTOCOLS, Actions
+from ryn.settings import word
 
 if TYPE_CHECKING:
     import ipaddress
@@ -65,13 +66,7 @@ def _network(address: Optional[Address]) -> Optional[Tuple[bytes, int]]:
 
 
 def _number(name: str, value: Optional[int], highest: int) -> Optional[int]:
-    if value is None:
-        return None
-    if not isinstance(value, int):
-        raise TypeError(f"{name} is a number, not {value!r}")
-    if not 0 <= value <= highest:
-        raise ValueError(f"{name} {value} is not within 0 to {highest}")
-    return value
+    return None if value is None else word(name, value, highest=highest)
 
 
 def _protocol(protocol: Union[int, str, None]) -> Optional[int]:
@@ -100,10 +95,7 @@ def _actions(action: Union[str, Actions, None]) -> int:
 
 def table_cores(cores: Iterable[int]) -> Tuple[int, ...]:
     """The cores, each once, in their order. ValueError for one whose table cannot be read."""
-    numbers = tuple(dict.fromkeys(cores))
-    for core in numbers:
-        _number("core", core, TABLE_CORES - 1)
-    return numbers
+    return tuple(dict.fromkeys(word("core", core, highest=TABLE_CORES - 1) for core in cores))
 
 
 class Flows(Iterator[Flow]):

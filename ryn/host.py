@@ -6,11 +6,12 @@ import importlib
 import os
 import re
 import time
-from typing import TYPE_CHECKING, Any, Dict, Iterable, Iterator, List, Optional, Sequence, Set, Tuple, Union
+from typing import TYPE_CHECKING, Any, Dict, Iterable, Iterator, List, Optional, Sequence, Set, Tuple, Union, cast
 
 from ryn._records import Device, MacAddress, MacEntry, Weights
 from ryn.errors import Ambiguous, NotFound, PlatformNotFound
 from ryn.flows import Flows, flow_filter, table_cores
+from ryn.names import decimal
 from ryn.port import Port
 from ryn.rates import Reading, Tick
 from ryn.settable import Settable
@@ -94,10 +95,11 @@ class Host:
         if isinstance(which, int):
             steps = [[s for s in switches if s.number == which]]
         else:
+            number = decimal(which)
             steps = [
                 [s for s in switches if s.alias == which],
                 [s for s in switches if s.name == which],
-                [s for s in switches if _is_number(which) and s.number == int(which)],
+                [s for s in switches if s.number is not None and s.number == number],
             ]
         for matches in steps:
             if len(matches) > 1:
@@ -112,10 +114,11 @@ class Host:
         another form."""
         if not isinstance(which, str):
             raise TypeError(f"a port is a text SWITCH/NUMBER, not {which!r}")
-        switch, slash, number = which.rpartition("/")
-        if not slash or not _is_number(number):
+        switch, slash, digits = which.rpartition("/")
+        number = decimal(digits)
+        if not slash or number is None:
             raise ValueError(f"a port is SWITCH/NUMBER, not {which!r}")
-        return self.switch(switch).port(int(number))
+        return self.switch(switch).port(number)
 
     @property
     def cores(self) -> Tuple[int, ...]:
@@ -167,7 +170,7 @@ class Host:
 
     @flow_timeout.setter
     def flow_timeout(self, seconds: int) -> None:
-        word("flow_timeout", seconds)
+        seconds = word("flow_timeout", seconds)
         self.platform.set_flow_timeout(seconds)
         settle("flow_timeout", lambda: self.flow_timeout, seconds, self.settle)
 
@@ -185,7 +188,7 @@ class Host:
         """Sets the affinity of a device, a number of 32 bits."""
         if not isinstance(device, str):
             raise TypeError(f"a device is a name, not {device!r}")
-        word("affinity", affinity)
+        affinity = word("affinity", affinity)
         self.platform.set_affinity(device, affinity)
         settle(f"affinity of {device}", lambda: self._affinity(device), affinity, self.settle)
 
@@ -203,14 +206,11 @@ class Host:
         wanted = tuple(weights)
         if len(wanted) != len(Weights._fields):
             raise ValueError(f"there are {len(Weights._fields)} weights, not {len(wanted)}")
-        for name, weight in zip(Weights._fields, wanted):
-            if weight is not None:
-                word(name, weight)
-        if None in wanted:
-            now = self.balancer_weights
-            wanted = tuple(old if weight is None else weight for old, weight in zip(now, wanted))
-        self.platform.set_weights([int(weight) for weight in wanted if weight is not None])
-        settle("balancer_weights", lambda: tuple(self.balancer_weights), wanted, self.settle)
+        new = tuple(None if weight is None else word(name, weight) for name, weight in zip(Weights._fields, wanted))
+        if None in new:
+            new = tuple(old if weight is None else weight for old, weight in zip(self.balancer_weights, new))
+        self.platform.set_weights(cast(Tuple[int, ...], new))
+        settle("balancer_weights", lambda: tuple(self.balancer_weights), new, self.settle)
 
     balancer_weights = Settable(_get_weights, _set_weights)
 
@@ -225,10 +225,6 @@ class Host:
 
     def __repr__(self) -> str:
         return f"<ryn.Host {self.backend}>"
-
-
-def _is_number(text: str) -> bool:
-    return text.isascii() and text.isdecimal()
 
 
 def _full_name(switch: Switch) -> str:

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 from enum import IntEnum, IntFlag
-from typing import Tuple, Type
+from typing import Optional, Tuple, Type
 
 
 class Kind(IntEnum):
@@ -91,6 +91,18 @@ class ReceiveFlags(_Flags):
     BROADCAST = 1 << 3
     PROMISC = 1 << 4
     USE_LADRF = 1 << 5
+
+
+MOST_DIGITS = 640  # an interpreter may refuse to read longer numbers
+
+
+def decimal(text: str) -> Optional[int]:
+    """The number that a text of ASCII digits stands for; None for any other text.
+
+    >>> decimal("007"), decimal("-7"), decimal("")
+    (7, None, None)
+    """
+    return int(text) if text.isascii() and text.isdecimal() and len(text) <= MOST_DIGITS else None
 
 
 PROTOCOLS = {"icmp": 1, "tcp": 6, "udp": 17, "icmp6": 58}

@@ -102,7 +102,7 @@ class Port(ListedPort):
 
     @lro.setter
     def lro(self, on: int) -> None:
-        word("lro", on)
+        on = word("lro", on)
         self.check()
         self.switch.platform.set_port_lro(self.switch.datapath_number(), self.number, on)
         settle("lro", lambda: self.lro, bool(on), self.switch.host.settle)
@@ -146,7 +146,7 @@ class Port(ListedPort):
     def add_mac(self, mac: Union[str, bytes, MacAddress], vlan: int = 0) -> None:
         """Adds an address in a VLAN, 0 to 4095, to this port of this switch."""
         address = MacAddress(mac)
-        word("vlan", vlan, highest=HIGHEST_VLAN)
+        vlan = word("vlan", vlan, highest=HIGHEST_VLAN)
         self.check()
         platform, number = self.switch.platform, self.switch.datapath_number()
         platform.add_mac(number, self.number, address, vlan)
@@ -154,7 +154,7 @@ class Port(ListedPort):
     def del_mac(self, mac: Union[str, bytes, MacAddress], vlan: int = 0) -> None:
         """Deletes an address in a VLAN, 0 to 4095, from this port of this switch."""
         address = MacAddress(mac)
-        word("vlan", vlan, highest=HIGHEST_VLAN)
+        vlan = word("vlan", vlan, highest=HIGHEST_VLAN)
         self.check()
         platform, number = self.switch.platform, self.switch.datapath_number()
         platform.del_mac(number, self.number, address, vlan)
@@ -167,15 +167,14 @@ class Port(ListedPort):
         Assumed: the core to send on, the core to receive on (4294967295: as it is), and whether the port is to be
         pinned there (1) or not (0).
         """
-        for number in (a, b, c):
-            word("an option of migrate", number)
+        a, b, c = (word("an option of migrate", number) for number in (a, b, c))
         self.check()
         self.switch.platform.migrate(self.switch.datapath_number(), self.number, a, b, c)
 
     def unpin(self, a: int = 0) -> None:
         """Lets the balancer move the port again. The number of 32 bits is handed over as it is; its meaning is the
         datapath's."""
-        word("the option of unpin", a)
+        a = word("the option of unpin", a)
         self.check()
         self.switch.platform.unpin(self.switch.datapath_number(), self.number, a)
 

@@ -181,6 +181,10 @@ class Tick(Generic[PortT]):
         column = Rates._fields.index(field)
         return sorted(self._rates, key=lambda pair: -pair[1][column])[:count]
 
+    # Made anew of its readings, which can be pickled.
+    def __reduce__(self) -> Tuple[object, ...]:
+        return Tick, (self.earlier, self.later)
+
     def _positions(self) -> Dict[Hashable, int]:
         if self._keys is None:
             self._keys = {_key(port): i for i, (port, _) in enumerate(self._rates)}

@@ -2,11 +2,13 @@
 
 from __future__ import annotations
 
+import contextlib
+import operator
 import time
 from typing import TYPE_CHECKING, Any, Callable, Dict, Optional, Tuple
 
 from ryn import properties
-from ryn.errors import NotApplied, PlatformError
+from ryn.errors import NotApplied, NotFound, PlatformError
 from ryn.names import ALGORITHMS
 from ryn.records import Options, Setting
 
@@ -18,12 +20,14 @@ WORD = 0xFFFFFFFF
 
 
 def word(name: str, value: int, lowest: int = 0, highest: int = WORD) -> int:
-    """The value, if it is a number in the range. TypeError and ValueError otherwise."""
-    if not isinstance(value, int):
-        raise TypeError(f"{name} is a number, not {value!r}")
-    if not lowest <= value <= highest:
-        raise ValueError(f"{name} {value} is not within {lowest} to {highest}")
-    return int(value)
+    """The value, if it is an int in the range, or stands for one as NumPy's do. TypeError and ValueError otherwise."""
+    try:
+        number = int(operator.index(value))
+    except TypeError:
+        raise TypeError(f"{name} is a number, not {value!r}") from None
+    if not lowest <= number <= highest:
+        raise ValueError(f"{name} {number} is not within {lowest} to {highest}")
+    return number
 
 
 def settle(name: str, read: Callable[[], Any], wanted: Any, seconds: float) -> None:
@@ -114,8 +118,14 @@ def fpo_value(switch: Switch) -> int:
 
 def all_settings(switch: Switch) -> Dict[str, Setting]:
     """Every setting of the switch that can be read, by its attribute's name."""
-    names = [*_KEPT, "fpo"] + ([] if switch.number is None else ["lro", "panic_on_tx_hang"])
-    return {name: one_setting(switch, name) for name in names}
+    switch.identifier()  # refuses a switch that has no settings at all
+    if switch.number is not None:
+        return {name: one_setting(switch, name) for name in [*_KEPT, "fpo", "lro", "panic_on_tx_hang"]}
+    settings = {}
+    for name in [*_KEPT, "fpo"]:
+        with contextlib.suppress(NotFound):  # the host does not keep it either
+            settings[name] = one_setting(switch, name)
+    return settings
 
 
 def one_setting(switch: Switch, name: str) -> Setting:

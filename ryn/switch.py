@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import operator
 from typing import TYPE_CHECKING, Any, Dict, Iterable, List, Optional, Tuple, cast
 
 from ryn import properties
@@ -12,7 +13,7 @@ from ryn.flows import Flows, flow_filter, table_cores
 from ryn.names import Kind
 from ryn.port import Port
 from ryn.records import Setting
-from ryn.settings import WORD, all_settings, fpo_value, kept_value, settle, store, word
+from ryn.settings import all_settings, fpo_value, kept_value, settle, store, word
 from ryn.uplink import Uplink
 
 if TYPE_CHECKING:
@@ -106,8 +107,7 @@ class Switch:
 
     def port(self, number: int) -> Port:
         """The port of a number, 0 to 127. NotFound where there is none."""
-        if not isinstance(number, int):
-            raise TypeError(f"a port's number is an int, not {number!r}")
+        number = operator.index(number)
         for port in self.ports():
             if port.number == number:
                 return port
@@ -193,7 +193,7 @@ class Switch:
 
     @burst_size.setter
     def burst_size(self, size: int) -> None:
-        word("burst_size", size, lowest=1)
+        size = word("burst_size", size, lowest=1)
         store(self, properties.BURST_SIZE, size)
         settle("burst_size", lambda: self.burst_size, size, self.host.settle)
 
@@ -204,9 +204,9 @@ class Switch:
 
     @numa_teaming.setter
     def numa_teaming(self, on: bool) -> None:
-        word("numa_teaming", on, highest=1)
+        on = bool(word("numa_teaming", on, highest=1))
         store(self, properties.NUMA_TEAMING, on)
-        settle("numa_teaming", lambda: self.numa_teaming, bool(on), self.host.settle)
+        settle("numa_teaming", lambda: self.numa_teaming, on, self.host.settle)
 
     @property
     def fpo(self) -> int:
@@ -218,7 +218,7 @@ class Switch:
 
     @fpo.setter
     def fpo(self, value: int) -> None:
-        word("fpo", value, highest=WORD)
+        value = word("fpo", value)
         store(self, properties.FPO, value)
         settle("fpo", lambda: self.fpo, value, self.host.settle)
 
@@ -229,7 +229,7 @@ class Switch:
 
     @lro.setter
     def lro(self, on: int) -> None:
-        word("lro", on)
+        on = word("lro", on)
         self.platform.set_switch_lro(self.datapath_number(), on)
         settle("lro", lambda: self.lro, bool(on), self.host.settle)
 
@@ -240,7 +240,7 @@ class Switch:
 
     @panic_on_tx_hang.setter
     def panic_on_tx_hang(self, on: int) -> None:
-        word("panic_on_tx_hang", on, highest=1)
+        on = word("panic_on_tx_hang", on, highest=1)
         self.platform.set_panic_on_tx_hang(self.datapath_number(), on)
         settle("panic_on_tx_hang", lambda: self.panic_on_tx_hang, on, self.host.settle)
 

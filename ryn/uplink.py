@@ -2,11 +2,11 @@
 
 from __future__ import annotations
 
-import re
 from typing import TYPE_CHECKING, Dict, List, Optional, Sequence
 
 from ryn import properties
 from ryn._records import Offload, UplinkCounters
+from ryn.names import decimal
 from ryn.records import RingSize
 from ryn.settable import Settable
 from ryn.settings import settle, word
@@ -17,13 +17,16 @@ if TYPE_CHECKING:
 
 RECEIVE_QUEUES, TRANSMIT_QUEUES = 0, 1
 
-_STATISTIC = re.compile(r"\s*([^:\s][^:]*?)\s*:\s*([0-9]+)\s*")
-
 
 def driver_statistics(text: str) -> Dict[str, int]:
     """The lines "name: N" of a driver's text, N in decimal digits; of one name the last."""
-    matches = (_STATISTIC.fullmatch(line) for line in text.split("\n"))
-    return {match[1]: int(match[2]) for match in matches if match}
+    statistics = {}
+    for line in text.split("\n"):
+        name, _, digits = line.partition(":")
+        number = decimal(digits.strip())
+        if name.strip() and number is not None:
+            statistics[name.strip()] = number
+    return statistics
 
 
 class Uplink:
@@ -108,8 +111,9 @@ class Uplink:
         wanted = tuple(sizes)
         if len(wanted) != 2:
             raise ValueError(f"a ring size is two numbers, transmit and receive, not {len(wanted)}")
+        wanted = tuple(word(f"{name} ring size", size) for name, size in zip(RingSize._fields, wanted))
         for name, size in zip(RingSize._fields, wanted):
-            if word(f"{name} ring size", size) % properties.RING_ALIGNMENT:
+            if size % properties.RING_ALIGNMENT:
                 raise ValueError(f"{name} ring size {size} is no multiple of {properties.RING_ALIGNMENT}")
         port, kept = self.port, properties.UPLINK_RING
         identifier = port.switch.identifier()

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <span>
 
 #include "ryn/_core/mac_address.h"
 
@@ -21,12 +22,24 @@ PyObject* KindCode(PyObject* self, void*) { return Int(Record(self).clientType).
 PyObject* Mac(PyObject* self, void*) { return NewMacAddress(Record(self).hwAddr); }
 PyObject* MacCount(PyObject* self, void*) { return Int(Record(self).numMACs).release(); }
 
-PyObject* Queues(const std::uint8_t (&queues)[kMaxQueues], std::uint8_t count) {
-  return Tuple(std::min<std::size_t>(count, kMaxQueues), [&](std::size_t i) { return Int(queues[i]); }).release();
+using QueueBytes = std::span<const std::uint8_t>;
+
+QueueBytes TxQueues(const PortRecord& port) { return {port.txQLM, std::min<std::size_t>(port.numTxQ, kMaxQueues)}; }
+QueueBytes RxQueues(const PortRecord& port) { return {port.rxQLM, std::min<std::size_t>(port.numRxQ, kMaxQueues)}; }
+
+PyObject* CoresOf(QueueBytes queues) {
+  return Tuple(queues.size(), [&](std::size_t i) { return Int(queues[i]); }).release();
 }
 
-PyObject* TxCores(PyObject* self, void*) { return Queues(Record(self).txQLM, Record(self).numTxQ); }
-PyObject* RxCores(PyObject* self, void*) { return Queues(Record(self).rxQLM, Record(self).numRxQ); }
+PyObject* TxCores(PyObject* self, void*) { return CoresOf(TxQueues(Record(self))); }
+PyObject* RxCores(PyObject* self, void*) { return CoresOf(RxQueues(Record(self))); }
+
+// By what can be seen of the records: other bytes are nobody's.
+bool Same(const PortRecord& a, const PortRecord& b) {
+  return a.portID == b.portID && a.rynPortID == b.rynPortID && a.clientType == b.clientType && a.numMACs == b.numMACs &&
+         std::memcmp(a.hwAddr, b.hwAddr, sizeof(a.hwAddr)) == 0 && std::ranges::equal(TxQueues(a), TxQueues(b)) &&
+         std::ranges::equal(RxQueues(a), RxQueues(b));
+}
 
 bool IsListedPort(PyObject* object) {
   if (PyObject_TypeCheck(object, &listed_port_type))
@@ -45,7 +58,7 @@ PyObject* ReplaceRecord(PyObject* self, PyObject* other) {
 PyObject* SameRecord(PyObject* self, PyObject* other) {
   if (!IsListedPort(other))
     return nullptr;
-  return PyBool_FromLong(std::memcmp(&Record(self), &Record(other), sizeof(PortRecord)) == 0);
+  return PyBool_FromLong(Same(Record(self), Record(other)));
 }
 
 int Traverse(PyObject* self, visitproc visit, void* arg) {

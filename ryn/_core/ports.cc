@@ -137,8 +137,17 @@ class AllCounters {
     return rows_ && counters_;
   }
 
+  // A switch that is not there any more has no ports.
   bool ListPorts(Line& line, std::uint32_t dvs, PortList* list) {
-    return line.Call(Operation(kGetPortList, dvs), [&] { return GetPortList(dvs, list); });
+    const Operation operation(kGetPortList, dvs);
+    Status status;
+    if (!line.Try(operation, &status, [&] { return GetPortList(dvs, list); }))
+      return false;
+    if (status.kind == Status::Kind::kFailed && status.code == kNotFound)
+      list->count = 0;
+    else if (!status.Ok())
+      return line.Fail(operation, status);
+    return true;
   }
 
   bool ReadSwitch(Line& line, std::uint32_t index) {

@@ -89,9 +89,30 @@ def test_a_port_that_goes_meanwhile_is_left_out(host, platform):
     assert [port.number for port in host.counters()] == [1, 7]
 
 
+def test_ports_that_go_with_their_switch_are_left_out(host, platform):
+    platform.datapath(("dvs-1-set", 3), ("other", 4))
+    platform.double.answer("Ryn_Get_Port_List", status=0x0BAD0003, times=1)
+    assert [(port.switch.number, port.number) for port in host.counters()] == [(4, 0), (4, 1), (4, 7)]
+    platform.double.answer("Ryn_Get_Port_List", area=port_list(*PORTS), times=1)
+    platform.double.answer("Ryn_Get_Port_List", status=0x0BAD0003)
+    platform.double.answer("Ryn_Get_Port_Stats", status=0x0BAD0003)
+    assert list(host.counters()) == []
+
+
+def test_a_port_of_which_only_half_can_be_read_and_that_has_gone_is_left_out(host, platform):
+    platform.double.answer("Ryn_Get_Port_List", area=port_list(*PORTS), times=1)
+    platform.ports(PortLine(0, 99), *PORTS[1:])  # its number is another's now
+    platform.double.answer("Ryn_Get_Port_Stats_Slowpath", status=0x0BAD0003, times=1)
+    assert [port.number for port in host.counters()] == [1, 7]
+
+
 def test_a_port_that_is_there_and_cannot_be_read_is_an_error(host, platform):
-    platform.double.answer("Ryn_Get_Port_Stats", status=5, times=1)
-    with pytest.raises(ryn.PlatformError):
+    for op in ("Ryn_Get_Port_Stats", "Ryn_Get_Port_Stats_Slowpath"):
+        platform.double.answer(op, status=5, times=1)
+        with pytest.raises(ryn.PlatformError, match=f"{op}[(]3, 0[)]"):
+            host.counters()
+    platform.double.answer("Ryn_Get_Port_List", status=5, times=1)
+    with pytest.raises(ryn.PlatformError, match="Ryn_Get_Port_List[(]3[)]"):
         host.counters()
 
 

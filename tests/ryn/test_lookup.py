@@ -1,7 +1,7 @@
 """Names: which switch a number or a text stands for, and which port."""
 
 import pytest
-from platform_script import PORTS, PortLine
+from platform_script import PORTS, PortLine, port_list
 
 import ryn
 
@@ -156,6 +156,54 @@ def test_ports_and_switches_are_equal_by_what_the_listing_gave(host, platform):
     platform.ports(PortLine(1, 11, mac=PORTS[1].mac, mac_count=9))
     assert host.port("dvs-1/1") != one
     assert (one == "dvs-1/1", host.switch(3) == 3) == (False, False)
+
+
+# Where a port's record has what, in the second place of the listing
+SECOND = 12 + 90
+
+
+@pytest.mark.parametrize(
+    "at, seen",
+    [
+        (0, True),  # the distributed port
+        (4, True),  # the number
+        (8, True),  # how many transmit queues
+        (9, True),
+        (15, True),  # the last byte of the address
+        (16, True),  # how many addresses
+        (18, True),  # the kind
+        (22, False),  # nobody's
+        (25, False),
+        (26, True),  # the first transmit queue
+        (27, False),  # the second, where there is one
+        (57, False),
+        (58, True),
+        (59, False),
+        (89, False),
+    ],
+)
+def test_ports_are_told_apart_by_what_can_be_seen_of_them(host, platform, at, seen):
+    port = host.port("dvs-1/1")
+    area = port_list(*PORTS)
+    area[SECOND + at] += 1
+    platform.double.answer("Ryn_Get_Port_List", area=area)
+    assert (host.switch("dvs-1").ports()[1] != port) == seen
+
+
+@pytest.mark.parametrize("digits", ["9" * 641, "9" * 5000, "0" * 5000 + "3"])
+def test_digits_without_an_end_are_no_number(host, digits):
+    with pytest.raises(ryn.NotFound):
+        host.switch(digits)
+    with pytest.raises(ValueError, match="SWITCH/NUMBER"):
+        host.port("dvs-1/" + digits)
+
+
+def test_numbers_of_other_types_are_numbers(host):
+    numpy = pytest.importorskip("numpy")
+    assert host.switch("dvs-1").port(numpy.uint32(7)) == host.port("dvs-1/7")
+    for wrong in (7.0, "7", None):
+        with pytest.raises(TypeError):
+            host.switch("dvs-1").port(wrong)
 
 
 def test_cores_are_those_of_all_switches(host, platform):

@@ -40,6 +40,17 @@ def test_a_reading_knows_its_time_and_can_be_pickled():
     assert (twin.time, twin.clock, list(twin), twin["a"]) == (1005.0, 5.0, ["a"], made["a"])
 
 
+def test_a_tick_can_be_pickled():
+    tick = reading(7.0, a={"tx_packets": 110}, b={}).rates(reading(5.0, a={"tx_packets": 10}, b={"tx_packets": 1}))
+    twin = pickle.loads(pickle.dumps(tick))
+    assert (twin.seconds, twin.time, twin.top("tx_packets"), twin.resets) == (
+        2.0,
+        1007.0,
+        tick.top("tx_packets"),
+        ("b",),
+    )
+
+
 def test_ports_and_rows_go_together():
     with pytest.raises(ValueError, match="2 ports, but 1 rows"):
         ryn.Reading(["a", "b"], ryn.CounterTable(bytes(256)))

@@ -95,6 +95,33 @@ def test_stored_and_running_differ_until_the_datapath_has_taken_it_over(switch, 
     assert settings._kept_setting(switch, "algorithm").running is None
 
 
+def test_a_switch_that_only_the_configuration_knows_has_the_settings_that_can_be_read(host, platform):
+    platform.configure("alone", "id-alone", "alone-set")
+    switch = host.switch("alone")
+    for op in ("Ryn_GetCurrentLBData", "Ryn_GetSwitchBurstSize", "Ryn_GetSwitchNUMATeam"):
+        platform.double.answer(op, status=MISSING)
+    assert switch.settings() == {"fpo": ("fpo", 1, "default", None, None)}
+    platform.double.answer("DVSQOB_HostPropGet", area=u32(0, 64), times=1)
+    assert switch.settings()["burst_size"] == ("burst_size", 64, "property", 64, None)
+    with pytest.raises(ryn.NotFound):
+        switch.burst_size
+    platform.double.answer("DVSQOB_HostPropGet", status=5)
+    with pytest.raises(ryn.PlatformError, match="0x00000005"):
+        switch.settings()
+    for name in ("lro", "panic_on_tx_hang"):
+        with pytest.raises(ryn.NotFound, match="the datapath does not know"):
+            getattr(switch, name)
+
+
+def test_a_switch_without_settings_says_why(host, platform):
+    platform.datapath(("dvs-1-set", 3), ("other", 5))
+    with pytest.raises(ryn.NotFound, match="no settings"):
+        host.switch("other").settings()
+    platform.configure("odd", "id-odd", class_name="portgroup")
+    with pytest.raises(ryn.BadParameter, match="portgroup"):
+        host.switch("odd").settings()
+
+
 # Malformed properties
 
 
@@ -236,6 +263,20 @@ def test_bad_options_are_refused_before_anything_is_changed(switch, platform, op
     with pytest.raises(error):
         switch.balancer.options = options
     assert changes(platform) == []
+
+
+def test_numbers_of_other_types_are_numbers(host, switch, platform):
+    numpy = pytest.importorskip("numpy")
+    platform.property(u32(0, 64))
+    switch.burst_size = numpy.uint16(64)
+    (call,) = changes(platform)
+    assert call.value == u32(0, 64)
+    platform.double.answer("Ryn_GetLBWeights", area=u32(*range(8)))
+    host.balancer_weights = numpy.arange(8)
+    assert changes(platform)[-1].weights == u32(*range(8))
+    for wrong in (numpy.float64(64), numpy.array([64, 65])):
+        with pytest.raises(TypeError):
+            switch.burst_size = wrong
 
 
 def test_a_low_threshold_that_equals_the_high_one_is_taken(switch, platform):

@@ -57,6 +57,25 @@ def test_driver_statistics_are_lines_with_a_decimal_number():
     assert driver_statistics(TEXT) == {"link_up": 1, "rx queue 0": 12, "last": 1 << 64}
 
 
+def test_a_number_without_an_end_is_no_number():
+    text = f"a: {'9' * 641}\nb: {'9' * 640}\nc: {'9' * 100_000}\nd: 4\n"
+    assert driver_statistics(text) == {"b": 10**640 - 1, "d": 4}
+
+
+def test_a_long_line_takes_no_time_worth_mentioning():
+    """A pattern that tries each blank anew would take minutes."""
+    assert driver_statistics("a" + 200_000 * " " + "\nb" + 200_000 * " " + ":" + 200_000 * " " + "1") == {"b": 1}
+
+
+@pytest.mark.parametrize("line", ["a: 1: 2", "a:b: 2", ": 2", " : 2", "a 2", "a: 2 3", "a: +2", "a: 0x2", "a:"])
+def test_lines_of_another_form_are_no_statistics(line):
+    assert driver_statistics(line) == {}
+
+
+def test_of_one_name_the_last_counts():
+    assert driver_statistics("a: 1\n a : 2 \n") == {"a": 2}
+
+
 def test_digits_are_ascii():
     assert driver_statistics("a: \u0661\nb: \uff11\n") == {}
 
