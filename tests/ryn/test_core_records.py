@@ -56,6 +56,87 @@ def test_records_are_named_tuples_of_the_package(records):
         counters.tx_bytes = 5
 
 
+COUNTERS = [
+    f"{way}_{what}"
+    for way in ("tx", "rx")
+    for what in "packets bytes multicast_packets multicast_bytes broadcast_packets broadcast_bytes drops errors".split()
+]
+FIELDS = {
+    "Counters": COUNTERS,
+    "Rates": COUNTERS,
+    "UplinkCounters": """rx_packets tx_packets rx_bytes tx_bytes rx_errors tx_errors rx_drops tx_drops
+        rx_multicast_packets rx_broadcast_packets
+        tx_multicast_packets tx_broadcast_packets collisions rx_length_errors rx_overflow_errors
+        rx_crc_errors rx_frame_align_errors rx_fifo_errors rx_miss_errors tx_aborted_errors tx_carrier_errors
+        tx_fifo_errors tx_heartbeat_errors tx_window_errors""".split(),
+    "SwitchRecord": "name number max_ports active_ports ports mtu core_count cores".split(),
+    "MacEntry": "mac vlan port generation".split(),
+    "Device": "name affinity".split(),
+    "Teaming": "type uplinks".split(),
+    "PortConfig": """dvport flags ladrf mac untagged_vlan forged_allowed vni sample_rate multicast
+        vlan_ranges""".split(),
+    "Mirror": """index encap_vlan snap_len sampling_rate no_input no_output vlan_encap orig_vlan source_in source_out
+        destinations vlans""".split(),
+    "NetQ": "switch port is_uplink filters".split(),
+    "NetQFilter": "kind text queues".split(),
+    "NetQQueue": "port queue flow".split(),
+    "FlowStats": "core flows hits misses fpo_hits local_hits insert_failures".split(),
+    "FpoStats": """core hits mark_mismatches pnic_mismatches delayed_matches ephemeral_flows
+        transient_flows""".split(),
+    "Offload": "level groups priorities mark_bits flows counters key_bits dec_ttl actions".split(),
+    "Weights": """cross_numa_communication cross_numa_migration cross_lcore_communication cross_lcore_migration
+        vm_affinity device_affinity stability_decay port_count""".split(),
+    "BalancerGroup": "load tx_ports rx_ports".split(),
+    "BalancerVertex": "number wid flags outgoing incoming".split(),
+    "BalancerEdge": "peer load ema".split(),
+    "BalancerPort": """port number0 number4 core_a core_b usage0 usage1 usage2 usage3 load_a load_b""".split(),
+    "BalancerCore": "core usage load".split(),
+    "DvsRecord": "id alias portset class_name".split(),
+}
+NAMED_TUPLES = {
+    "Options": "high low pause sensitivity".split(),
+    "Setting": "name value source stored running".split(),
+    "RingSize": "tx rx".split(),
+    "Edge": "source target load ema".split(),
+    "Snapshot": "groups vertices".split(),
+    "BalancerStats": "ports cores".split(),
+    "PortKey": "switch number dvport mac".split(),
+}
+
+
+def test_every_record_is_here(records):
+    made_of_fields = {name for name in dir(records) if issubclass(type(getattr(records, name)), type)} - {
+        "CounterTable",
+        "Flow",
+        "FlowFilter",
+        "ListedPort",
+        "MacAddress",
+        "MacTable",
+        "PortCounters",
+    }
+    assert made_of_fields == set(FIELDS)
+
+
+@pytest.mark.parametrize("name", [*FIELDS, *NAMED_TUPLES])
+def test_a_record_has_its_fields_and_cannot_be_changed(_module, name):
+    import ryn
+
+    kind, fields = getattr(ryn, name), {**FIELDS, **NAMED_TUPLES}[name]
+    assert list(kind._fields) == fields
+    values = range(len(fields))
+    record = kind(values) if name in FIELDS else kind(*values)
+    assert [getattr(record, field) for field in fields] == list(record) == list(values)
+    assert pickle.loads(pickle.dumps(record)) == copy.copy(record) == record and type(copy.copy(record)) is kind
+    assert hash(record) == hash(copy.deepcopy(record)) and record != tuple(reversed(values))
+    assert repr(record).split("(")[0].rpartition(".")[2] == name and f"{fields[-1]}={values[-1]}" in repr(record)
+    with pytest.raises(AttributeError):
+        setattr(record, fields[0], 5)
+    with pytest.raises(AttributeError):
+        record.nothing = 5
+    with pytest.raises(TypeError):
+        record[0] = 5
+
+
 # ---- Addresses
 
 
@@ -292,6 +373,29 @@ def test_fields_of_a_flow(flow):
     assert pickle.loads(pickle.dumps(flow)) == flow == copy.copy(flow)
     assert hash(flow) == hash(copy.copy(flow)) and repr(flow).startswith("ryn.Flow(switch=3, core=4, src=IPv4Address(")
     assert flow._fields[0] == "switch" and [getattr(flow, name) for name in flow._fields]
+
+
+def test_a_flow_has_its_fields_and_cannot_be_changed(flow):
+    assert " ".join(flow._fields) == (
+        "switch core src dst sport dport protocol vlan packets bytes actions offloaded mac_a mac_b number15 number24"
+        " bitmap"
+    )
+    for name in flow._fields:
+        with pytest.raises(AttributeError):
+            setattr(flow, name, getattr(flow, name))
+
+
+def test_every_field_tells_flows_apart(records, flow):
+    _, fields = flow.__reduce__()
+    for i, value in enumerate(fields):
+        other = list(fields)
+        if isinstance(value, bytes):
+            other[i] = value[:-1] + bytes([value[-1] ^ 1])
+        else:
+            other[i] = not value if isinstance(value, bool) else value ^ 1
+        assert records.Flow(*other) != flow, flow._fields[i]
+        assert hash(records.Flow(*other)) != hash(flow)
+    assert records.Flow(*fields) == flow
 
 
 def test_flow_of_ipv6_without_statistics(records):

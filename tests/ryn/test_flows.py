@@ -50,6 +50,87 @@ def test_the_cores_that_the_switch_has_are_walked_to_an_empty_page(host, platfor
     assert asked(platform) == [(0, 0, 0), (0, 2, 0), (5, 0, 0)]
 
 
+def small_page(start: int, count: int) -> bytes:
+    """Entries of 64 bytes each, the least that there is; 64 more have to be there for the last one."""
+    return bytes(Bytes(10260).u32(8, start, count, 10260))
+
+
+def walk_pages(host, platform, *pages: bytes) -> int:
+    """How many flows are found in the pages, an empty one behind them."""
+    platform.double.answer("Ryn_Dump_Flow_Table")
+    for data in pages:
+        platform.double.answer("Ryn_Dump_Flow_Table", area=data, times=1)
+    return len(list(host.switch("dvs-1").flows(cores=[4])))
+
+
+@pytest.mark.parametrize(
+    "reported, indices",
+    [
+        ((0, 0, 0), [0, 2, 4, 6]),  # asked + read
+        ((50, 0, 0), [0, 50, 52, 54]),  # the index that is reported, where it lies beyond the one asked for
+        ((1, 1, 100), [0, 1, 3, 100]),
+        ((50, 50, 49), [0, 50, 52, 54]),
+        ((0xFFFFFFFB, 0, 0), [0, 0xFFFFFFFB, 0xFFFFFFFD]),  # asked + read: the index that there is none of
+        ((0xFFFFFFFF, 0, 0), [0]),
+    ],
+)
+def test_each_page_is_asked_for_from_where_the_one_before_ended(host, platform, reported, indices):
+    valid = indices[-1] < 0xFFFFFFFB and len(indices) == 4
+    try:
+        found = walk_pages(host, platform, *(page(start, entry(), entry()) for start in reported))
+    except ryn.InvalidResponse as error:
+        assert not valid
+        assert (error.operation, error.arguments) == ("Ryn_Dump_Flow_Table", (3, 4, indices[-1], 0))
+    else:
+        assert valid and found == 6
+    assert [index for _, index, _ in asked(platform)] == indices
+
+
+@pytest.mark.parametrize("more, valid", [(0, True), (1, False)])
+def test_a_core_has_at_most_two_to_the_20_flows(host, platform, more, valid):
+    platform.double.recording(False)
+    platform.double.answer("Ryn_Dump_Flow_Table")
+    platform.double.answer("Ryn_Dump_Flow_Table", area=small_page(0, 128), times=(1 << 20) // 128)
+    if more:
+        platform.double.answer("Ryn_Dump_Flow_Table", area=small_page(0, 1), times=1)
+    walk = host.switch("dvs-1").flows(cores=[4], sport=9)  # of which there are none
+    if valid:
+        assert list(walk) == []
+    else:
+        with pytest.raises(ryn.InvalidResponse):
+            list(walk)
+
+
+@pytest.mark.parametrize(
+    "valid_bytes, count, whole",
+    [(20 + 128, 1, True), (20 + 127, 1, False), (20 + 64 + 128, 2, True), (20 + 64 + 127, 2, False), (0, 1, False)],
+)
+def test_an_entry_needs_128_valid_bytes(host, platform, valid_bytes, count, whole):
+    data = bytes(Bytes(10260).u32(8, 0, count, valid_bytes))
+    if whole:
+        assert walk_pages(host, platform, data) == count
+    else:
+        with pytest.raises(ryn.InvalidResponse):
+            walk_pages(host, platform, data)
+
+
+def test_the_fields_of_an_entry(host, platform):
+    """Of an IPv6 flow; type and code of ICMP come as they are, other ports in the order of the network."""
+    addresses = [ipaddress.ip_address(f"2001:db8::{i}") for i in (1, 2)]
+    data = Bytes(304)
+    data.raw(0, bytes(range(12))).u16(12, 100 << 4 | 2).u16(14, 0xFFFE).u16(16, 135, 7).u16(20, 0x3412).u8(22, 0x56, 58)
+    data.raw(24, addresses[0].packed).raw(40, addresses[1].packed).u64(64 + 24, 5).u64(64 + 40, 500).u16(64 + 62, 240)
+    tcp = Bytes(bytes(data)).u8(23, 6).u8(64 + 61, 8)
+    platform.double.answer("Ryn_Dump_Flow_Table", area=page(0, bytes(data), bytes(tcp)), times=1)
+    icmp, counted = host.switch("dvs-1").flows(cores=[4], offloaded=True)
+    assert (icmp.switch, icmp.core, icmp.offloaded, icmp.src, icmp.dst) == (3, 4, True, *addresses)
+    assert (icmp.sport, icmp.dport, icmp.protocol, icmp.vlan) == (135, 7, 58, 100)
+    assert (str(icmp.mac_a), str(icmp.mac_b)) == ("00:01:02:03:04:05", "06:07:08:09:0a:0b")
+    assert (icmp.number15, icmp.number24, icmp.bitmap) == (0x7FFE, 0x563412, 0)
+    assert (icmp.packets, icmp.bytes) == (None, None)
+    assert (counted.sport, counted.dport, counted.packets, counted.bytes) == (135 << 8, 7 << 8, 5, 500)
+
+
 def test_named_cores_are_walked_and_nothing_else_is_asked(host, platform):
     walk = host.switch("dvs-1").flows(cores=[7, 3, 7], offloaded=True)
     assert list(walk) == []
@@ -77,6 +158,18 @@ def test_bad_cores_are_refused_at_once(host, platform, cores, error):
     with pytest.raises(error):
         host.flows(cores=cores)
     assert asked(platform) == []
+
+
+@pytest.mark.parametrize("method, op", [("flow_stats", "Ryn_Get_Flow_Stats"), ("fpo_stats", "Ryn_Get_FPO_Stats")])
+def test_statistics_are_asked_for_32_cores_at_a_time(host, platform, method, op):
+    """Which is the room of an answer."""
+    size, record = {"flow_stats": (1544, 48), "fpo_stats": (1800, 56)}[method]
+    for first in (10, 20):
+        platform.double.answer(op, area=Bytes(size).u32(0, 2).u32(8, first).u32(8 + record, first + 1), times=1)
+    stats = getattr(host.switch("dvs-1"), method)(cores=range(63, 30, -1))
+    assert [record.core for record in stats] == [10, 11, 20, 21]
+    calls = [call for call in platform.double.calls() if call.op == op]
+    assert [list(call.lcores)[: call.lcoreCount] for call in calls] == [list(range(63, 31, -1)), [31]]
 
 
 def test_flow_statistics_are_asked_for_cores(host, platform, cores):
