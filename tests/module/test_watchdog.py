@@ -9,12 +9,15 @@ SUPPORT = Path(__file__).parents[1] / "support"
 
 HANGS = """
 import ctypes
+import pytest
 
 def test_ends():
     pass
 
-def test_hangs_with_the_interpreter_lock_held():
-    ctypes.PyDLL(None).pause()
+@pytest.mark.parametrize("hangs", [False, True], ids=["ends", "hangs"])
+def test_with_the_interpreter_lock_held(hangs):
+    if hangs:
+        ctypes.PyDLL(None).pause()
 """
 
 
@@ -31,5 +34,6 @@ def test_a_test_that_hangs_ends_with_its_name(tmp_path):
     )
     assert done.returncode == 1
     assert "Timeout (0:00:02)!" in done.stderr
-    assert 'test_example.py", line 8 in test_hangs_with_the_interpreter_lock_held' in done.stderr
+    hanging = "test_example.py::test_with_the_interpreter_lock_held[hangs]"
+    assert f'test_example.py", line 11 in {hanging}\n' in done.stderr
     assert "test_ends" not in done.stderr

@@ -1,7 +1,8 @@
 """A test that hangs ends the run with its name and the place where it stands, after a generous time.
 
 A thread of the interpreter's own watches, which needs no lock: code that hangs while it holds the interpreter lock is
-seen too. Tests that run other programs give those times of their own.
+seen too. It prints nothing but the frames of the stack, so the frame of the test bears the name of the test with its
+parameters. Tests that run other programs give those times of their own.
 """
 
 from __future__ import annotations
@@ -23,7 +24,11 @@ def pytest_sessionstart(session: pytest.Session) -> None:
 
 
 @pytest.hookimpl(hookwrapper=True)
-def pytest_runtest_protocol(item: pytest.Item) -> Iterator[None]:
+def pytest_runtest_protocol(item: pytest.Function) -> Iterator[None]:
+    function = item.function
+    code = function.__code__
+    function.__code__ = code.replace(co_name=item.nodeid)
     faulthandler.dump_traceback_later(SECONDS, exit=True, file=item.config.stash[_stderr])
     yield
     faulthandler.cancel_dump_traceback_later()
+    function.__code__ = code
