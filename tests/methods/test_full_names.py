@@ -1,6 +1,8 @@
 """Names that fill their fixed-width field, so that no NUL ends them, in every operation that takes or gives one."""
 
 import ctypes
+import re
+from pathlib import Path
 
 import pytest
 from harness import MISSING, Bytes, Call, Outcome, run
@@ -60,6 +62,12 @@ def test_portset_name_of_a_switch(ryn, double, method, more, op, length, end):
     assert run(getattr(ryn, method), "dvs-1", *more).error is None
     (asked,) = [call for call in double.calls() if call.op == op]
     assert asked.portset == name[:128].ljust(128, b"\0")
+
+
+def test_no_operation_of_the_datapath_that_takes_a_name_is_left_out():
+    header = (Path(__file__).parents[2] / "platform/ryn.h").read_text()
+    takes_a_name = set(re.findall(r"(Ryn_\w+)\((?:[^)]*, )?const char\*", header))
+    assert takes_a_name == {op for *_, op in ASKS} | {"Ryn_Set_Dev_Affinity"}
 
 
 # The methods that key a property by the switch's identifier
