@@ -9,9 +9,10 @@ import sys
 import weakref
 from typing import Any, Callable, List, Tuple
 
+from failing_calls import load_faults, run_failing
 from harness import Double, lost_blocks, run
 
-DEBUG_BUILD = hasattr(sys, "gettotalrefcount")  # ends where a result comes with an error
+DEBUG_BUILD = hasattr(sys, "gettotalrefcount")
 
 
 class Refused(Exception):
@@ -72,7 +73,9 @@ def check(ryn: Any, double: Double) -> None:
     check_release(ryn)
     check_blocks(ryn)
     check_later_failure(ryn, double)
+    # A debug build ends where a function of Python code has no memory and sets no error, or gives a result with one
     if not DEBUG_BUILD:
+        check_failing_allocations(ryn)
         check_traceback(ryn)
 
 
@@ -113,6 +116,22 @@ def check_later_failure(ryn: Any, double: Double) -> None:
     """A failure that sets an error of its own takes the place of what was kept, which is released."""
     double.answer("Ryn_Get_Flow_Stats", area=bytes([3]) + bytes(1543))
     double.answer("Ryn_Get_FPO_Stats", area=bytes([3]) + bytes(1799))
+    faults = load_faults(double)
+    faults.bind(ryn.__file__)
+    for number in (1, 2):
+        function, args = calls(ryn, Makes(), Makes())[number]
+        _, trace = run_failing(faults, function, args, -1)
+        names = [name for name, _ in trace]
+        for name, error in (("PyList_New", MemoryError), ("PyDict_New", SystemError)):
+            source = Makes()
+            function, args = calls(ryn, source, source)[number]
+            outcome, _ = run_failing(faults, function, args, names.index(name))
+            assert outcome.error and outcome.error[0] is error, (number, name, outcome)
+            check_released(source)
+
+
+def check_failing_allocations(ryn: Any) -> None:
+    """Of the module, of the conversion and of the error that it raises: nothing of the errors is kept."""
     for number in (1, 2):
         kinds = set()
         for n in range(200):
@@ -122,11 +141,14 @@ def check_later_failure(ryn: Any, double: Double) -> None:
             if not outcome.allocation_failed:
                 break
             assert outcome.error, (number, n)
-            kind = outcome.error[0]
-            kinds.add(kind)
-            gc.collect()
-            assert [made() for made in source.made] == [None] * len(source.made), (number, n)
+            kinds.add(outcome.error[0])
+            check_released(source)
         assert {Refused, SystemError} <= kinds <= {Refused, SystemError, MemoryError}, kinds
+
+
+def check_released(source: Makes) -> None:
+    gc.collect()
+    assert [made() for made in source.made] == [None] * len(source.made)
 
 
 def check_traceback(ryn: Any) -> None:
