@@ -48,6 +48,23 @@ class SameHash:
         return False
 
 
+class Sorting(list):
+    """Is sorted when it is converted: by the interpreter's own code, which holds no reference to what it sorts."""
+
+    __index__ = list.sort
+
+
+class Compared:
+    """Does its harm when it is compared."""
+
+    def __init__(self, harm: Callable[[], Any]) -> None:
+        self.harm = harm
+
+    def __lt__(self, other: object) -> bool:
+        self.harm()
+        return False
+
+
 class Number(int):
     pass
 
@@ -206,6 +223,12 @@ def attack_ownership(ryn: Any, double: Double) -> None:
             policy = new_dict({"txType": new_text("All"), "txUplinks": new_list(map(Number, range(8)))})
             policy["txUplinks"][place] = Index(lambda: (policy["txUplinks"].clear(), policy.clear()), "no number")
             check(run(ryn.SetPortTxUplink, 0, 0, policy))
+        for place in range(8):  # and an item that nobody else holds
+            uplinks: Any = new_list(map(Number, range(8)))
+            uplinks[place] = Sorting([Compared(uplinks.clear), Compared(uplinks.clear)])
+            double.reset()
+            check(run(ryn.SetPortTxUplink, 0, 0, new_dict({"txType": new_text("All"), "txUplinks": uplinks})))
+            assert [call.uplinks for call in double.calls()] == [[*range(place), *[0xFFFFFFFF] * (8 - place)]]
     cores: Any = product((tuple, Cores), (7, "no number", None))
     for new_tuple, value in cores:
         for function, more in ((ryn.GetFlowStats, (0,)), (ryn.GetFPOStats, ())):

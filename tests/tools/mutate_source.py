@@ -14,14 +14,12 @@ import argparse
 import hashlib
 import os
 import re
-import shutil
 import subprocess
 import sys
 import tempfile
 import time
 from concurrent.futures import ThreadPoolExecutor
 from dataclasses import dataclass
-from functools import cached_property
 from pathlib import Path
 from threading import Lock
 
@@ -29,13 +27,15 @@ import tomllib
 
 ROOT = Path(__file__).resolve().parents[2]
 TESTS = ROOT / "tests"
+sys.path.insert(0, str(TESTS / "support"))
+import builds  # noqa: E402
+
 LIST = TESTS / "lists/source_mutants.toml"
 LONGEST = 900  # seconds of one run of the tests
 CPP = [
     "g++",
     "-std=c++20",
     "-O1",
-    "-g",
     "-fPIC",
     "-fno-exceptions",
     "-fno-rtti",
@@ -96,10 +96,9 @@ class Mutant:
 
 
 def sources() -> list[str]:
-    """Of the module and of host/, without what only others link."""
-    return sorted(
-        str(path.relative_to(ROOT)) for folder in ("host", "libryn") for path in (ROOT / folder).rglob("*.cc")
-    )
+    """Of the module, and those of host/ that it is built from."""
+    patterns = ("host/*.cc", "host/change/properties.cc", "libryn/**/*.cc")
+    return sorted(str(path.relative_to(ROOT)) for pattern in patterns for path in ROOT.glob(pattern))
 
 
 def includes(file: str, seen: set[str]) -> set[str]:
@@ -116,24 +115,14 @@ class Builder:
 
     def __init__(self, build: Path, python: str) -> None:
         self.build, self.lock = build, Lock()
-        self.interpreter = interpreter(python) if python else Path(sys.executable)
+        self.interpreter = builds.interpreter(python) if python else Path(sys.executable)
+        self.include, self.suffix = builds.facts(self.interpreter)
         self.objects = build / "source-mutants" / (python or "debian")
         self.objects.mkdir(parents=True, exist_ok=True)
 
-    @cached_property
-    def settings(self) -> tuple[str, str]:
-        code = (
-            "import sysconfig; print(sysconfig.get_path('include'), sysconfig.get_config_var('EXT_SUFFIX'), "
-            "sep='\\n')"
-        )
-        include, suffix = subprocess.run(
-            [self.interpreter, "-c", code], text=True, capture_output=True, check=True
-        ).stdout.split("\n")[:2]
-        return include, suffix
-
     def compile(self, source: str, out: Path, *first: str) -> Path:
         done = subprocess.run(
-            [*CPP, *first, f"-I{ROOT}", f"-I{self.settings[0]}", "-c", source, "-o", out],
+            [*CPP, *first, f"-I{ROOT}", f"-I{self.include}", "-c", source, "-o", out],
             cwd=ROOT,
             text=True,
             capture_output=True,
@@ -171,26 +160,19 @@ class Builder:
                 objects.append(self.compile(source, folder / f"{number}.o", f"-I{overlay}"))
             else:
                 objects.append(self.good(source))
-        out = folder / f"_libryn{self.settings[1]}"
+        out = folder / f"_libryn{self.suffix}"
         subprocess.run(
             [*CPP, *LINK, *objects, f"-L{self.build}/tests/double", "-lryn", "-ljorPublic", "-o", out], check=True
         )
         return out
 
 
-def interpreter(version: str) -> Path:
-    found = sorted(Path.home().glob(f".pyenv/versions/{version}.*/bin/python"))
-    if not found:
-        raise FileNotFoundError(f"there is no Python {version} in ~/.pyenv")
-    return found[-1]
-
-
-def environment(build: Path, folder: Path, *more: Path) -> dict[str, str]:
+def environment(build: Path, folder: Path) -> dict[str, str]:
     return {
         **os.environ,
         "LD_LIBRARY_PATH": str(build / "tests/double"),
         "PYTHONDONTWRITEBYTECODE": "1",
-        "PYTHONPATH": os.pathsep.join(map(str, [folder, *more])),
+        "PYTHONPATH": str(folder),
         "RYN_BUILD": str(build),
     }
 
@@ -203,9 +185,13 @@ def passes(command: list, env: dict[str, str]) -> tuple[bool, str]:
         )
     except subprocess.TimeoutExpired:
         return False, f"no end after {LONGEST} s"
+    return done.returncode == 0, last_words(done)
+
+
+def last_words(done: subprocess.CompletedProcess[str]) -> str:
     lines = [line for line in (done.stdout + done.stderr).splitlines() if line.strip()]
     failed = [line for line in lines if line.startswith(("FAILED", "ERROR"))]
-    return done.returncode == 0, (failed or lines or [f"status {done.returncode}"])[-1][:150]
+    return (failed or lines or [f"status {done.returncode}"])[-1][:150]
 
 
 def verdict(builder: Builder, mutant: Mutant | None) -> tuple[str, str, float]:
@@ -232,37 +218,12 @@ def verdict(builder: Builder, mutant: Mutant | None) -> tuple[str, str, float]:
 
 
 def on_interpreter(builder: Builder, folder: Path) -> tuple[str, str]:
-    double = folder / "tests/double"
-    double.mkdir(parents=True)
-    (folder / "tests/faults").mkdir()
-    for library in ("libryn.so", "libjorPublic.so"):
-        shutil.copy(builder.build / "tests/double" / library, double)
-    for source, out in (
-        ("tests/double/probe.cc", double / "_probe.so"),
-        ("tests/faults/faults.cc", folder / "tests/faults/_faults.so"),
-    ):
-        subprocess.run(
-            [
-                "g++",
-                "-std=c++20",
-                "-O1",
-                "-fPIC",
-                "-shared",
-                "-w",
-                f"-I{ROOT}",
-                f"-I{builder.settings[0]}",
-                source,
-                "-o",
-                out,
-            ],
-            cwd=ROOT,
-            check=True,
-        )
-    env = environment(builder.build, folder, TESTS / "support")
-    env["LD_LIBRARY_PATH"] = str(double)
-    code = "import on_interpreter; on_interpreter.check()"
-    passed, words = passes([builder.interpreter, "-c", code], env)
-    return ("survived", "") if passed else ("killed", words)
+    builds.build_helpers(builder.interpreter, builder.build / "tests/double", folder)
+    try:
+        done = builds.run_checks(builder.interpreter, folder, LONGEST)
+    except subprocess.TimeoutExpired:
+        return "killed", f"no end after {LONGEST} s"
+    return ("killed", last_words(done)) if done.returncode or done.stderr else ("survived", "")
 
 
 def main() -> int:
