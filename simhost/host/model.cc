@@ -8,28 +8,27 @@
 #include <system_error>
 #include <utility>
 
-#include "simhost/traffic/base.h"
-
 namespace simhost {
 
 namespace {
 
+// For numbers that the store has as int64 and whose limits were checked as they were read.
 std::uint32_t U32(std::int64_t value) { return static_cast<std::uint32_t>(value); }
 std::uint64_t U64(std::int64_t value) { return static_cast<std::uint64_t>(value); }
 
+// Property values are in the byte order of the platform, which is this machine's.
 std::uint32_t WordAt(std::span<const std::uint8_t> bytes, std::size_t offset) {
   std::uint32_t word = 0;
   std::memcpy(&word, bytes.data() + offset, sizeof word);
   return word;
 }
 
+// Each of the functions that load reads the tables it names, and may rely on what those before it have loaded.
+
 void LoadHost(Store& store, Model& model) {
   static_cast<HostRow&>(model) = OnlyRow<HostRow>(store);
   const auto clock = OnlyRow<ClockRow>(store);
-  model.clock = {clock.mode == "freeze", clock.base_wall_ns, clock.base_host_ns, clock.speed_permille};
-  const auto balancer = OnlyRow<BalancerRow>(store);
-  model.balancer.period_ms = balancer.period_ms;
-  model.balancer.tick_ms = balancer.tick_ms;
+  model.clock = {clock.mode == ClockMode::kFreeze, clock.base_wall_ns, clock.base_host_ns, clock.speed_permille};
 
   std::size_t weights = 0;
   ForEach<WeightRow>(store, [&](const WeightRow& row, RowReader&) {
@@ -42,6 +41,7 @@ void LoadHost(Store& store, Model& model) {
                      std::to_string(model.weights.size()));
 }
 
+// A host needs a core at least, since ports have to be placed somewhere; it can do without devices and switches.
 void LoadHardware(Store& store, Model& model) {
   model.core_index.fill(-1);
   ForEach<Core>(store, [&](const Core& core, const RowReader&) {
@@ -57,6 +57,7 @@ void LoadHardware(Store& store, Model& model) {
   });
 }
 
+// What the datapath has of its own; properties may change what is in force (ApplyHostProperties), and events the limit.
 void LoadSwitches(Store& store, Model& model) {
   ForEach<DvsRow>(store, [](const DvsRow&, const RowReader&) {});  // read for its checks: those without a datapath too
   ForEach<Switch>(store, [&](Switch& sw, const RowReader&) {
@@ -67,17 +68,19 @@ void LoadSwitches(Store& store, Model& model) {
   });
 }
 
-// The datapath follows the host properties that it knows, as long as they are well-formed.
+// The datapath follows the host properties that it knows, as long as they are well-formed. Those of another version or
+// length stay in the store, where scripts find them, and change nothing.
 void ApplyHostProperties(Store& store, Model& model) {
   ForEach<PropertyRow>(store, [&](const PropertyRow& row, RowReader&) {
     const auto sw = std::find_if(model.switches.begin(), model.switches.end(),
                                  [&](const Switch& candidate) { return candidate.switch_id == row.switch_id; });
-    if (row.scope != "host" || sw == model.switches.end())
+    if (row.scope != PropertyScope::kHost || sw == model.switches.end())
       return;
     const std::vector<std::uint8_t>& value = row.value;
+    // Offload is a bare word; the others begin with a version, 0.
     if (row.key == "com.talvor.kiv.ryn.fpo" && value.size() == 4)
       sw->fpo = WordAt(value, 0) != 0;
-    if (value.size() < 5 || WordAt(value, 0) != 0)  // the others begin with a version, 0
+    if (value.size() < 5 || WordAt(value, 0) != 0)
       return;
     if (row.key == "com.talvor.kiv.ryn.loadbal" && value.size() == 24)
       sw->balancer = {WordAt(value, 4), WordAt(value, 8), WordAt(value, 12), WordAt(value, 16), WordAt(value, 20)};
@@ -105,6 +108,8 @@ int PortOf(const Model& model, int sw, int port, const RowReader& row, const cha
   return index;
 }
 
+// Ports in the order of switch and number, with what belongs to each. A device is one port's only, and an uplink is a
+// port with a device: the rest of the model finds either from the other.
 void LoadPorts(Store& store, Model& model) {
   std::vector<bool> used(model.nics.size());
   ForEach<Port>(store, [&](Port& port, const RowReader& reader) {
@@ -144,13 +149,15 @@ void LoadPorts(Store& store, Model& model) {
   });
 }
 
-// Ring sizes that are kept as properties of uplinks, in the form that the module writes.
+// Ring sizes that are kept as properties of uplinks, in the form that the module writes: two words, transmit and
+// receive.
 void ApplyPortProperties(Store& store, Model& model) {
   std::map<std::pair<std::string, std::string>, Port*> ports;
   for (Port& port : model.ports)
     ports[{model.FindSwitch(U32(port.sw))->switch_id, std::to_string(port.dvport)}] = &port;
   ForEach<PropertyRow>(store, [&](const PropertyRow& row, RowReader&) {
-    if (row.scope != "port" || row.key != "com.talvor.extraconfig.opqueDvs.ryn.uplinkRing" || row.value.size() != 8)
+    if (row.scope != PropertyScope::kPort || row.key != "com.talvor.extraconfig.opqueDvs.ryn.uplinkRing" ||
+        row.value.size() != 8)
       return;
     if (const auto port = ports.find({row.switch_id, row.port}); port != ports.end()) {
       port->second->tx_ring = WordAt(row.value, 0);
@@ -159,7 +166,9 @@ void ApplyPortProperties(Store& store, Model& model) {
   });
 }
 
-// Ports that the store has no core for are placed in turn over their switch's cores, uplinks near their device.
+// Ports that the store has no core for are placed in turn over their switch's cores, uplinks near their device, sending
+// and receiving on neighbouring cores. Every process places them alike, so it does not matter who writes it down first
+// (PersistPlacement).
 void PlacePorts(Model& model) {
   for (const Switch& sw : model.switches) {
     if (sw.ports.empty())
@@ -169,7 +178,7 @@ void PlacePorts(Model& model) {
       if ((sw.lcores >> core.id & 1) != 0)
         own.push_back(core.id);
     }
-    if (own.empty())
+    if (own.empty())  // a switch that may use no core of the host: there has to be one
       own.push_back(model.cores.front().id);
 
     std::size_t next_uplink = 0;
@@ -195,6 +204,7 @@ void PlacePorts(Model& model) {
   }
 }
 
+// Sessions before their parts. A session's ports have to be there: what copies nothing is a mistake of the store.
 void LoadMirrors(Store& store, Model& model) {
   ForEach<MirrorSession>(store, [&](MirrorSession& session, const RowReader& reader) {
     model.mirrors[SwitchOf(model, session.sw, reader).id].push_back(std::move(session));
@@ -208,14 +218,14 @@ void LoadMirrors(Store& store, Model& model) {
   };
   ForEach<MirrorPortRow>(store, [&](const MirrorPortRow& row, const RowReader& reader) {
     PortOf(model, row.sw, row.port, reader, "port");
-    const MirrorRole role = row.role == "in" ? kMirrorIn : row.role == "out" ? kMirrorOut : kMirrorTo;
-    session_of(row, reader).ports[role].push_back(row.port);
+    session_of(row, reader).ports[Index(row.role)].push_back(row.port);
   });
   ForEach<MirrorVlanRow>(store, [&](const MirrorVlanRow& row, const RowReader& reader) {
     session_of(row, reader).vlans.push_back(row.vlan);
   });
 }
 
+// An entry's port need not be there: entries stay when a port goes, and hold again when it comes back.
 void LoadMacEntries(Store& store, Model& model) {
   ForEach<MacEntryRow>(store, [&](const MacEntryRow& row, const RowReader& reader) {
     if ((row.mac[0] & 1) != 0)
@@ -225,6 +235,7 @@ void LoadMacEntries(Store& store, Model& model) {
 }
 
 // The pattern of a conversation's packets there; those back have another rate.
+// The store has the mean rate with bursts, the pattern the rate between them.
 Pattern PatternOf(const ConversationRow& row) {
   Pattern pattern{row.milli_pps,    row.swing_permille, row.period_ms, row.phase_ms, row.burst_every_ms,
                   row.burst_for_ms, row.burst_permille, row.start_ms,  row.stop_ms};
@@ -232,6 +243,7 @@ Pattern PatternOf(const ConversationRow& row) {
   return pattern;
 }
 
+// What no single column shows.
 void CheckConversation(const ConversationRow& row, const RowReader& reader) {
   const std::size_t size = row.source_ip.size();
   if (size != 4 && size != 16)
@@ -252,22 +264,23 @@ void LoadConversations(Store& store, Model& model) {
     talk.destination = talk.dst_port ? PortOf(model, talk.sw, *talk.dst_port, reader, "dst_port") : -1;
     if (talk.destination == talk.source)
       reader.Refuse("dst_port", "is the sender itself");
+    // What leaves the host has to come from it: an uplink's packets are for a port of this switch.
     if (talk.destination < 0 && model.ports[Index(talk.source)].IsUplink())
       reader.Refuse("dst_port", "is NULL, but the sender is an uplink");
-    talk.delivery = talk.delivery_name == "unicast"     ? Delivery::kUnicast
-                    : talk.delivery_name == "multicast" ? Delivery::kMulticast
-                                                        : Delivery::kBroadcast;
+    // Whoever is outside has one address for the whole switch, unless the conversation names another.
     talk.remote_mac = talk.dst_mac.value_or(MadeUpMac(model.seed, 0x52, U64(talk.sw)));
     talk.pattern = {PatternOf(talk), PatternOf(talk)};
-    talk.pattern[1].milli_pps =
+    // Answers come in the rhythm of the questions; nobody answers a multicast.
+    talk.pattern[kBack].milli_pps =
         talk.delivery == Delivery::kUnicast
-            ? static_cast<std::int64_t>(Share(U64(talk.pattern[0].milli_pps), U64(talk.reply_permille), 1000))
+            ? static_cast<std::int64_t>(Share(U64(talk.pattern[kThere].milli_pps), U64(talk.reply_permille), 1000))
             : 0;
     talk.size = {talk.frame_size, talk.reply_size};
     model.conversations.push_back(std::move(talk));
   });
 }
 
+// Rules in the order of their numbers, the order in which they are tried.
 void LoadFaults(Store& store, Model& model) {
   std::map<std::int64_t, std::size_t> place;
   ForEach<Fault>(store, [&](Fault& fault, const RowReader&) {
@@ -289,33 +302,42 @@ int NumberIn(std::string_view text) {
   return end.ec == std::errc() && end.ptr == text.data() + text.size() ? number : -1;
 }
 
-bool HasTarget(const Model& model, const EventRule& rule, std::string_view target) {
-  const std::size_t slash = target.find('/');
-  switch (rule.target) {
+// The index of what an event names: of a device, core, switch or port in the model's list of these; -1: there is none.
+int FindTarget(const Model& model, EventTarget kind, std::string_view target) {
+  switch (kind) {
     case EventTarget::kNic:
-      return model.FindNic(target) >= 0;
-    case EventTarget::kCore:
-      return model.FindCore(U32(NumberIn(target))) != nullptr;
-    case EventTarget::kSwitch:
-      return model.FindSwitch(U32(NumberIn(target))) != nullptr;
-    case EventTarget::kPort:
-      return slash != std::string_view::npos &&
-             model.PortIndex(U32(NumberIn(target.substr(0, slash))), U32(NumberIn(target.substr(slash + 1)))) >= 0;
+      return model.FindNic(target);
+    case EventTarget::kCore: {
+      const Core* core = model.FindCore(U32(NumberIn(target)));
+      return core != nullptr ? static_cast<int>(core - model.cores.data()) : -1;
+    }
+    case EventTarget::kSwitch: {
+      const Switch* sw = model.FindSwitch(U32(NumberIn(target)));
+      return sw != nullptr ? static_cast<int>(sw - model.switches.data()) : -1;
+    }
+    case EventTarget::kPort: {
+      const std::size_t slash = target.find('/');
+      if (slash == std::string_view::npos)
+        return -1;
+      return model.PortIndex(U32(NumberIn(target.substr(0, slash))), U32(NumberIn(target.substr(slash + 1))));
+    }
   }
-  return false;
+  return -1;
 }
 
+// What an event happens to is looked up once, here; its row keeps the name.
 void LoadEvents(Store& store, Model& model) {
   ForEach<Event>(store, [&](Event& event, const RowReader& reader) {
-    const auto rule = std::find_if(kEventRules.begin(), kEventRules.end(),
-                                   [&](const EventRule& candidate) { return candidate.name == event.kind; });
-    if (!HasTarget(model, *rule, event.target))
-      reader.Refuse("target", "is \"" + Printable(event.target) + "\", which " + event.kind + " cannot happen to here");
-    if (event.value && (*event.value < rule->low || *event.value > rule->high))
-      reader.Refuse("value", "is " + std::to_string(*event.value) + ", which means nothing to " + event.kind);
+    const EventRule& rule = kEventRules[Index(event.kind)];
+    const std::string name(TextOf(event.kind));
+    event.target_index = FindTarget(model, rule.target, event.target);
+    if (event.target_index < 0)
+      reader.Refuse("target", "is \"" + Printable(event.target) + "\", which " + name + " cannot happen to here");
+    event.effect = event.value.value_or(rule.usual);
+    if (event.value && (event.effect < rule.low || event.effect > rule.high))
+      reader.Refuse("value", "is " + std::to_string(event.effect) + ", which means nothing to " + name);
     if (event.until_ms && *event.until_ms <= event.from_ms)
       reader.Refuse("until_ms", "is not after from_ms");
-    event.rule = &*rule;
     model.events.push_back(std::move(event));
   });
 }
@@ -330,6 +352,8 @@ const Switch* Model::FindSwitch(std::uint32_t id) const {
   return nullptr;
 }
 
+// A script's resolver hands on what it was given when it finds no portset for it, so other names of a switch lead to it
+// too.
 const Switch* Model::FindSwitchByPortset(std::string_view portset) const {
   for (const Switch& sw : switches) {
     if (sw.name == portset || sw.alias == portset || sw.switch_id == portset)
@@ -365,17 +389,15 @@ int Model::NodeOfCore(int id) const {
   return core != nullptr ? core->node : -1;
 }
 
+// The balancer looks for ever, so something is always due.
 std::int64_t Model::NextDueMs() const {
   std::int64_t due = balancer.fresh ? balancer.tick_ms : balancer.tick_ms + balancer.period_ms;
-  for (const Event& event : events) {
-    if (event.stage == kEventAhead)
-      due = std::min(due, event.from_ms);
-    else if (event.stage == kEventOn && event.until_ms)
-      due = std::min(due, *event.until_ms);
-  }
+  for (const Event& event : events)
+    due = std::min(due, event.NextMs().value_or(due));
   return due;
 }
 
+// A finalizer of 64 bits: each bit of the result depends on all bits of the value, and different values stay different.
 std::uint64_t Mix(std::uint64_t value) {
   value += 0x9E3779B97F4A7C15;
   value = (value ^ (value >> 30)) * 0xBF58476D1CE4E5B9;
@@ -383,6 +405,8 @@ std::uint64_t Mix(std::uint64_t value) {
   return value ^ (value >> 31);
 }
 
+// a and b are spread apart before they are mixed, so that different pairs give different addresses, as far as 40 bits
+// go.
 Mac MadeUpMac(std::uint64_t seed, std::uint64_t a, std::uint64_t b) {
   const std::uint64_t bits = Mix(Mix(seed ^ (a << 32)) ^ b);
   Mac mac{0x02};  // locally administered, one station
@@ -391,6 +415,7 @@ Mac MadeUpMac(std::uint64_t seed, std::uint64_t a, std::uint64_t b) {
   return mac;
 }
 
+// In the order in which one table refers to another.
 Model LoadModel(Store& store) {
   Model model;
   LoadHost(store, model);
@@ -405,7 +430,6 @@ Model LoadModel(Store& store) {
   LoadConversations(store, model);
   LoadFaults(store, model);
   LoadEvents(store, model);
-  LoadBase(store, model);
   return model;
 }
 

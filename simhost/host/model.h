@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -25,9 +26,9 @@ inline constexpr int kQueuesPerPort = 32;
 
 // For a number that is not negative and indexes a container; rows and links keep theirs as int, with -1 for "none".
 inline std::size_t Index(std::int64_t number) { return static_cast<std::size_t>(number); }
-
-enum PortKind : int { kVnic = 1, kUplink = 2, kGeneric = 3, kQobnic = 4 };
-enum TxType : int { kTxNone = 0, kTxSingle = 1, kTxLag = 2, kTxSourceMac = 3, kTxAll = 4, kTxNoTeaming = 5 };
+template <class Enum>
+requires std::is_enum_v<Enum>
+constexpr std::size_t Index(Enum value) { return static_cast<std::size_t>(value); }
 
 // What follows is a row of the store (rows.h) and what is known of it besides.
 
@@ -77,9 +78,6 @@ struct Port : PortRow {
   bool IsUplink() const { return kind == kUplink; }
 };
 
-enum MirrorRole : std::size_t { kMirrorIn = 0, kMirrorOut = 1, kMirrorTo = 2 };
-inline constexpr std::uint16_t kMirrorVlanEncap = 4;  // of its flags
-
 struct MirrorSession : MirrorRow {
   std::array<std::vector<int>, 3> ports;  // by MirrorRole
   std::vector<std::uint16_t> vlans;
@@ -101,8 +99,6 @@ struct MacCandidates {
   std::vector<std::vector<int>> speakers;  // the paths by which packets come that have a speaker's addresses
 };
 
-enum class Delivery { kUnicast, kMulticast, kBroadcast };
-
 // What a flow's entry says shall happen to its packets, those of the platform's bits that mean something here.
 enum FlowAction : std::uint32_t {
   kInputChildPort = 1U << 2,
@@ -123,7 +119,6 @@ enum FlowAction : std::uint32_t {
 struct Conversation : ConversationRow {
   int source = 0;        // index into Model::ports
   int destination = -1;  // -1: outside the host
-  Delivery delivery = Delivery::kUnicast;
   Mac remote_mac{};
   std::array<Pattern, 2> pattern;       // there and back
   std::array<std::uint32_t, 2> size{};  // bytes of a frame, there and back
@@ -138,7 +133,13 @@ struct Fault : FaultRow {
 enum EventStage : int { kEventAhead = 0, kEventOn = 1, kEventOver = 2 };
 
 struct Event : EventRow {
-  const EventRule* rule = nullptr;
+  int target_index = -1;    // of what it happens to, in the container of its kind's target (EventRule)
+  std::int64_t effect = 0;  // its value, or its kind's usual one
+
+  // When it begins or ends next; none: it is over, or goes on for ever.
+  std::optional<std::int64_t> NextMs() const {
+    return stage == kEventAhead ? std::optional(from_ms) : stage == kEventOn ? until_ms : std::nullopt;
+  }
 };
 
 // What is kept of a port's traffic: the sixteen counters of the fast path in the order of the platform's record, the
@@ -193,8 +194,9 @@ struct Base {
   std::map<int, std::array<std::vector<QueueCounts>, 2>> queues;  // by the same index; receive queues, transmit queues
   std::vector<FlowCounts> flows;                                  // by switch * kCores + core
   std::array<std::uint64_t, kCores> busy_ns{};
-  std::vector<std::array<std::uint64_t, 2>> seen;  // by conversation, there and back: since its flows were cleared
-  std::vector<std::uint64_t> losses;               // as SaveLosses has them
+  // By conversation, there and back: its flows that have missed once since they were cleared, at most all of them.
+  std::vector<std::array<std::uint64_t, 2>> seen;
+  std::vector<std::uint64_t> losses;  // as SaveLosses has them
 };
 
 struct BalancerPort {
@@ -230,6 +232,7 @@ struct Model : HostRow {
   std::vector<Event> events;
   Balancer balancer;
   Base base;
+  Base stored_base;  // as the store has it
 
   // Derived
   std::vector<Path> paths;
@@ -253,8 +256,9 @@ struct Model : HostRow {
 Mac MadeUpMac(std::uint64_t seed, std::uint64_t a, std::uint64_t b);
 std::uint64_t Mix(std::uint64_t value);  // scatters the bits of a number
 
-// Reads the host from the store; call it inside a transaction. Everything that the store says is checked here, so that
-// the rest can rely on it; what cannot be is a StoreError that names the row and the column.
+// Reads inventory, settings and traffic from the store; call it inside a transaction. What was counted and what the
+// balancer remembers are LoadBase's and LoadBalancer's. Everything that the store says is checked as it is loaded, so
+// that the rest can rely on it; what cannot be is a StoreError that names the row and the column.
 Model LoadModel(Store& store);
 
 }  // namespace simhost

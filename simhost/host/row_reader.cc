@@ -6,6 +6,7 @@ namespace simhost {
 
 namespace {
 
+// As a message names a column's type in the store.
 const char* TypeName(int type) {
   switch (type) {
     case SQLITE_INTEGER:
@@ -27,6 +28,7 @@ std::string Range(std::int64_t low, std::int64_t high) {
 
 }  // namespace
 
+// Messages go to a terminal: neither a store nor an environment may put control characters into them.
 std::string Printable(std::string_view text) {
   constexpr std::size_t kMost = 60;
   std::string shown;
@@ -38,6 +40,8 @@ std::string Printable(std::string_view text) {
   return text.size() > kMost ? shown + "..." : shown;
 }
 
+// "port 0/12: vlan is 5000, expected 0 to 4095": the table, the row's key, the column. SQLite gives any type of key as
+// text.
 void RowReader::Refuse(const char* column, const std::string& what) const {
   std::string row;
   for (int key = 0; key < keys_; ++key)
@@ -45,6 +49,7 @@ void RowReader::Refuse(const char* column, const std::string& what) const {
   throw StoreError(std::string(table_) + row + ": " + column + " " + what);
 }
 
+// SQLite would convert a value of another type without a word, "12x" to 12 and NULL to 0.
 void RowReader::Expect(const char* column, int type) const {
   if (const int found = statement_.Type(next_); found != type)
     Refuse(column, std::string("is ") + TypeName(found) + ", expected " + TypeName(type));
@@ -53,7 +58,7 @@ void RowReader::Expect(const char* column, int type) const {
 std::int64_t RowReader::CheckedNumber(const char* column, std::int64_t low, std::int64_t high) {
   Expect(column, SQLITE_INTEGER);
   const std::int64_t value = statement_.Int(next_);
-  if (value < low || value > high)
+  if (value < low || value > high)  // the limits are within those of the field that the caller casts to
     Refuse(column, "is " + std::to_string(value) + ", expected " + Range(low, high));
   ++next_;
   return value;
@@ -65,19 +70,22 @@ void RowReader::Text(const char* column, std::int64_t low, std::int64_t high, st
   const auto size = static_cast<std::int64_t>(field.size());
   if (size < low || size > high)
     Refuse(column, "has " + std::to_string(size) + " bytes, expected " + Range(low, high));
-  if (field.find('\0') != std::string::npos)
+  if (field.find('\0') != std::string::npos)  // C texts are made of it
     Refuse(column, "has a NUL in it");
   ++next_;
 }
 
-void RowReader::Choice(const char* column, std::initializer_list<std::string_view> choices, std::string& field) {
+std::size_t RowReader::CheckedChoice(const char* column, std::span<const std::string_view> texts) {
   Expect(column, SQLITE_TEXT);
-  field = statement_.Text(next_);
-  if (std::find(choices.begin(), choices.end(), field) == choices.end())
-    Refuse(column, "is \"" + Printable(field) + "\", which is not known");
+  const std::string text = statement_.Text(next_);
+  const auto found = std::find(texts.begin(), texts.end(), text);
+  if (found == texts.end())
+    Refuse(column, "is \"" + Printable(text) + "\", which is not known");
   ++next_;
+  return static_cast<std::size_t>(found - texts.begin());
 }
 
+// The bytes are SQLite's, and hold until the statement's next step.
 std::span<const std::uint8_t> RowReader::CheckedBytes(const char* column, std::int64_t low, std::int64_t high) {
   Expect(column, SQLITE_BLOB);
   const std::span<const std::uint8_t> bytes = statement_.Blob(next_);

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <initializer_list>
 #include <optional>
 #include <span>
 #include <string>
@@ -17,6 +16,15 @@
 namespace simhost {
 
 using Mac = std::array<std::uint8_t, 6>;
+
+// For a column that holds one of a few texts: those texts, by the enumerators that they are read as (rows.h).
+template <class Enum>
+inline constexpr std::array<std::string_view, 0> kTextsOf{};
+
+template <class Enum>
+constexpr std::string_view TextOf(Enum value) {
+  return kTextsOf<Enum>[static_cast<std::size_t>(value)];
+}
 
 // What a store has, as it may stand in a message: cut to 60 bytes, those that are not printable as \xNN.
 std::string Printable(std::string_view text);
@@ -36,8 +44,11 @@ class RowReader {
   // A text of low to high bytes.
   void Text(const char* column, std::int64_t low, std::int64_t high, std::string& field);
 
-  // One of a few texts.
-  void Choice(const char* column, std::initializer_list<std::string_view> choices, std::string& field);
+  // One of a few texts, as its enumerator.
+  template <class Enum>
+  void Choice(const char* column, Enum& field) {
+    field = static_cast<Enum>(CheckedChoice(column, kTextsOf<Enum>));
+  }
 
   // A blob of low to high bytes.
   void Bytes(const char* column, std::int64_t low, std::int64_t high, std::vector<std::uint8_t>& field);
@@ -54,9 +65,10 @@ class RowReader {
     if (!SkipNull(field))
       Text(column, low, high, field.emplace());
   }
-  void Choice(const char* column, std::initializer_list<std::string_view> choices, std::optional<std::string>& field) {
+  template <class Enum>
+  void Choice(const char* column, std::optional<Enum>& field) {
     if (!SkipNull(field))
-      Choice(column, choices, field.emplace());
+      Choice(column, field.emplace());
   }
   template <class T>
   void Bytes(const char* column, std::int64_t low, std::int64_t high, std::optional<T>& field) {
@@ -76,6 +88,7 @@ class RowReader {
     return null;
   }
   std::int64_t CheckedNumber(const char* column, std::int64_t low, std::int64_t high);
+  std::size_t CheckedChoice(const char* column, std::span<const std::string_view> texts);
   void Expect(const char* column, int type) const;
   std::span<const std::uint8_t> CheckedBytes(const char* column, std::int64_t low, std::int64_t high);
 
@@ -85,7 +98,8 @@ class RowReader {
   int next_ = 0;
 };
 
-// Calls use(row, reader) for each row of a kind, in the order of its query.
+// Calls use(row, reader) for each row of a kind, in the order of its query. Columns are read in the order in which the
+// row's Read names them, which is that of its query: generate.py writes both.
 template <class Row, class Use>
 void ForEach(Store& store, const Use& use) {
   Statement statement = store.Prepare(Row::kQuery);

@@ -1,4 +1,4 @@
-// Written by simhost/tool/ryn_sim/generate.py from members.py: change it there.
+// Written by simhost/tool/ryn_sim/generate.py from members.py and names.py: change it there.
 //
 // The rows of a store, as structs. Each knows the query that reads it and checks every column as it is read.
 #pragma once
@@ -18,25 +18,93 @@ namespace simhost {
 
 inline constexpr int kSchemaVersion = 2;
 
-// What may happen to a host. `name` and what it concerns are columns of its row; a value of 0 to 0 is none.
+// Names that stand for numbers, from names.py.
+enum PortKind : std::int64_t {
+  kVnic = 1,
+  kUplink = 2,
+  kGeneric = 3,
+  kQobnic = 4,
+};
+enum TxType : int {
+  kTxNone = 0,
+  kTxSingle = 1,
+  kTxLag = 2,
+  kTxSrcMac = 3,
+  kTxAll = 4,
+  kTxNoTeaming = 5,
+};
+enum ReceiveFilter : std::uint32_t {
+  kFilterUnicast = 1,
+  kFilterMulticast = 2,
+  kFilterAllmulti = 4,
+  kFilterBroadcast = 8,
+  kFilterPromisc = 16,
+  kFilterUseLadrf = 32,
+};
+enum MirrorFlag : std::uint16_t {
+  kMirrorNoInput = 1,
+  kMirrorNoOutput = 2,
+  kMirrorVlanEncap = 4,
+  kMirrorOrigVlan = 8,
+};
+enum BalancerMetric : std::uint32_t {
+  kMetricNone = 0,
+  kMetricCpu = 1,
+  kMetricCount = 2,
+};
+enum Weight : std::size_t {
+  kWeightCrossNumaCommunication = 0,
+  kWeightCrossNumaMigration = 1,
+  kWeightCrossLcoreCommunication = 2,
+  kWeightCrossLcoreMigration = 3,
+  kWeightVmAffinity = 4,
+  kWeightDeviceAffinity = 5,
+  kWeightStabilityDecay = 6,
+  kWeightPortCount = 7,
+};
+
+// Columns that hold one of a few texts, and the texts of each.
+enum class ClockMode { kRun, kFreeze };
+template <> inline constexpr std::array<std::string_view, 2> kTextsOf<ClockMode>{
+    "run", "freeze"};
+enum class PropertyScope { kHost, kGlobal, kPort };
+template <> inline constexpr std::array<std::string_view, 3> kTextsOf<PropertyScope>{
+    "host", "global", "port"};
+enum class MirrorRole { kIn, kOut, kDst };
+template <> inline constexpr std::array<std::string_view, 3> kTextsOf<MirrorRole>{
+    "in", "out", "dst"};
+enum class Delivery { kUnicast, kMulticast, kBroadcast };
+template <> inline constexpr std::array<std::string_view, 3> kTextsOf<Delivery>{
+    "unicast", "multicast", "broadcast"};
+enum class Corruption { kZero, kOnes, kRandom, kHalf };
+template <> inline constexpr std::array<std::string_view, 4> kTextsOf<Corruption>{
+    "zero", "ones", "random", "half"};
+enum class FaultArgument { kSw, kPort, kLcore, kScope, kKey, kSwitch, kDvport, kAlias, kDevice };
+template <> inline constexpr std::array<std::string_view, 9> kTextsOf<FaultArgument>{
+    "sw", "port", "lcore", "scope", "key", "switch", "dvport", "alias", "device"};
 enum class EventKind { kUplinkDown, kUplinkHang, kCoreStuck, kMacLimit, kCountersNearWrap };
+template <> inline constexpr std::array<std::string_view, 5> kTextsOf<EventKind>{
+    "uplink-down", "uplink-hang", "core-stuck", "mac-limit", "counters-near-wrap"};
+enum class BaseKind { kPort, kRx, kTx, kFlow, kCore, kPassed, kLost };
+template <> inline constexpr std::array<std::string_view, 7> kTextsOf<BaseKind>{
+    "port", "rx", "tx", "flow", "core", "passed", "lost"};
+
+// What each kind of event concerns, and the limits of its value; 0 to 0: it has none.
 enum class EventTarget { kNic, kCore, kSwitch, kPort };
 
 struct EventRule {
-  std::string_view name;
-  EventKind kind;
   EventTarget target;
   std::int64_t low;   // of its value
   std::int64_t high;
-  std::int64_t usual;
+  std::int64_t usual; // while its row has none
   bool once;          // it is over as soon as it has happened
 };
-inline constexpr std::array<EventRule, 5> kEventRules{{
-    {"uplink-down", EventKind::kUplinkDown, EventTarget::kNic, 0, 0, 0, false},
-    {"uplink-hang", EventKind::kUplinkHang, EventTarget::kNic, 0, 0, 0, false},
-    {"core-stuck", EventKind::kCoreStuck, EventTarget::kCore, 0, 0, 0, false},
-    {"mac-limit", EventKind::kMacLimit, EventTarget::kSwitch, 0, 4294967295, 16, false},
-    {"counters-near-wrap", EventKind::kCountersNearWrap, EventTarget::kPort, 32, 64, 32, true},
+inline constexpr std::array<EventRule, 5> kEventRules{{  // by EventKind
+    {EventTarget::kNic, 0, 0, 0, false},  // uplink-down
+    {EventTarget::kNic, 0, 0, 0, false},  // uplink-hang
+    {EventTarget::kCore, 0, 0, 0, false},  // core-stuck
+    {EventTarget::kSwitch, 0, 4294967295, 16, false},  // mac-limit
+    {EventTarget::kPort, 32, 64, 32, true},  // counters-near-wrap
 }};
 
 struct HostRow {
@@ -70,7 +138,7 @@ struct HostRow {
 struct ClockRow {
   std::int64_t base_host_ns{};              // host time to begin with
   std::int64_t speed_permille{};            // seconds of host time a second (permille)
-  std::string mode{};                       // the clock stands
+  ClockMode mode{};                         // the clock stands
   std::int64_t base_wall_ns{};              // wall time at base_host_ns; 0: set it at the next opening
 
   static constexpr const char* kTable = "clock";
@@ -81,7 +149,7 @@ struct ClockRow {
   void Read(RowReader& row) {
     row.Number("base_host_ns", 0, 4611686018427387904, base_host_ns);
     row.Number("speed_permille", 1, 1000000000, speed_permille);
-    row.Choice("mode", {"run", "freeze"}, mode);
+    row.Choice("mode", mode);
     row.Number("base_wall_ns", 0, 4611686018427387904, base_wall_ns);
   }
 };
@@ -166,7 +234,7 @@ struct DvsRow {
 };
 
 struct PropertyRow {
-  std::string scope{};
+  PropertyScope scope{};
   std::string switch_id{};
   std::string port{};                       // the text of port.dvport for a port's property
   std::string key{};
@@ -178,7 +246,7 @@ struct PropertyRow {
   static constexpr int kKeys = 4;
 
   void Read(RowReader& row) {
-    row.Choice("scope", {"host", "global", "port"}, scope);
+    row.Choice("scope", scope);
     row.Text("switch_id", 1, 63, switch_id);
     row.Text("port", 0, 65536, port);
     row.Text("key", 0, 65536, key);
@@ -391,7 +459,7 @@ struct MirrorRow {
 struct MirrorPortRow {
   int sw{};
   std::uint16_t session{};
-  std::string role{};
+  MirrorRole role{};
   int port{};
 
   static constexpr const char* kTable = "mirror_port";
@@ -402,7 +470,7 @@ struct MirrorPortRow {
   void Read(RowReader& row) {
     row.Number("sw", 0, 15, sw);
     row.Number("session", 0, 65535, session);
-    row.Choice("role", {"in", "out", "dst"}, role);
+    row.Choice("role", role);
     row.Number("port", 0, 127, port);
   }
 };
@@ -458,7 +526,7 @@ struct ConversationRow {
   std::uint32_t frame_size{};               // bytes of a frame
   std::int64_t reply_permille{};            // packets back for each packet (permille)
   std::uint32_t reply_size{};               // bytes of a frame back
-  std::string delivery_name{};              // unicast, multicast, broadcast
+  Delivery delivery{};                      // unicast, multicast, broadcast
   std::uint8_t protocol{};
   std::uint16_t source_l4{};                // source port; ICMP: its type
   std::uint16_t destination_l4{};           // destination port; ICMP: its code
@@ -498,7 +566,7 @@ struct ConversationRow {
     row.Number("size", 60, 65535, frame_size);
     row.Number("reply_permille", 0, 10000, reply_permille);
     row.Number("reply_size", 60, 65535, reply_size);
-    row.Choice("delivery", {"unicast", "multicast", "broadcast"}, delivery_name);
+    row.Choice("delivery", delivery);
     row.Number("protocol", 0, 255, protocol);
     row.Number("src_l4", 0, 65535, source_l4);
     row.Number("dst_l4", 0, 65535, destination_l4);
@@ -562,7 +630,7 @@ struct FaultRow {
   std::string operation{};                  // an operation's name, or a pattern such as Ryn_Get*
   std::optional<std::uint32_t> status;      // answered instead of the operation
   std::int64_t delay_ms{};                  // it waits first
-  std::optional<std::string> corrupt;       // zero, ones, random, half: what is done to the answer's bytes
+  std::optional<Corruption> corrupt;        // zero, ones, random, half: what is done to the answer's bytes
   std::int64_t after{};                     // so many matching calls pass first
   std::optional<std::int64_t> times;        // at most so many calls are touched
   std::uint64_t probability_ppm{};          // how likely a matching call is touched
@@ -583,7 +651,7 @@ struct FaultRow {
     row.Text("operation", 1, 127, operation);
     row.Number("status", 1, 4294967295, status);
     row.Number("delay_ms", 0, 4611686018427, delay_ms);
-    row.Choice("corrupt", {"zero", "ones", "random", "half"}, corrupt);
+    row.Choice("corrupt", corrupt);
     row.Number("after", 0, 9223372036854775807, after);
     row.Number("times", 1, 9223372036854775807, times);
     row.Number("probability_ppm", 0, 1000000, probability_ppm);
@@ -598,7 +666,7 @@ struct FaultRow {
 struct FaultWhereRow {
   std::int64_t fault{};
   int seq{};
-  std::string name{};                       // an argument
+  FaultArgument name{};                     // an argument
   std::string glob{};                       // what that argument, as text, must match
 
   static constexpr const char* kTable = "fault_where";
@@ -609,14 +677,14 @@ struct FaultWhereRow {
   void Read(RowReader& row) {
     row.Number("fault", 1, 9223372036854775807, fault);
     row.Number("seq", 0, 8, seq);
-    row.Choice("name", {"sw", "port", "lcore", "scope", "key", "switch", "dvport", "alias", "device"}, name);
+    row.Choice("name", name);
     row.Text("glob", 0, 65536, glob);
   }
 };
 
 struct EventRow {
   std::int64_t id{};
-  std::string kind{};                       // which one, see [Events](#events)
+  EventKind kind{};                         // which one, see [Events](#events)
   std::string target{};
   std::optional<std::int64_t> value;        // of a limit or a size
   std::int64_t from_ms{};                   // in host time
@@ -630,7 +698,7 @@ struct EventRow {
 
   void Read(RowReader& row) {
     row.Number("id", 1, 9223372036854775807, id);
-    row.Choice("kind", {"uplink-down", "uplink-hang", "core-stuck", "mac-limit", "counters-near-wrap"}, kind);
+    row.Choice("kind", kind);
     row.Text("target", 1, 127, target);
     row.Number("value", 0, 4294967295, value);
     row.Number("from_ms", 0, 4611686018427, from_ms);
@@ -640,7 +708,7 @@ struct EventRow {
 };
 
 struct BaseRow {
-  std::string kind{};
+  BaseKind kind{};
   int sw{};
   int id{};
   std::vector<std::uint8_t> counts{};       // little-endian unsigned 64-bit words
@@ -651,7 +719,7 @@ struct BaseRow {
   static constexpr int kKeys = 3;
 
   void Read(RowReader& row) {
-    row.Choice("kind", {"port", "rx", "tx", "flow", "core", "passed", "lost"}, kind);
+    row.Choice("kind", kind);
     row.Number("sw", 0, 15, sw);
     row.Number("id", 0, 2147483647, id);
     row.Bytes("counts", 0, 16777216, counts);

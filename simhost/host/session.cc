@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -14,6 +15,7 @@
 #include <utility>
 
 #include "simhost/host/turn.h"
+#include "simhost/time/balancer.h"
 #include "simhost/time/timeline.h"
 #include "simhost/traffic/base.h"
 #include "simhost/traffic/counts.h"
@@ -37,7 +39,8 @@ struct Session {
   std::set<std::string> reported;
 };
 
-// A child does not touch what its parent had open, nor a mutex that may have been held: it begins anew.
+// The process's only session. A child does not touch what its parent had open, nor a mutex that may have been held: it
+// begins anew, and what it inherited is not freed, since it may be in any state.
 Session& OwnSession() {
   static Session* session = new Session(getpid());
   if (session->pid != getpid()) {
@@ -50,12 +53,16 @@ Session& OwnSession() {
   return *session;
 }
 
+// Says what is wrong with the store once for each process and text: scripts poll, and the same line thousands of times
+// would hide the rest.
 void Report(Session& session, const StoreError& error) {
   const std::string text = error.what();
   if (session.reported.insert(text).second)
     std::fprintf(stderr, "ryn-sim: %s\n", text.c_str());
 }
 
+// The environment is looked at anew at each call, and so is the file: a script may turn to another host, and a host may
+// be made anew under the same name.
 void Open(Session& session) {
   std::string path = Store::Locate();
   if (session.store && (session.store->path() != path || !session.store->IsCurrent())) {
@@ -80,7 +87,8 @@ void ForgetTimeOfOtherClock(Session& session, const Clock& before) {
     session.latest_ns = 0;
 }
 
-// The model is read again when the store has changed. Inside a transaction this is the last word.
+// The model is read again when the store has changed. Inside a transaction this is the last word. The version counts
+// commits of other connections only: after a change of its own a process has the model at hand.
 void Refresh(Session& session) {
   Store& store = *session.store;
   const std::int64_t version = store.Version();
@@ -89,7 +97,10 @@ void Refresh(Session& session) {
   const Clock before = session.model ? session.model->clock : Clock{};
   session.model.reset();
   session.model.emplace(LoadModel(store));
-  PrepareTimeline(store, *session.model);
+  LoadBase(store, *session.model);
+  LoadBalancer(store, *session.model);
+  PrepareTimeline(*session.model);
+  RestoreLosses(*session.model, session.model->base.losses);
   ForgetTimeOfOtherClock(session, before);
   session.version = version;
 }
@@ -111,12 +122,16 @@ void RefreshForReading(Session& session) {
   store.Execute("COMMIT");
 }
 
+// Milliseconds of host time, never less than what this process has answered for before: wall time may be set back. A
+// clock that stands is the same for all, whatever was seen while it ran.
 std::int64_t HostMs(Session& session) {
   const std::int64_t ns = session.model->clock.HostNsAt(WallNs());
   session.latest_ns = session.model->clock.frozen ? ns : std::max(session.latest_ns, ns);
   return session.latest_ns / 1'000'000;
 }
 
+// A host that was described to run starts when it is first looked at: wall time 0 stands for that moment. Of several
+// processes the first one sets it.
 void StartClock(Session& session) {
   if (session.model->clock.base_wall_ns != 0 || session.model->clock.frozen)
     return;
@@ -135,6 +150,8 @@ void BringUpToDate(Session& session) {
   StartClock(session);
 }
 
+// Ports that were placed when the host was loaded get their cores in the store before anything may depend on them: a
+// later change of the inventory would place them otherwise.
 void PersistPlacement(Store& store, const Model& model) {
   for (const Port& port : model.ports) {
     if (port.placed_here)
@@ -163,13 +180,15 @@ std::int64_t CatchUp(Session& session) {
   return ms;
 }
 
+// What a call meets with. No status: it is answered, after the delay, and its answer is spoiled if so said.
 struct FaultOutcome {
   std::optional<std::uint32_t> status;
-  std::string corrupt;
+  std::optional<Corruption> corrupt;
   std::uint64_t random = 0;
   std::int64_t delay_ms = 0;
 };
 
+// Whether a rule concerns the call: its operation, its time, and each of its conditions by any argument of that name.
 bool Holds(const Fault& fault, const Call& call, std::int64_t ms) {
   if (fnmatch(fault.operation.c_str(), call.operation, 0) != 0)
     return false;
@@ -177,11 +196,12 @@ bool Holds(const Fault& fault, const Call& call, std::int64_t ms) {
     return false;
   return std::all_of(fault.where.begin(), fault.where.end(), [&](const FaultWhereRow& where) {
     return std::any_of(call.arguments.begin(), call.arguments.end(), [&](const Argument& argument) {
-      return where.name == argument.name && fnmatch(where.glob.c_str(), argument.AsText().c_str(), 0) == 0;
+      return TextOf(where.name) == argument.name && fnmatch(where.glob.c_str(), argument.AsText().c_str(), 0) == 0;
     });
   });
 }
 
+// As the log has it.
 std::string Describe(const FaultOutcome& outcome) {
   std::string text;
   const auto add = [&](const std::string& piece) { text += (text.empty() ? "" : ", ") + piece; };
@@ -192,8 +212,8 @@ std::string Describe(const FaultOutcome& outcome) {
     std::snprintf(status, sizeof status, "status 0x%08X", *outcome.status);
     add(status);
   }
-  if (!outcome.corrupt.empty())
-    add("corrupt " + outcome.corrupt);
+  if (outcome.corrupt)
+    add("corrupt " + std::string(TextOf(*outcome.corrupt)));
   return text.empty() ? "nothing" : text;
 }
 
@@ -204,7 +224,9 @@ std::string DescribeArguments(const Call& call) {
   return text;
 }
 
-// Counts the call for the rules that it matches and finds the one to apply, if any.
+// Counts the call for the rules that it matches and finds the one to apply, if any. Of several that match the first one
+// that hits is applied, and those after it do not count the call. Dice are thrown by the rule's seed and the call's
+// number, so the same calls meet with the same faults again.
 FaultOutcome ApplyFaults(Session& session, const Call& call) {
   const auto concerns = [&] {
     const std::int64_t ms = HostMs(session);
@@ -222,14 +244,15 @@ FaultOutcome ApplyFaults(Session& session, const Call& call) {
   for (Fault& fault : session.model->faults) {
     if (hit || !Holds(fault, call, ms))
       continue;
-    const std::int64_t number = fault.calls++;
+    const std::int64_t number = fault.calls;
+    fault.calls += number < std::numeric_limits<std::int64_t>::max() ? 1 : 0;
     const std::uint64_t dice = Mix(Mix(fault.seed) ^ static_cast<std::uint64_t>(number));
     hit = number >= fault.after && (!fault.times || fault.hits < *fault.times) &&
           dice % 1'000'000 < fault.probability_ppm;
-    fault.hits += hit ? 1 : 0;
+    fault.hits += hit && fault.hits < fault.calls ? 1 : 0;  // whatever the store said
     session.store->Run("UPDATE fault SET calls = ?, hits = ? WHERE id = ?", fault.calls, fault.hits, fault.id);
     if (hit) {
-      outcome = {fault.status, fault.corrupt.value_or(""), Mix(dice), fault.delay_ms};
+      outcome = {fault.status, fault.corrupt, Mix(dice), fault.delay_ms};
       session.store->Run("INSERT INTO log (at_ms, pid, operation, arguments, what) VALUES (?, ?, ?, ?, ?)", ms,
                          session.pid, call.operation, DescribeArguments(call), Describe(outcome));
     }
@@ -238,26 +261,29 @@ FaultOutcome ApplyFaults(Session& session, const Call& call) {
   return outcome;
 }
 
+// Spoils what was written of the answer, never more: what lies behind it is the caller's.
 void Corrupt(const FaultOutcome& outcome, Area& answer) {
   const std::size_t size = answer.used();
   std::uint64_t random = outcome.random;
   for (std::size_t i = 0; i < size; ++i) {
-    if (outcome.corrupt == "ones")
+    if (outcome.corrupt == Corruption::kOnes)
       answer.bytes()[i] = 0xFF;
-    else if (outcome.corrupt == "random")
+    else if (outcome.corrupt == Corruption::kRandom)
       answer.bytes()[i] = static_cast<std::uint8_t>(random = Mix(random));
-    else if (outcome.corrupt == "zero" || i >= size / 2)  // "half": the rest of the answer never came
+    else if (outcome.corrupt == Corruption::kZero || i >= size / 2)  // kHalf: the rest of the answer never came
       answer.bytes()[i] = 0;
   }
 }
 
+// In wall time, signals or not.
 void Wait(std::int64_t ms) {
   timespec rest{ms / 1000, ms % 1000 * 1'000'000};
   while (nanosleep(&rest, &rest) != 0) {
   }
 }
 
-// Runs what an operation does under the process's mutex and turns every exception into a status.
+// Runs what an operation does under the process's mutex and turns every exception into a status. What the model was in
+// the middle of is not known then, so it is read again at the next call.
 template <class Body>
 std::uint32_t Guarded(const Body& body) {
   Session& session = OwnSession();
@@ -275,6 +301,7 @@ std::uint32_t Guarded(const Body& body) {
   return kNoStore;
 }
 
+// Applies faults, and waits out the delay of one without the mutex, so that other threads go on meanwhile.
 FaultOutcome TakeFaults(Session& session, std::unique_lock<std::mutex>& lock, const Call& call) {
   FaultOutcome outcome = ApplyFaults(session, call);
   if (outcome.delay_ms > 0) {
@@ -286,18 +313,12 @@ FaultOutcome TakeFaults(Session& session, std::unique_lock<std::mutex>& lock, co
   return outcome;
 }
 
-// The host after a change, whose statements were made. Counts go on from where they are.
-Model AfterChange(Change& change, Model& before) {
-  Store& store = change.store;
-  Model after = LoadModel(store);
-  PrepareTimeline(store, after);
-  if (change.ports_to_forget().empty() && change.ports_to_reset().empty() && SameTraffic(before, after)) {
-    after.losses = std::move(before.losses);
-    return after;
-  }
+// Ends the segment in which the change was made, by the settings before it. What the change asks for of counts comes
+// between the two segments.
+void EndSegment(const Change& change, Model& before) {
   CloseSegment(before, change.ms);
   for (const int port : change.ports_to_reset()) {
-    before.base.ports[static_cast<std::size_t>(port)] = {};
+    before.base.ports[Index(port)] = {};
     if (const auto queues = before.base.queues.find(port); queues != before.base.queues.end()) {
       for (std::vector<QueueCounts>& way : queues->second)
         std::fill(way.begin(), way.end(), QueueCounts{});
@@ -306,14 +327,36 @@ Model AfterChange(Change& change, Model& before) {
   for (const int port : change.ports_to_forget())
     ForgetFlows(before, port);
   before.base_changed = true;
-  StoreBase(store, before);
-  after.segment_ms = before.segment_ms;
-  LoadBase(store, after);
-  BeginSegment(after);
-  RestoreLosses(after, after.base.losses);
+  StoreBase(change.store, before);
+}
+
+// The host after a change, whose statements were made. Counts go on from where they are; those of `before` are taken
+// over rather than read again, as long as they are of the same ports and conversations.
+Model AfterChange(const Change& change, Model& before) {
+  Model after = LoadModel(change.store);
+  LoadBalancer(change.store, after);
+  PrepareTimeline(after);
+  const bool segment_goes_on =
+      change.ports_to_forget().empty() && change.ports_to_reset().empty() && SameTraffic(before, after);
+  if (!segment_goes_on) {
+    EndSegment(change, before);
+    after.segment_ms = before.segment_ms;
+    BeginSegment(after);
+    RestoreLosses(after, SaveLosses(before));
+  } else {
+    after.losses = std::move(before.losses);
+  }
+  if (SameCounters(before, after)) {
+    after.base = std::move(before.base);
+    after.stored_base = std::move(before.stored_base);
+  } else {
+    LoadBase(change.store, after);
+  }
   return after;
 }
 
+// Makes a change, from the decision at which moment it happens to its commit, while nobody counts. Whatever fails on
+// the way, a status of the body included, leaves the store as it was.
 std::uint32_t ChangeInTurn(Session& session, const std::function<std::uint32_t(Change&)>& body) {
   const Turn turn(*session.turns, TurnTo::kWrite);
   Transaction transaction(*session.store);
@@ -321,6 +364,7 @@ std::uint32_t ChangeInTurn(Session& session, const std::function<std::uint32_t(C
   // From here on the model is ahead of the store; unless all goes well it is read again.
   Model model = std::move(*session.model);
   session.model.reset();
+  // Not before what this process has answered for, nor before the segment: others may have answered until there.
   const std::int64_t ns = std::max(session.latest_ns, model.clock.HostNsAt(WallNs()));
   const std::int64_t ms = std::max(ns / 1'000'000, model.segment_ms);
   PersistPlacement(*session.store, model);
@@ -347,10 +391,11 @@ std::uint32_t ReadHost(const Call& call, Area* answer, const std::function<std::
     const auto count = [&](std::int64_t ms) {
       SolveLosses(*session.model, ms);
       const std::uint32_t status = body(View{*session.store, *session.model, ms});
-      if (status == kOk && answer != nullptr && !fault.corrupt.empty())
+      if (status == kOk && answer != nullptr && fault.corrupt)
         Corrupt(fault, *answer);
       return status;
     };
+    // Nothing is due, mostly: then readers count side by side, and nothing is written.
     {
       const Turn turn(*session.turns, TurnTo::kRead);
       RefreshForReading(session);
@@ -371,6 +416,7 @@ std::uint32_t ChangeHost(const Call& call, const std::function<std::uint32_t(Cha
   });
 }
 
+// A store that cannot be used is no fault: what asks here can do without it.
 std::uint32_t FaultOf(const Call& call) {
   std::uint32_t status = kOk;
   Guarded([&](Session& session, std::unique_lock<std::mutex>& lock) -> std::uint32_t {
@@ -413,7 +459,6 @@ std::uint32_t ApplySql(const char* sql) {
 }
 
 std::uint32_t SetHostClock(std::optional<bool> running, std::int64_t speed_permille, std::int64_t ahead_ns) {
-  constexpr std::int64_t kLatestNs = std::int64_t{1} << 62;
   constexpr std::int64_t kMs = 1'000'000;
   return Guarded([&](Session& session, std::unique_lock<std::mutex>&) -> std::uint32_t {
     BringUpToDate(session);
@@ -425,8 +470,9 @@ std::uint32_t SetHostClock(std::optional<bool> running, std::int64_t speed_permi
         return kBadParameter;
       now_ns += ahead_ns;
       const bool runs = running.value_or(!clock.frozen);
+      // What was answered for so far lies before now_ns, so time goes on from there whichever way the clock is set.
       if (!runs)  // at a full millisecond, which is as exact as its time is shown
-        now_ns = (now_ns + kMs - 1) / kMs * kMs;
+        now_ns = std::min((now_ns + kMs - 1) / kMs, kLatestMs) * kMs;
       change.store.Run("UPDATE clock SET mode = ?, base_wall_ns = ?, base_host_ns = ?, speed_permille = ?",
                        runs ? "run" : "freeze", wall_ns, now_ns,
                        speed_permille != 0 ? speed_permille : clock.speed_permille);

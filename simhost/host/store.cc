@@ -16,7 +16,7 @@ namespace simhost {
 
 namespace {
 
-constexpr int kBusyTimeoutMs = 5000;
+constexpr int kBusyTimeoutMs = 5000;  // that a lock of SQLite's is waited for; as long as for a turn (turn.cc)
 
 std::string Environment(const char* name) {
   const char* value = std::getenv(name);
@@ -35,11 +35,26 @@ bool IsHostName(std::string_view name) {
 
 }  // namespace
 
-Statement::Statement(sqlite3* db, std::string_view sql) : db_(db) {
+Statement::Statement(sqlite3* db, IdleStatements& idle, std::string_view sql) : db_(db), idle_(&idle) {
+  if (const auto known = idle.find(sql); known != idle.end()) {
+    handle_ = std::move(known->second);
+    idle.erase(known);
+    return;
+  }
   sqlite3_stmt* handle = nullptr;
-  const int result = sqlite3_prepare_v3(db, sql.data(), static_cast<int>(sql.size()), 0, &handle, nullptr);
+  const int result =
+      sqlite3_prepare_v3(db, sql.data(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT, &handle, nullptr);
   handle_.reset(handle);
   Check(result);
+}
+
+Statement::~Statement() {
+  if (!handle_)
+    return;
+  sqlite3_reset(handle_.get());  // a statement in the middle of its rows keeps a transaction open
+  sqlite3_clear_bindings(handle_.get());
+  const char* sql = sqlite3_sql(handle_.get());
+  idle_->emplace(sql, std::move(handle_));
 }
 
 void Statement::Check(int result) const {
@@ -68,6 +83,7 @@ bool Statement::Step() {
   return false;
 }
 
+// The values stay bound until the next ones; next_ is the parameter that the next value goes to, from 1.
 void Statement::Reset() {
   sqlite3_reset(handle_.get());
   next_ = 1;
@@ -79,6 +95,7 @@ void Statement::Finish() {
   Reset();
 }
 
+// With the NULs that a text may have in it: what was stored is what is read. NULL is an empty text.
 std::string Statement::Text(int column) const {
   const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(handle_.get(), column));
   return text != nullptr ? std::string(text, static_cast<std::size_t>(sqlite3_column_bytes(handle_.get(), column)))
@@ -90,6 +107,8 @@ std::span<const std::uint8_t> Statement::Blob(int column) const {
   return {bytes, bytes != nullptr ? static_cast<std::size_t>(sqlite3_column_bytes(handle_.get(), column)) : 0};
 }
 
+// RYN_SIM_STATE is a file, anywhere. A host's name is a file in the user's folder and nowhere else; a relative or
+// missing HOME names no folder that could be meant.
 std::string Store::Locate() {
   if (std::string path = Environment("RYN_SIM_STATE"); !path.empty())
     return path;
@@ -109,6 +128,8 @@ std::string Store::Locate() {
   return folder + "/ryn-sim/" + name + ".db";
 }
 
+// The connection is used by one thread at a time (NOMUTEX; the session has a mutex). Every message begins with the
+// path, since a script may use several hosts.
 Store::Store(std::string path) : path_(std::move(path)) {
   if (access(path_.c_str(), F_OK) != 0)
     Create(path_);
@@ -119,13 +140,13 @@ Store::Store(std::string path) : path_(std::move(path)) {
   if (result != SQLITE_OK)
     Fail(path_, sqlite3_errstr(result));
   try {
+    // NORMAL: a setting that returned survives the process, a crash of the whole machine it may not.
     sqlite3_busy_timeout(db, kBusyTimeoutMs);
     Execute("PRAGMA synchronous = NORMAL; PRAGMA foreign_keys = ON");
     Statement version = Prepare("PRAGMA user_version");
     version.Step();
     if (version.Int(0) != kSchemaVersion)
       throw StoreError("is not a store of this version of the simulated host; make it anew with: ryn-sim init --force");
-    version_ = std::make_unique<Statement>(db, "PRAGMA data_version");
   } catch (const StoreError& error) {
     Fail(path_, error.what());
   }
@@ -164,6 +185,7 @@ void Store::Create(const std::string& path) {
     if (result != SQLITE_OK)
       reason = db != nullptr ? sqlite3_errmsg(db) : sqlite3_errstr(result);
   }
+  // link() refuses to replace what another process has made meanwhile; rename() would not.
   if (reason.empty() && link(temporary.c_str(), path.c_str()) != 0 && errno != EEXIST)
     reason = std::strerror(errno);
   for (const char* suffix : {"", "-wal", "-shm"})
@@ -178,12 +200,12 @@ void Store::Execute(const char* sql) {
 }
 
 std::int64_t Store::Version() {
-  version_->Step();
-  const std::int64_t version = version_->Int(0);
-  version_->Reset();
-  return version;
+  Statement version = Prepare("PRAGMA data_version");
+  version.Step();
+  return version.Int(0);
 }
 
+// A file is its device and inode: one that was made anew under the same path is another one.
 bool Store::IsCurrent() const {
   struct stat status {};
   return stat(path_.c_str(), &status) == 0 && status.st_dev == device_ && status.st_ino == inode_;

@@ -6,6 +6,8 @@
 
 #include <concepts>
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <memory>
 #include <span>
 #include <stdexcept>
@@ -27,12 +29,24 @@ class StoreError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+struct FinalizeStatement {
+  void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+};
+using StatementHandle = std::unique_ptr<sqlite3_stmt, FinalizeStatement>;
+
+// Statements that nobody uses at the moment, by their text. To parse one takes longer than to run most of them, and
+// each change runs the same few dozen.
+using IdleStatements = std::multimap<std::string, StatementHandle, std::less<>>;
+
 // One prepared statement. Parameters are bound in order, by the type of each value: a whole number or a truth value as
 // INTEGER, a string as TEXT, bytes (std::span or array of uint8_t) as BLOB. Values are copied. Columns are read by
 // position, from 0.
 class Statement {
  public:
-  Statement(sqlite3* db, std::string_view sql);
+  // Takes it from the idle ones if it is there, and puts it there in the end.
+  Statement(sqlite3* db, IdleStatements& idle, std::string_view sql);
+  ~Statement();
+  Statement(Statement&&) = default;
 
   template <class... Values>
   Statement& Bind(const Values&... values) {
@@ -63,11 +77,9 @@ class Statement {
   void Finish();
   void Check(int result) const;
 
-  struct Finalize {
-    void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
-  };
-  std::unique_ptr<sqlite3_stmt, Finalize> handle_;
+  StatementHandle handle_;
   sqlite3* db_;
+  IdleStatements* idle_;
   int next_ = 1;
 };
 
@@ -82,23 +94,28 @@ class Store {
   // A statement with these values bound.
   template <class... Values>
   Statement Prepare(std::string_view sql, const Values&... values) {
-    Statement statement(db_.get(), sql);
+    Statement statement(db_.get(), idle_, sql);
     statement.Bind(values...);
     return statement;
   }
   // Runs one statement that returns no rows, with these values bound.
   template <class... Values>
   void Run(std::string_view sql, const Values&... values) {
-    Statement(db_.get(), sql).Run(values...);
+    Statement(db_.get(), idle_, sql).Run(values...);
   }
-  void Execute(const char* sql);  // any number of statements, without values
-  std::int64_t Version();         // changes when another connection has changed the store
-  bool IsCurrent() const;         // the path still leads to the file that is open
+  void Execute(const char* sql);                              // any number of statements, without values
+  int Changes() const { return sqlite3_changes(db_.get()); }  // rows that the last statement changed
+  std::int64_t Version();                                     // changes when another connection has changed the store
+  bool IsCurrent() const;                                     // the path still leads to the file that is open
   const std::string& path() const { return path_; }
 
   // Gives the connection up without closing it: after a fork it belongs to the parent, and SQLite does not allow a
   // child to use or close a connection that it inherited.
-  void Abandon() { (void)db_.release(); }
+  void Abandon() {
+    for (auto& [sql, statement] : idle_)
+      (void)statement.release();
+    (void)db_.release();
+  }
 
  private:
   static void Create(const std::string& path);
@@ -108,7 +125,7 @@ class Store {
   };
   std::string path_;
   std::unique_ptr<sqlite3, Close> db_;
-  std::unique_ptr<Statement> version_;
+  IdleStatements idle_;
   dev_t device_ = 0;
   ino_t inode_ = 0;
 };

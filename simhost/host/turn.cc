@@ -16,7 +16,7 @@ namespace simhost {
 namespace {
 
 constexpr long kPatienceUs = 5'000'000;  // as long as for SQLite's own locks
-constexpr long kLongestPauseUs = 1000;
+constexpr long kLongestPauseUs = 1000;   // between two attempts; a turn takes some 3 us to read, a millisecond to write
 
 }  // namespace
 
@@ -31,6 +31,8 @@ TurnFile::~TurnFile() {
     close(descriptor_);
 }
 
+// flock() itself would wait, but for ever: another process may have been stopped in the middle of its turn. So the lock
+// is tried, first at short intervals and then at longer ones.
 Turn::Turn(TurnFile& file, TurnTo what) : descriptor_(file.descriptor_) {
   const int operation = (what == TurnTo::kRead ? LOCK_SH : LOCK_EX) | LOCK_NB;
   long pause_us = 20;

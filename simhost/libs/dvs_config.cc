@@ -10,6 +10,11 @@ namespace simhost {
 
 namespace {
 
+// Its own form, which only this library reads. Words are 32 bits, little-endian; a text is its length and its bytes:
+//
+//     magic, switches, for each: identifier, alias, class,
+//         properties, for each: scope, key, value,
+//         ports, for each: number
 constexpr std::string_view kMagic = "DVSCFG1\n";
 
 class Writer {
@@ -61,10 +66,11 @@ class Reader {
 
 }  // namespace
 
+// Properties of ports are not in it: they are asked for one by one, as they are now. Switches without a datapath are.
 std::string SerializeConfig(Store& store) {
   std::map<std::string, std::vector<PropertyRow>> properties;  // by switch, as the store orders them
   ForEach<PropertyRow>(store, [&](PropertyRow& row, const RowReader&) {
-    if (row.scope != "port")
+    if (row.scope != PropertyScope::kPort)
       properties[row.switch_id].push_back(std::move(row));
   });
   std::map<int, std::string> switch_ids;
@@ -85,7 +91,7 @@ std::string SerializeConfig(Store& store) {
     const std::vector<PropertyRow>& own = properties[dvs.switch_id];
     out.Word(own.size());
     for (const PropertyRow& property : own) {
-      out.Text(property.scope);
+      out.Text(TextOf(property.scope));
       out.Text(property.key);
       out.Text({reinterpret_cast<const char*>(property.value.data()), property.value.size()});
     }
@@ -107,12 +113,13 @@ std::optional<Config> DeserializeConfig(std::string_view bytes) {
   for (std::uint32_t i = 0; i < switches && in.ok(); ++i) {
     ConfigSwitch& dvs = config.emplace_back();
     const std::string_view id = in.Text();
+    // Cut to the room there is, a NUL behind it at least.
     std::memcpy(dvs.id.data(), id.data(), std::min(id.size(), dvs.id.size() - 1));
     dvs.alias = in.Text();
     dvs.class_name = in.Text();
     const std::uint32_t props = in.Word();
     for (std::uint32_t p = 0; p < props && in.ok(); ++p) {
-      std::vector<ConfigData>& scope = in.Text() == "host" ? dvs.host : dvs.global;
+      std::vector<ConfigData>& scope = in.Text() == TextOf(PropertyScope::kHost) ? dvs.host : dvs.global;
       const std::string_view name = in.Text();
       scope.push_back({std::string(name), std::string(in.Text())});
     }
@@ -120,7 +127,7 @@ std::optional<Config> DeserializeConfig(std::string_view bytes) {
     for (std::uint32_t p = 0; p < ports && in.ok(); ++p)
       dvs.ports.push_back(in.Word());
   }
-  if (!in.ok() || !in.at_end())
+  if (!in.ok() || !in.at_end())  // bytes left over are as wrong as bytes missing
     return std::nullopt;
   return config;
 }

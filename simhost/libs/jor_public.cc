@@ -48,6 +48,7 @@ DVSSwitch* HandleOf(ConfigSwitch& dvs) { return reinterpret_cast<DVSSwitch*>(&dv
 ConfigData* DataOf(DVSData* handle) { return reinterpret_cast<ConfigData*>(handle); }
 DVSData* HandleOf(ConfigData& datum) { return reinterpret_cast<DVSData*>(&datum); }
 
+// Identifiers as the platform takes them: 64 bytes at most, with or without a NUL.
 std::string_view View64(const char* switch_id) {
   return switch_id != nullptr ? std::string_view(switch_id, strnlen(switch_id, 64)) : std::string_view();
 }
@@ -57,6 +58,7 @@ std::string_view TextOf(const char* text) { return text != nullptr ? std::string
 // that answer no status then answer as if there was nothing.
 bool Fails(const char* operation) { return FaultOf({operation, {}}) != kOk; }
 
+// A property of the loaded configuration, as it was then. The handle leads into it, and holds until another is loaded.
 std::uint32_t Lookup(const char* operation, const char* switch_id, const char* key,
                      std::vector<ConfigData> ConfigSwitch::*scope, DVSData** datum) {
   if (switch_id == nullptr || key == nullptr || datum == nullptr)
@@ -93,6 +95,7 @@ std::uint32_t HandOver(const void* bytes, std::size_t size, void** value, std::u
   return kOk;
 }
 
+// A property as it is now, in a block that the caller frees; an empty value is a block too, of length 0.
 std::uint32_t GetProperty(const Call& call, std::string_view scope, std::string_view switch_id, std::string_view port,
                           std::string_view key, void** value, std::uint32_t* length) {
   if (value == nullptr || length == nullptr)
@@ -108,6 +111,7 @@ std::uint32_t GetProperty(const Call& call, std::string_view scope, std::string_
   });
 }
 
+// Any value is stored as it is, of whatever form. The switch has to be there; the key need not mean anything.
 std::uint32_t SetProperty(const Call& call, std::string_view scope, std::string_view switch_id, std::string_view port,
                           std::string_view key, const void* value, std::uint32_t length) {
   return ChangeHost(call, [&](Change& host) {

@@ -15,10 +15,12 @@ namespace {
 
 constexpr std::size_t kWeights = 8;
 
+// A name of at most so many bytes, with or without a NUL at its end.
 std::string_view PortsetOf(const char* portset, std::size_t size) {
   return portset != nullptr ? std::string_view(portset, strnlen(portset, size)) : std::string_view();
 }
 
+// In the platform's order, which is that of the table's positions.
 std::uint32_t StoreWeights(Store& store, const std::uint32_t* weights) {
   Statement update = store.Prepare("UPDATE weight SET value = ? WHERE position = ?");
   for (std::size_t i = 0; i < kWeights; ++i)
@@ -33,6 +35,7 @@ class SnapshotWriter {
   SnapshotWriter(const Model& model, const Switch& sw, std::int64_t ms, Area& area)
       : model_(model), sw_(sw), ms_(ms), area_(area) {}
 
+  // Which vertices fit is known before any is written, since an edge stands with both of its ends.
   std::uint32_t Write() {
     if (!area_.Fits(0, kHead))
       return kNoRoom;
@@ -42,6 +45,7 @@ class SnapshotWriter {
       groups += AddGroup(core.id, kHead + groups * kGroup) ? 1 : 0;
     const std::size_t start = kHead + groups * kGroup;
 
+    // A vertex brings its own record and, for each edge to one that is in already, an entry at both ends.
     FindEdges();
     std::size_t vertices = 0;
     std::size_t size = 0;
@@ -64,6 +68,7 @@ class SnapshotWriter {
  private:
   static constexpr std::size_t kHead = 8, kGroup = 37, kVertex = 20, kEdge = 12;
 
+  // Thousands of packets a second: over the last period, and on average over the last ones.
   struct Edge {
     std::uint64_t load = 0;
     std::uint64_t average = 0;
@@ -92,7 +97,8 @@ class SnapshotWriter {
     return true;
   }
 
-  // Thousands of packets per second, from one port to another, as of the balancer's last look.
+  // From one port to another, as of the balancer's last look, all conversations between the two together. Pairs that
+  // say less than a thousand packets a second have no edge.
   void FindEdges() {
     constexpr std::int64_t kAveraged = 12;  // looks that the moving average goes back
     const std::int64_t at = std::min(ms_, std::max<std::int64_t>(model_.balancer.tick_ms, 0));
@@ -120,11 +126,12 @@ class SnapshotWriter {
     }));
   }
 
+  // A vertex, then its edges: those that go out, then those that come in. Answers the offset behind them.
   std::size_t WriteVertex(int index, std::size_t at) {
     const Port& port = model_.ports[Index(index)];
     area_.Zero(at, kVertex);
     area_.Put32(at, port.id);
-    area_.Put32(at + 4, 2'000'000 + port.dvport);
+    area_.Put32(at + 4, 2'000'000 + port.dvport);  // its WID, a number of its own
     area_.Put32(at + 8, (port.active ? 1U : 0U) | (port.pinned ? 2U : 0U) | (port.IsUplink() ? 4U : 0U));
     std::size_t edge_at = at + kVertex;
     for (const bool outward : {true, false}) {
@@ -153,7 +160,8 @@ class SnapshotWriter {
   std::vector<int> included_;
 };
 
-// What the balancer saw in its last window. Work is in nanoseconds, time in nanoseconds of the host.
+// What the balancer saw in its last window: a record for each port number and each core number, 0 for those that are
+// not there. Work is in nanoseconds, time in nanoseconds of the host.
 std::uint32_t WriteLoads(const Model& model, const Switch& sw, Area& stats) {
   constexpr std::size_t kHead = 8, kPort = 48, kCore = 48;
   constexpr std::size_t kCoreRecords = kHead + kPortsPerSwitch * kPort;
@@ -207,6 +215,7 @@ uint32_t Ryn_GetLBWeights(void* weights) {
   });
 }
 
+// All eight at once; what shall stay as it is has to be given as it is.
 uint32_t Ryn_SetLBWeights(const void* weights) {
   return ChangeHost({"Ryn_SetLBWeights", {}}, [&](Change& host) {
     uint32_t words[kWeights];
@@ -220,6 +229,7 @@ uint32_t Ryn_ResetLBWeights(void) {
                     [&](Change& host) { return StoreWeights(host.store, host.model.default_weights.data()); });
 }
 
+// A version, 0, then the options in force: the same form as the property that may set them.
 uint32_t Ryn_GetCurrentLBData(const char* portset, uint32_t portsetSize, void* options) {
   const std::string_view name = PortsetOf(portset, portsetSize);
   Area record(options, 24);
@@ -235,6 +245,7 @@ uint32_t Ryn_GetCurrentLBData(const char* portset, uint32_t portsetSize, void* o
   });
 }
 
+// swID is handed over by address. A snapshot shows the last look, not the present.
 uint32_t Ryn_DumpLBSnapshot(const uint32_t* swID, void* snapshot, uint32_t* length) {
   Area area(snapshot, length);
   const uint32_t id = swID != nullptr ? *swID : 0xFFFFFFFF;
@@ -246,6 +257,7 @@ uint32_t Ryn_DumpLBSnapshot(const uint32_t* swID, void* snapshot, uint32_t* leng
   });
 }
 
+// Shows the last look as well, from the totals that it kept.
 uint32_t Ryn_Dump_LB_PortStats(uint32_t swID, void* stats, uint32_t* length) {
   Area area(stats, length);
   return ReadHost({"Ryn_Dump_LB_PortStats", {{"sw", swID}}}, &area, [&](const View& host) {
@@ -268,6 +280,7 @@ uint32_t Ryn_GetSwitchNUMATeam(const char* portset, uint32_t portsetSize, uint8_
   });
 }
 
+// What is in force: the property if it is well-formed, else the datapath's own value.
 uint32_t Ryn_GetSwitchBurstSize(const char* portset, uint32_t* burst) {
   const std::string_view name = PortsetOf(portset, 128);
   Area answer(burst, sizeof *burst);
@@ -280,6 +293,7 @@ uint32_t Ryn_GetSwitchBurstSize(const char* portset, uint32_t* burst) {
   });
 }
 
+// All cores of the host, of which the switch may use some.
 uint32_t Ryn_Get_LCore_ID_Bitmap(uint32_t swID, uint64_t* bitmap) {
   Area answer(bitmap, sizeof *bitmap);
   return ReadHost({"Ryn_Get_LCore_ID_Bitmap", {{"sw", swID}}}, &answer, [&](const View& host) {

@@ -60,6 +60,7 @@ std::uint32_t WriteCores(const View& host, std::uint32_t sw, const std::uint32_t
   return kOk;
 }
 
+// Every flow of the switch misses once more.
 void Relearn(Change& host, const Switch& sw) {
   for (const int port : sw.ports)
     host.ForgetFlows(port);
@@ -125,6 +126,7 @@ uint32_t Ryn_Get_FPO_Stats(uint32_t swID, const uint32_t* lcores, uint32_t lcore
   });
 }
 
+// The table is empty at once; its counters go on.
 uint32_t Ryn_Clear_Switch_Flow_Table(uint32_t swID) {
   return ChangeHost({"Ryn_Clear_Switch_Flow_Table", {{"sw", swID}}}, [&](Change& host) {
     const Switch* sw = host.model.FindSwitch(swID);
@@ -136,6 +138,8 @@ uint32_t Ryn_Clear_Switch_Flow_Table(uint32_t swID) {
   });
 }
 
+// Off: nothing is looked up and the table is empty. On again: everything is learned from nothing. A switch that is set
+// to what it is forgets nothing.
 uint32_t Ryn_Enable_Switch_Flow_Cache(uint32_t swID, uint32_t enable) {
   return ChangeHost({"Ryn_Enable_Switch_Flow_Cache", {{"sw", swID}}}, [&](Change& host) {
     const Switch* sw = host.model.FindSwitch(swID);
@@ -169,6 +173,7 @@ uint32_t Ryn_Set_Flow_Timeout(uint32_t seconds) {
   });
 }
 
+// What the device can offload, whether it is switched on or not.
 uint32_t Ryn_Get_FPO_Uplink_Status(uint32_t swID, uint32_t rynPortID, void* capabilities, uint32_t* length) {
   constexpr std::size_t kSize = 40;
   Area record(capabilities, length);

@@ -10,6 +10,7 @@ namespace simhost {
 
 namespace {
 
+// A bit for each core that a port of the switch sends or receives on.
 std::uint64_t CoresInUse(const Model& model, const Switch& sw) {
   std::uint64_t cores = 0;
   for (const int index : sw.ports) {
@@ -46,9 +47,11 @@ std::uint32_t WriteSwitches(const View& host, Area& list) {
   return kOk;
 }
 
+// As many ports as there is room for, in the order of their numbers. Each of a port's queues is served by the same
+// core.
 std::uint32_t WritePorts(const View& host, const Switch& sw, Area& list) {
   constexpr std::size_t kHead = 12;
-  constexpr std::size_t kRecord = 90;
+  constexpr std::size_t kRecord = 90;  // cores of 32 transmit queues from byte 26 on, of 32 receive queues from 58
   if (!list.Fits(0, kHead))
     return kNoRoom;
   list.Clear(kHead);
@@ -74,6 +77,7 @@ std::uint32_t WritePorts(const View& host, const Switch& sw, Area& list) {
   return kOk;
 }
 
+// The store holds no more group addresses and VLAN ranges than the record has room for.
 std::uint32_t WritePortConf(const Port& port, Area& conf) {
   constexpr std::size_t kSize = 1272;
   if (!conf.Fits(0, kSize))
@@ -98,7 +102,7 @@ std::uint32_t WritePortConf(const Port& port, Area& conf) {
   return kOk;
 }
 
-// The fast path's sixteen counters, or the slow path's.
+// The sixteen counters from `first` on: the fast path's (0), or the slow path's (kSlow).
 std::uint32_t PortStats(const char* operation, std::uint32_t sw, std::uint32_t port, std::size_t first, void* counters,
                         std::uint32_t* length) {
   constexpr std::size_t kCounters = 16;
@@ -116,6 +120,7 @@ std::uint32_t PortStats(const char* operation, std::uint32_t sw, std::uint32_t p
   });
 }
 
+// whole_switch: the port is not looked at.
 std::uint32_t MacTable(const char* operation, std::uint32_t sw, std::uint32_t port, bool whole_switch, void* table,
                        std::uint32_t* length) {
   Area area(table, length);
@@ -127,6 +132,7 @@ std::uint32_t MacTable(const char* operation, std::uint32_t sw, std::uint32_t po
   });
 }
 
+// The port's flows are looked up on another core from then on, where none of them is known.
 void StoreCores(Store& store, const Port& port, std::int64_t ms) {
   store.Run("UPDATE port SET tx_core = ?, rx_core = ?, pinned = ?, flow_cleared_ms = ? WHERE sw = ? AND port = ?",
             port.tx_core, port.rx_core, port.pinned, ms, port.sw, port.id);
@@ -142,6 +148,7 @@ extern "C" {
 
 #pragma GCC visibility push(default)
 
+// Switches of the datapath only: one that is distributed but has no ports here is not among them.
 uint32_t Ryn_Get_Switch_List(void* switches, uint32_t* length) {
   Area list(switches, length);
   return ReadHost({"Ryn_Get_Switch_List", {}}, &list,
@@ -162,10 +169,12 @@ uint32_t Ryn_Get_Port_Stats(uint32_t swID, uint32_t rynPortID, void* counters, u
   return PortStats("Ryn_Get_Port_Stats", swID, rynPortID, 0, counters, length);
 }
 
+// The length word goes in as the first call left it, which was as long.
 uint32_t Ryn_Get_Port_Stats_Slowpath(uint32_t swID, uint32_t rynPortID, void* counters, uint32_t* length) {
   return PortStats("Ryn_Get_Port_Stats_Slowpath", swID, rynPortID, kSlow, counters, length);
 }
 
+// What the port asks of the switch: what it receives, its VLANs and overlay network.
 uint32_t Ryn_Get_Port_Conf(uint32_t swID, uint32_t rynPortID, void* conf, uint32_t* length) {
   Area record(conf, length);
   return ReadHost({"Ryn_Get_Port_Conf", {{"sw", swID}, {"port", rynPortID}}}, &record, [&](const View& host) {
@@ -185,6 +194,7 @@ uint32_t Ryn_Migrate_Port(uint32_t swID, uint32_t rynPortID, uint32_t option1, u
       return kNotFound;
     Port port = host.model.ports[Index(index)];
     const uint64_t allowed = host.model.FindSwitch(swID)->lcores;
+    // A core that the host does not have, or that the switch may not use, is refused before anything is changed.
     const auto place = [&](uint32_t core, int& on) {
       if (core == 0xFFFFFFFF)
         return true;
@@ -213,7 +223,8 @@ uint32_t Ryn_Unpin_Port(uint32_t swID, uint32_t rynPortID, uint32_t option) {
   });
 }
 
-// The port's counters start at 0 again, and what was learned by it is learned anew.
+// The port's counters start at 0 again, and what was learned by it is learned anew. Those of its peers, and what its
+// cores did, stay: they have counted the same packets on their own account.
 uint32_t Ryn_Reset_Port(uint32_t swID, uint32_t rynPortID) {
   const Call call{"Ryn_Reset_Port", {{"sw", swID}, {"port", rynPortID}}};
   return ChangeHost(call, [&](Change& host) {
@@ -228,6 +239,7 @@ uint32_t Ryn_Reset_Port(uint32_t swID, uint32_t rynPortID) {
   });
 }
 
+// scope: 0 a port, 1 a switch, for which the port is not looked at. A state is kept as it was set, not as 0 or 1.
 uint32_t Ryn_GetLRO(uint32_t scope, uint32_t swID, uint32_t rynPortID, uint32_t* state) {
   Area answer(state, sizeof *state);
   const Call call{"Ryn_GetLRO", {{"scope", scope}, {"sw", swID}, {"port", rynPortID}}};
@@ -269,7 +281,8 @@ uint32_t Ryn_Dump_Switch_MAC_Table(uint32_t swID, void* table, uint32_t* length)
   return MacTable("Ryn_Dump_Switch_MAC_Table", swID, 0, true, table, length);
 }
 
-// What was learned is cleared, and learned again; entries that were added by hand stay.
+// What was learned is cleared, and learned again; entries that were added by hand stay. That an entry was deleted by
+// hand is forgotten, since the clear deletes it as well.
 uint32_t Ryn_Clear_Port_MAC_Table(uint32_t swID, uint32_t rynPortID) {
   const Call call{"Ryn_Clear_Port_MAC_Table", {{"sw", swID}, {"port", rynPortID}}};
   return ChangeHost(call, [&](Change& host) {
@@ -291,7 +304,8 @@ uint32_t Ryn_Clear_Switch_MAC_Table(uint32_t swID) {
   });
 }
 
-// An entry that was deleted is learned again when its station is next heard.
+// operation: 0 deletes, 1 adds. An entry that was deleted is learned again when its station is next heard. One that is
+// there may be added again: it is then by hand, and as old as that.
 uint32_t Ryn_MAC_Entry_Ops(uint32_t swID, uint32_t rynPortID, const uint8_t* mac, uint16_t vlanID, uint32_t operation) {
   const Call call{"Ryn_MAC_Entry_Ops", {{"sw", swID}, {"port", rynPortID}}};
   return ChangeHost(call, [&](Change& host) {
@@ -303,6 +317,7 @@ uint32_t Ryn_MAC_Entry_Ops(uint32_t swID, uint32_t rynPortID, const uint8_t* mac
     Mac address{};
     std::copy_n(mac, address.size(), address.begin());
     const int port = static_cast<int>(rynPortID);
+    // What is in the table needs no room; what is learned and added by hand is in it once.
     const bool known = HasMac(host.model, *sw, port, address, vlanID, host.ms);
     if (operation == 0 && !known)
       return kNotFound;

@@ -12,15 +12,16 @@ namespace simhost {
 
 namespace {
 
-constexpr std::size_t kUplinkRecord = 192;
+constexpr std::size_t kUplinkRecord = 192;  // 24 counters of 64 bits, of an uplink or of one of its queues
 
-// The index of an uplink, or a status in `status`.
+// The index of an uplink, or a status in `status`. A port that is there and is no uplink is a bad parameter.
 int FindUplink(const Model& model, std::uint32_t sw, std::uint32_t port, std::uint32_t& status) {
   const int index = model.PortIndex(sw, port);
   status = index < 0 ? kNotFound : model.base.queues.count(index) == 0 ? kBadParameter : kOk;
   return status == kOk ? index : -1;
 }
 
+// An uplink's own figures are nothing but the sums of its queues', so that both can never differ.
 QueueCounts SumQueues(const Model& model, int port, bool transmit, std::int64_t ms) {
   QueueCounts sum{};
   const std::size_t queues = model.base.queues.at(port)[transmit ? 1 : 0].size();
@@ -32,6 +33,8 @@ QueueCounts SumQueues(const Model& model, int port, bool transmit, std::int64_t 
   return sum;
 }
 
+// Counters by their offsets in the record; those that are not written have no meaning here and stay 0. Errors are the
+// sum of those by length and by checksum, drops of those by FIFO and missed.
 void PutReceived(Area& record, const QueueCounts& words) {
   record.Put64(0, words[kQueuePackets]);
   record.Put64(16, words[kQueueBytes]);
@@ -71,6 +74,7 @@ std::string DriverText(const Model& model, int index, std::int64_t ms) {
       std::snprintf(line, sizeof line, "%s: %020" PRIu64 "\n", name, value);
     text += line;
   };
+  // Numbers are of fixed width, so that the text is as long at the second call, by which time more has been counted.
   text += nic.name + " (simulated)\n";
   add("link_up", -1, nic.down ? 0 : 1);
   add("link_mbps", -1, static_cast<std::uint64_t>(nic.link_mbps));
@@ -83,6 +87,7 @@ std::string DriverText(const Model& model, int index, std::int64_t ms) {
   return text;
 }
 
+// Ports as a bit set of 128, port 0 the lowest bit of the first word.
 void PutPortSet(Area& area, std::size_t at, const std::vector<int>& ports) {
   std::uint64_t words[2] = {};
   for (const int port : ports)
@@ -91,6 +96,8 @@ void PutPortSet(Area& area, std::size_t at, const std::vector<int>& ports) {
   area.Put64(at + 8, words[1]);
 }
 
+// One record for each session, its VLANs behind it up to a full eight bytes. Records are not cut: sessions that do not
+// fit are an answer that the area has no room for.
 std::uint32_t WriteMirrors(const Model& model, const Switch& sw, Area& conf) {
   constexpr std::size_t kHead = 8;
   constexpr std::size_t kRecord = 72;
@@ -108,7 +115,7 @@ std::uint32_t WriteMirrors(const Model& model, const Switch& sw, Area& conf) {
     if (!conf.Fits(at, size))
       return kNoRoom;
     conf.Zero(at, size);
-    conf.Put32(at, 0x4D530000U | session.index);
+    conf.Put32(at, 0x4D530000U | session.index);  // an identifier that no other session of the switch has
     conf.Put16(at + 4, session.index);
     conf.Put16(at + 6, session.encap_vlan);
     conf.Put16(at + 8, session.snap_len);
@@ -128,7 +135,10 @@ std::uint32_t WriteMirrors(const Model& model, const Switch& sw, Area& conf) {
   return kOk;
 }
 
-// Which filter a port has in the network hardware, and the queues that it leads to.
+// Which filter a port has in the network hardware, and the queues that it leads to: for an uplink those of all
+// machines, for a machine its own on each uplink. An inactive port keeps its filter, which then leads to no queue. The
+// kind, and so the length of a filter's body, follows from the port: Geneve in an overlay, one that no reader knows for
+// GENERIC ports.
 class NetQueueWriter {
  public:
   NetQueueWriter(const Model& model, Area& area) : model_(model), area_(area) {}
@@ -165,7 +175,7 @@ class NetQueueWriter {
     const std::size_t body = kind == kGeneve ? 16 : kind == kMacOnly ? 8 : 12;
     const std::size_t queues = port.active ? 1 : 0;
     const std::size_t size = 8 + body + queues * kQueueEntry;
-    if (!area_.Fits(at_, size)) {
+    if (!area_.Fits(at_, size)) {  // the rest is left out; the count is of those that are there
       full_ = true;
       return;
     }
@@ -183,6 +193,7 @@ class NetQueueWriter {
     if (queues > 0) {
       const std::size_t queue = at_ + 8 + body;
       area_.Put32(queue, port.id);
+      // The queue is the one that frames for the port are counted in (QueueOf); its handle is made up.
       area_.Put32(queue + 4, port.id % std::max(1, uplink.rx_queues));
       area_.Put64(queue + 8, Mix(model_.seed ^ static_cast<std::uint64_t>(port.dvport) << 16 ^
                                  static_cast<std::uint64_t>(uplink.id)));
@@ -208,6 +219,7 @@ extern "C" {
 
 #pragma GCC visibility push(default)
 
+// The policy as it was set, whether its uplinks are usable or not.
 uint32_t Ryn_Get_Port_Tx_Uplink(uint32_t swID, uint32_t rynPortID, void* policy, uint32_t* length) {
   constexpr std::size_t kSize = 18;
   constexpr std::size_t kMost = 8;
@@ -227,7 +239,8 @@ uint32_t Ryn_Get_Port_Tx_Uplink(uint32_t swID, uint32_t rynPortID, void* policy,
   });
 }
 
-// An identifier that names no uplink of the switch is refused.
+// An identifier that names no uplink of the switch is refused, and so is a list longer than the record that shows it.
+// No uplinks at all: those of the switch.
 uint32_t Ryn_Set_Port_Tx_Uplink(uint32_t swID, uint32_t rynPortID, uint32_t txType, uint32_t count,
                                 const uint32_t* uplinks) {
   const Call call{"Ryn_Set_Port_Tx_Uplink", {{"sw", swID}, {"port", rynPortID}}};
@@ -251,6 +264,7 @@ uint32_t Ryn_Set_Port_Tx_Uplink(uint32_t swID, uint32_t rynPortID, uint32_t txTy
   });
 }
 
+// A switch without sessions answers with a count of 0.
 uint32_t Ryn_Get_Mirror_Conf(uint32_t swID, void* conf, uint32_t* length) {
   Area area(conf, length);
   return ReadHost({"Ryn_Get_Mirror_Conf", {{"sw", swID}}}, &area, [&](const View& host) {
@@ -261,6 +275,7 @@ uint32_t Ryn_Get_Mirror_Conf(uint32_t swID, void* conf, uint32_t* length) {
   });
 }
 
+// The NUL is counted in the length; 0: the driver says nothing.
 uint32_t Ryn_Get_Uplink_Priv_Stats_Len(uint32_t swID, uint32_t rynPortID, uint32_t* statsLength, uint32_t* length) {
   Area answer(statsLength, length);
   const Call call{"Ryn_Get_Uplink_Priv_Stats_Len", {{"sw", swID}, {"port", rynPortID}}};
@@ -275,6 +290,7 @@ uint32_t Ryn_Get_Uplink_Priv_Stats_Len(uint32_t swID, uint32_t rynPortID, uint32
   });
 }
 
+// Cut to the room there is, a NUL at its end.
 uint32_t Ryn_Get_Uplink_Priv_Stats(uint32_t swID, uint32_t rynPortID, void* stats, uint32_t* length) {
   Area answer(stats, length);
   return ReadHost({"Ryn_Get_Uplink_Priv_Stats", {{"sw", swID}, {"port", rynPortID}}}, &answer, [&](const View& host) {
@@ -290,6 +306,7 @@ uint32_t Ryn_Get_Uplink_Priv_Stats(uint32_t swID, uint32_t rynPortID, void* stat
   });
 }
 
+// The 24 counters that drivers have in common, of all queues together.
 uint32_t Ryn_Get_Uplink_Stats(uint32_t swID, uint32_t rynPortID, void* counters, uint32_t* length) {
   Area record(counters, length);
   return ReadHost({"Ryn_Get_Uplink_Stats", {{"sw", swID}, {"port", rynPortID}}}, &record, [&](const View& host) {
@@ -306,7 +323,7 @@ uint32_t Ryn_Get_Uplink_Stats(uint32_t swID, uint32_t rynPortID, void* counters,
   });
 }
 
-// queueKind: 0 receive queues, 1 transmit queues.
+// queueKind: 0 receive queues, 1 transmit queues. What belongs to the other direction stays 0.
 uint32_t Ryn_Get_Uplink_Queue_Stats(uint32_t swID, uint32_t rynPortID, uint32_t queue, uint32_t queueKind,
                                     void* counters, uint32_t* length) {
   Area record(counters, length);
@@ -327,6 +344,7 @@ uint32_t Ryn_Get_Uplink_Queue_Stats(uint32_t swID, uint32_t rynPortID, uint32_t 
   });
 }
 
+// Any value but 0 lets the switch's uplinks learn.
 uint32_t Ryn_Set_Uplink_MAC_Learn(uint32_t swID, uint32_t enable) {
   return ChangeHost({"Ryn_Set_Uplink_MAC_Learn", {{"sw", swID}}}, [&](Change& host) {
     if (host.model.FindSwitch(swID) == nullptr)
@@ -336,6 +354,7 @@ uint32_t Ryn_Set_Uplink_MAC_Learn(uint32_t swID, uint32_t enable) {
   });
 }
 
+// 0 or 1, for all uplinks of the switch.
 uint32_t Ryn_Get_Panic_On_Tx_Hang(uint32_t swID, uint32_t* setting) {
   Area answer(setting, sizeof *setting);
   return ReadHost({"Ryn_Get_Panic_On_Tx_Hang", {{"sw", swID}}}, &answer, [&](const View& host) {
@@ -347,6 +366,7 @@ uint32_t Ryn_Get_Panic_On_Tx_Hang(uint32_t swID, uint32_t* setting) {
   });
 }
 
+// What it does is said when a device hangs (timeline.cc): nothing here panics.
 uint32_t Ryn_Set_Panic_On_Tx_Hang(uint32_t swID, uint32_t setting) {
   return ChangeHost({"Ryn_Set_Panic_On_Tx_Hang", {{"sw", swID}}}, [&](Change& host) {
     if (host.model.FindSwitch(swID) == nullptr)
@@ -358,6 +378,7 @@ uint32_t Ryn_Set_Panic_On_Tx_Hang(uint32_t swID, uint32_t setting) {
   });
 }
 
+// Any port may be asked for; what is in its answer depends on whether it is an uplink (NetQueueWriter).
 uint32_t Ryn_Get_Port_NetQ_Info(uint32_t swID, uint32_t rynPortID, void* response, uint32_t* length) {
   Area area(response, length);
   return ReadHost({"Ryn_Get_Port_NetQ_Info", {{"sw", swID}, {"port", rynPortID}}}, &area, [&](const View& host) {
@@ -387,6 +408,8 @@ uint32_t Ryn_List_Dev_Affinity(void* devices, uint32_t* length) {
   });
 }
 
+// Only a node that has cores is a place for a device, and only one where the switch of each of its uplinks may use one:
+// else nothing is changed. Ports of machines stay where they are.
 uint32_t Ryn_Set_Dev_Affinity(const char* device, uint32_t affinity) {
   const std::string_view name = device != nullptr ? device : "";
   return ChangeHost({"Ryn_Set_Dev_Affinity", {{"device", name}}}, [&](Change& host) {
@@ -401,7 +424,8 @@ uint32_t Ryn_Set_Dev_Affinity(const char* device, uint32_t affinity) {
     if (cores.empty())
       return kBadParameter;
     host.store.Run("UPDATE nic SET affinity = ? WHERE name = ?", affinity, name);
-    // The uplink's work goes to the node's cores, to those that its switch may use.
+    // The uplink's work goes to the node's cores that its switch may use; devices take turns, and each sends and
+    // receives on neighbouring ones.
     for (std::size_t i = 0; i < host.model.ports.size(); ++i) {
       const Port& port = host.model.ports[i];
       if (port.nic != nic)

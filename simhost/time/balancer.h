@@ -2,8 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
-#include <vector>
 
 #include "simhost/host/model.h"
 
@@ -14,8 +12,9 @@ void BeginWindow(Model& model, std::int64_t ms);
 // A look: the same, and each switch may move one port.
 void LookAndMove(Store& store, Model& model, std::int64_t ms);
 
-void RestoreBalancer(Model& model, std::span<const std::uint8_t> state);
-std::vector<std::uint8_t> SaveBalancer(const Model& model);
+// What it remembers between its looks. Loading takes a model whose ports are there.
+void LoadBalancer(Store& store, Model& model);
+void StoreBalancer(Store& store, const Model& model);
 
 // The share of the window that a core was busy, in permille; never above 1000.
 std::uint64_t BusyPermille(const Model& model, int core);

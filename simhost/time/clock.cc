@@ -16,8 +16,9 @@ std::int64_t WallNs() {
 std::int64_t Clock::HostNsAt(std::int64_t wall_ns) const {
   if (frozen)
     return base_host_ns;
-  const std::int64_t passed = std::max<std::int64_t>(0, wall_ns - base_wall_ns);
-  return base_host_ns + static_cast<std::int64_t>(static_cast<Int128>(passed) * speed_permille / 1000);
+  const std::int64_t passed = std::max<std::int64_t>(0, wall_ns - base_wall_ns);  // wall time may be set back
+  return static_cast<std::int64_t>(
+      std::min<Int128>(kLatestNs, base_host_ns + static_cast<Int128>(passed) * speed_permille / 1000));
 }
 
 }  // namespace simhost

@@ -3,8 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
-#include <cstring>
 
 #include "simhost/time/balancer.h"
 #include "simhost/traffic/base.h"
@@ -18,15 +16,9 @@ namespace {
 
 constexpr std::int64_t kMostLooks = 1'000'000;  // that are replayed: 58 days of the usual period
 
-std::uint32_t Number(std::string_view text) {
-  std::uint32_t number = 0xFFFFFFFF;
-  std::from_chars(text.data(), text.data() + text.size(), number);
-  return number;
-}
-
 void Log(Store& store, std::int64_t ms, const Event& event, std::string_view what) {
-  store.Run("INSERT INTO log (at_ms, pid, operation, arguments, what) VALUES (?, ?, ?, ?, ?)", ms, getpid(), event.kind,
-            event.target, what);
+  store.Run("INSERT INTO log (at_ms, pid, operation, arguments, what) VALUES (?, ?, ?, ?, ?)", ms, getpid(),
+            TextOf(event.kind), event.target, what);
 }
 
 // What is on now, worked out anew from all events that are on.
@@ -40,65 +32,69 @@ void ApplyEvents(Model& model) {
   for (const Event& event : model.events) {
     if (event.stage != kEventOn)
       continue;
-    if (event.kind == "uplink-down" || event.kind == "uplink-hang") {
-      if (const int nic = model.FindNic(event.target); nic >= 0)
-        (event.kind == "uplink-down" ? model.nics[Index(nic)].down : model.nics[Index(nic)].hung) = true;
-    } else if (event.kind == "core-stuck") {
-      for (Core& core : model.cores)
-        core.stuck |= static_cast<std::uint32_t>(core.id) == Number(event.target);
-    } else if (event.kind == "mac-limit") {
-      for (Switch& sw : model.switches) {
-        if (static_cast<std::uint32_t>(sw.id) == Number(event.target))
-          sw.mac_limit = std::min(sw.mac_limit, static_cast<std::uint32_t>(event.value.value_or(16)));
-      }
+    const std::size_t target = Index(event.target_index);
+    switch (event.kind) {
+      case EventKind::kUplinkDown:
+        model.nics[target].down = true;
+        break;
+      case EventKind::kUplinkHang:
+        model.nics[target].hung = true;
+        break;
+      case EventKind::kCoreStuck:
+        model.cores[target].stuck = true;
+        break;
+      case EventKind::kMacLimit:
+        model.switches[target].mac_limit =
+            std::min(model.switches[target].mac_limit, static_cast<std::uint32_t>(event.effect));
+        break;
+      case EventKind::kCountersNearWrap:  // happens once, when it begins
+        break;
     }
   }
 }
 
 // The port's fast-path totals go up to a little below 2^bits; they are never brought down.
 void BringNearWrap(Model& model, const Event& event) {
-  const std::size_t slash = event.target.find('/');
-  if (slash == std::string::npos)
-    return;
-  const int index = model.PortIndex(Number(std::string_view(event.target).substr(0, slash)),
-                                    Number(std::string_view(event.target).substr(slash + 1)));
-  if (index < 0)
-    return;
-  const std::int64_t bits = std::clamp<std::int64_t>(event.value.value_or(32), 20, 64);
-  constexpr std::uint64_t kBelow = 100'000;
-  const std::uint64_t goal = (bits == 64 ? 0 : std::uint64_t{1} << bits) - kBelow;
-  PortCounts& words = model.base.ports[Index(index)];
+  constexpr std::uint64_t kBelow = 100'000;  // packets or bytes
+  const std::uint64_t goal = (event.effect == 64 ? 0 : std::uint64_t{1} << event.effect) - kBelow;
+  PortCounts& words = model.base.ports[Index(event.target_index)];
   for (const PortWord word : {kTxBytes, kTxPackets, kRxBytes, kRxPackets}) {
     const std::uint64_t rise = goal - std::min(goal, words[word]);
     words[word] += rise;
-    if (const auto queues = model.base.queues.find(index); queues != model.base.queues.end()) {
+    if (const auto queues = model.base.queues.find(event.target_index); queues != model.base.queues.end()) {
       const bool transmit = word == kTxBytes || word == kTxPackets;
       queues->second[transmit ? 1 : 0][0][word == kTxBytes || word == kRxBytes ? kQueueBytes : kQueuePackets] += rise;
     }
   }
 }
 
-// Whether the device that hangs is an uplink of a switch that shall panic then.
-bool PanicsOn(const Model& model, const Event& event) {
-  const int nic = event.kind == "uplink-hang" ? model.FindNic(event.target) : -1;
-  return nic >= 0 && std::any_of(model.switches.begin(), model.switches.end(), [&](const Switch& sw) {
-           return sw.panic_on_tx_hang != 0 && std::any_of(sw.uplinks.begin(), sw.uplinks.end(), [&](int uplink) {
-                    return model.ports[Index(uplink)].nic == nic;
-                  });
-         });
+// Whether the device is an uplink of a switch that is set to panic when one hangs.
+bool PanicsOnHang(const Model& model, int nic) {
+  return std::any_of(model.switches.begin(), model.switches.end(), [&](const Switch& sw) {
+    return sw.panic_on_tx_hang != 0 && std::any_of(sw.uplinks.begin(), sw.uplinks.end(),
+                                                   [&](int uplink) { return model.ports[Index(uplink)].nic == nic; });
+  });
 }
 
+// What happens once happens here; what lasts is worked out by ApplyEvents.
+void Begin(Store& store, Model& model, Event& event, std::int64_t ms) {
+  event.stage = kEventRules[Index(event.kind)].once ? kEventOver : kEventOn;
+  if (event.kind == EventKind::kCountersNearWrap)
+    BringNearWrap(model, event);
+  const bool panics = event.kind == EventKind::kUplinkHang && PanicsOnHang(model, event.target_index);
+  Log(store, ms, event, panics ? "begins; a real host, set to panic on this, would stop" : "begins");
+}
+
+void End(Store& store, Event& event, std::int64_t ms) {
+  event.stage = kEventOver;
+  Log(store, ms, event, "ends");
+}
+
+// The next thing that happens to an event: it begins, or it ends. The segment ends with it, since traffic takes other
+// ways then.
 void MoveEvent(Store& store, Model& model, Event& event, std::int64_t ms) {
   CloseSegment(model, std::max(ms, model.segment_ms));
-  if (event.stage == kEventAhead) {
-    event.stage = event.kind == "counters-near-wrap" ? kEventOver : kEventOn;
-    if (event.kind == "counters-near-wrap")
-      BringNearWrap(model, event);
-    Log(store, ms, event, PanicsOn(model, event) ? "begins; a real host, set to panic on this, would stop" : "begins");
-  } else {
-    event.stage = kEventOver;
-    Log(store, ms, event, "ends");
-  }
+  event.stage == kEventAhead ? Begin(store, model, event, ms) : End(store, event, ms);
   store.Run("UPDATE event SET started = ? WHERE id = ?", event.stage, event.id);
   ApplyEvents(model);
   BuildPaths(model);
@@ -106,42 +102,37 @@ void MoveEvent(Store& store, Model& model, Event& event, std::int64_t ms) {
 
 }  // namespace
 
-void PrepareTimeline(Store& store, Model& model) {
-  Statement events = store.Prepare("SELECT state FROM balancer");
-  if (events.Step())
-    RestoreBalancer(model, events.Blob(0));
+void PrepareTimeline(Model& model) {
   ApplyEvents(model);
   BuildPaths(model);
-  RestoreLosses(model, model.base.losses);
 }
 
 void ReplayTimeline(Store& store, Model& model, std::int64_t ms) {
   Balancer& balancer = model.balancer;
   const std::int64_t period = balancer.period_ms;
   bool looked = false;
-  if ((ms - balancer.tick_ms) / period > kMostLooks) {
-    balancer.tick_ms = ms - ms % period - period;
+  // Deliberate: after more looks than anybody would wait for, the balancer starts again with the latest two, and moves
+  // nothing in between. This is the one thing that depends on who called when.
+  if (const std::int64_t looks = (ms - balancer.tick_ms) / period; looks > kMostLooks) {
+    balancer.tick_ms += (looks - 1) * period;
     balancer.fresh = true;
   }
 
   for (std::int64_t due = model.NextDueMs(); due <= ms; due = model.NextDueMs()) {
-    Event* next = nullptr;
-    for (Event& event : model.events) {
-      if ((event.stage == kEventAhead && event.from_ms == due) ||
-          (event.stage == kEventOn && event.until_ms && *event.until_ms == due))
-        next = &event;
-    }
-    if (next != nullptr) {
-      MoveEvent(store, model, *next, due);
+    // Events go before the look of the same moment, and among themselves by their numbers.
+    const auto event = std::find_if(model.events.begin(), model.events.end(),
+                                    [&](const Event& candidate) { return candidate.NextMs() == due; });
+    if (event != model.events.end()) {
+      MoveEvent(store, model, *event, due);
     } else {
       balancer.fresh ? BeginWindow(model, due) : LookAndMove(store, model, due);
       looked = true;
     }
   }
 
+  // Whoever reads the store next goes on from here.
   if (looked) {
-    const std::vector<std::uint8_t> state = SaveBalancer(model);
-    store.Run("UPDATE balancer SET tick_ms = ?, state = ?", balancer.tick_ms, state);
+    StoreBalancer(store, model);
     if (!model.base_changed)
       StoreLosses(store, model);
   }

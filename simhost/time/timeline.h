@@ -8,8 +8,9 @@
 
 namespace simhost {
 
-// Prepares a model that was just loaded: events that are on take their effect, and the balancer its memory.
-void PrepareTimeline(Store& store, Model& model);
+// Prepares a model that was just loaded: events that are on take their effect, and packets their ways by it. Counts do
+// not matter to it.
+void PrepareTimeline(Model& model);
 
 // Replays what has happened up to host time ms and keeps the outcome in the store. Call it inside a transaction that
 // writes.

@@ -15,9 +15,12 @@ namespace {
 
 std::uint32_t U32(std::int64_t value) { return static_cast<std::uint32_t>(value); }
 
+// Words in the store are in this machine's byte order. A row that an older version of a record has written may be
+// shorter: its last counters begin at 0.
 template <std::size_t N>
 void CopyWords(std::span<const std::uint8_t> blob, std::array<std::uint64_t, N>& words) {
-  std::memcpy(words.data(), blob.data(), std::min(blob.size(), sizeof words));
+  if (!blob.empty())  // else it may have no address
+    std::memcpy(words.data(), blob.data(), std::min(blob.size(), sizeof words));
 }
 
 template <class Words>
@@ -25,25 +28,34 @@ std::span<const std::uint8_t> Bytes(const Words& words) {
   return {reinterpret_cast<const std::uint8_t*>(words.data()), words.size() * sizeof(words[0])};
 }
 
-template <std::size_t N>
-bool IsZero(const std::array<std::uint64_t, N>& words) {
-  return std::all_of(words.begin(), words.end(), [](std::uint64_t word) { return word == 0; });
-}
+// Writes rows. Nearly always the row is there and as long as before, which SQLite updates in place; replacing it would
+// cost twice as much.
+class RowWriter {
+ public:
+  explicit RowWriter(Store& store)
+      : store_(store), update_(store.Prepare("UPDATE base SET counts = ? WHERE kind = ? AND sw = ? AND id = ?")) {}
 
-void Put(Statement& row, std::string_view kind, int sw, int id, std::span<const std::uint8_t> counts) {
-  row.Run(kind, sw, id, counts);
-}
+  void Put(BaseKind kind, int sw, int id, std::span<const std::uint8_t> counts) {
+    update_.Run(counts, TextOf(kind), sw, id);
+    if (store_.Changes() == 0)
+      store_.Run("INSERT INTO base (kind, sw, id, counts) VALUES (?, ?, ?, ?)", TextOf(kind), sw, id, counts);
+  }
 
-constexpr std::string_view kPutRow = "INSERT OR REPLACE INTO base (kind, sw, id, counts) VALUES (?, ?, ?, ?)";
+ private:
+  Store& store_;
+  Statement update_;
+};
 
 }  // namespace
 
+// Counts of ports and conversations that have gone since are left out; those of new ones begin at 0.
 void LoadBase(Store& store, Model& model) {
   Base& base = model.base;
   base = {};
   base.ports.resize(model.ports.size());
   base.flows.resize(kSwitches * kCores);
   base.seen.resize(model.conversations.size());
+  // Only uplinks count by queue. One without a queue in some direction has one that shows, so that its sums are right.
   for (const Switch& sw : model.switches) {
     for (const int uplink : sw.uplinks) {
       const Port& port = model.ports[Index(uplink)];
@@ -59,25 +71,27 @@ void LoadBase(Store& store, Model& model) {
     const std::span<const std::uint8_t> counts(row.counts);
     if (counts.size() % sizeof(std::uint64_t) != 0)
       reader.Refuse("counts", "has " + std::to_string(counts.size()) + " bytes, which are no whole words");
-    if (row.kind == "flow") {
+    if (row.kind == BaseKind::kFlow) {
       if (row.id >= kCores)
         reader.Refuse("id", "is " + std::to_string(row.id) + ", which is no core");
       CopyWords(counts, base.flows[Index(row.sw * kCores + row.id)]);
-    } else if (row.kind == "core") {
+    } else if (row.kind == BaseKind::kCore) {
       CopyWords(counts, base.busy_ns);
-    } else if (row.kind == "lost") {
+    } else if (row.kind == BaseKind::kLost) {
       base.losses.resize(counts.size() / sizeof(std::uint64_t));
       if (!base.losses.empty())
         std::memcpy(base.losses.data(), counts.data(), counts.size());
-    } else if (row.kind == "passed") {
-      // Conversations and ports may have gone since.
-      if (const auto it = conversation_index.find(row.id); it != conversation_index.end())
+    } else if (row.kind == BaseKind::kPassed) {
+      if (const auto it = conversation_index.find(row.id); it != conversation_index.end()) {
         CopyWords(counts, base.seen[it->second]);
+        for (std::uint64_t& flows : base.seen[it->second])
+          flows = std::min<std::uint64_t>(flows, model.conversations[it->second].flows);
+      }
     } else if (const int port = model.PortIndex(U32(row.sw), U32(row.id)); port >= 0) {
-      if (row.kind == "port") {
+      if (row.kind == BaseKind::kPort) {
         CopyWords(counts, base.ports[Index(port)]);
       } else if (const auto it = base.queues.find(port); it != base.queues.end()) {
-        std::vector<QueueCounts>& queues = it->second[row.kind == "rx" ? 0 : 1];
+        std::vector<QueueCounts>& queues = it->second[row.kind == BaseKind::kRx ? 0 : 1];
         // Of a port that has lost queues since, the last one keeps their counts.
         for (std::size_t q = 0; (q + 1) * sizeof(QueueCounts) <= counts.size(); ++q) {
           QueueCounts words{};
@@ -88,40 +102,60 @@ void LoadBase(Store& store, Model& model) {
       }
     }
   });
+  model.stored_base = base;
 }
 
+bool SameCounters(const Model& one, const Model& other) {
+  const auto same_port = [](const Port& a, const Port& b) {
+    return a.sw == b.sw && a.id == b.id && a.IsUplink() == b.IsUplink() && a.tx_queues == b.tx_queues &&
+           a.rx_queues == b.rx_queues;
+  };
+  const auto same_talk = [](const Conversation& a, const Conversation& b) { return a.id == b.id; };
+  return std::equal(one.ports.begin(), one.ports.end(), other.ports.begin(), other.ports.end(), same_port) &&
+         std::equal(one.conversations.begin(), one.conversations.end(), other.conversations.begin(),
+                    other.conversations.end(), same_talk);
+}
+
+// Only what differs from what is stored: ports without traffic and flows that are all known stay as they are. Rows of
+// what has gone stay too, and lead nowhere.
 void StoreBase(Store& store, Model& model) {
   if (!model.base_changed)
     return;
-  Statement row = store.Prepare(kPutRow);
+  RowWriter rows(store);
   const Base& base = model.base;
-  for (std::size_t i = 0; i < model.ports.size(); ++i)
-    Put(row, "port", model.ports[i].sw, model.ports[i].id, Bytes(base.ports[i]));
+  const Base& stored = model.stored_base;
+  for (std::size_t i = 0; i < model.ports.size(); ++i) {
+    if (base.ports[i] != stored.ports[i])
+      rows.Put(BaseKind::kPort, model.ports[i].sw, model.ports[i].id, Bytes(base.ports[i]));
+  }
   for (const auto& [port, queues] : base.queues) {
     for (const int way : {0, 1}) {
       const std::vector<QueueCounts>& own = queues[Index(way)];
-      Put(row, way == 0 ? "rx" : "tx", model.ports[Index(port)].sw, model.ports[Index(port)].id,
-          {reinterpret_cast<const std::uint8_t*>(own.data()), own.size() * sizeof(QueueCounts)});
+      if (own != stored.queues.at(port)[Index(way)])
+        rows.Put(way == 0 ? BaseKind::kRx : BaseKind::kTx, model.ports[Index(port)].sw, model.ports[Index(port)].id,
+                 {reinterpret_cast<const std::uint8_t*>(own.data()), own.size() * sizeof(QueueCounts)});
     }
   }
-  for (const Switch& sw : model.switches) {
-    for (const Core& core : model.cores) {
-      if (const FlowCounts& words = base.flows[Index(sw.id * kCores + core.id)]; !IsZero(words))
-        Put(row, "flow", sw.id, core.id, Bytes(words));
-    }
+  for (std::size_t place = 0; place < base.flows.size(); ++place) {
+    if (base.flows[place] != stored.flows[place])
+      rows.Put(BaseKind::kFlow, static_cast<int>(place / kCores), static_cast<int>(place % kCores),
+               Bytes(base.flows[place]));
   }
-  Put(row, "core", 0, 0, Bytes(base.busy_ns));
-  for (std::size_t i = 0; i < model.conversations.size(); ++i)
-    Put(row, "passed", 0, model.conversations[i].id, Bytes(base.seen[i]));
+  rows.Put(BaseKind::kCore, 0, 0, Bytes(base.busy_ns));
+  for (std::size_t i = 0; i < model.conversations.size(); ++i) {
+    if (base.seen[i] != stored.seen[i])
+      rows.Put(BaseKind::kPassed, 0, model.conversations[i].id, Bytes(base.seen[i]));
+  }
   StoreLosses(store, model);
   store.Run("UPDATE host SET segment_ms = ?", model.segment_ms);
+  model.stored_base = base;
   model.base_changed = false;
 }
 
+// Done after each look even where no segment ended: losses since the segment began may be hours of windows to work out.
 void StoreLosses(Store& store, const Model& model) {
   const std::vector<std::uint64_t> words = SaveLosses(model);
-  Statement row = store.Prepare(kPutRow);
-  Put(row, "lost", 0, 0, Bytes(words));
+  RowWriter(store).Put(BaseKind::kLost, 0, 0, Bytes(words));
 }
 
 }  // namespace simhost

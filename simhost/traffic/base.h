@@ -8,6 +8,9 @@ namespace simhost {
 // Reads them into a model whose inventory is there; losses are put in force by RestoreLosses when its paths are, too.
 void LoadBase(Store& store, Model& model);
 
+// Whether both have the same counters: of the same ports, queues and conversations, in the same order.
+bool SameCounters(const Model& one, const Model& other);
+
 // Stores them if they have changed.
 void StoreBase(Store& store, Model& model);
 

@@ -10,7 +10,6 @@ namespace simhost {
 
 namespace {
 
-constexpr std::uint64_t kMillion = 1'000'000;
 constexpr std::uint64_t kAggregated = 4;  // frames that large receive offload makes one of
 
 const Conversation& TalkOf(const Model& model, const Path& path) {
@@ -76,10 +75,11 @@ std::uint64_t LostByCore(const PathCounts& counts) {
 }
 
 // What enters the switch: an uplink has received it, any other port has sent it. Lost packets are the drops of the port
-// they came in by.
+// they came in by. Packets that the core passed are counted by the speed it passed them at; those that it lost had none
+// yet, so their drops stand with the fast ones.
 void AddIncoming(const Model& model, const Path& path, const PathCounts& counts, PortCounts& words) {
   const Conversation& talk = TalkOf(model, path);
-  const std::uint64_t size = talk.size[Index(path.back)];
+  const std::uint64_t size = talk.size[path.direction];
   const bool uplink = model.ports[Index(path.in)].IsUplink();
   const std::size_t first = uplink ? kRxBytes : kTxBytes;
   AddTraffic(words, first, talk, counts.Fast(), counts.Fast() * size);
@@ -92,7 +92,8 @@ void AddIncoming(const Model& model, const Path& path, const PathCounts& counts,
   words[kWork + (uplink ? 3 : 2)] += work.fast_ns;
 }
 
-// What leaves the switch: an uplink sends it, any other port receives it.
+// What leaves the switch: an uplink sends it, any other port receives it. Bytes are those of the frames, which large
+// receive offload does not change.
 void AddOutgoing(const Model& model, const Path& path, const Leg& leg, const LegCounts& counts, PortCounts& words) {
   const Conversation& talk = TalkOf(model, path);
   const Port& port = model.ports[Index(leg.port)];
@@ -100,7 +101,8 @@ void AddOutgoing(const Model& model, const Path& path, const Leg& leg, const Leg
   const std::size_t first = uplink ? kTxBytes : kRxBytes;
   const std::uint64_t fast = counts.Delivered(kOnFastPath);
   const std::uint64_t slow = counts.Delivered(kOnSlowPath);
-  // Large receive offload merges up to kAggregated TCP frames (protocol 6) into one packet; the bytes stay.
+  // Large receive offload merges kAggregated TCP frames (protocol 6) into one packet, rounded up: the count grows with
+  // the frames, and the first frame shows.
   const bool aggregate =
       !uplink && !leg.copy && port.lro != 0 && talk.protocol == 6 && talk.delivery == Delivery::kUnicast;
   AddTraffic(words, first, talk, aggregate ? (fast + kAggregated - 1) / kAggregated : fast, fast * leg.size);
@@ -119,6 +121,7 @@ int QueueOf(const Model& model, const Path& path, bool transmit) {
   return path.receivers == 1 ? model.ports[Index(path.Receiver())].id : 0;
 }
 
+// packets, each of so many bytes.
 void AddToQueue(const Conversation& talk, std::uint64_t packets, std::uint64_t bytes, QueueCounts& words) {
   words[kQueuePackets] += packets;
   words[kQueueBytes] += packets * bytes;
@@ -126,17 +129,20 @@ void AddToQueue(const Conversation& talk, std::uint64_t packets, std::uint64_t b
     words[talk.delivery == Delivery::kMulticast ? kQueueMulticast : kQueueBroadcast] += packets;
 }
 
+// A packet is lost in one place only: the uplink's drops are the sum of what its device and link had no room for
+// (kQueueFifo) and what the core had no time or no receiver for (kQueueMissed). Bad frames are errors, not drops.
 void AddReceiveQueue(const Model& model, const Path& path, const PathCounts& counts, QueueCounts& words) {
   const Conversation& talk = TalkOf(model, path);
   const std::uint64_t unserved = counts.link_lost + counts.device_lost;
   const std::uint64_t missed = counts.nowhere + LostByCore(counts);
-  AddToQueue(talk, counts.Fast() + counts.Slow(), talk.size[Index(path.back)], words);
+  AddToQueue(talk, counts.Fast() + counts.Slow(), talk.size[path.direction], words);
   words[path.oversize ? kQueueLength : kQueueCrc] += counts.errors;
   words[kQueueFifo] += unserved;
   words[kQueueMissed] += missed;
   words[kQueueDrops] += unserved + missed;
 }
 
+// Copies of mirror sessions are sent like any other packet. All that a device loses while it hangs is called aborted.
 void AddTransmitQueue(const Model& model, const Path& path, const Leg& leg, const LegCounts& counts,
                       QueueCounts& words) {
   AddToQueue(TalkOf(model, path), counts.Delivered(kOnFastPath) + counts.Delivered(kOnSlowPath), leg.size, words);
@@ -145,6 +151,7 @@ void AddTransmitQueue(const Model& model, const Path& path, const Leg& leg, cons
   words[model.nics[Index(model.ports[Index(leg.port)].nic)].hung ? kQueueAborted : kQueueFifo] += lost;
 }
 
+// Hits and misses of the flow cache, of packets that the core passed. While the cache is off there are neither.
 void AddFlows(const PathCounts& counts, bool flow_cache, FlowCounts& words) {
   if (!flow_cache)
     return;
@@ -156,9 +163,10 @@ void AddFlows(const PathCounts& counts, bool flow_cache, FlowCounts& words) {
 
 }  // namespace
 
+// Since the host booted, not since the segment began: settings do not change what a pattern has made so far.
 std::uint64_t PacketsOf(const Model& model, const Path& path, std::int64_t ms) {
   const Conversation& talk = TalkOf(model, path);
-  return PartOf(talk, path, talk.pattern[Index(path.back)].PacketsUntil(ms));
+  return PartOf(talk, path, talk.pattern[path.direction].PacketsUntil(ms));
 }
 
 void CountAsked(const Model& model, const Path& path, std::int64_t ms, PathCounts& counts) {
@@ -166,6 +174,8 @@ void CountAsked(const Model& model, const Path& path, std::int64_t ms, PathCount
   counts.asked = packets - Share(packets, path.unanswered_ppm, kMillion);
 }
 
+// Each stage takes its share of what is left (Share), so whatever is rounded, what came is what went on and what was
+// lost.
 void CountArrived(const Model& model, const Path& path, PathCounts& counts) {
   const Conversation& talk = TalkOf(model, path);
   std::uint64_t rest = counts.Offered() - counts.link_lost;
@@ -177,12 +187,12 @@ void CountArrived(const Model& model, const Path& path, PathCounts& counts) {
   rest -= counts.nowhere;
 
   counts.arrived = {};
-  if (!model.FindSwitch(static_cast<std::uint32_t>(talk.sw))->flow_cache) {
+  if (!model.FindSwitch(static_cast<std::uint32_t>(talk.sw))->flow_cache) {  // all is slow, nothing is looked up
     counts.arrived[kPunted] = rest;
     return;
   }
   // The first packet of each lasting flow misses, then those that open a short flow.
-  const std::uint64_t before = PartOf(talk, path, model.base.seen[Index(path.conversation)][Index(path.back)]);
+  const std::uint64_t before = PartOf(talk, path, model.base.seen[Index(path.conversation)][path.direction]);
   const std::uint64_t first = std::min(path.flows, before + rest) - std::min(path.flows, before);
   counts.short_flows = Share(rest - first, talk.churn_ppm, kMillion);
   counts.arrived[kMissed] = first + counts.short_flows;
@@ -194,7 +204,7 @@ void CountArrived(const Model& model, const Path& path, PathCounts& counts) {
 }
 
 void CountCame(const Leg& leg, const PathCounts& path, LegCounts& counts) {
-  if (leg.copy)
+  if (leg.copy)  // one of so many, whatever speed the packets had; the copy itself is fast
     counts.came = {(path.Fast() + path.Slow()) / leg.one_of, 0};
   else
     counts.came = {path.Fast(), path.Slow()};
@@ -206,6 +216,9 @@ void CountDeviceLoss(const Leg& leg, LegCounts& counts) {
     counts.device_lost[speed] = Share(counts.Worked(speed), leg.device_drop_ppm, kMillion);
 }
 
+// The stages in their order. Losses for want of time are known before and after the latest window that lost something;
+// each is spread over the packets that came to its own stage in between. Before that window nobody asks, and after it
+// losses stand still while packets go on.
 PathCounts CountPath(const Model& model, const Path& path, std::int64_t ms) {
   PathCounts counts;
   CountAsked(model, path, ms, counts);
@@ -260,6 +273,7 @@ PortCounts CountPort(const Model& model, int port, std::int64_t ms) {
   return words;
 }
 
+// A port has at least one queue in each direction; numbers beyond it fold onto those that there are.
 QueueCounts CountQueue(const Model& model, int port, bool transmit, int queue, std::int64_t ms) {
   const std::vector<QueueCounts>& queues = model.base.queues.at(port)[transmit ? 1 : 0];
   QueueCounts words = queues[Index(queue)];
@@ -278,6 +292,7 @@ QueueCounts CountQueue(const Model& model, int port, bool transmit, int queue, s
   return words;
 }
 
+// Of flows that come in on the core by ports of the switch.
 FlowCounts CountFlows(const Model& model, int sw, int core, std::int64_t ms) {
   FlowCounts words = model.base.flows[Index(sw * kCores + core)];
   const Switch* found = model.FindSwitch(static_cast<std::uint32_t>(sw));
@@ -286,6 +301,7 @@ FlowCounts CountFlows(const Model& model, int sw, int core, std::int64_t ms) {
   return words;
 }
 
+// Packets that were worked on count, lost ones do not: a core's work and its losses are of the same moment.
 WorkCounts CountWork(const Model& model, std::int64_t ms) {
   WorkCounts counts;
   counts.busy_ns = model.base.busy_ns;
@@ -310,6 +326,8 @@ WorkCounts CountWork(const Model& model, std::int64_t ms) {
   return counts;
 }
 
+// Counts of paths are since the segment began, so each is added to its base exactly once. A segment of no length adds
+// nothing, but whoever closes it is about to change the base, hence base_changed.
 void CloseSegment(Model& model, std::int64_t ms) {
   if (ms > model.segment_ms) {
     SolveLosses(model, ms);
@@ -343,19 +361,23 @@ void CloseSegment(Model& model, std::int64_t ms) {
         arrived += packets;
       seen.push_back(arrived);
     }
-    for (std::size_t i = 0; i < model.paths.size(); ++i)
-      base.seen[Index(model.paths[i].conversation)][Index(model.paths[i].back)] += seen[i];
+    for (std::size_t i = 0; i < model.paths.size(); ++i) {
+      const Path& path = model.paths[i];
+      std::uint64_t& flows = base.seen[Index(path.conversation)][path.direction];
+      flows = std::min<std::uint64_t>(flows + seen[i], TalkOf(model, path).flows);
+    }
     model.segment_ms = ms;
     BeginSegment(model);
   }
   model.base_changed = true;
 }
 
+// Flows are known by conversation, so all parts of one are forgotten together.
 void ForgetFlows(Model& model, int port) {
   for (const int index : model.paths_of_port[Index(port)]) {
     const Path& path = model.paths[Index(index)];
     if (path.in == port)
-      model.base.seen[Index(path.conversation)][Index(path.back)] = 0;
+      model.base.seen[Index(path.conversation)][path.direction] = 0;
   }
 }
 
@@ -380,7 +402,7 @@ bool SameTraffic(const Model& one, const Model& other) {
   const auto same_core = [](const Core& a, const Core& b) {
     return a.id == b.id && a.packets_per_s == b.packets_per_s && a.stuck == b.stuck;
   };
-  // What its flows look like bears on no count.
+  // What its flows look like affects no count; costs, ways and shares are compared with the paths.
   const auto same_talk = [](const Conversation& a, const Conversation& b) {
     return a.id == b.id && a.sw == b.sw && a.source == b.source && a.destination == b.destination &&
            a.delivery == b.delivery && a.protocol == b.protocol && a.flows == b.flows && a.churn_ppm == b.churn_ppm &&

@@ -69,10 +69,14 @@ struct LiveFlows {
   std::uint64_t Count(bool offloaded_only) const { return offloaded_only ? offloaded : lasting + short_lived; }
 };
 
+// Short flows are numbered in the order in which they open, of all packets since the host booted: by this count the
+// flow of one packet has the same number at each call, whatever segments there were.
 std::uint64_t ShortFlowsUntil(const Model& model, const Path& path, std::int64_t ms) {
   return Share(PacketsOf(model, path, ms), model.conversations[Index(path.conversation)].churn_ppm, 1'000'000);
 }
 
+// Packets go to the lasting flows in turn, so of those since `since` the latest path.flows ones show which flows they
+// were.
 LiveFlows FindLive(const Model& model, const Switch& sw, const Path& path, std::int64_t ms) {
   LiveFlows live;
   if (!sw.flow_cache)
@@ -100,6 +104,7 @@ struct FlowId {
   bool offloaded = false;
 };
 
+// A flow's entry: its key and its actions. Its length is known before it is written, since a page takes no part of one.
 class Entry {
  public:
   Entry(const Model& model, const Switch& sw, const Path& path, FlowId flow, std::int64_t ms)
@@ -124,6 +129,8 @@ class Entry {
   const Port* Out() const { return path_.receivers == 0 ? nullptr : &model_.ports[Index(path_.Receiver())]; }
   const Port& SourcePort() const { return model_.ports[Index(talk_.source)]; }
 
+  // What follows from the ways that packets take is added to what the description says. The text of all actions has to
+  // fit readers' room, so routers are left out, the last ones first, until it does.
   void ChooseActions() {
     const Port* out = Out();
     actions_ = talk_.actions;
@@ -180,13 +187,14 @@ class Entry {
                Mix(static_cast<std::uint64_t>(talk_.id) << 32 | flow_.number << 1 | (flow_.lasting ? 1 : 0)));
   }
 
-  // The number of a flow within its conversation, the lasting and the short ones apart: the parts take turns.
+  // The number of a flow within its conversation, the lasting and the short ones apart: the parts take turns, so that
+  // no two of them give one number to different flows.
   std::uint64_t NumberInTalk() const {
     return flow_.number * static_cast<std::uint64_t>(path_.parts) + static_cast<std::uint64_t>(path_.part);
   }
 
   void WriteKey(Area& page, std::size_t at) const {
-    const bool back = path_.back != 0;
+    const bool back = path_.direction == kBack;
     const Mac& here = SourcePort().mac;
     const Mac there = talk_.delivery != Delivery::kUnicast ? GroupOf(talk_)
                       : talk_.destination >= 0             ? model_.ports[Index(talk_.destination)].mac
@@ -224,15 +232,15 @@ class Entry {
       page.Put8(at + offset, port >> 8);
       page.Put8(at + offset + 1, port & 0xFF);
     };
-    put(kKeyL4A, ports[path_.back != 0 ? 1 : 0]);
-    put(kKeyL4B, ports[path_.back != 0 ? 0 : 1]);
+    put(kKeyL4A, ports[path_.direction == kBack ? 1 : 0]);
+    put(kKeyL4B, ports[path_.direction == kBack ? 0 : 1]);
   }
 
   void WriteActions(Area& page, std::size_t at) const {
     const std::uint64_t packets = PacketsSinceFlush();
     page.Put64(at + kHandle, 0x430000000000 + (static_cast<std::uint64_t>(talk_.id) << 8));
     page.Put64(at + kPackets, packets);
-    page.Put64(at + kBytes, packets * talk_.size[Index(path_.back)]);
+    page.Put64(at + kBytes, packets * talk_.size[path_.direction]);
     page.Put32(at + kBitmap, actions_);
     page.Put8(at + kStatsFlags, HasStats() ? kHasStats : 0);
     page.Put16(at + kLength, length_);
@@ -263,6 +271,8 @@ class Entry {
     return port == nullptr || port->nic < 0 || model_.nics[Index(port->nic)].fpo_limits[4] != 0;
   }
 
+  // Of a lasting flow, its share of the path's packets since the latest flush or clear: every path.flows-th, beginning
+  // with the one of its own number. A short flow has had its one.
   std::uint64_t PacketsSinceFlush() const {
     if (!flow_.lasting)
       return 1;
@@ -286,6 +296,7 @@ class Entry {
 
 }  // namespace
 
+// Without writing any: numFlows has to be the length of a full dump, and a dump of 16,384 flows is slow to make.
 std::uint64_t CountLiveFlows(const Model& model, int sw, int core, std::int64_t ms) {
   const Switch* found = model.FindSwitch(static_cast<std::uint32_t>(sw));
   std::uint64_t count = 0;
@@ -326,7 +337,7 @@ std::uint32_t WriteFlowPage(const Model& model, int sw, int core, std::uint32_t 
     }
     skip -= std::min(skip, flows);
   }
-  page.Put32(kPageNext, start + count);
+  page.Put32(kPageNext, start + count);  // where the next page begins, also when this one is empty
   page.Put32(kPageCount, count);
   page.Put32(kPageBytes, at);
   return kOk;

@@ -10,22 +10,19 @@ namespace simhost {
 
 namespace {
 
-constexpr std::uint64_t kMillion = 1'000'000;
 constexpr std::int64_t kWindowMs = 1000;
 constexpr std::uint64_t kUsableNsPerMs = 950'000;  // of a core's time, what it gives to packets before it drops some
-constexpr std::uint64_t kGapBytes = 24;            // of the wire's time, what a frame takes beside its own bytes
 constexpr std::int64_t kForEverMs = std::numeric_limits<std::int64_t>::max() / 4;
 
-std::uint64_t LinkBits(std::uint64_t size) { return 8 * (size + kGapBytes); }
-
 // Packets that ask for a stage's time in a window, and how many of them get it. They are of three kinds, which pass
-// alike.
+// alike: of any number of packets each kind is its share, rounded down. Costs are nanoseconds of a core, or bits of a
+// link, for which all packets are of the same kind.
 struct Demand {
-  std::uint64_t n = 0;  // all
-  std::uint64_t slow = 0;
-  std::uint64_t offloaded = 0;
+  std::uint64_t n = 0;                                           // all packets
+  std::uint64_t slow = 0;                                        // of these, on the slow path
+  std::uint64_t offloaded = 0;                                   // of the rest, offloaded
   std::uint64_t slow_cost = 0, offload_cost = 0, fast_cost = 0;  // of one packet
-  std::uint64_t passed = 0;
+  std::uint64_t passed = 0;  // at most n; grows only, so that a stage never takes back what the next one has seen
 
   // Of p packets; p + 1 have one more in one of the kinds and as many in the others, so costs rise by one packet's.
   std::uint64_t Slow(std::uint64_t p) const { return Share(slow, p, n); }
@@ -52,7 +49,8 @@ UInt128 CostOfAll(const std::vector<Demand*>& demands) {
   return cost;
 }
 
-// How far to shift a cost so that it fits 64 bits, and a product of two such costs 128.
+// How far to shift a cost so that it fits 64 bits, and a product of two such costs 128. Costs of a window fit
+// unless a core is asked for 18 thousand million times what it can do; then the lowest bits do not matter.
 int ExcessBits(UInt128 cost) {
   int bits = 0;
   while ((cost >> bits) > std::numeric_limits<std::uint64_t>::max())
@@ -60,7 +58,7 @@ int ExcessBits(UInt128 cost) {
   return bits;
 }
 
-// n * part / whole; n and part are at most whole.
+// n * part / whole, rounded down; n and part are at most whole, which is not 0.
 UInt128 ShareOfCost(UInt128 n, UInt128 part, UInt128 whole) {
   const int bits = ExcessBits(whole);
   return ((n >> bits) * (part >> bits) / (whole >> bits)) << bits;
@@ -73,7 +71,8 @@ std::uint64_t PacketsFor(UInt128 part, std::uint64_t n, UInt128 whole) {
 }
 
 // Lets packets pass until their cost comes to the budget, evenly of all; more of them may pass already, none is taken
-// back. reach: let one packet more pass rather than leave time unused.
+// back. reach: let one packet more pass rather than leave time unused, as a core finishes the packet that it has begun;
+// a link does not begin a frame that it has no time for.
 void LetPass(std::vector<Demand*>& demands, UInt128 budget, bool reach) {
   const UInt128 all = CostOfAll(demands);
   if (all <= budget) {
@@ -86,6 +85,7 @@ void LetPass(std::vector<Demand*>& demands, UInt128 budget, bool reach) {
     return;
   const UInt128 more = budget - so_far;
   const UInt128 rest = all - so_far;
+  // What one demand leaves for want of a whole packet goes to those after it, so that rests do not add up.
   UInt128 due = 0;    // what the demands so far should get
   UInt128 given = 0;  // and what they got
   for (Demand* demand : demands) {
@@ -103,6 +103,7 @@ void LetPass(std::vector<Demand*>& demands, UInt128 budget, bool reach) {
     demand->passed += std::min(waiting, PacketsFor(own, waiting, own_rest));
     given += demand->Cost(demand->passed) - before;
   }
+  // At most about as many packets as there are demands are missing now: they go one by one, in turn.
   UInt128 used = so_far + given;
   for (bool stuck = !reach; used < budget && !stuck;) {
     stuck = true;
@@ -116,6 +117,8 @@ void LetPass(std::vector<Demand*>& demands, UInt128 budget, bool reach) {
   }
 }
 
+// Works windows out, one after the other. In a window each of the functions is one stage, which reads what the stages
+// before it have left in path_now_ and leg_now_: counts since the segment began, as they are at the window's end.
 class WindowSolver {
  public:
   explicit WindowSolver(Model& model) : model_(model), losses_(model.losses) {
@@ -128,7 +131,7 @@ class WindowSolver {
     leg_now_.resize(legs);
   }
 
-  // Works the window [from, until) out.
+  // Works the window [from, until) out, the next one after what is known.
   void Solve(std::int64_t from, std::int64_t until) {
     length_ms_ = static_cast<std::uint64_t>(until - from);
     lost_ = false;
@@ -153,7 +156,8 @@ class WindowSolver {
     }
   }
 
-  // Counts at the window's beginning; those at its end start with the same losses.
+  // Counts at the window's beginning; those at its end start with the same losses. They are at hand if the window
+  // before this one lost something, else they are counted.
   void Begin(std::int64_t from) {
     if (losses_.any && losses_.after_ms == from) {
       path_begin_ = losses_.path_after;
@@ -171,13 +175,15 @@ class WindowSolver {
     leg_now_ = leg_begin_;
   }
 
+  // Questions are asked and answered, and links bring packets in. Answers to questions that were lost a window ago are
+  // not given: a question has to be lost before its answer can be missing, and a second is the finest grain there is.
   void Enter(std::int64_t until) {
     std::vector<std::vector<Demand*>> links(model_.nics.size());
     for (const Path& path : model_.paths) {
       PathCounts& now = path_now_[path.number];
       const PathCounts& begin = path_begin_[path.number];
       CountAsked(model_, path, until, now);
-      if (path.back != 0) {
+      if (path.direction == kBack) {
         const std::uint64_t unasked =
             Share(now.asked - begin.asked, losses_.question_loss_ppm[Index(path.conversation)], kMillion);
         now.unasked += unasked;
@@ -187,7 +193,7 @@ class WindowSolver {
         Demand& demand = in_[path.number];
         demand = {};
         demand.n = now.Offered() - begin.Offered();
-        demand.fast_cost = LinkBits(model_.conversations[Index(path.conversation)].size[Index(path.back)]);
+        demand.fast_cost = LinkBits(model_.conversations[Index(path.conversation)].size[path.direction]);
         links[Index(InOf(path).nic)].push_back(&demand);
       }
     }
@@ -203,6 +209,7 @@ class WindowSolver {
     }
   }
 
+  // Cores let packets in, then out. First all of them pass: if each core has time for that, it is the answer.
   void WorkOnPackets() {
     std::array<std::vector<Demand*>, kCores> in;
     std::array<std::vector<Demand*>, kCores> out;
@@ -247,7 +254,9 @@ class WindowSolver {
     }
     if (enough)
       return;
-    // First what a core gives to incoming packets for sure, then what the outgoing ones do not need of it.
+    // What comes out of one core goes into another, and the other way round, so what cores ask for depends on what they
+    // let pass. It is settled in three rounds, each of which only adds packets: what a core gives to incoming packets
+    // for sure; then what the outgoing ones do not need of it; then the outgoing ones get all that is left.
     for (Demand& demand : in_)
       demand.passed = 0;
     for (const Core& core : model_.cores)
@@ -265,11 +274,13 @@ class WindowSolver {
     }
   }
 
+  // A core that is stuck works on nothing, so it loses all.
   static void LetPassUnlessStuck(const Core& core, std::vector<Demand*>& demands, UInt128 budget) {
     if (!core.stuck)
       LetPass(demands, budget, true);
   }
 
+  // What arrived for the path's core in this window. A slow packet's cost is kept as its half, see PortWord.
   void SetDemand(const Path& path, Demand& demand) const {
     const PathCounts& now = path_now_[path.number];
     const PathCounts& begin = path_begin_[path.number];
@@ -283,7 +294,8 @@ class WindowSolver {
     demand.fast_cost = path.fast_ns;
   }
 
-  // What the cores that packets come in by let pass, class by class, and what so comes to the legs.
+  // What the cores that packets come in by let pass, class by class, and what so comes to the legs. Called again when
+  // more packets pass; it sets all that it computes anew.
   void PassToLegs() {
     for (const Path& path : model_.paths) {
       PathCounts& now = path_now_[path.number];
@@ -315,6 +327,7 @@ class WindowSolver {
     }
   }
 
+  // Devices and links of uplinks send what their cores have worked on.
   void Leave() {
     std::vector<std::vector<Demand*>> links(model_.nics.size());
     for (const Path& path : model_.paths) {
@@ -347,6 +360,7 @@ class WindowSolver {
     }
   }
 
+  // The window becomes the latest one that lost something; counts before it are asked for no more.
   void Keep(std::int64_t from, std::int64_t until) {
     losses_.any = true;
     losses_.before_ms = from;
@@ -358,6 +372,9 @@ class WindowSolver {
     losses_.question_loss_before_ppm = losses_.question_loss_ppm;
   }
 
+  // Of each conversation's questions, what share was lost in this window, all its ways weighed by their flows: shares
+  // of stages that follow one another multiply. A question with several receivers is answered if one of them gets it.
+  // Losses that do not depend on load are left out here: they are in Path::unanswered_ppm.
   void NoteLostQuestions() {
     std::vector<std::uint64_t>& loss = losses_.question_loss_ppm;
     std::fill(loss.begin(), loss.end(), 0);
@@ -369,7 +386,7 @@ class WindowSolver {
     std::vector<UInt128> reached(loss.size());
     std::vector<std::uint64_t> flows(loss.size());
     for (const Path& path : model_.paths) {
-      if (path.back != 0)
+      if (path.direction == kBack)
         continue;
       const PathCounts& now = path_now_[path.number];
       const PathCounts& begin = losses_.path_before[path.number];
@@ -415,7 +432,9 @@ class WindowSolver {
 };
 
 // Whether nothing can be lost in [from, until), in windows of at least length_ms: each core and link has time for the
-// highest rates there are in it, and for each path's flows to miss at once. A bound, so plain floating point will do.
+// highest rates there are in it, and for each path's flows to miss at once. A bound, so plain floating point will do:
+// it may say no where nothing is lost, and then windows are worked out in vain, but never yes where something is. That
+// it differs from one machine to another could therefore not be seen in any count.
 bool IsCalm(const Model& model, std::int64_t from, std::int64_t until, std::int64_t length_ms) {
   constexpr double kMargin = 0.999;
   const double seconds = static_cast<double>(length_ms) / 1000;
@@ -423,14 +442,15 @@ bool IsCalm(const Model& model, std::int64_t from, std::int64_t until, std::int6
   std::vector<std::array<double, 2>> link_bits(model.nics.size());
   for (const Path& path : model.paths) {
     const Conversation& talk = model.conversations[Index(path.conversation)];
-    const double peak = talk.pattern[Index(path.back)].PeakPps(from, until);
+    const double peak = talk.pattern[path.direction].PeakPps(from, until);
     if (peak == 0)
       continue;
+    // Two more than the rate makes: one for where the window begins within a packet, one for rounding.
     const double packets = peak * static_cast<double>(path.flows) / talk.flows * seconds + 2;
     const bool cached = model.FindSwitch(static_cast<std::uint32_t>(talk.sw))->flow_cache;
     const double slow =
         cached ? std::min(1.0, static_cast<double>(path.slow_permille) / 1e3 + talk.churn_ppm / 1e6) : 1;
-    const bool seen = model.base.seen[Index(path.conversation)][Index(path.back)] >= talk.flows;
+    const bool seen = model.base.seen[Index(path.conversation)][path.direction] >= talk.flows;
     const double missed = !cached ? 0 : seen ? 2 : static_cast<double>(path.flows) + 2;
     const auto work = [&](double n, std::uint64_t fast_ns, std::uint64_t slow_half_ns) {
       const double extra = 2.0 * static_cast<double>(slow_half_ns) - static_cast<double>(fast_ns);
@@ -439,7 +459,7 @@ bool IsCalm(const Model& model, std::int64_t from, std::int64_t until, std::int6
     const Port& in = model.ports[Index(path.in)];
     core_ns[Index(CoreIn(in))] += work(packets, path.fast_ns, path.slow_half_ns);
     if (in.IsUplink())
-      link_bits[Index(in.nic)][0] += packets * static_cast<double>(LinkBits(talk.size[Index(path.back)]));
+      link_bits[Index(in.nic)][0] += packets * static_cast<double>(LinkBits(talk.size[path.direction]));
     for (const Leg& leg : path.legs) {
       const Port& out = model.ports[Index(leg.port)];
       const double n = packets / static_cast<double>(leg.one_of) + 1;
@@ -461,7 +481,8 @@ bool IsCalm(const Model& model, std::int64_t from, std::int64_t until, std::int6
   return true;
 }
 
-// A moment until which nothing can be lost, at or after `from`. The first window may be a short one.
+// A moment until which nothing can be lost, at or after `from`. The first window may be a short one. Rates swing and
+// conversations end, so where there is no calm for ever it is sought for ever longer times, up to some seventy minutes.
 std::int64_t FindCalm(const Model& model, std::int64_t from) {
   const std::int64_t first_end = from - from % kWindowMs + kWindowMs;
   if (!IsCalm(model, from, first_end, first_end - from))
@@ -483,6 +504,8 @@ bool QuestionsLost(const Losses& losses) {
                      [](std::uint64_t ppm) { return ppm != 0; });
 }
 
+// Words of what is saved: until when losses are known and how many conversations, paths and legs there are; then a
+// share for each conversation; then, if anything was lost, the losses of each path and leg.
 constexpr std::size_t kSavedHead = 4, kSavedPath = 7, kSavedLeg = 4;
 
 }  // namespace
@@ -507,6 +530,7 @@ void SolveLosses(Model& model, std::int64_t ms) {
   WindowSolver solver(model);
   while (losses.known_until_ms <= ms) {
     const std::int64_t from = losses.known_until_ms;
+    // While questions of the last window are lost, answers are missing in this one, however calm it is.
     if (!QuestionsLost(losses)) {
       if (losses.calm_until_ms <= from)
         losses.calm_until_ms = FindCalm(model, from);
@@ -553,6 +577,7 @@ void RestoreLosses(Model& model, std::span<const std::uint64_t> words) {
   const bool any = words.size() >= kSavedHead && words[2] != 0;
   const std::size_t size =
       kSavedHead + model.conversations.size() + (any ? kSavedPath * model.paths.size() + kSavedLeg * legs : 0);
+  // A change of the inventory between saving and now makes other paths; then the segment is worked out from its start.
   if (words.size() != size || words[1] != model.conversations.size() || words[2] != (any ? model.paths.size() : 0) ||
       words[3] != (any ? legs : 0))
     return;

@@ -17,6 +17,8 @@ constexpr std::int64_t kGenerationMs = 10'000;  // an entry that is not seen gro
 enum TableOffset : std::size_t { kCount = 0, kLimitWord = 8, kExceeded = 12, kEntries = 16 };
 enum EntryOffset : std::size_t { kMac = 0, kVlan = 6, kPort = 8, kGeneration = 16, kEntrySize = 20 };
 
+// turn: of `turns` packets of the speaker, this one has the address. When it is learned after a clear is made up, so
+// that a table fills within kRelearnMs rather than at once.
 MacCandidate Candidate(const Model& model, int port, const Mac& mac, std::uint16_t vlan, std::size_t speaker,
                        std::uint64_t turn, std::uint64_t turns) {
   std::uint64_t key = 0;
@@ -26,7 +28,8 @@ MacCandidate Candidate(const Model& model, int port, const Mac& mac, std::uint16
   return {port, mac, vlan, static_cast<std::uint32_t>(dice % kRelearnMs), speaker, turn, turns};
 }
 
-// All that the switch's ports can learn, by port.
+// All that the switch's ports can learn, by port. It follows from the inventory and the paths alone, so it is kept
+// until the model changes: a full table of 65,536 addresses is too much to make up at each call.
 const MacCandidates& Candidates(const Model& model, const Switch& sw) {
   const auto known = model.mac_cache.find(sw.id);
   if (known != model.mac_cache.end())
@@ -36,7 +39,8 @@ const MacCandidates& Candidates(const Model& model, const Switch& sw) {
     const Port& port = model.ports[Index(index)];
     if (port.IsUplink() ? !sw.uplink_mac_learn : !port.active)
       continue;
-    // All that comes in by the port; its own address and those behind it take turns.
+    // All that comes in by the port; its own address and those behind it take turns. An uplink's own address is not
+    // learned: nobody on the switch talks to it.
     const std::size_t speaker = found.speakers.size();
     found.speakers.emplace_back();
     for (const int path : model.paths_of_port[Index(index)]) {
@@ -59,7 +63,7 @@ const MacCandidates& Candidates(const Model& model, const Switch& sw) {
     for (const int path_index : model.paths_of_port[Index(index)]) {
       const Path& path = model.paths[Index(path_index)];
       const Conversation& talk = model.conversations[Index(path.conversation)];
-      if (path.in != index || path.back == 0 || talk.destination >= 0)
+      if (path.in != index || path.direction == kThere || talk.destination >= 0)
         continue;
       const auto [place, added] = neighbours.try_emplace({talk.remote_mac, talk.vlan}, found.speakers.size());
       if (added) {
@@ -72,7 +76,9 @@ const MacCandidates& Candidates(const Model& model, const Switch& sw) {
   return found;
 }
 
-// How long ago the addresses of one speaker were last heard, in generations.
+// How long ago the addresses of one speaker were last heard, in generations. Packets are counted from 1, in all since
+// the host booted, and an address is heard with each packet whose turn it is. Lost packets are heard all the same:
+// what a table says does not depend on load.
 class Ages {
  public:
   Ages(const Model& model, const std::vector<int>& paths, std::int64_t ms)
@@ -83,13 +89,15 @@ class Ages {
     if (now_ <= turn)
       return std::nullopt;
     const std::uint64_t last = now_ - (now_ - 1 - turn) % turns;  // its latest packet, counted from 1
+    // Usually lately: the counts of the last generations are kept, since the speaker's other addresses ask for them
+    // too.
     for (std::size_t generation = 0; generation < kRemembered; ++generation) {
       if (generation == before_.size())
         before_.push_back(Packets(ms_ - static_cast<std::int64_t>(generation + 1) * kGenerationMs));
       if (before_[generation] < last)
         return generation;
     }
-    // Long ago: look for the moment.
+    // Long ago: search for the first millisecond by which the packet was there.
     std::int64_t low = 0;
     std::int64_t high = ms_;
     while (low < high) {
@@ -119,6 +127,7 @@ class Ages {
   std::vector<std::uint64_t> before_;  // packets until so many generations ago
 };
 
+// An entry of the table. The address is the candidate's or the entry's by hand: the model outlives the table.
 struct Known {
   int port;
   const Mac* mac;
@@ -133,6 +142,8 @@ struct Table {
   std::array<bool, kPortsPerSwitch + 1> exceeded{};
 };
 
+// Port by port, and within a port entries by hand first, then what it learned: the limits let the first ones in. The
+// port's own limit is looked at before the switch's, so that a port that is full does not fill the switch.
 Table Collect(const Model& model, const Switch& sw, std::int64_t ms) {
   Table table;
   const MacCandidates& candidates = Candidates(model, sw);
@@ -190,6 +201,7 @@ Table Collect(const Model& model, const Switch& sw, std::int64_t ms) {
         forgotten = std::max(forgotten, entry.at_ms);
       }
     }
+    // Nothing was cleared yet (0): known since the host booted. Otherwise it comes back after its delay.
     const std::int64_t age = ms - forgotten - candidate.delay_ms;
     if (entered || (forgotten > 0 && age < 0))
       continue;
@@ -197,6 +209,7 @@ Table Collect(const Model& model, const Switch& sw, std::int64_t ms) {
       speaker = candidate.speaker;
       ages.emplace(model, candidates.speakers[speaker], ms);
     }
+    // Heard since it was learned, or never: then it is as old as that.
     const std::int64_t learned = (forgotten > 0 ? age : ms) / kGenerationMs;
     add(candidate.port, candidate.mac, candidate.vlan,
         std::min(learned, ages->Of(candidate.turn, candidate.turns).value_or(learned)));
@@ -228,6 +241,7 @@ std::uint32_t WriteMacTable(const Model& model, const Switch& sw, int port, std:
   }
   const Port* own =
       port >= 0 ? model.FindPort(static_cast<std::uint32_t>(sw.id), static_cast<std::uint32_t>(port)) : nullptr;
+  // Beyond the caller's room entries are left out, and the count says how many are there.
   out.Put32(kCount, count);
   out.Put32(kLimitWord, own != nullptr ? std::min(own->mac_limit, sw.mac_limit) : sw.mac_limit);
   out.Put32(kExceeded, table.exceeded[Index(own != nullptr ? port : kPortsPerSwitch)] ? 1 : 0);

@@ -8,6 +8,9 @@
 
 namespace simhost {
 
+// The two directions of a conversation: its packets, and the answers to them. Indexes Conversation::pattern and size.
+enum Direction : std::size_t { kThere = 0, kBack = 1 };
+
 // One way out of the switch: to a receiver, or a mirror session's copy of the packet. Costs are those of its core.
 struct Leg {
   int port = -1;  // index into Model::ports
@@ -27,7 +30,7 @@ struct Leg {
 struct Path {
   std::size_t number = 0;  // index into Model::paths
   int conversation = 0;
-  int back = 0;  // 1: the answers
+  Direction direction = kThere;
   int part = 0;  // of `parts` ways that share the packets flow by flow
   int parts = 1;
   std::uint64_t flows = 0;           // lasting flows that go this way

@@ -9,7 +9,6 @@ namespace simhost {
 
 namespace {
 
-constexpr std::uint64_t kMillion = 1'000'000;
 constexpr std::uint64_t kSlowCost = 8;  // a packet on the slow path costs as much as so many on the fast path
 
 template <class T, class Value>
@@ -17,7 +16,8 @@ bool Has(const std::vector<T>& values, Value value) {
   return std::find(values.begin(), values.end(), value) != values.end();
 }
 
-// Which of a port's uplinks are usable now, in the order of its policy.
+// Which of a port's uplinks are usable now, in the order of its policy. A policy without uplinks means all of its
+// switch; of one that names ports that are no uplinks the others count.
 std::vector<int> UsableUplinks(const Model& model, const Switch& sw, const Port& port) {
   std::vector<int> all;
   for (const std::uint32_t id : port.uplinks) {
@@ -45,6 +45,7 @@ std::vector<int> UsableUplinks(const Model& model, const Switch& sw, const Port&
   return all;
 }
 
+// The uplinks that packets from a port leave by.
 struct UplinkChoice {
   std::vector<int> uplinks;
   bool copies = false;  // every one gets every packet; else they share the flows
@@ -53,8 +54,8 @@ struct UplinkChoice {
 UplinkChoice ChooseUplinks(const Model& model, const Switch& sw, const Port& port) {
   UplinkChoice choice{UsableUplinks(model, sw, port), port.tx_type == kTxAll};
   if (choice.uplinks.size() > 1 && port.tx_type != kTxLag && port.tx_type != kTxAll) {
-    std::size_t pick = 0;
-    if (port.tx_type == kTxSourceMac) {
+    std::size_t pick = 0;  // the first one that is usable; the others stand by
+    if (port.tx_type == kTxSrcMac) {
       std::uint64_t address = 0;
       for (const std::uint8_t byte : port.mac)
         address = address << 8 | byte;
@@ -65,7 +66,8 @@ UplinkChoice ChooseUplinks(const Model& model, const Switch& sw, const Port& por
   return choice;
 }
 
-// Frames that a ring of so many descriptors loses, of a million.
+// Frames that a ring of so many descriptors loses, of a million: the more, the further it is below what a burst needs.
+// 1,000 descriptors lose 28, 64 lose 46,080.
 std::uint64_t RingLossPpm(std::uint32_t ring) {
   if (ring >= 1024)
     return 0;
@@ -80,7 +82,8 @@ std::uint64_t AtMostAll(std::uint64_t ppm) { return std::min(ppm, kMillion); }
 // How a burst of that many packets spreads the cost of a look at the queues; beyond 64 nothing more is gained.
 std::uint64_t BurstPermille(std::uint32_t burst) { return 850 + 4800 / std::clamp<std::uint64_t>(burst, 1, 64); }
 
-// The broadcast domain that a conversation's packets are in.
+// The broadcast domain that a conversation's packets are in: what they say themselves, else the sender's, else (from an
+// uplink, which is in all of them) the receiver's. VNI 0 is no overlay network, VLAN 0 is untagged.
 struct Domain {
   bool any = false;  // nothing says which: packets from outside for no port in particular
   std::uint16_t vlan = 0;
@@ -99,6 +102,7 @@ Domain DomainOf(const Model& model, const Conversation& talk) {
   return {false, destination.vlan, destination.vni};
 }
 
+// Whether a port belongs to a domain. Overlay networks and VLANs are apart: who is in one is in no other.
 bool IsIn(const Port& port, const Domain& domain) {
   if (domain.any || port.IsUplink())
     return true;
@@ -120,19 +124,10 @@ std::uint64_t HashBit(const Mac& mac) {
   return std::uint64_t{1} << (crc >> 26);
 }
 
-enum Filter : std::uint32_t {
-  kFilterUnicast = 1,
-  kFilterMulticast = 2,
-  kFilterAllMulticast = 4,
-  kFilterBroadcast = 8,
-  kFilterPromiscuous = 16,
-  kFilterHash = 32
-};
-
 // Whether the port's receive filter takes the packet in. A port that wants multicast and lists no group wants all.
 bool PassesFilter(const Port& port, const Conversation& talk) {
   const std::uint32_t flags = port.filter_flags;
-  if (port.IsUplink() || (flags & kFilterPromiscuous) != 0)
+  if (port.IsUplink() || (flags & kFilterPromisc) != 0)
     return true;
   switch (talk.delivery) {
     case Delivery::kUnicast:
@@ -143,10 +138,12 @@ bool PassesFilter(const Port& port, const Conversation& talk) {
       break;
   }
   const Mac group = GroupOf(talk);
-  return (flags & kFilterAllMulticast) != 0 || ((flags & kFilterHash) != 0 && (port.ladrf & HashBit(group)) != 0) ||
+  return (flags & kFilterAllmulti) != 0 || ((flags & kFilterUseLadrf) != 0 && (port.ladrf & HashBit(group)) != 0) ||
          ((flags & kFilterMulticast) != 0 && (port.multicast.empty() || Has(port.multicast, group)));
 }
 
+// Makes the paths of all conversations, in their order: those there before those back, parts in the order of the
+// uplinks. The store keeps losses in this order (SaveLosses), so it follows from the settings alone.
 class Builder {
  public:
   explicit Builder(Model& model) : model_(model) {}
@@ -161,6 +158,7 @@ class Builder {
       path.first_leg = legs;
       legs += path.legs.size();
       const Port& in = PortAt(path.in);
+      // A port is concerned once by each path, however many of its legs lead to it.
       const auto concerns = [&](int port) {
         std::vector<int>& paths = model_.paths_of_port[Index(port)];
         if (paths.empty() || paths.back() != static_cast<int>(i))
@@ -180,18 +178,18 @@ class Builder {
   // Both directions. Who is not reached does not answer, so the answers come to as much less.
   void AddConversation(int index) {
     const Conversation& talk = model_.conversations[Index(index)];
-    if (talk.pattern[0].milli_pps <= 0)
+    if (talk.pattern[kThere].milli_pps <= 0)
       return;
     const std::size_t first = model_.paths.size();
-    AddWays(index, 0);
+    AddWays(index, kThere);
     Finish(first);
     const std::size_t end = model_.paths.size();
-    if (talk.pattern[1].milli_pps <= 0)
+    if (talk.pattern[kBack].milli_pps <= 0)
       return;
     const std::uint64_t lost = LostForSure(first, end);
     if (lost >= kMillion)
       return;
-    AddWays(index, 1);
+    AddWays(index, kBack);
     Finish(end);
     for (std::size_t i = end; i < model_.paths.size(); ++i)
       model_.paths[i].unanswered_ppm = lost;
@@ -214,15 +212,17 @@ class Builder {
     return flows == 0 ? kMillion : kMillion - static_cast<std::uint64_t>(delivered / flows);
   }
 
-  void AddWays(int conversation, int back) {
+  // The ways of one direction: one, or one for each uplink that its flows are spread over. A path without a receiver is
+  // kept, since its packets come in and are lost; a sender that cannot send has none, and nothing is counted.
+  void AddWays(int conversation, Direction direction) {
     const Conversation& talk = model_.conversations[Index(conversation)];
     const Switch& sw = *model_.FindSwitch(static_cast<std::uint32_t>(talk.sw));
     Path path;
     path.conversation = conversation;
-    path.back = back;
+    path.direction = direction;
     path.flows = talk.flows;
-    const int from = back != 0 ? talk.destination : talk.source;
-    const int to = back != 0 ? talk.source : talk.destination;
+    const int from = direction == kBack ? talk.destination : talk.source;
+    const int to = direction == kBack ? talk.source : talk.destination;
 
     if (from < 0) {  // an answer from outside comes back by the way that the question took
       UplinkChoice choice = ChooseUplinks(model_, sw, PortAt(to));
@@ -242,7 +242,7 @@ class Builder {
     const Port& in = PortAt(from);
     if (!Sends(in))
       return;
-    if (talk.delivery != Delivery::kUnicast) {
+    if (talk.delivery != Delivery::kUnicast) {  // to all that let it in, and once to the wire
       for (const int index : sw.ports) {
         if (index != from && !PortAt(index).IsUplink() && Receives(PortAt(index), talk))
           AddReceiver(path, index);
@@ -256,7 +256,7 @@ class Builder {
       UplinkChoice choice = ChooseUplinks(model_, sw, in);
       if (to >= 0)
         choice = {NicOf(PortAt(to)).down ? std::vector<int>{} : std::vector<int>{to}, false};
-      if (!choice.copies && !choice.uplinks.empty()) {
+      if (!choice.copies && !choice.uplinks.empty()) {  // each flow by one of them
         for (std::size_t i = 0; i < choice.uplinks.size(); ++i) {
           Path way = path;
           AddReceiver(way, choice.uplinks[i]);
@@ -264,7 +264,7 @@ class Builder {
         }
         return;
       }
-      for (const int uplink : choice.uplinks)
+      for (const int uplink : choice.uplinks)  // each packet by all of them; by none: it is lost
         AddReceiver(path, uplink);
     } else if (Receives(PortAt(to), talk)) {
       AddReceiver(path, to);
@@ -272,6 +272,7 @@ class Builder {
     model_.paths.push_back(std::move(path));
   }
 
+  // One of several ways that share the flows: the first ones get one more where they do not divide evenly.
   void AddPart(Path way, std::size_t part, std::size_t parts, std::uint64_t flows) {
     way.part = static_cast<int>(part);
     way.parts = static_cast<int>(parts);
@@ -285,6 +286,7 @@ class Builder {
     ++path.receivers;
   }
 
+  // An uplink sends into the switch while its link is up, hung or not: a device that hangs still receives.
   bool Sends(const Port& port) const { return port.IsUplink() ? port.nic >= 0 && !NicOf(port).down : port.active; }
   // A router on the way takes unicast from one domain to the other.
   bool Receives(const Port& port, const Conversation& talk) const {
@@ -292,6 +294,7 @@ class Builder {
     return port.active && PassesFilter(port, talk) && (routed || IsIn(port, DomainOf(model_, talk)));
   }
 
+  // Costs before copies: a copy's own cost does not depend on where the packet goes.
   void Finish(std::size_t first) {
     for (std::size_t i = first; i < model_.paths.size(); ++i) {
       AddCosts(model_.paths[i]);
@@ -299,11 +302,12 @@ class Builder {
     }
   }
 
+  // What a packet of the path costs at each stage, by the settings and inventory of now.
   void AddCosts(Path& path) {
     const Conversation& talk = model_.conversations[Index(path.conversation)];
     const Switch& sw = *model_.FindSwitch(static_cast<std::uint32_t>(talk.sw));
     const Port& in = PortAt(path.in);
-    const std::uint32_t size = talk.size[Index(path.back)];
+    const std::uint32_t size = talk.size[path.direction];
     path.oversize = size > sw.mtu + 18;
     path.slow_permille = (talk.actions & kSlowPath) != 0 ? 1000 : talk.slow_permille;
     if (talk.delivery != Delivery::kUnicast)
@@ -313,6 +317,7 @@ class Builder {
       path.device_drop_ppm = AtMostAll(NicOf(in).drop_ppm + RingLossPpm(in.rx_ring));
     }
 
+    // The best device on the way offloads. Far: the packet is for another NUMA node than the core that takes it in.
     std::uint32_t level = in.IsUplink() ? NicOf(in).fpo_level : 0;
     bool far = false;
     const int in_node = model_.NodeOfCore(CoreIn(in));
@@ -328,6 +333,7 @@ class Builder {
     if (sw.fpo && talk.delivery == Delivery::kUnicast && path.receivers > 0)
       path.offload_permille = level == 1 ? 300 : level == 2 ? 600 : level == 3 ? 900 : 0;
 
+    // 7/10 of the cost where it comes in, 3/10 where it goes out; see docs/simulated-host.md, "Cores and links".
     const std::uint64_t whole = CostNs(sw, CoreIn(in), far);
     path.fast_ns = whole * 7 / 10;
     path.offload_ns = path.fast_ns * 4 / 10;
@@ -351,15 +357,15 @@ class Builder {
     if (sessions == model_.mirrors.end() || path.oversize || path.receivers == 0)
       return;
     for (const MirrorSession& session : sessions->second) {
-      const auto lists = [&](MirrorRole role, int index) { return Has(session.ports[role], PortAt(index).id); };
-      bool concerned = lists(kMirrorIn, path.in);
+      const auto lists = [&](MirrorRole role, int index) { return Has(session.ports[Index(role)], PortAt(index).id); };
+      bool concerned = lists(MirrorRole::kIn, path.in);
       for (std::size_t leg = 0; leg < path.receivers; ++leg)
-        concerned |= lists(kMirrorOut, path.legs[leg].port);
+        concerned |= lists(MirrorRole::kOut, path.legs[leg].port);
       if (!concerned || (!session.vlans.empty() && !Has(session.vlans, talk.vlan)))
         continue;
-      const std::uint64_t whole = talk.size[Index(path.back)];
+      const std::uint64_t whole = talk.size[path.direction];
       const std::uint64_t cut = session.snap_len != 0 ? std::min<std::uint64_t>(whole, session.snap_len) : whole;
-      for (const int id : session.ports[kMirrorTo]) {
+      for (const int id : session.ports[Index(MirrorRole::kDst)]) {
         const int index = sw.index[Index(id)];
         if (index < 0 || index == path.in || !(PortAt(index).IsUplink() ? Sends(PortAt(index)) : PortAt(index).active))
           continue;
@@ -373,13 +379,15 @@ class Builder {
     }
   }
 
-  // What the device of an uplink loses of what it shall send.
+  // What the device and ring of an uplink lose of what they shall send, in ppm; other ports have no device.
   std::uint64_t DeviceLossPpm(const Port& port) const {
     if (!port.IsUplink())
       return 0;
     return NicOf(port).hung ? kMillion : AtMostAll(NicOf(port).drop_ppm + RingLossPpm(port.tx_ring));
   }
 
+  // Nanoseconds of a core that a fast packet costs in all, both sides together. Factors are in permille, and each
+  // product is rounded down, so that all processes get the same.
   std::uint64_t CostNs(const Switch& sw, int core, bool far) const {
     const Core* found = model_.FindCore(static_cast<std::uint32_t>(core));
     const std::uint64_t usual =
@@ -392,6 +400,11 @@ class Builder {
 };
 
 }  // namespace
+
+std::uint64_t LinkBits(std::uint64_t size) {
+  constexpr std::uint64_t kGapBytes = 24;  // preamble, checksum and the gap between two frames
+  return 8 * (size + kGapBytes);
+}
 
 int CoreIn(const Port& in) { return in.IsUplink() ? in.rx_core : in.tx_core; }
 int CoreOut(const Port& out) { return out.IsUplink() ? out.tx_core : out.rx_core; }

@@ -8,6 +8,9 @@ namespace simhost {
 // Works the paths out, for a segment that begins at model.segment_ms. Call it after each change of the model.
 void BuildPaths(Model& model);
 
+// Bits that a frame of so many bytes takes of a link's time.
+std::uint64_t LinkBits(std::uint64_t size);
+
 // Packets from a port are looked up on the core where it sends, packets from the wire where the uplink receives.
 int CoreIn(const Port& in);
 int CoreOut(const Port& out);

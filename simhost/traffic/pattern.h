@@ -32,6 +32,8 @@ struct Pattern {
   bool operator==(const Pattern&) const = default;
 };
 
+inline constexpr std::uint64_t kMillion = 1'000'000;  // the whole, where a part is in ppm
+
 // n * part / whole, rounded down. Both the share and the rest grow, or stay, as n grows, so that a count may be divided
 // again and again without the parts' sum or direction ever going wrong.
 std::uint64_t Share(std::uint64_t n, std::uint64_t part, std::uint64_t whole);

@@ -13,8 +13,6 @@ namespace simhost {
 
 namespace {
 
-constexpr std::uint64_t kGapBytes = 24;  // of the wire's time, what a frame takes beside its own bytes
-
 // The stages that lose packets, in the order in which these pass them.
 enum Stage : std::size_t {
   kLinkIn,
@@ -31,6 +29,9 @@ enum Stage : std::size_t {
 constexpr std::array<const char*, kStages> kStageNames{"link_in", "errors",   "device_in",  "nowhere", "core_in",
                                                        "dropped", "core_out", "device_out", "link_out"};
 
+// Counts are of the whole window; PerSecond makes rates of them as they are written.
+
+// One direction of a conversation, all its paths together.
 struct TalkRates {
   int from = -1;
   std::vector<int> to;
@@ -39,6 +40,7 @@ struct TalkRates {
   std::array<std::uint64_t, kStages> lost{};
 };
 
+// One direction of a link, mirror copies included.
 struct LinkRates {
   std::uint64_t packets = 0;
   std::uint64_t bits = 0;
@@ -48,6 +50,9 @@ struct LinkRates {
 std::uint64_t Sum(const PacketsByClass& packets) { return packets[0] + packets[1] + packets[2] + packets[3]; }
 std::uint64_t Sum(const PacketsBySpeed& packets) { return packets[0] + packets[1]; }
 
+// Rates of the second that ms is in, or of the part of it that belongs to the segment: losses are known for windows of
+// a second, so this is the finest grain at which a core's usage and what it lost can be set side by side. They have to
+// be known until its end, which may lie ahead of ms.
 class Rates {
  public:
   Rates(const Model& model, std::int64_t ms) : model_(model) {
@@ -56,6 +61,7 @@ class Rates {
     links_.resize(model.nics.size());
     for (const Path& path : model.paths)
       AddPath(path);
+    // What cores have done is counted apart from what they were asked for, so that both can be compared.
     const WorkCounts begin = CountWork(model, from_ms_);
     const WorkCounts end = CountWork(model, until_ms_);
     for (std::size_t core = 0; core < kCores; ++core)
@@ -83,15 +89,17 @@ class Rates {
   }
 
  private:
+  // Rounded to the nearest; exact where the window is a whole second.
   std::uint64_t PerSecond(std::uint64_t n) const {
     const auto length = static_cast<std::uint64_t>(until_ms_ - from_ms_);
     return static_cast<std::uint64_t>((static_cast<UInt128>(n) * 1000 + length / 2) / length);
   }
 
+  // What the path's packets asked of each stage in the window, and what it lost of them.
   void AddPath(const Path& path) {
     const PathCounts begin = CountPath(model_, path, from_ms_);
     const PathCounts end = CountPath(model_, path, until_ms_);
-    TalkRates& talk = talks_[{path.conversation, path.back}];
+    TalkRates& talk = talks_[{path.conversation, path.direction}];
     const Port& in = model_.ports[Index(path.in)];
     talk.from = in.id;
     const std::uint64_t offered = end.Offered() - begin.Offered();
@@ -105,11 +113,12 @@ class Rates {
     Ask(CoreIn(in), Sum(end.arrived) - Sum(begin.arrived), lost, InNs(path, begin, end));
     if (in.IsUplink())
       AddLink(links_[Index(in.nic)][0], offered, end.link_lost - begin.link_lost,
-              model_.conversations[Index(path.conversation)].size[Index(path.back)]);
+              model_.conversations[Index(path.conversation)].size[path.direction]);
     for (std::size_t i = 0; i < path.legs.size(); ++i)
       AddLeg(path, i, CountLeg(model_, path, i, begin), CountLeg(model_, path, i, end), talk);
   }
 
+  // Copies load cores and links like other packets, but are nobody's deliveries.
   void AddLeg(const Path& path, std::size_t index, const LegCounts& begin, const LegCounts& end, TalkRates& talk) {
     const Leg& leg = path.legs[index];
     const Port& out = model_.ports[Index(leg.port)];
@@ -137,6 +146,7 @@ class Rates {
     talk.lost[kLinkOut] += link_lost;
   }
 
+  // The time that they would have taken of their core, all of them.
   static std::uint64_t InNs(const Path& path, const PathCounts& begin, const PathCounts& end) {
     const auto came = [&](PacketClass c) { return end.arrived[c] - begin.arrived[c]; };
     return 2 * path.slow_half_ns * (came(kMissed) + came(kPunted)) + path.offload_ns * came(kOffloaded) +
@@ -149,16 +159,18 @@ class Rates {
     lost_[Index(core)] += lost;
   }
 
+  // packets: those that came to the link, of which so many were lost.
   static void AddLink(LinkRates& link, std::uint64_t packets, std::uint64_t lost, std::uint64_t size) {
     link.packets += packets - lost;
-    link.bits += (packets - lost) * 8 * (size + kGapBytes);
+    link.bits += (packets - lost) * LinkBits(size);
     link.lost += lost;
   }
 
-  std::string TalkAsJson(const Conversation& talk, int back, const TalkRates& rates) const {
-    std::string text = "{\"id\": " + std::to_string(talk.id) + ", \"direction\": \"" + (back != 0 ? "back" : "there") +
-                       "\", \"switch\": " + std::to_string(talk.sw) + ", \"from\": " + std::to_string(rates.from) +
-                       ", \"to\": [";
+  // Keys and units of the JSON are those of docs/ryn-sim.md: packets a second, percent, megabits a second.
+  std::string TalkAsJson(const Conversation& talk, Direction direction, const TalkRates& rates) const {
+    std::string text = "{\"id\": " + std::to_string(talk.id) + ", \"direction\": \"" +
+                       (direction == kBack ? "back" : "there") + "\", \"switch\": " + std::to_string(talk.sw) +
+                       ", \"from\": " + std::to_string(rates.from) + ", \"to\": [";
     const char* comma = "";
     for (const int port : rates.to)
       text += std::exchange(comma, ", ") + std::to_string(port);
@@ -194,6 +206,7 @@ class Rates {
            ", \"lost\": " + std::to_string(PerSecond(link.lost)) + "}";
   }
 
+  // As JSON has it: a device's name may hold anything but NUL.
   static std::string Escaped(const std::string& name) {
     constexpr char kHex[] = "0123456789abcdef";
     std::string text;
@@ -208,7 +221,7 @@ class Rates {
 
   const Model& model_;
   std::int64_t from_ms_ = 0, until_ms_ = 0;
-  std::map<std::pair<int, int>, TalkRates> talks_;  // by conversation and direction
+  std::map<std::pair<int, Direction>, TalkRates> talks_;  // by conversation and direction
   std::array<std::uint64_t, kCores> done_ns_{}, asked_ns_{}, asked_{}, lost_{};
   std::vector<std::array<LinkRates, 2>> links_;  // in, out
 };

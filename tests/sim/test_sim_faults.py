@@ -189,6 +189,23 @@ def test_an_event_between_two_looks_leaves_its_mark(host):
     assert host.GetPortStats(0, 2)["txDrops"] > twin.GetPortStats(0, 2)["txDrops"]
 
 
+def test_events_of_one_moment_happen_in_the_order_of_their_numbers(host):
+    begin = host.now_ms() + 1000
+    event(host, "uplink-down", "lunic1", begin, begin + 1000)
+    event(host, "uplink-hang", "lunic0", begin, begin + 1000)
+    event(host, "core-stuck", "3", begin + 1000, begin + 2000)
+    host.step(5)
+    host.GetFlowTimeout()
+    assert host.rows("SELECT at_ms, arguments, what FROM log ORDER BY id") == [
+        (begin, "lunic1", "begins"),
+        (begin, "lunic0", "begins"),
+        (begin + 1000, "lunic1", "ends"),
+        (begin + 1000, "lunic0", "ends"),
+        (begin + 1000, "3", "begins"),
+        (begin + 2000, "3", "ends"),
+    ]
+
+
 def test_a_stuck_core_works_on_nothing(host):
     host.SetLBAlgorithm("dvs-1", "none")
     host.MigratePort(0, 2, 3, 3, 1)

@@ -62,4 +62,18 @@ def test_every_event_is_a_row_of_its_own():
     rows = (ROOT / "simhost" / "host" / "rows.h").read_text()
     page = (ROOT / "docs" / "ryn-sim.md").read_text()
     for event in EVENTS:
-        assert f'{{"{event.name}", EventKind::' in rows and f"| `{event.name}` |" in page
+        assert len(re.findall(rf"{{EventTarget::.*}},  // {event.name}\n", rows)) == 1
+        assert page.count(f"| `{event.name}` |") == 1
+
+
+def test_names_and_numbers_stand_in_one_list():
+    """The stand-ins have the enumerations that are written from the tool's names, and none of their own."""
+    rows = (ROOT / "simhost" / "host" / "rows.h").read_text()
+    for kind, prefix, table in generate.NUMBERS:
+        listed = re.search(rf"enum {kind} {{(.*?)}};", rows, re.S)
+        assert listed and [int(number) for number in re.findall(r"= (\d+),", listed[1])] == list(table.values())
+    written = set(re.findall(r"\b(k[A-Z]\w*) = ", rows))
+    for source in [*(ROOT / "simhost").rglob("*.cc"), *(ROOT / "simhost").rglob("*.h")]:
+        if source.name != "rows.h":
+            again = written & set(re.findall(r"\b(k[A-Z]\w*) = \d", source.read_text()))
+            assert not again, f"{source}: {again} stand in simhost/host/rows.h, from tool/ryn_sim/names.py"

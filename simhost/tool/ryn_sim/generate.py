@@ -6,14 +6,16 @@ from __future__ import annotations
 
 import json
 import os
+import re
 import sys
 import textwrap
-from typing import Any
+from typing import Any, Mapping
 
 if __package__ in (None, ""):  # run as a file
     sys.dont_write_bytecode = True
     sys.path.insert(0, os.path.dirname(os.path.dirname(os.path.realpath(__file__))))
 
+from ryn_sim import names  # noqa: E402
 from ryn_sim.check import tree  # noqa: E402
 from ryn_sim.members import (  # noqa: E402
     CONVERSATION,
@@ -171,7 +173,7 @@ def json_schema() -> str:
 # rows.h ---------------------------------------------------------------------------------------------------------------
 
 _CXX_HEAD = """\
-// Written by simhost/tool/ryn_sim/generate.py from members.py: change it there.
+// Written by simhost/tool/ryn_sim/generate.py from members.py and names.py: change it there.
 //
 // The rows of a store, as structs. Each knows the query that reads it and checks every column as it is read.
 #pragma once
@@ -200,8 +202,7 @@ def _number(value: int) -> str:
 def _read_call(member: Member) -> str:
     kind, name = member.kind, member.field or member.column
     if kind.choices:
-        choices = ", ".join(f'"{text}"' for text in kind.choices)
-        return f'row.Choice("{member.column}", {{{choices}}}, {name});'
+        return f'row.Choice("{member.column}", {name});'
     how = {"INTEGER": "Number", "TEXT": "Text", "BLOB": "Bytes"}[kind.sql]
     assert kind.low is not None and kind.high is not None, member
     return f'row.{how}("{member.column}", {_number(kind.low)}, {_number(kind.high)}, {name});'
@@ -236,42 +237,73 @@ def _struct(table: Table) -> str:
     return "\n".join(lines + ["  }", "};", ""])
 
 
-def _cxx_name(name: str) -> str:
-    return "k" + "".join(word.capitalize() for word in name.split("-"))
+def _cxx_name(name: str, prefix: str = "k") -> str:
+    """The enumerator for a name: kNoTeaming for NoTeaming, kUplinkDown for uplink-down."""
+    return prefix + "".join(word.capitalize() for word in re.findall("[A-Z]+(?![a-z])|[A-Z]?[a-z]+", name))
+
+
+# Enumerations of the numbers that names stand for: the type, what its enumerators begin with, the names.
+NUMBERS: tuple[tuple[str, str, Mapping[str, int]], ...] = (
+    ("PortKind : std::int64_t", "k", names.KINDS),
+    ("TxType : int", "kTx", names.TX_TYPES),
+    ("ReceiveFilter : std::uint32_t", "kFilter", names.FILTERS),
+    ("MirrorFlag : std::uint16_t", "kMirror", names.MIRROR_FLAGS),
+    ("BalancerMetric : std::uint32_t", "kMetric", names.METRICS),
+    ("Weight : std::size_t", "kWeight", {name: position for position, name in enumerate(names.WEIGHTS)}),
+)
+
+
+def _numbers() -> str:
+    lines = ["// Names that stand for numbers, from names.py."]
+    for kind, prefix, table in NUMBERS:
+        enumerators = [f"{_cxx_name(name, prefix)} = {number}" for name, number in table.items()]
+        lines += [f"enum {kind} {{", *(f"  {one}," for one in enumerators), "};"]
+    return "\n".join(lines + [""])
+
+
+def _choices() -> str:
+    """The columns that hold one of a few texts: an enumeration for each, and its texts."""
+    kinds = {member.kind.cxx: member.kind for table in TABLES for member in MEMBERS[table.name] if member.kind.choices}
+    lines = ["// Columns that hold one of a few texts, and the texts of each."]
+    for name, kind in kinds.items():
+        texts = ", ".join(map('"{}"'.format, kind.choices))
+        lines += [
+            f"enum class {name} {{ {', '.join(map(_cxx_name, kind.choices))} }};",
+            f"template <> inline constexpr std::array<std::string_view, {len(kind.choices)}> kTextsOf<{name}>{{",
+            f"    {texts}}};",
+        ]
+    return "\n".join(lines + [""])
 
 
 def _event_rules() -> str:
-    kinds = ", ".join(_cxx_name(event.name) for event in EVENTS)
     targets = ", ".join(_cxx_name(target) for target in EVENT_TARGETS)
     lines = [
-        "// What may happen to a host. `name` and what it concerns are columns of its row; a value of 0 to 0 is none.",
-        f"enum class EventKind {{ {kinds} }};",
+        "// What each kind of event concerns, and the limits of its value; 0 to 0: it has none.",
         f"enum class EventTarget {{ {targets} }};",
         "",
         "struct EventRule {",
-        "  std::string_view name;",
-        "  EventKind kind;",
         "  EventTarget target;",
         "  std::int64_t low;   // of its value",
         "  std::int64_t high;",
-        "  std::int64_t usual;",
+        "  std::int64_t usual; // while its row has none",
         "  bool once;          // it is over as soon as it has happened",
         "};",
-        f"inline constexpr std::array<EventRule, {len(EVENTS)}> kEventRules{{{{",
+        f"inline constexpr std::array<EventRule, {len(EVENTS)}> kEventRules{{{{  // by EventKind",
     ]
     for event in EVENTS:
         low, high = (min(event.values), max(event.values)) if event.values else (event.low, event.high)
         target, usual = _cxx_name(event.target), event.default or 0
         lines.append(
-            f'    {{"{event.name}", EventKind::{_cxx_name(event.name)}, EventTarget::{target}, {low}, {high}, {usual},'
-            f" {'true' if event.once else 'false'}}},"
+            f"    {{EventTarget::{target}, {low}, {high}, {usual}, {'true' if event.once else 'false'}}},"
+            f"  // {event.name}"
         )
     return "\n".join(lines + ["}};", ""])
 
 
 def rows_h() -> str:
     structs = [_struct(table) for table in TABLES if table.row]
-    return _CXX_HEAD % SCHEMA_VERSION + "\n" + "\n".join([_event_rules(), *structs, "}  // namespace simhost", ""])
+    parts = [_numbers(), _choices(), _event_rules(), *structs, "}  // namespace simhost", ""]
+    return _CXX_HEAD % SCHEMA_VERSION + "\n" + "\n".join(parts)
 
 
 # docs/ryn-sim.md ------------------------------------------------------------------------------------------------------

@@ -41,7 +41,7 @@ class Kind:
     sql: str = "INTEGER"
     low: int | None = None  # limits in the store: of a number, or of a text's or blob's length in bytes
     high: int | None = None
-    choices: tuple[str, ...] = ()  # of a text: what it may be
+    choices: tuple[str, ...] = ()  # of a text: what it may be, in the order of the enumerators that `cxx` has
     cxx: str = "std::int64_t"  # the field that holds it in the stand-ins
     unit: str = ""  # of the number in the store
 
@@ -104,8 +104,8 @@ def text(low: int = 0, high: int = 2**16, expected: str = "a text", pattern: str
     return Kind(expected, parse, schema=schema, sql="TEXT", low=low, high=high, cxx="std::string")
 
 
-def choice(*names: str) -> Kind:
-    """One of a few texts, kept as it is."""
+def choice(*names: str, enum: str) -> Kind:
+    """One of a few texts, kept as it is. enum: the type that has its number in the stand-ins, made from these texts."""
     expected = "one of " + ", ".join(names)
 
     def parse(value: Any) -> str:
@@ -113,7 +113,7 @@ def choice(*names: str) -> Kind:
             raise Wrong(expected)
         return str(value)
 
-    return Kind(expected, parse, schema={"enum": list(names)}, sql="TEXT", choices=names, cxx="std::string")
+    return Kind(expected, parse, schema={"enum": list(names)}, sql="TEXT", choices=names, cxx=enum)
 
 
 def named(table: Mapping[str, int], others: tuple[int, int] | None = None, quoted: bool = False) -> Kind:

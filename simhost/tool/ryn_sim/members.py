@@ -143,7 +143,7 @@ FROZEN = Kind(
     {"type": "boolean"},
     sql="TEXT",
     choices=("run", "freeze"),
-    cxx="std::string",
+    cxx="ClockMode",
 )
 DELETED = Kind(
     "true or false", _parse_deleted, lambda present: not present, {"type": "boolean"}, low=0, high=1, cxx="bool"
@@ -496,7 +496,7 @@ PROPERTY = Entity(
     "property",
     "a property",
     (
-        M("", "prop.scope", choice("host", "global", "port"), REQUIRED),
+        M("", "prop.scope", choice("host", "global", "port", enum="PropertyScope"), REQUIRED),
         M("", "prop.switch_id", text(1, 63), REQUIRED),
         M("", "prop.port", text(0, 2**16), REQUIRED, "the text of port.dvport for a port's property"),
         M("", "prop.key", text(0, 2**16), REQUIRED),
@@ -533,7 +533,7 @@ MIRROR_PARTS = Entity(
     (
         M("", "mirror_port.sw", number(0, 15, cxx="int"), REQUIRED),
         M("", "mirror_port.session", U16, REQUIRED),
-        M("", "mirror_port.role", choice("in", "out", "dst"), REQUIRED),
+        M("", "mirror_port.role", choice("in", "out", "dst", enum="MirrorRole"), REQUIRED),
         M("", "mirror_port.port", PORT, REQUIRED),
         M("", "mirror_vlan.sw", number(0, 15, cxx="int"), REQUIRED),
         M("", "mirror_vlan.session", U16, REQUIRED),
@@ -722,10 +722,9 @@ CONVERSATION = Entity(
         M(
             "delivery",
             "conversation.delivery",
-            choice("unicast", "multicast", "broadcast"),
+            choice(*names.DELIVERIES, enum="Delivery"),
             "unicast",
             "`unicast`, `multicast`, `broadcast`",
-            field="delivery_name",
         ),
         M(
             "proto",
@@ -856,7 +855,7 @@ FAULT = Entity(
         M(
             "corrupt",
             "fault.corrupt",
-            choice(*names.CORRUPTIONS),
+            choice(*names.CORRUPTIONS, enum="Corruption"),
             None,
             "`zero`, `ones`, `random`, `half`: what is done to the answer's bytes",
             "nothing",
@@ -878,7 +877,7 @@ FAULT = Entity(
         M("", "fault.hits", _FAULT_NUMBER, 0, "of these, touched", own=True),
         M("", "fault_where.fault", number(1, 2**63 - 1), REQUIRED),
         M("", "fault_where.seq", number(0, 8, cxx="int"), REQUIRED),
-        M("", "fault_where.name", choice(*names.FAULT_ARGUMENTS), REQUIRED, "an argument"),
+        M("", "fault_where.name", choice(*names.FAULT_ARGUMENTS, enum="FaultArgument"), REQUIRED, "an argument"),
         M("", "fault_where.glob", text(0, 2**16), REQUIRED, "what that argument, as text, must match"),
     ),
 )
@@ -893,7 +892,7 @@ EVENT_ENTITY = Entity(
     "an event: a mapping with event, target",
     (
         M("", "event.id", number(1, 2**63 - 1), REQUIRED),
-        M("event", "event.kind", choice(*EVENT), REQUIRED, "which one, see [Events](#events)"),
+        M("event", "event.kind", choice(*EVENT, enum="EventKind"), REQUIRED, "which one, see [Events](#events)"),
         M("target", "", _TARGET, REQUIRED, "what it happens to"),
         M("", "event.target", text(1, 127), REQUIRED),
         M(
@@ -915,7 +914,7 @@ KEPT = Entity(
     "kept",
     "what the stand-ins and the tool keep for themselves",
     (
-        M("", "base.kind", choice("port", "rx", "tx", "flow", "core", "passed", "lost"), REQUIRED),
+        M("", "base.kind", choice("port", "rx", "tx", "flow", "core", "passed", "lost", enum="BaseKind"), REQUIRED),
         M("", "base.sw", number(0, 15, cxx="int"), REQUIRED),
         M("", "base.id", number(0, 2**31 - 1, cxx="int"), REQUIRED),
         M("", "base.counts", BYTES, REQUIRED, "little-endian unsigned 64-bit words"),

@@ -22,6 +22,7 @@ UPLINK = KINDS["UPLINK"]
 TX_TYPES = {"None": 0, "Single": 1, "LAG": 2, "SrcMAC": 3, "All": 4, "NoTeaming": 5}
 FILTERS = {"UNICAST": 1, "MULTICAST": 2, "ALLMULTI": 4, "BROADCAST": 8, "PROMISC": 16, "USE_LADRF": 32}
 MIRROR_FLAGS = {"noInput": 1, "noOutput": 2, "vlanEncap": 4, "OrigVlan": 8}
+DELIVERIES = ("unicast", "multicast", "broadcast")
 PROTOCOLS = {"icmp": 1, "tcp": 6, "udp": 17, "icmp6": 58}
 
 # As the flow table's text names them.
@@ -69,7 +70,6 @@ UPLINK_RING = "com.talvor.extraconfig.opqueDvs.ryn.uplinkRing"
 
 FAULT_ARGUMENTS = ("sw", "port", "lcore", "scope", "key", "switch", "dvport", "alias", "device")
 CORRUPTIONS = ("zero", "ones", "random", "half")
-EVENTS = ("uplink-down", "uplink-hang", "core-stuck", "mac-limit", "counters-near-wrap")
 
 # The operations of the two libraries, for faults and for `info`.
 OPERATIONS = """
