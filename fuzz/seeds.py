@@ -211,6 +211,35 @@ def flow_walks() -> Iterator[bytes]:
         yield walk(page(0, entries, 0), pages_byte=0xFF)
 
 
+def mac_tables() -> Iterator[bytes]:
+    rows = b"".join(bytes([2, 0, 0, 0, i >> 1, i]) + u16(i % 3) + u32(i % 5, 0, i) for i in range(12))
+    patterns = [
+        "02:00:00:00:00:01",
+        "02-00-00-00-00-0A",
+        "*",
+        "02:*",
+        "02:00:00:00:01:*",
+        "02:00:00:00:00:01*",
+        "02:0*",
+    ]
+    patterns += ["02:00-00:00:00:01", "02:00:00:00:00", "", "020000000001", "02:00:00:00:00:01:", "\udcff"]
+    for pattern in patterns:
+        text = pattern.encode("utf-8", "surrogateescape") + b"\0"
+        for given, part in ((7, bytes([0, 12, 1])), (6, bytes([255, 0, 254])), (1, bytes(3)), (0, bytes([2, 128, 3]))):
+            yield text + bytes([given]) + u16(1) + u32(1) + part + rows
+        yield text + bytes([1]) + u16(1) + u32(1) + b"\0\1\1"
+
+
+def flow_filters() -> Iterator[bytes]:
+    for family, size in ((0, 4), (1, 16)):
+        flow = bytes([family]) + bytes(range(size)) * 2 + u16(80, 443) + b"\6" + u16(100) + u32(0x28) + bytes(range(12))
+        asked = bytes([3]) + bytes(range(size)) + bytes([8 * size]) + bytes([7, 9])
+        for numbers in (bytes([1, 1, 1, 1]), bytes(4), b"\2" + u16(80) + bytes(3)):
+            for actions in (0, 0x20, 0x21):
+                yield flow + asked + numbers + u32(actions) + bytes([1, 1])
+                yield flow + bytes([1]) + bytes(20 - size) + b"\0" + numbers + u32(actions) + b"\2" + bytes(7)
+
+
 def fastslabs() -> Iterator[bytes]:
     for value in (b"", b"t", b"tr", b"true", b"true\0", b"poll", b"poller", b"intr\0x", b"no", b"\0"):
         for change in (0, 6, 4 * 36 + 1):
@@ -289,12 +318,14 @@ SEEDS: dict[str, Iterable[bytes]] = {
     "exporter_request": requests(),
     "fastslabs": fastslabs(),
     "flow_actions": flow_actions(),
+    "flow_filter": flow_filters(),
     "flow_key": KEYS,
     "flow_page": flow_pages(),
     "flow_statistics": (bytes([size]) + actions(flags=flags)[:62] for size in (0, 1, 15, 50, 128) for flags in (0, 8)),
     "flow_stats": counted(8, 0, u32(1, 2) + u64(1 << 32, 4, 5, 6, 7), 32),
     "fpo_stats": counted(8, 0, u32(1, 2) + u64(1 << 32, 4, 5, 6, 7, 8), 32),
     "flow_walk": flow_walks(),
+    "mac_table": mac_tables(),
     "mirror_conf": made_small(mirrors()),
     "mirror_sessions": mirrors(),
     "netq": made_small(netqs()),

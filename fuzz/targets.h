@@ -35,6 +35,10 @@ void FuzzMirrorSessions(Input input);
 void FuzzNetQFilters(Input input);
 void FuzzSnapshotRecords(Input input);
 
+// tables.cc: the package's tables
+void FuzzMacTable(Input input);
+void FuzzFlowFilter(Input input);
+
 // store.cc: the switch-state library's switches and properties
 void FuzzAlias(Input input);
 void FuzzSwitchDirectory(Input input);
