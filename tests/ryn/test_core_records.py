@@ -281,7 +281,9 @@ def test_rows_of_a_table(records, table):
             table[wrong]
 
 
-@pytest.mark.parametrize("part", [slice(10), slice(-10, None), slice(None, None, -1), slice(5, 200, 7), slice(9, 9)])
+@pytest.mark.parametrize(
+    "part", [slice(10), slice(-10, None), slice(None, None, -1), slice(5, 200, 7), slice(250, 20, -7), slice(9, 9)]
+)
 def test_slices_are_tables(records, table, part):
     assert type(table[part]) is records.MacTable and table[part].limit == 1000
     assert [row.generation for row in table[part]] == list(range(300))[part]

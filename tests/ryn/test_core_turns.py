@@ -181,6 +181,45 @@ def test_whoever_waits_for_another_call_names_it_when_its_limit_has_passed(core,
     assert one.value() == ()
 
 
+@pytest.mark.parametrize("timeout", [None, FOREVER])
+def test_every_call_is_refused_while_one_is_out_that_was_given_up(core, double, hold, timeout):
+    import ryn
+
+    held = hold("Ryn_Get_LCore_ID_Bitmap")
+    with pytest.raises(ryn.TimeoutError):
+        core.Platform(SOON).cores(5)
+    platform = core.Platform(timeout)
+    double.recording(True)
+    works = [(call.op, getattr(platform, call.name), call.args) for call in CALLS]
+    works.append(("Ryn_Get_Port_List", platform.ports, (1, None, ryn.Port)))
+    works.append(("Ryn_Get_Port_List", platform.all_counters, ([(1, None)], ryn.Port)))
+    works.append(("Ryn_Dump_Flow_Table", lambda: next(platform.flows(0, 0, False, None)), ()))
+    double.add_switch("a", "id", global_={"com.talvor.extraconfig.opaqueDvs.ryn": "poll"})
+    works.append(("Ryn_Init_Mbuf_Fastslabs", platform.init_fastslabs, ()))
+    first = {call.name: call.op for call in reversed(CALLS)}  # of a call that makes two operations
+    for op, method, args in works:
+        with pytest.raises(ryn.TimeoutError) as raised:
+            method(*args)
+        assert (raised.value.operation, raised.value.arguments) == ("Ryn_Get_LCore_ID_Bitmap", (5,))
+        assert raised.value.refused == first.get(getattr(method, "__name__", ""), op)
+    assert [name for name in double.ops() if name.startswith(("Ryn_", "DVSQOB_"))] == []
+    held.release()
+    wait_for_turn_to_be_free(core.Platform())
+
+
+@pytest.mark.parametrize("op", ["Ryn_Get_Port_List", "Ryn_Get_Port_Stats", "Ryn_Get_Port_Stats_Slowpath"])
+def test_reading_every_port_ends_at_an_operation_that_is_late(core, double, hold, op):
+    import ryn
+
+    double.answer("Ryn_Get_Port_List", area=Bytes(11532).u32(4, 2).u32(16, 7))
+    held = hold(op)
+    with pytest.raises(ryn.TimeoutError) as raised:
+        core.Platform(SOON).all_counters([(3, None)], ryn.Port)
+    assert (raised.value.operation, raised.value.arguments[:1], raised.value.refused) == (op, (3,), None)
+    held.release()
+    wait_for_turn_to_be_free(core.Platform())
+
+
 def test_an_operation_that_was_refused_is_not_made_later(core, double, hold):
     import ryn
 

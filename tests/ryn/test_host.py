@@ -114,6 +114,11 @@ def test_a_port_that_is_there_and_cannot_be_read_is_an_error(host, platform):
     platform.double.answer("Ryn_Get_Port_List", status=5, times=1)
     with pytest.raises(ryn.PlatformError, match="Ryn_Get_Port_List[(]3[)]"):
         host.counters()
+    platform.double.answer("Ryn_Get_Port_List", area=port_list(*PORTS), times=1)
+    platform.double.answer("Ryn_Get_Port_List", status=6, times=1)  # whether it is there cannot be said
+    platform.double.answer("Ryn_Get_Port_Stats", status=5, times=1)
+    with pytest.raises(ryn.PlatformError, match="Ryn_Get_Port_List[(]3[)].*0x00000006"):
+        host.counters()
 
 
 def test_a_copy_of_a_reading_needs_no_host(host, platform):

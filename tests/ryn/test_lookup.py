@@ -148,6 +148,12 @@ def test_what_a_port_is(host):
     assert [link.number for link in host.switch("dvs-1").uplinks()] == [0]
 
 
+def test_objects_are_shown(host):
+    switch = host.switch("dvs-1")
+    assert (repr(switch), repr(switch.balancer)) == ("<ryn.Switch 3 dvs-1>", "<ryn.Balancer of dvs-1>")
+    assert repr(switch.uplinks()[0]) == "<ryn.Uplink dvs-1/0>"
+
+
 def test_ports_and_switches_are_equal_by_what_the_listing_gave(host, platform):
     one, two = host.port("dvs-1/1"), host.port("dvs-1/1")
     assert one == two and hash(one) == hash(two) and one is not two

@@ -40,6 +40,13 @@ def test_a_reading_knows_its_time_and_can_be_pickled():
     assert (twin.time, twin.clock, list(twin), twin["a"]) == (1005.0, 5.0, ["a"], made["a"])
 
 
+def test_readings_and_ticks_are_shown():
+    before, after = reading(5.0, a={}, b={}), reading(7.0, a={"tx_bytes": 3}, b={})
+    tick = after.rates(before)
+    assert (repr(after), repr(tick)) == ("<ryn.Reading of 2 ports at 1007.000>", "<ryn.Tick of 2 ports over 2.000 s>")
+    assert [(port, rates.tx_bytes) for port, rates in tick.items()] == [("a", 1.5), ("b", 0.0)]
+
+
 def test_a_tick_can_be_pickled():
     tick = reading(7.0, a={"tx_packets": 110}, b={}).rates(reading(5.0, a={"tx_packets": 10}, b={"tx_packets": 1}))
     twin = pickle.loads(pickle.dumps(tick))

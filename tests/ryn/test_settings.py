@@ -103,8 +103,12 @@ def test_a_switch_that_only_the_configuration_knows_has_the_settings_that_can_be
     assert switch.settings() == {"fpo": ("fpo", 1, "default", None, None)}
     platform.double.answer("DVSQOB_HostPropGet", area=u32(0, 64), times=1)
     assert switch.settings()["burst_size"] == ("burst_size", 64, "property", 64, None)
+    platform.double.answer("DVSQOB_HostPropGet", status=MISSING, times=4)  # of the four settings before
+    platform.double.answer("DVSQOB_HostPropGet", area=u32(7), times=1)
+    assert switch.settings() == {"fpo": ("fpo", 7, "property", 7, None)}
     with pytest.raises(ryn.NotFound):
         switch.burst_size
+    assert len(host.counters()) == 3
     platform.double.answer("DVSQOB_HostPropGet", status=5)
     with pytest.raises(ryn.PlatformError, match="0x00000005"):
         switch.settings()
