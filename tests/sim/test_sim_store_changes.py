@@ -45,22 +45,23 @@ CALLS: list[list] = [
 
 
 @pytest.fixture(scope="module")
-def process(template: Path):
-    running = simulated.Process(template)
+def reading(template: Path):
+    """A process for all tests, in a list: one that does not live through a test is replaced."""
+    running = [simulated.Process(template)]
     yield running
-    running.close()
+    running[0].close()
 
 
 @pytest.fixture(scope="module")
-def loose(tmp_path_factory: pytest.TempPathFactory, process: simulated.Process) -> Path:
+def loose(tmp_path_factory: pytest.TempPathFactory, reading: list[simulated.Process]) -> Path:
     """A host in use, its tables made anew without types, keys and conditions."""
     folder = tmp_path_factory.mktemp("loose")
     path = simulated.make(folder / "used.db", DESCRIPTION)
     with contextlib.closing(sqlite3.connect(path)) as db:
         db.execute("UPDATE clock SET base_host_ns = base_host_ns + 77000000000")
         db.commit()
-    process.send(path, CALLS)
-    process.receive()
+    reading[0].send(path, CALLS)
+    reading[0].receive()
     with contextlib.closing(sqlite3.connect(path)) as used, contextlib.closing(
         sqlite3.connect(folder / "loose.db")
     ) as db:
@@ -79,8 +80,12 @@ def loose(tmp_path_factory: pytest.TempPathFactory, process: simulated.Process) 
 class Changed:
     """Stores with something changed in them, and what came of reading them."""
 
-    def __init__(self, loose: Path, process: simulated.Process, folder: Path) -> None:
-        self.loose, self.process, self.folder, self.count = loose, process, folder, 0
+    def __init__(self, loose: Path, processes: list[simulated.Process], folder: Path) -> None:
+        self.loose, self.processes, self.folder, self.count = loose, processes, folder, 0
+
+    @property
+    def process(self) -> simulated.Process:
+        return self.processes[0]
 
     def read(self, statements: list[tuple[str, tuple]]) -> str:
         """What the stand-ins said of the store; the process must have lived through it."""
@@ -99,6 +104,8 @@ class Changed:
                 self.process.send(path, [["quiet", *call] for call in CALLS])
                 self.process.receive()
         except (RuntimeError, BrokenPipeError) as error:
+            self.process.close()
+            self.processes[0] = simulated.Process(self.loose)
             raise AssertionError(f"{error} on {statements}") from None
         for file in self.folder.glob("changed-*"):
             file.unlink()
@@ -106,8 +113,8 @@ class Changed:
 
 
 @pytest.fixture
-def changed(loose: Path, process: simulated.Process, tmp_path: Path) -> Changed:
-    return Changed(loose, process, tmp_path)
+def changed(loose: Path, reading: list[simulated.Process], tmp_path: Path) -> Changed:
+    return Changed(loose, reading, tmp_path)
 
 
 def wrong_for(member, value) -> bool:
@@ -131,7 +138,8 @@ def around(member) -> list:
         return [None, 5, "", "x", *kind.choices]
     if kind.sql == "INTEGER":
         limits = [kind.low - 1, kind.low, kind.low + 1, kind.high - 1, kind.high, kind.high + 1]
-        return [None, "x", b"\xff", 0.5, *(limit for limit in limits if -(2**63) <= limit < 2**63)]
+        limits += [-(2**63), -1, 2**63 - 1]
+        return [None, "x", b"\xff", 0.5, *dict.fromkeys(limit for limit in limits if -(2**63) <= limit < 2**63)]
     if kind.sql == "TEXT":
         return [None, 5, "", "x", "a\0b", "é" * 500, b"\xff"]
     return [None, 5, "x", b"", b"\xff", b"\xff" * 6, b"\xff" * 16, b"\xff" * 4096]
@@ -157,6 +165,59 @@ def test_one_changed_field_is_refused_by_name_or_means_something(changed, table)
                 assert f".db: {table.name}" in said and f" {member.column} " in said, (member.column, value, said)
                 refused += 1
     assert refused > 2
+
+
+@pytest.mark.parametrize(
+    "table, column, value, said",
+    [
+        ("sw", "switch_id", "nobody", "alias is NULL, expected a text"),
+        ("port", "sw", 15, "sw is 15, which is no switch of the datapath"),
+        ("port", "nic", "nic9", 'nic is "nic9", which the host does not have'),
+        ("port", "nic", None, "kind is an uplink's, but there is no nic"),
+        ("port", "kind", 1, "kind is not an uplink's, but there is a nic"),
+        ("port_uplink", "port", 127, "port is 127, which is no port of switch 0"),
+        ("port_uplink", "uplink", 4294967295, ""),  # a policy may name uplinks that are gone
+        ("port_mcast", "sw", 15, ", which is no port of switch 15"),
+        ("port_vlan_range", "port", 127, "port is 127, which is no port of switch 0"),
+        ("port_vlan_range", "first", 4095, "last is "),
+        ("mirror", "sw", 15, "sw is 15, which is no switch of the datapath"),
+        ("mirror_port", "session", 65535, "session is 65535, which the switch does not have"),
+        ("mirror_port", "port", 127, "port is 127, which is no port of switch "),
+        ("mirror_vlan", "session", 65535, "session is 65535, which the switch does not have"),
+        ("mac_entry", "sw", 15, "sw is 15, which is no switch of the datapath"),
+        ("mac_entry", "port", 4294967295, ""),  # entries of a port outlive it
+        ("conversation", "sw", 15, "src_port is "),
+        ("conversation", "src_port", 127, "src_port is 127, which is no port of switch 0"),
+        ("conversation", "dst_port", 127, "dst_port is 127, which is no port of switch 0"),
+        ("conversation", "burst_for_ms", 2**40, "burst_for_ms is longer than what lies between"),
+        ("conversation", "stop_ms", 0, ""),
+        ("fault_where", "fault", 99, "fault is 99, which is no fault"),
+        ("event", "target", "nic9", 'target is "nic9", which uplink-down cannot happen to here'),
+        ("event", "value", 5, "value is 5, which means nothing to uplink-down"),
+        ("event", "until_ms", 0, "until_ms is not after from_ms"),
+        ("base", "sw", 15, ""),  # counts of what is gone
+        ("balancer", "state", b"\0" * 1031, "state has 1031 bytes"),
+        ("balancer", "state", b"\0" * 1033, "state has 1033 bytes"),
+        ("balancer", "state", b"\xff" * 1032, "state has a time of -1 ms in it"),
+        ("balancer", "state", b"\0" * 1104 + b"\x80" * 8, "state has a time of -9187201950435737472 ms in it"),
+        ("prop", "switch_id", "nobody", ""),  # nobody asks for it
+    ],
+)
+def test_what_leads_nowhere_is_refused_by_name_or_left_alone(changed, table, column, value, said):
+    first = f"UPDATE {table} SET {column} = ? WHERE rowid = (SELECT min(rowid) FROM {table})"
+    message = changed.read([(first, (value,))])
+    assert f".db: {table}" in message and said in message if said else message == ""
+
+
+@pytest.mark.parametrize("word", [0, 1, 2**32, 2**63, 2**64 - 1], ids="{:#x}".format)
+@pytest.mark.parametrize("kind", ["port", "rx", "tx", "flow", "core", "passed", "lost"])
+def test_counts_may_be_any_numbers(changed, kind, word):
+    """They wrap as the platform's do, and harm nobody."""
+    with contextlib.closing(sqlite3.connect(changed.loose)) as db:
+        rows = db.execute("SELECT rowid, length(counts) FROM base WHERE kind = ?", (kind,)).fetchall()
+    assert rows
+    changes = [(word.to_bytes(8, "little") * (length // 8), rowid) for rowid, length in rows]
+    assert changed.read([("UPDATE base SET counts = ? WHERE rowid = ?", change) for change in changes]) == ""
 
 
 @pytest.mark.parametrize("table", READ, ids=lambda table: table.name)
