@@ -1,4 +1,4 @@
--- Written by simhost/tool/ryn_sim/generate.py from members.py: change it there.
+-- Written by simhost/tool/ryn_sim/generate.py from members/: change it there.
 --
 -- The store of a simulated host: one SQLite file, shared by every process that uses the host.
 --
@@ -52,6 +52,25 @@ CREATE TABLE clock (
     mode                 TEXT    NOT NULL DEFAULT 'run' CHECK (mode IN ('run', 'freeze')),
     -- wall time at base_host_ns; 0: set it at the next opening
     base_wall_ns         INTEGER NOT NULL DEFAULT 0 CHECK (base_wall_ns BETWEEN 0 AND 4611686018427387904)
+) STRICT;
+
+-- One row. The balancer looks every period_ms of host time.
+CREATE TABLE balancer (
+    id                   INTEGER PRIMARY KEY CHECK (id = 1),
+    -- how often the balancer looks
+    period_ms            INTEGER NOT NULL DEFAULT 5000 CHECK (period_ms BETWEEN 100 AND 4611686018427),
+    -- when it last looked
+    tick_ms              INTEGER NOT NULL DEFAULT 0 CHECK (tick_ms BETWEEN 0 AND 4611686018427),
+    -- belongs to the stand-ins
+    state                BLOB    NOT NULL DEFAULT x'' CHECK (length(state) BETWEEN 0 AND 16777216)
+) STRICT;
+
+-- The balancer's weights, in the platform's order.
+CREATE TABLE weight (
+    -- in the platform's order
+    position             INTEGER PRIMARY KEY CHECK (position BETWEEN 0 AND 7),
+    value                INTEGER NOT NULL CHECK (value BETWEEN 0 AND 4294967295),
+    default_value        INTEGER NOT NULL CHECK (default_value BETWEEN 0 AND 4294967295)
 ) STRICT;
 
 -- A core that forwards packets.
@@ -383,25 +402,6 @@ CREATE TABLE conversation (
     CHECK (length(dst_ip) = length(src_ip)),
     CHECK (burst_for_ms <= burst_every_ms),
     CHECK (stop_ms IS NULL OR stop_ms >= start_ms)
-) STRICT;
-
--- The balancer's weights, in the platform's order.
-CREATE TABLE weight (
-    -- in the platform's order
-    position             INTEGER PRIMARY KEY CHECK (position BETWEEN 0 AND 7),
-    value                INTEGER NOT NULL CHECK (value BETWEEN 0 AND 4294967295),
-    default_value        INTEGER NOT NULL CHECK (default_value BETWEEN 0 AND 4294967295)
-) STRICT;
-
--- One row. The balancer looks every period_ms of host time.
-CREATE TABLE balancer (
-    id                   INTEGER PRIMARY KEY CHECK (id = 1),
-    -- how often the balancer looks
-    period_ms            INTEGER NOT NULL DEFAULT 5000 CHECK (period_ms BETWEEN 100 AND 4611686018427),
-    -- when it last looked
-    tick_ms              INTEGER NOT NULL DEFAULT 0 CHECK (tick_ms BETWEEN 0 AND 4611686018427),
-    -- belongs to the stand-ins
-    state                BLOB    NOT NULL DEFAULT x'' CHECK (length(state) BETWEEN 0 AND 16777216)
 ) STRICT;
 
 -- A rule for calls of an operation. All conditions must hold; the first rule that holds is applied.

@@ -1,4 +1,4 @@
-// Written by simhost/tool/ryn_sim/generate.py from members.py and names.py: change it there.
+// Written by simhost/tool/ryn_sim/generate.py from members/ and names.py: change it there.
 //
 // The rows of a store, as structs. Each knows the query that reads it and checks every column as it is read.
 #pragma once
@@ -151,6 +151,40 @@ struct ClockRow {
     row.Number("speed_permille", 1, 1000000000, speed_permille);
     row.Choice("mode", mode);
     row.Number("base_wall_ns", 0, 4611686018427387904, base_wall_ns);
+  }
+};
+
+struct BalancerRow {
+  std::int64_t period_ms{};                 // how often the balancer looks
+  std::int64_t tick_ms{};                   // when it last looked
+  std::vector<std::uint8_t> state{};        // belongs to the stand-ins
+
+  static constexpr const char* kTable = "balancer";
+  static constexpr const char* kQuery =
+      "SELECT period_ms, tick_ms, state FROM balancer ORDER BY id";
+  static constexpr int kKeys = 0;
+
+  void Read(RowReader& row) {
+    row.Number("period_ms", 100, 4611686018427, period_ms);
+    row.Number("tick_ms", 0, 4611686018427, tick_ms);
+    row.Bytes("state", 0, 16777216, state);
+  }
+};
+
+struct WeightRow {
+  int position{};                           // in the platform's order
+  std::uint32_t value{};
+  std::uint32_t default_value{};
+
+  static constexpr const char* kTable = "weight";
+  static constexpr const char* kQuery =
+      "SELECT position, value, default_value FROM weight ORDER BY position";
+  static constexpr int kKeys = 1;
+
+  void Read(RowReader& row) {
+    row.Number("position", 0, 7, position);
+    row.Number("value", 0, 4294967295, value);
+    row.Number("default_value", 0, 4294967295, default_value);
   }
 };
 
@@ -588,40 +622,6 @@ struct ConversationRow {
     row.Number("stop_ms", 0, 4611686018427, stop_ms);
     row.Number("actions", 0, 4294967295, actions);
     row.Number("vdr", 0, 12, vdr);
-  }
-};
-
-struct WeightRow {
-  int position{};                           // in the platform's order
-  std::uint32_t value{};
-  std::uint32_t default_value{};
-
-  static constexpr const char* kTable = "weight";
-  static constexpr const char* kQuery =
-      "SELECT position, value, default_value FROM weight ORDER BY position";
-  static constexpr int kKeys = 1;
-
-  void Read(RowReader& row) {
-    row.Number("position", 0, 7, position);
-    row.Number("value", 0, 4294967295, value);
-    row.Number("default_value", 0, 4294967295, default_value);
-  }
-};
-
-struct BalancerRow {
-  std::int64_t period_ms{};                 // how often the balancer looks
-  std::int64_t tick_ms{};                   // when it last looked
-  std::vector<std::uint8_t> state{};        // belongs to the stand-ins
-
-  static constexpr const char* kTable = "balancer";
-  static constexpr const char* kQuery =
-      "SELECT period_ms, tick_ms, state FROM balancer ORDER BY id";
-  static constexpr int kKeys = 0;
-
-  void Read(RowReader& row) {
-    row.Number("period_ms", 100, 4611686018427, period_ms);
-    row.Number("tick_ms", 0, 4611686018427, tick_ms);
-    row.Bytes("state", 0, 16777216, state);
   }
 };
 

@@ -4,6 +4,19 @@ INSERT INTO host (id, name, profile, description, seed, flow_timeout_s, flow_flo
 INSERT INTO clock (id, base_host_ns, speed_permille, mode) VALUES
   (1, 3600000000000, 1000, 'run');
 
+INSERT INTO balancer (id, period_ms, tick_ms) VALUES
+  (1, 5000, 3595000);
+
+INSERT INTO weight (position, value, default_value) VALUES
+  (0, 10, 10),
+  (1, 20, 20),
+  (2, 4, 4),
+  (3, 8, 8),
+  (4, 6, 6),
+  (5, 12, 12),
+  (6, 2, 2),
+  (7, 1, 1);
+
 INSERT INTO lcore (lcore, node, packets_per_s) VALUES
   (0, 0, 1000000),
   (1, 0, 1000000),
@@ -262,16 +275,3 @@ INSERT INTO conversation (id, sw, src_port, dst_port, milli_pps, size, reply_per
   (64, 1, 10, NULL, 25000000, 600, 1000, 800, 'unicast', 6, 57405, 443, x'0a01000b', x'cb007140', NULL, 300, 0, 400, 3000, 1, 0, 86400000, 0, 0, 0, 1000, 0, NULL, 268500992, 0),
   (65, 1, 11, NULL, 30000000, 8900, 100, 66, 'unicast', 6, 57536, 3260, x'0a01000c', x'cb007141', NULL, 20, 0, 4, 0, 1, 500, 7200000, 0, 0, 0, 1000, 0, NULL, 0, 0),
   (66, 1, 11, 10, 200000, 300, 0, 66, 'unicast', 47, 0, 0, x'0a01000c', x'0a01000b', NULL, 20, 0, 1, 0, 1, 0, 86400000, 0, 0, 0, 1000, 0, NULL, 9216, 1);
-
-INSERT INTO weight (position, value, default_value) VALUES
-  (0, 10, 10),
-  (1, 20, 20),
-  (2, 4, 4),
-  (3, 8, 8),
-  (4, 6, 6),
-  (5, 12, 12),
-  (6, 2, 2),
-  (7, 1, 1);
-
-INSERT INTO balancer (id, period_ms, tick_ms) VALUES
-  (1, 5000, 3595000);

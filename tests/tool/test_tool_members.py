@@ -6,10 +6,12 @@ import re
 import pytest
 from ryn_sim import compile, generate
 from ryn_sim.document import Document
-from ryn_sim.members import COLUMNS, ENTITIES, EVENTS, MEMBERS, REQUIRED
+from ryn_sim.members import COLUMNS, ENTITIES, MEMBERS
+from ryn_sim.members.base import REQUIRED
+from ryn_sim.members.event import EVENTS
 from simtool import PROFILES, ROOT
 
-AGAIN = "written from members.py; write it anew with: simhost/tool/ryn_sim/generate.py"
+AGAIN = "written from members/; write it anew with: simhost/tool/ryn_sim/generate.py"
 
 
 @pytest.mark.parametrize(

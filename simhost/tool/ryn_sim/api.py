@@ -184,7 +184,7 @@ class Host:
         from .check import read_known_or_raise
         from .compile import row_of
         from .faults import add_fault
-        from .members import FAULT
+        from .members.fault import FAULT
 
         described = {
             "operation": operation,
@@ -231,7 +231,7 @@ class Host:
         """Lets an event begin, now or so far ahead, for good or for a time; answers its number."""
         from .errors import nearest
         from .events import add_event
-        from .members import EVENT
+        from .members.event import EVENT
 
         if kind not in EVENT:
             raise BadInput(f'there is no event "{kind}"{nearest(kind, EVENT)}')

@@ -8,7 +8,12 @@ from typing import Any, Mapping
 
 from .errors import BadInput, nearest
 from .export import Description, describe
-from .members import CONVERSATION, HOST, NIC, PORT_ENTITY, REQUIRED, SWITCH, Entity
+from .members.base import REQUIRED, Entity
+from .members.conversation import CONVERSATION
+from .members.host import HOST
+from .members.nic import NIC
+from .members.port import PORT_ENTITY
+from .members.switch import SWITCH
 from .settings import find, item_names
 from .store import Store
 from .table import cell, print_json, print_table

@@ -8,7 +8,7 @@ from typing import Any, Iterable
 from .document import Document, Path, path_text
 from .errors import BadInput, nearest
 from .kinds import Kind, Wrong
-from .members import REQUIRED, Entity, Member
+from .members.base import REQUIRED, Entity, Member
 
 _MOST_SHOWN = 20
 

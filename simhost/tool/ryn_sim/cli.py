@@ -11,7 +11,7 @@ from typing import Any, NoReturn
 
 from . import VERSION
 from .errors import BadInput, Failed, nearest
-from .members import EVENT_TARGETS, EVENTS, Event
+from .members.event import EVENT_TARGETS, EVENTS, Event
 
 _EPILOG = """\
 A simulated host stands in for a virtualisation host: scripts written with _libryn run against it

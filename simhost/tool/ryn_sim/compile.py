@@ -14,9 +14,14 @@ from . import names, values
 from .check import Problems, read, read_list, shown
 from .document import Document, Path
 from .kinds import LCORE, Wrong
-from .members import COLUMNS, HOST, MAC_ENTRY, MEMBERS, NIC, NODE_ENTITY, SWITCH, TABLE
+from .members import COLUMNS, MEMBERS, TABLE
 from .members import default as default_of
 from .members import member as member_of
+from .members.host import HOST
+from .members.mac_entry import MAC_ENTRY
+from .members.nic import NIC
+from .members.node import NODE_ENTITY
+from .members.switch import SWITCH
 
 Row = dict[str, Any]
 Rows = dict[str, list[Row]]

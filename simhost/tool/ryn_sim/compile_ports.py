@@ -11,7 +11,7 @@ from .compile import Host, Port, Switch, row_of
 from .document import Path
 from .errors import nearest
 from .kinds import GROUP
-from .members import PORT_ENTITY, UPLINK_REFERENCE, VLAN_RANGE
+from .members.port import PORT_ENTITY, UPLINK_REFERENCE, VLAN_RANGE
 
 _NUMBERS = range(128)
 

@@ -11,7 +11,10 @@ from .compile import Host, PortKey, Row, row_of
 from .document import Path
 from .errors import nearest
 from .kinds import VLAN
-from .members import CONVERSATION, EVENT, EVENT_ENTITY, FAULT, MIRROR, WHERE_ITEM
+from .members.conversation import CONVERSATION
+from .members.event import EVENT, EVENT_ENTITY
+from .members.fault import FAULT, WHERE_ITEM
+from .members.mirror import MIRROR
 
 _GLOB = frozenset("*?[")
 _MIRROR_ANSWER, _MIRROR_HEAD, _MIRROR_RECORD = 2048, 8, 72  # bytes that a switch's sessions have room in, and need

@@ -9,7 +9,7 @@ from . import units
 from .compile import literal
 from .compile_traffic import unknown_target, wrong_value
 from .errors import BadInput, Failed, nearest
-from .members import EVENT
+from .members.event import EVENT
 from .store import Store
 from .table import print_json, print_table
 from .times import milliseconds

@@ -10,19 +10,17 @@ from .check import read_known
 from .compile import implied_properties
 from .compile_ports import default_uplinks
 from .compile_traffic import conversation_defaults
-from .members import (
-    CONVERSATION,
-    EVENT_ENTITY,
-    FAULT,
-    HOST,
-    MAC_ENTRY,
-    MIRROR,
-    NIC,
-    NODE_ENTITY,
-    PORT_ENTITY,
-    SWITCH,
-    Entity,
-)
+from .members.base import Entity
+from .members.conversation import CONVERSATION
+from .members.event import EVENT_ENTITY
+from .members.fault import FAULT
+from .members.host import HOST
+from .members.mac_entry import MAC_ENTRY
+from .members.mirror import MIRROR
+from .members.nic import NIC
+from .members.node import NODE_ENTITY
+from .members.port import PORT_ENTITY
+from .members.switch import SWITCH
 from .store import Store
 
 Row = Mapping[str, Any]

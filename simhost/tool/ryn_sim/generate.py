@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""Writes what follows from members.py: schema.sql, host.schema.json, the stand-ins' rows.h, and the tables of
-docs/ryn-sim.md. Run it after a change of members.py; a test compares."""
+"""Writes what follows from members/: schema.sql, host.schema.json, the stand-ins' rows.h, and the tables of
+docs/ryn-sim.md. Run it after a change there; a test compares."""
 
 from __future__ import annotations
 
@@ -17,29 +17,10 @@ if __package__ in (None, ""):  # run as a file
 
 from ryn_sim import names  # noqa: E402
 from ryn_sim.check import tree  # noqa: E402
-from ryn_sim.members import (  # noqa: E402
-    CONVERSATION,
-    ENTITIES,
-    EVENT_ENTITY,
-    EVENT_TARGETS,
-    EVENTS,
-    FAULT,
-    HOST,
-    MAC_ENTRY,
-    MEMBERS,
-    MIRROR,
-    NIC,
-    NODE_ENTITY,
-    ONE,
-    PORT_ENTITY,
-    REQUIRED,
-    SWITCH,
-    TABLES,
-    Entity,
-    Event,
-    Member,
-    Table,
-)
+from ryn_sim.members import ENTITIES, MEMBERS, TABLES  # noqa: E402
+from ryn_sim.members.base import ONE, REQUIRED, Entity, Member, Table  # noqa: E402
+from ryn_sim.members.event import EVENT_TARGETS, EVENTS, Event  # noqa: E402
+from ryn_sim.members.host import HOST  # noqa: E402
 from ryn_sim.store import APPLICATION_ID, SCHEMA_VERSION  # noqa: E402
 
 WIDTH = 120
@@ -47,7 +28,7 @@ WIDTH = 120
 # schema.sql -----------------------------------------------------------------------------------------------------------
 
 _SQL_HEAD = f"""\
--- Written by simhost/tool/ryn_sim/generate.py from members.py: change it there.
+-- Written by simhost/tool/ryn_sim/generate.py from members/: change it there.
 --
 -- The store of a simulated host: one SQLite file, shared by every process that uses the host.
 --
@@ -90,13 +71,13 @@ def _check(member: Member) -> str:
 
 
 def _column_sql(member: Member) -> str:
-    words = [f"{member.column:<20} {member.kind.sql:<7}"]
+    parts = [f"{member.column:<20} {member.kind.sql:<7}"]
     if not member.null:
-        words.append("NOT NULL")
+        parts.append("NOT NULL")
     if member.stored_default is not None and not member.null:
-        words.append(f"DEFAULT {_literal(member.stored_default)}")
-    words.append(_check(member))
-    return "    " + " ".join(word for word in words if word).rstrip()
+        parts.append(f"DEFAULT {_literal(member.stored_default)}")
+    parts.append(_check(member))
+    return "    " + " ".join(part for part in parts if part).rstrip()
 
 
 def _table_sql(table: Table) -> str:
@@ -173,7 +154,7 @@ def json_schema() -> str:
 # rows.h ---------------------------------------------------------------------------------------------------------------
 
 _CXX_HEAD = """\
-// Written by simhost/tool/ryn_sim/generate.py from members.py and names.py: change it there.
+// Written by simhost/tool/ryn_sim/generate.py from members/ and names.py: change it there.
 //
 // The rows of a store, as structs. Each knows the query that reads it and checks every column as it is read.
 #pragma once
@@ -308,10 +289,7 @@ def rows_h() -> str:
 
 # docs/ryn-sim.md ------------------------------------------------------------------------------------------------------
 
-DOCUMENTED: dict[str, Entity] = {
-    entity.name: entity
-    for entity in (HOST, NODE_ENTITY, NIC, SWITCH, MIRROR, MAC_ENTRY, PORT_ENTITY, CONVERSATION, FAULT, EVENT_ENTITY)
-}
+DOCUMENTED = {entity.name: entity for entity in ENTITIES if any(member.key for member in entity.members)}
 
 
 def _default_text(member: Member) -> str:
@@ -359,7 +337,7 @@ def documents(text: str) -> str:
     """The page with its tables written anew."""
     tables = {name: _members_table(entity) for name, entity in DOCUMENTED.items()} | {"events": _events_table()}
     for name, table in tables.items():
-        begin, end = f"<!-- members.py: {name} -->\n", "<!-- end -->\n"
+        begin, end = f"<!-- members: {name} -->\n", "<!-- end -->\n"
         if begin not in text:
             raise SystemExit(f"docs/ryn-sim.md has no place for the table {name}: expected the line {begin.strip()}")
         head, _, rest = text.partition(begin)
