@@ -18,6 +18,8 @@ NOT_FOUND, BAD_PARAMETER, NO_STORE = 0x0BAD0003, 0x0BAD0007, 0x0BAD0001
 
 sys.path.insert(0, str(ROOT / "simhost" / "tool"))
 
+import ryn_sim  # noqa: E402
+
 # The default profile's switches and ports, as the tests use them
 SWITCHES = ("dvs-1", "dvs-2")
 START_MS = 3_600_000
@@ -142,17 +144,7 @@ def make_template(path: Path, process: Process) -> Path:
     return path
 
 
-def make(path: Path, description: str, name: str = "test") -> Path:
-    """Makes a host from a description, in YAML; its clock stands."""
-    from ryn_sim import hosts, store
-    from ryn_sim.compile import sql
-
-    store.create(str(path), sql(hosts.compiled(description, name, name)))
-    with contextlib.closing(sqlite3.connect(path)) as db:
-        db.execute("UPDATE clock SET mode = 'freeze', base_wall_ns = 0")
-        db.commit()
+def make(path: Path, description: str) -> Path:
+    """Makes a host from a description, in YAML, or from a profile; its clock stands."""
+    ryn_sim.make(description, at=path).close()
     return path
-
-
-def make_profile(path: Path, profile: str) -> Path:
-    return make(path, (ROOT / "simhost" / "profiles" / f"{profile}.yaml").read_text(), profile)

@@ -199,7 +199,7 @@ def check_rates(rates: dict) -> None:
 
 
 def test_in_the_overloaded_profile_whoever_drops_is_busy(tmp_path, processes):
-    host = simulated.Host(simulated.make_profile(tmp_path / "host.db", "overloaded"), *processes)
+    host = simulated.Host(simulated.make(tmp_path / "host.db", "overloaded"), *processes)
     seen = set()
     for _ in range(12):
         host.step(7)
@@ -243,7 +243,7 @@ def walk(host, steps, look: bool) -> list:
 def test_two_ways_to_a_moment_agree(profile, tmp_path, processes):
     ends = []
     for number, (steps, look) in enumerate([([77], False), ([7, 70], True), ([0.4, 1.1, 3.5, 0.001, 4.999, 67], True)]):
-        host = simulated.Host(simulated.make_profile(tmp_path / f"{number}.db", profile), *processes)
+        host = simulated.Host(simulated.make(tmp_path / f"{number}.db", profile), *processes)
         ends.append(walk(host, steps, look) if profile != "asymmetric" else walk_other(host, steps, look))
     assert ends[0] == ends[1] == ends[2]
 

@@ -34,7 +34,7 @@ ACTIONS = {
 @pytest.fixture(params=PROFILES)
 def profile(request, tmp_path: Path):
     """A host made from a profile, and a process that has loaded its switches."""
-    state = simulated.make_profile(tmp_path / "host.db", request.param)
+    state = simulated.make(tmp_path / "host.db", request.param)
     process = simulated.Process(state)
     yield simulated.Host(state, process, process)
     process.close()
@@ -215,7 +215,7 @@ def test_every_action_that_can_be_shown_occurs(host):
 def test_all_methods_answer_alike_in_two_processes_on_two_hosts(tmp_path, processes):
     """Two hosts made from the same description, used in the same way by one process each."""
     twins = [
-        simulated.Host(simulated.make_profile(tmp_path / f"{n}.db", "default"), process, process)
+        simulated.Host(simulated.make(tmp_path / f"{n}.db", "default"), process, process)
         for n, process in enumerate(processes)
     ]
     answers = []
