@@ -322,11 +322,11 @@ CREATE TABLE mirror_vlan (
 CREATE TABLE mac_entry (
     sw                   INTEGER NOT NULL CHECK (sw BETWEEN 0 AND 15),
     -- the port's number
-    port                 INTEGER NOT NULL CHECK (port BETWEEN 0 AND 4294967295),
+    port                 INTEGER NOT NULL CHECK (port BETWEEN 0 AND 127),
     -- the address
     mac                  BLOB    NOT NULL CHECK (length(mac) = 6),
     -- its VLAN
-    vlan                 INTEGER NOT NULL DEFAULT 0 CHECK (vlan BETWEEN 0 AND 65535),
+    vlan                 INTEGER NOT NULL DEFAULT 0 CHECK (vlan BETWEEN 0 AND 4095),
     -- it was deleted by hand, not added
     present              INTEGER NOT NULL DEFAULT 1 CHECK (present BETWEEN 0 AND 1),
     -- when, in host time

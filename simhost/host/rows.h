@@ -543,9 +543,9 @@ struct MacEntryRow {
 
   void Read(RowReader& row) {
     row.Number("sw", 0, 15, sw);
-    row.Number("port", 0, 4294967295, port);
+    row.Number("port", 0, 127, port);
     row.Bytes("mac", 6, 6, mac);
-    row.Number("vlan", 0, 65535, vlan);
+    row.Number("vlan", 0, 4095, vlan);
     row.Number("present", 0, 1, present);
     row.Number("at_ms", 0, 4611686018427, at_ms);
   }

@@ -1,3 +1,4 @@
+import os
 import pathlib
 
 import pytest
@@ -7,6 +8,13 @@ from simtool import Sim
 @pytest.fixture
 def sim(tmp_path: pathlib.Path) -> Sim:
     return Sim(tmp_path)
+
+
+@pytest.fixture
+def built(monkeypatch: pytest.MonkeyPatch) -> None:
+    """The stand-ins of this build, for what a test does in its own process."""
+    if "RYN_BUILD" in os.environ:
+        monkeypatch.setenv("RYN_SIM_LIBS", os.path.join(os.environ["RYN_BUILD"], "simhost"))
 
 
 @pytest.fixture

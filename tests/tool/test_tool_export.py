@@ -65,7 +65,7 @@ def test_what_others_have_stored_comes_back_too(sim, tmp_path):
         db.execute("UPDATE port SET ladrf = -1, filter_flags = 4294967295, tx_core = 3 WHERE sw = 0 AND port = 4")
         db.execute("UPDATE port_uplink SET uplink = 4000000000 WHERE sw = 0 AND port = 5 AND seq = 1")
         db.execute("UPDATE conversation SET actions = 4294967295, stop_ms = 99, milli_pps = 1 WHERE id = 7")
-        db.execute("INSERT INTO mac_entry VALUES (0, 4000000000, x'020000000001', 65535, 0, 777)")
+        db.execute("INSERT INTO mac_entry VALUES (0, 5, x'020000000001', 4095, 0, 777)")
         db.execute("UPDATE weight SET value = 4294967295 WHERE position = 3")
         db.commit()
     (tmp_path / "e.yaml").write_text(sim("export"))
@@ -215,7 +215,7 @@ def test_any_host_comes_back_as_it_was(tmp_path_factory, description):
     except BadInput as error:
         # A name with a slash or a pattern's characters may mean several ports, and two ports may have one address;
         # nothing else can be wrong with these.
-        assert re.search("there is no port|is there already|is that of", str(error)), error
+        assert re.search("there is no port|is taken already|is that of", str(error)), error
         return
     folder = tmp_path_factory.mktemp("random")
     store.create(str(folder / "one.db"), sql(rows))

@@ -128,14 +128,14 @@ def test_more_traffic_counts_from_now_on(host):
         ("mtu", "expected PATH=VALUE"),
         ("=5", "expected PATH=VALUE"),
         ("switches.dvs-9.mtu=3", 'there is no "dvs-9" among switches'),
-        ("switches.dvs-1=3", "expected a key behind it, such as switches.dvs-1.mtu=9000"),
+        ("switches.dvs-1=3", "expected a path further in, such as switches.dvs-1.mtu=9000"),
         ("switches.dvs-1.mut=3", 'unknown key; did you mean "mtu"?'),
         ("switches.dvs-1.mtu=many", 'mtu: expected a number from 0 to 4294967295, got "many"'),
         ("switches.dvs-1.mtu=[", "not valid YAML"),
         ("switches.dvs-1.alias.x=3", 'there is nothing within "alias"'),
         ("switches.dvs-1.balancer.high.x=3", "balancer.high: expected a number from 0 to 4294967295, got a mapping"),
         ("ports.web-99.vlan=3", 'there is no "web-99" among ports; did you mean'),
-        ("ports.web-0.port=3", "is there already"),
+        ("ports.web-0.port=3", "this stays as it is"),
         ("traffic.66.pps=3", "known: 0 to 65"),
         ("clock.speed=3", "use: ryn-sim clock"),
         ("seed=3", "use: ryn-sim init --seed"),
@@ -270,7 +270,7 @@ def test_a_fault_holds_in_its_time(host):
         (["Ryn_GetLRO", "--status", "4294967296"], "--status: expected a number from 1 to 4294967295"),
         (["Ryn_GetLRO", "--status", "0"], "--status: expected a number from 1 to 4294967295"),
         (["DVSQOB_DataFree", "--status", "1"], "has nothing to answer, so it cannot fail"),
-        (["Ryn_GetLRO", "--status", "no"], "is not a number"),
+        (["Ryn_GetLRO", "--status", "no"], "--status: expected a number"),
         (["Ryn_GetLRO", "--status", "1", "--times", "0"], "--times: expected a number from 1"),
         (["Ryn_GetLRO", "--status", "1", "--probability", "2"], "--probability: expected a number from 0 to 1"),
         (
@@ -279,7 +279,7 @@ def test_a_fault_holds_in_its_time(host):
         ),
         (["Ryn_GetLRO", "--delay", "soon"], "--delay: expected a time"),
         (["Ryn_GetLRO", "--delay", "1", "--from", "5s", "--until", "5s"], "--until: expected a time after --from"),
-        (["Ryn_GetLRO", "--corrupt", "badly"], 'there is no "badly"; known: zero, ones, random, half'),
+        (["Ryn_GetLRO", "--corrupt", "badly"], 'there is no --corrupt "badly"; known: zero, ones, random, half'),
     ],
 )
 def test_a_wrong_fault_is_refused(host, arguments, expected):
@@ -322,7 +322,7 @@ def test_an_event_can_be_ended_or_called_off(host):
     (event,) = json.loads(host("event", "list", "--json"))
     assert (event["id"], event["stage"]) == (1, "over")
     assert "is over already" in host.fails(1, "event", "end", "1")
-    assert 'there is no event "2"' in host.fails(1, "event", "end", "2")
+    assert "there is no event 2" in host.fails(1, "event", "end", "2")
 
 
 def test_moves_of_the_balancer_are_shown(host):
@@ -359,14 +359,14 @@ def test_a_mac_limit_is_reached(host):
         (["uplink-down"], "expected what it happens to"),
         (["uplink-down", "lunic9"], 'there is no NIC "lunic9"; did you mean'),
         (["core-stuck", "5"], "known: 0, 1, 2, 3, 8, 9, 10, 11"),
-        (["mac-limit", "7"], "there is no switch number"),
-        (["counters-near-wrap", "0/99"], "expected SWITCH/PORT"),
+        (["mac-limit", "7"], 'there is no switch "7"; known: dvs-1, dvs-2'),
+        (["counters-near-wrap", "0/99"], 'there is no port "0/99"'),
         (["counters-near-wrap", "0/2", "--value", "31"], "expected 32, 63 or 64"),
         (["counters-near-wrap", "0/2", "--for", "5s"], "it happens once"),
         (["uplink-down", "lunic0", "--for", "0s"], "expected a time above 0"),
         (["uplink-down", "lunic0", "--value", "1"], "--value means nothing here"),
-        (["list", "5"], "takes nothing further"),
-        (["end"], "expected the event's number"),
+        (["list", "5"], "nothing is expected after it"),
+        (["end"], "expected the number of an event"),
     ],
 )
 def test_a_wrong_event_is_refused(host, arguments, expected):

@@ -53,6 +53,17 @@ def test_every_default_is_of_its_kind():
                 assert member.kind.parse(member.kind.show(member.stored_default)) == member.stored_default, member.key
 
 
+def test_a_number_for_a_program_is_one_that_a_description_may_have():
+    """What --json gives can be set and described again."""
+    for entity in ENTITIES:
+        for member in entity.members:
+            if member.key and member.kind.plain and member.kind.low is not None and member.kind.high is not None:
+                for stored in (member.kind.low, min(member.kind.high, 10**15), member.stored_default):
+                    if stored is not None:
+                        value = member.kind.typed(stored)
+                        assert isinstance(value, (int, float)) and member.kind.parse(value) == stored, member.key
+
+
 def test_a_row_has_all_columns_that_compiling_writes():
     document = Document("host: h\nnuma: [{lcores: [0]}]\n", "h")
     for table, rows in compile.compiled(document, "h").items():

@@ -133,6 +133,9 @@ print(json.dumps(results))
 """
 
 
+pytestmark = pytest.mark.usefixtures("built")
+
+
 @pytest.fixture(scope="module")
 def store(tmp_path_factory):
     sim = Sim(tmp_path_factory.mktemp("host"))

@@ -43,6 +43,36 @@ def problems(text: str) -> list[str]:
             "h.yaml:4: switches[0].mirrors[28]: expected sessions that fit the 2048 bytes of GetMirrorConf's answer",
         ),
         (HOST + "events: [{event: uplink-down, target: n0, value: 3}]\n", "events[0].value: uplink-down has no value"),
+        (HOST + "events: [{event: mac-limit, target: z}]\n", 'events[0].target: there is no switch "z"; known: s'),
+        (HOST + "events: [{event: counters-near-wrap, target: z}]\n", 'events[0].target: there is no port "z"'),
+        (HOST + "events: [{event: counters-near-wrap, target: s/9}]\n", 'events[0].target: there is no port "s/9"'),
+        (
+            HOST + "events: [{event: counters-near-wrap, target: a, until: 5s}]\n",
+            "events[0].until: counters-near-wrap happens once, it has no end",
+        ),
+        (HOST + "events: [{event: core-stuck, target: 0, from: 5s, until: 5s}]\n", "until: expected a time after from"),
+        (HOST + "faults: [{operation: Ryn_GetLRO, status: 0}]\n", "faults[0].status: expected a number from 1"),
+        (HOST + "faults: [{operation: Ryn_GetLRO, status: 1, where: sw}]\n", "faults[0].where: expected an argument"),
+        (HOST + "faults: [{operation: Ryn_GetLRO, status: 1, from: 5s, until: 3s}]\n", "faults[0].until: expected a time after from"),  # noqa: E501
+        (HOST + "faults: [{operation: Ryn_GetLRO, status: 1, corrupt: ones}]\n", "faults[0].corrupt: a status is answered instead"),  # noqa: E501
+        (HOST + "traffic: [{from: a, to: b, pps: -5}]\n", "traffic[0].pps: expected packets a second, such as 250"),
+        (
+            HOST.replace("alias: s,", "alias: s, mac_entries: [{port: 9, mac: '02:00:00:00:00:01'}],"),
+            "h.yaml:4: switches[0].mac_entries[0].port: there is no port 9",
+        ),
+        (
+            HOST.replace("alias: s,", "alias: s, mac_entries: [{port: 1, mac: '02:00:00:00:00:01', vlan: 4096}],"),
+            "h.yaml:4: switches[0].mac_entries[0].vlan: expected a VLAN from 0 to 4095, got 4096",
+        ),
+        (
+            HOST.replace("alias: s,", "alias: s, properties: {host: {a: 5}},"),
+            "h.yaml:4: switches[0].properties.host.a: expected a property's value: text:WORDS",
+        ),
+        (
+            HOST.replace("[{alias: s,", "[{alias: t, name: s}, {alias: s,"),
+            'h.yaml:4: switches[1].alias: the portset name "s" is taken already',
+        ),
+        (HOST + "---\nhost: i\n", "expected a single document in the stream, but found another"),
         (HOST + "faults: [{operation: Ryn_GetLRO, status: 1, where: [sw=0, prot=4]}]\n", "faults[0].where[1]: expected an argument"),  # noqa: E501
     ],
 )  # fmt: skip
@@ -74,6 +104,25 @@ def test_all_problems_are_named_at_once_references_too():
         "traffic[1].pps",
         "traffic[1].to",
     ]
+
+
+def test_keys_given_twice_and_tags_are_named_with_all_else():
+    found = problems(HOST + "seed: x\nabout: a\nabout: b\nflow_timeout: !mine 5s\n? [a]\n: 3\nclock: {speed: 1e999}\n")
+    assert found == [
+        'h.yaml:6: seed: expected a number from 0 to 9223372036854775807, got "x"',
+        "h.yaml:8: about: this key is given twice",
+        'h.yaml:9: flow_timeout: the tag "!mine" has no meaning here',
+        "h.yaml:10: the description: expected a plain text as key",
+        'h.yaml:12: clock.speed: expected a speed from 0.001 to 1000000, in seconds of host time a second, got "1e999"',
+    ]
+
+
+def test_an_event_names_its_target_as_people_do():
+    text = HOST + "events: [{event: mac-limit, target: s}, {event: mac-limit, target: 0}]\n"
+    assert [row["target"] for row in hosts.compiled(text, "h", "h")["event"]] == ["0", "0"]
+    names = ("a", "s/1", "0/1")
+    text = HOST + f"events: [{', '.join(f'{{event: counters-near-wrap, target: {name}}}' for name in names)}]\n"
+    assert [row["target"] for row in hosts.compiled(text, "h", "h")["event"]] == ["0/1"] * 3
 
 
 def test_what_refers_to_something_unread_is_not_blamed():
@@ -109,8 +158,37 @@ def test_set_speaks_of_the_path_that_was_typed(live):
         live.fails(2, "set", "ports.web-0.vlan=5000")
         == "ryn-sim: set: ports.web-0.vlan: expected a VLAN from 0 to 4095, got 5000\n"
     )
-    (line,) = live.fails(2, "set", "switches.dvs-1.alias=x").splitlines()
-    assert line.startswith("ryn-sim: set: switches.dvs-1.alias: the rest of the host does not allow it: ")
+    (line,) = live.fails(2, "set", "switches.dvs-1.name=dvs-2-set").splitlines()
+    assert line.startswith("ryn-sim: set: switches.dvs-1.name: the rest of the host does not allow it: ")
+
+
+def test_set_names_all_that_is_wrong_at_once(live):
+    live("init")
+    before = live("export")
+    lines = live.fails(2, "set", "ports.nix.lro=on", "ports.web-0.vlan=5000", "seed=3", "mut=1", "about=x").splitlines()
+    assert [line.split(": ")[2] for line in lines] == ["ports.nix.lro", "seed", "mut", "ports.web-0.vlan"]
+    assert live("export") == before
+
+
+@pytest.mark.parametrize(
+    "path",
+    [
+        *("switches.dvs-1.alias=x", "switches.dvs-1.id=x", "switches.dvs-1.number=5", "switches.dvs-1.uplinks=[]"),
+        *("switches.dvs-1.datapath=no", "ports.web-0.switch=dvs-2", "ports.web-0.port=99", "ports.web-0.count=3"),
+    ],
+)
+def test_what_others_refer_to_stays(live, path):
+    live("init")
+    typed = path.partition("=")[0]
+    expected = f"ryn-sim: set: {typed}: this stays as it is; describe another host and use: ryn-sim init\n"
+    assert live.fails(2, "set", path) == expected
+
+
+def test_a_machine_can_be_renamed_although_others_name_it(live):
+    live("init")
+    assert live("set", "ports.web-0.vm=shop") == "changed 1 row\n"
+    assert live("get", "traffic.0.from") == "shop\n" and "in: [shop, web-1]" in live("export")
+    assert "this path is given twice" in live.fails(2, "set", "ports.shop.lro=on", "ports.dvs-1/2.lro=off")
 
 
 def test_of_two_conditions_both_count(live):

@@ -1,7 +1,6 @@
 """The command line: help, exit codes, hosts side by side."""
 
 import json
-import os
 import re
 import shutil
 import sqlite3
@@ -9,7 +8,12 @@ import subprocess
 import threading
 
 import pytest
+from ryn_sim import table
 from ryn_sim.generate import DOCUMENTED
+from ryn_sim.members.conversation import CONVERSATION
+from ryn_sim.members.nic import NIC
+from ryn_sim.members.port import PORT_ENTITY
+from ryn_sim.members.switch import SWITCH
 from simtool import PROFILES, ROOT, TOOL
 
 COMMANDS = [
@@ -20,9 +24,9 @@ COMMANDS = [
 
 @pytest.mark.parametrize("command", COMMANDS)
 def test_every_command_has_help_that_fits(sim, command):
-    text = sim(command, "--help", COLUMNS="100")
+    text = sim(command, "--help", COLUMNS="80")
     assert text.startswith("usage: ryn-sim " + command)
-    assert max(map(len, text.splitlines())) <= 100
+    assert max(map(len, text.splitlines())) <= 80
     assert command in sim("--help")
 
 
@@ -61,13 +65,13 @@ def test_a_profile_that_is_nearly_right_is_proposed(sim):
 @pytest.mark.parametrize(
     "arguments, expected",
     [
-        (["evnt"], 'there is no "evnt"; did you mean "event"?'),
-        (["clock", "setp", "5s"], 'there is no "setp"; did you mean "step"?'),
-        (["fault", "lst"], 'there is no "lst"; did you mean "list"?'),
+        (["evnt"], 'there is no command "evnt"; did you mean "event"?'),
+        (["clock", "setp", "5s"], 'there is no action "setp"; did you mean "step"?'),
+        (["fault", "lst"], 'there is no action "lst"; did you mean "list"?'),
         (["fault", "add", "Ryn_GetLRO", "--stats", "5"], 'did you mean "--status"?'),
         (["fault", "add", "Ryn_GetLRO", "--corrupt", "zeroes"], 'did you mean "zero"?'),
         (["init", "--forse"], 'did you mean "--force"?'),
-        (["info", "--follow"], "unrecognized arguments: --follow"),
+        (["info", "--follow"], "--follow means nothing here"),
     ],
 )
 def test_what_is_nearly_right_is_proposed(sim, arguments, expected):
@@ -114,7 +118,7 @@ def test_a_host_may_lie_anywhere(sim, tmp_path):
 
 def test_init_keeps_what_is_there_unless_forced(sim):
     sim("init", "empty")
-    assert "is there already" in sim.fails(1, "init", "default")
+    assert "exists already" in sim.fails(1, "init", "default")
     assert json.loads(sim("info", "--json"))["profile"] == "empty"
     sim("init", "default", "--force")
     assert json.loads(sim("info", "--json"))["profile"] == "default"
@@ -202,31 +206,6 @@ def test_reset_knows_a_description_of_ones_own(sim, tmp_path):
     assert sim("export") == fresh
 
 
-def test_run_finds_stand_ins_and_module_from_a_build(sim):
-    done = sim.process("run", "--", "/usr/bin/env", LD_LIBRARY_PATH="/before", PYTHONPATH="/python")
-    assert done.returncode == 0, done
-    environment = dict(line.split("=", 1) for line in done.stdout.splitlines() if "=" in line)
-    libraries = environment["LD_LIBRARY_PATH"].split(":")
-    assert os.path.exists(os.path.join(libraries[0], "libryn.so")) and libraries[1] == "/before"
-    folders = environment["PYTHONPATH"].split(":")
-    assert any(name.startswith("_libryn") for name in os.listdir(folders[0])) and folders[-1] == "/python"
-    assert environment["RYN_SIM_STATE"] == str(sim.path())
-
-
-def test_run_passes_on_arguments_and_exit_code(sim):
-    sim("init")
-    done = sim.process(
-        "run", "--host", "default", "--", "sh", "-c", 'printf "%s|" "$@"; exit 37', "-", "--json", "--", "-x"
-    )
-    assert (done.returncode, done.stdout) == (37, "--json|--|-x|")
-
-
-def test_run_says_what_it_cannot_run(sim):
-    sim("init")
-    assert sim.fails(127, "run", "--", "no-such-command") == "ryn-sim: no-such-command: there is no such command\n"
-    assert 'no simulated host "typo"' in sim.fails(1, "run", "--host", "typo", "--", "true")
-
-
 def test_an_installed_tool_finds_its_own(sim, tmp_path):
     prefix = tmp_path / "usr"
     share = prefix / "lib" / "ryn-sim"
@@ -245,11 +224,6 @@ def test_an_installed_tool_finds_its_own(sim, tmp_path):
         )
         assert done.returncode == 0, done
     assert f"\nLD_LIBRARY_PATH={share}" in "\n" + done.stdout
-
-
-def test_missing_stand_ins_are_named(sim, tmp_path):
-    sim("init")
-    assert str(tmp_path) in sim.fails(1, "run", "--", "true", RYN_SIM_LIBS=str(tmp_path))
 
 
 def test_a_reader_that_goes_away_is_no_crash(sim):
@@ -289,11 +263,43 @@ def test_json_is_json_everywhere(sim):
         assert json.loads(sim("show", what, "--json")) or what == "moves", what
 
 
-def test_tables_fit_80_columns(sim):
+@pytest.mark.parametrize("profile", ["default", "overloaded", "large"])
+def test_all_of_show_fits_80_columns_and_cuts_nothing(live, profile):
+    live("init", profile)
+    live("clock", "warp", "10s")
+    text = live("show", "all")
+    assert max(map(len, text.splitlines())) <= 80 and "…" not in text
+    found = json.loads(live("show", "rates", "--json"))
+    shown = live("show", "rates").splitlines()[1:]
+    assert sum(line[:5].strip().isdecimal() for line in shown) == len(found)
+    lost = [row for row in found if row["lost_pps"]]
+    assert bool(lost) == (profile != "large")
+    assert all(any(where in line for line in shown) for row in lost for where in row["lost"])
+
+
+@pytest.mark.parametrize(
+    "arguments", [[], ["--help"], ["info"], ["init", "--list"], ["ls"], ["ls", "ports"], ["clock"]]
+)
+def test_what_is_printed_fits_80_columns(sim, arguments):
+    sim("init", "--state", sim.folder / "x.db")
+    text = sim(*arguments, RYN_SIM_STATE=str(sim.folder / "x.db"), COLUMNS="80", XDG_STATE_HOME="/x")
+    assert max(len(line) for line in text.splitlines() if str(sim.folder) not in line and "/build" not in line) <= 80
+
+
+def test_a_long_text_goes_on_in_the_next_line(capsys):
+    table.print_table([{"name": "a", "figure": 12345678, "where": "one," * 40}], ["name", "figure", "where"])
+    lines = capsys.readouterr().out.splitlines()
+    assert max(map(len, lines)) <= 80 and lines[1].startswith("a     12345678  one,")
+    assert "".join(line[16:] for line in lines[1:]) == "one," * 40
+
+
+def test_all_members_with_a_heading_are_shown(sim):
+    """One list: a heading in the table of members is a column here, in the order of the members."""
     sim("init")
-    for arguments in (["show", "all"], ["show"], ["info"], ["init", "--list"]):
-        text = sim(*arguments)
-        assert max(map(len, text.splitlines())) <= (80 if arguments[0] == "show" else 200), arguments
+    for section, entity in (("nics", NIC), ("switches", SWITCH), ("ports", PORT_ENTITY), ("traffic", CONVERSATION)):
+        headings = list(dict.fromkeys(member.shown.upper() for member in entity.members if member.shown))
+        line = sim("show", section).splitlines()[0]
+        assert [word for word in re.split("  +", line) if word in headings] == headings
 
 
 def test_show_takes_a_switch_by_alias_or_number(sim):

@@ -41,7 +41,7 @@ def make(
 
     path = _place(at)
     if os.path.exists(path) and not replace:
-        raise Failed(f"{path} is there already; replace it with replace=True")
+        raise Failed(f"{path} exists already; replace it with replace=True")
     if isinstance(description, str) and "\n" not in description:
         hosts.make(path, description, seed, replace)
     else:
@@ -83,8 +83,14 @@ class Host:
         return f"ryn_sim.load({self.path!r})"
 
     def close(self) -> None:
-        """Closes its file; the host stays."""
+        """Closes its file; the host stays. So does the end of a `with` block."""
         self._store.close()
+
+    def __enter__(self) -> Host:
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self.close()
 
     # The clock
 
@@ -108,7 +114,7 @@ class Host:
         self._clock(False)
 
     def start_clock(self, speed: float = 1) -> None:
-        """Lets the clock run, `speed` times as fast as the wall's."""
+        """Lets the clock run, `speed` times as fast as real time."""
         from .clock import permille
 
         self._clock(True, permille(str(speed)))
@@ -131,7 +137,7 @@ class Host:
         return set_all(self._store, settings)
 
     def get(self, path: str) -> Any:
-        """What a path of the description has, said or not."""
+        """What a path of the description has, said or not: times in seconds, rates and speeds as plain numbers."""
         from .browse import get
 
         return get(self._store, path)
@@ -177,7 +183,7 @@ class Host:
         begin: Time | None = None,
         until: Time | None = None,
     ) -> int:
-        """Makes an operation fail, hesitate or answer wrongly; answers the fault's number.
+        """Makes an operation fail, answer late or wrongly; answers the fault's number.
 
         Without status, delay and corrupt it answers 0x0BAD0001. begin and until are counted from now, in host time.
         """
@@ -199,6 +205,8 @@ class Host:
         given = read_known_or_raise(
             FAULT, {key: value for key, value in described.items() if value is not None}, "fault"
         )
+        if until is not None and _ns(until) <= _ns(begin or 0):
+            raise BadInput("fault: until: expected a time after begin")
         now = self._store.now_ns() // 10**6
         columns = row_of("fault", given)
         del columns["id"]
@@ -265,7 +273,7 @@ class Host:
         from . import copies
 
         if os.path.exists(file) and not replace:
-            raise Failed(f"{os.fspath(file)} is there already; replace it with replace=True")
+            raise Failed(f"{os.fspath(file)} exists already; replace it with replace=True")
         copies.save(self._store, os.fspath(file), replace)
 
     def restore(self, file: Place) -> None:

@@ -18,21 +18,21 @@ class Problems:
 
     def __init__(self, document: Document):
         self._document = document
-        self.found: list[tuple[int, Path, str]] = []  # the line it is sorted by, where, what
+        self.found: list[tuple[int, Path, str]] = [*document.unread]  # the line, where, what is wrong there
 
     def add(self, path: Iterable[str | int], message: str) -> None:
         path = tuple(path)
-        self.found.append((self._document.where(path)[0], path, message))
+        self.found.append((self._document.line(path), path, message))
 
     def wrong(self, path: Iterable[str | int], error: Wrong, value: Any) -> None:
         """Adds that a value is not of its kind."""
-        for place in error.at:
-            value = value[place]
+        for index in error.at:
+            value = value[index]
         self.add((*path, *error.at), error.message or f"expected {error}, got {shown(value)}")
 
     def lines(self) -> list[str]:
         found = sorted(set(self.found), key=lambda problem: (problem[0], path_text(problem[1]), problem[2]))
-        return [f"{self._document.where(path)[1]}: {path_text(path)}: {message}" for _, path, message in found]
+        return [f"{self._document.at(line)}: {path_text(path)}: {message}" for line, path, message in found]
 
     def raise_any(self) -> None:
         if not self.found:
@@ -48,7 +48,7 @@ def shown(value: Any) -> str:
     if isinstance(value, dict):
         return "a mapping"
     if isinstance(value, list):
-        return f"a list of {len(value)}"
+        return f"a list of {len(value)} items" if len(value) > 1 else "a list of 1 item" if value else "an empty list"
     text = json.dumps(value, ensure_ascii=False)
     return text if len(text) <= 60 else text[:57] + "..."
 
@@ -59,10 +59,10 @@ def tree(entity: Entity) -> dict[str, Any]:
     for member in entity.members:
         if member.key:
             *around, last = member.key.split(".")
-            place = found
+            inside = found
             for key in around:
-                place = place.setdefault(key, {})
-            place[last] = member
+                inside = inside.setdefault(key, {})
+            inside[last] = member
     return found
 
 
@@ -114,11 +114,11 @@ def _read_into(
 def read_list(values: list[Any], item: Kind, path: Path, problems: Problems) -> list[Any]:
     """The items of a list, as the store keeps them; those that are not of their kind are reported and left out."""
     good = []
-    for place, value in enumerate(values):
+    for index, value in enumerate(values):
         try:
             good.append(item.parse(value))
         except Wrong as error:
-            problems.wrong((*path, place), error, value)
+            problems.wrong((*path, index), error, value)
     return good
 
 

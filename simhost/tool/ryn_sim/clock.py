@@ -32,7 +32,7 @@ def clock_command(options: argparse.Namespace) -> None:
     if options.json:
         print_json(facts)
     else:
-        pace = f", at {facts['speed']:g} times the wall's speed" if facts["speed"] != 1 else ""
+        pace = f", at {facts['speed']:g} times real time" if facts["speed"] != 1 else ""
         now = f"{units.age_text(round(facts['time'] * 10**9))} ({facts['time']:.3f} s)"
         print(f"host time {now}, {facts['mode']}{pace}")
 

@@ -18,7 +18,6 @@ from .members import COLUMNS, MEMBERS, TABLE
 from .members import default as default_of
 from .members import member as member_of
 from .members.host import HOST
-from .members.mac_entry import MAC_ENTRY
 from .members.nic import NIC
 from .members.node import NODE_ENTITY
 from .members.switch import SWITCH
@@ -105,7 +104,7 @@ def compile_host(
 ) -> Host:
     """As compiled(), but leaves it to the caller what to do about the problems."""
     from .compile_ports import add_ports, team_up
-    from .compile_traffic import add_events, add_faults, add_mirrors, add_traffic
+    from .compile_traffic import add_events, add_faults, add_mac_entries, add_mirrors, add_traffic
 
     given = read(HOST, document.value, (), problems)
     if given is None:
@@ -120,6 +119,7 @@ def compile_host(
     add_switches(host)
     add_ports(host)
     team_up(host)
+    add_mac_entries(host)
     add_mirrors(host)
     add_traffic(host)
     add_faults(host)
@@ -151,10 +151,10 @@ def add_cores(host: Host) -> None:
             continue
         lcores = read_list(given["lcores"], LCORE, (*path, "lcores"), host.problems)
         if not given["lcores"]:
-            host.problems.add((*path, "lcores"), "expected a list of core numbers, got a list of 0")
-        for place, lcore in enumerate(lcores):
+            host.problems.add((*path, "lcores"), "expected a list of core numbers, got an empty list")
+        for position, lcore in enumerate(lcores):
             if lcore in host.cores:
-                host.problems.add((*path, "lcores", place), f"core {lcore} is there already")
+                host.problems.add((*path, "lcores", position), f"core {lcore} is listed already")
                 continue
             host.cores.add(lcore)
             host.rows["lcore"].append(row_of("lcore", given, lcore=lcore, node=index))
@@ -202,11 +202,11 @@ def add_switches(host: Host) -> None:
             continue
         alias = given["alias"]
         if alias in host.switches:
-            host.problems.add((*path, "alias"), f'the alias "{alias}" is there already')
+            host.problems.add((*path, "alias"), f'the alias "{alias}" is taken already')
             continue
         switch_id = given.get("id") or values.switch_id(str(host.given.get("host", "")), alias)
         if any(other.id == switch_id for other in host.switches.values()):
-            host.problems.add((*path, "id"), f'the identifier "{switch_id}" is there already')
+            host.problems.add((*path, "id"), f'the identifier "{switch_id}" is taken already')
             continue
         switch = host.switches[alias] = Switch(alias, switch_id, path, given)
         host.rows["dvs"].append(row_of("dvs", given, switch_id=switch_id))
@@ -229,27 +229,15 @@ def _add_datapath(host: Host, switch: Switch, taken: set[int]) -> None:
             return
         taken.add(number)
     elif any(other.number == number for other in host.switches.values()):
-        host.problems.add((*path, "number"), f"number {number} is there already")
+        host.problems.add((*path, "number"), f"number {number} is taken already")
         return
     switch.number = number
     name = given.get("name", switch.alias)
     if any(row["name"] == name for row in host.rows["sw"]):
-        host.problems.add((*path, "name"), f'the name "{name}" is there already')
+        key = "name" if "name" in given else "alias"
+        host.problems.add((*path, key), f'the portset name "{name}" is taken already')
         return
     host.rows["sw"].append(row_of("sw", given, sw=number, switch_id=switch.id, name=name))
-    entries = set()
-    for place, item in enumerate(given.get("mac_entries", [])):
-        at = (*path, "mac_entries", place)
-        entry = read(MAC_ENTRY, item, at, host.problems)
-        if entry is None:
-            continue
-        row = row_of("mac_entry", entry, sw=number)
-        key = (row["port"], row["mac"], row["vlan"])
-        if key in entries:
-            host.problems.add(at, "this entry is there already")
-            continue
-        entries.add(key)
-        host.rows["mac_entry"].append(row)
 
 
 def _add_properties(host: Host, switch: Switch, item: Mapping[str, Any]) -> None:

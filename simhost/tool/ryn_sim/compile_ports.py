@@ -22,7 +22,7 @@ class _Wanted(NamedTuple):
     switch: Switch
     given: dict[str, Any]
     path: Path
-    place: int | None  # among the `count` ports of one entry; None: it says no count
+    offset: int | None  # among the `count` ports of one entry; None: it says no count
 
 
 def add_ports(host: Host) -> None:
@@ -56,12 +56,12 @@ def add_ports(host: Host) -> None:
 def _wanted(host: Host) -> list[_Wanted]:
     wanted = []
     for alias, switch in host.switches.items():
-        for place, nic in enumerate(switch.given.get("uplinks", [])):
+        for position, nic in enumerate(switch.given.get("uplinks", [])):
             if isinstance(nic, str):
-                at = (*switch.path, "uplinks", place)
+                at = (*switch.path, "uplinks", position)
                 wanted.append(_Wanted(switch, {"switch": alias, "nic": nic}, at, None))
             else:
-                host.problems.add((*switch.path, "uplinks", place), "expected a NIC's name")
+                host.problems.add((*switch.path, "uplinks", position), "expected a NIC's name")
     for index, item in enumerate(host.items("ports")):
         path: Path = ("ports", index)
         given = read(PORT_ENTITY, item, path, host.problems)
@@ -78,7 +78,7 @@ def _wanted(host: Host) -> list[_Wanted]:
             host.problems.add((*path, "count"), "expected 1 for a port with a nic")
         if count > 1 and "{n}" not in given.get("vm", "{n}"):
             host.problems.add((*path, "vm"), "expected a name with {n} in it, since count is above 1")
-        wanted += [_Wanted(found, given, path, place if "count" in given else None) for place in range(count)]
+        wanted += [_Wanted(found, given, path, offset if "count" in given else None) for offset in range(count)]
     return wanted
 
 
@@ -92,21 +92,21 @@ def _refuse_switch(host: Host, alias: str, found: Switch | None, path: Path) -> 
 def _given_number(host: Host, port: _Wanted, taken: set[tuple[int, int]]) -> int | None:
     if "port" not in port.given or port.switch.number is None:
         return None
-    number: int = port.given["port"] + (port.place or 0)
+    number: int = port.given["port"] + (port.offset or 0)
     if number not in _NUMBERS:
         host.problems.add((*port.path, "port"), f"expected port numbers up to 127, got {number}")
         return None
     if (port.switch.number, number) in taken:
-        host.problems.add((*port.path, "port"), f"port {number} is there already")
+        host.problems.add((*port.path, "port"), f"port {number} is taken already")
     return number
 
 
 def _counted_up(host: Host, port: _Wanted, sw: int, number: int) -> dict[str, Any]:
     """What is given for this one of the `count` ports of an entry."""
-    given, step = dict(port.given), port.place or 0
+    given, step = dict(port.given), port.offset or 0
     given["port"] = number
-    if port.place is not None and "vm" in given:
-        given["vm"] = given["vm"].replace("{n}", str(given.get("first", 0) + port.place))
+    if port.offset is not None and "vm" in given:
+        given["vm"] = given["vm"].replace("{n}", str(given.get("first", 0) + port.offset))
     if "dvport" in given:
         given["dvport"] += step
     if "mac" in given:
@@ -147,7 +147,7 @@ def _add_port(host: Host, port: _Wanted, number: int) -> None:
         rx_core=core,
     )
     if row["dvport"] >= 1 << 32 or any(other.row["dvport"] == row["dvport"] for other in _on(host, sw)):
-        host.problems.add((*path, "dvport"), f"the distributed port {row['dvport']} is there already")
+        host.problems.add((*path, "dvport"), f"the distributed port {row['dvport']} is taken already")
     host.rows["port"].append(row)
     host.ports[sw, number] = Port(row, port.switch, path, given)
     host.by_name.setdefault(row["nic"] or row["client"], []).append((sw, number))
@@ -215,13 +215,13 @@ def _chosen(host: Host, port: Port, uplinks: list[int]) -> list[int]:
     sw, path = port.row["sw"], (*port.path, "teaming", "uplinks")
     chosen: list[int] = []
     by_nic = {host.ports[sw, uplink].row["nic"]: uplink for uplink in uplinks}
-    for place, item in enumerate(read_list(port.given["teaming.uplinks"], UPLINK_REFERENCE, path, host.problems)):
+    for position, item in enumerate(read_list(port.given["teaming.uplinks"], UPLINK_REFERENCE, path, host.problems)):
         if isinstance(item, int):
             chosen.append(item)
         elif item in by_nic:
             chosen.append(by_nic[item])
         else:
-            host.problems.add((*path, place), f'"{port.switch.alias}" has no uplink "{item}"{nearest(item, by_nic)}')
+            host.problems.add((*path, position), f'"{port.switch.alias}" has no uplink "{item}"{nearest(item, by_nic)}')
     return chosen
 
 

@@ -1,22 +1,24 @@
-"""Compiles what refers to ports: mirror sessions, conversations, faults and events."""
+"""Compiles what refers to ports: MAC table entries, mirror sessions, conversations, faults and events."""
 
 from __future__ import annotations
 
 import fnmatch
-from typing import Any, Collection, Iterable, Mapping
+from typing import Any, Collection, Mapping, Sequence
 
 from . import names, values
 from .check import read, read_list, shown
 from .compile import Host, PortKey, Row, row_of
 from .document import Path
 from .errors import nearest
-from .kinds import VLAN
+from .kinds import VLAN, Wrong
 from .members.conversation import CONVERSATION
 from .members.event import EVENT, EVENT_ENTITY
 from .members.fault import FAULT, WHERE_ITEM
+from .members.mac_entry import MAC_ENTRY
 from .members.mirror import MIRROR
 
 _GLOB = frozenset("*?[")
+STATUS_OR_CORRUPT = "a status is answered instead of the operation, so there is no answer to corrupt"
 _MIRROR_ANSWER, _MIRROR_HEAD, _MIRROR_RECORD = 2048, 8, 72  # bytes that a switch's sessions have room in, and need
 
 
@@ -43,6 +45,24 @@ def find_ports(host: Host, path: Path, name: Any, sw: int | None = None) -> list
     return found
 
 
+def add_mac_entries(host: Host) -> None:
+    for switch in host.switches.values():
+        seen = set()
+        for position, item in enumerate(switch.given.get("mac_entries", []) if switch.number is not None else []):
+            path = (*switch.path, "mac_entries", position)
+            given = read(MAC_ENTRY, item, path, host.problems)
+            if given is None:
+                continue
+            row = row_of("mac_entry", given, sw=switch.number)
+            if (switch.number, row["port"]) not in host.ports:
+                host.missing("ports", (*path, "port"), f"there is no port {row['port']}")
+            key = (row["port"], row["mac"], row["vlan"])
+            if key in seen:
+                host.problems.add(path, "the same entry is listed already")
+            seen.add(key)
+            host.rows["mac_entry"].append(row)
+
+
 def add_mirrors(host: Host) -> None:
     for switch in host.switches.values():
         if switch.number is None:
@@ -56,7 +76,7 @@ def add_mirrors(host: Host) -> None:
                 continue
             session = given["session"]
             if session in sessions:
-                host.problems.add((*path, "session"), f"session {session} is there already")
+                host.problems.add((*path, "session"), f"session {session} is listed already")
                 continue
             sessions.add(session)
             host.rows["mirror"].append(row_of("mirror", given, sw=switch.number))
@@ -73,11 +93,11 @@ def _add_mirror_parts(host: Host, given: Mapping[str, Any], path: Path, sw: int)
     session = given["session"]
     for role, key in (("in", "in"), ("out", "out"), ("dst", "to")):
         chosen: set[PortKey] = set()
-        for place, name in enumerate(given.get(key, [])):
+        for position, name in enumerate(given.get(key, [])):
             if isinstance(name, (int, str)):
-                chosen.update(find_ports(host, (*path, key, place), name, sw))
+                chosen.update(find_ports(host, (*path, key, position), name, sw))
             else:
-                host.problems.add((*path, key, place), f"expected a port's name or number, got {shown(name)}")
+                host.problems.add((*path, key, position), f"expected a port's name or number, got {shown(name)}")
         for _, port in sorted(chosen):
             host.rows["mirror_port"].append(dict(sw=sw, session=session, role=role, port=port))
     vlans = read_list(given.get("vlans", []), VLAN, (*path, "vlans"), host.problems)
@@ -186,31 +206,49 @@ def add_faults(host: Host) -> None:
         problem = unknown_operation(given["operation"])
         if problem:
             host.problems.add((*path, "operation"), problem)
-        if not {"status", "delay", "corrupt"} & set(given):
+        if not {"status", "delay", "corrupt"} & set(item):
             host.problems.add(path, "expected at least one of status, delay, corrupt")
-        host.rows["fault"].append(row_of("fault", given, id=index + 1))
-        where = given.get("where", [])
-        if isinstance(where, str):
-            conditions = read_list([where], WHERE_ITEM, path, host.problems)
-        else:
-            conditions = read_list(where, WHERE_ITEM, (*path, "where"), host.problems)
-        for seq, condition in enumerate(conditions):
-            name, _, glob = condition.partition("=")
-            host.rows["fault_where"].append(dict(fault=index + 1, seq=seq, name=name, glob=glob))
+        if given.get("status") and given.get("corrupt"):
+            host.problems.add((*path, "corrupt"), STATUS_OR_CORRUPT)
+        row = row_of("fault", given, id=index + 1)
+        if row["until_ms"] is not None and row["until_ms"] <= (row["from_ms"] or 0):
+            host.problems.add((*path, "until"), "expected a time after from")
+        host.rows["fault"].append(row)
+        _add_conditions(host, index + 1, given.get("where", []), (*path, "where"))
+
+
+def _add_conditions(host: Host, fault: int, where: Any, path: Path) -> None:
+    """The arguments that a fault's calls must have: one ARGUMENT=GLOB, or a list of them."""
+    if isinstance(where, str):
+        try:
+            conditions = [WHERE_ITEM.parse(where)]
+        except Wrong as error:
+            host.problems.wrong(path, error, where)
+            return
+    else:
+        conditions = read_list(where, WHERE_ITEM, path, host.problems)
+    for seq, condition in enumerate(conditions):
+        name, _, glob = condition.partition("=")
+        host.rows["fault_where"].append(dict(fault=fault, seq=seq, name=name, glob=glob))
 
 
 def add_events(host: Host) -> None:
+    numbers = {switch.alias: switch.number for switch in host.switches.values() if switch.number is not None}
     for index, item in enumerate(host.items("events")):
         path: Path = ("events", index)
         given = read(EVENT_ENTITY, item, path, host.problems)
         if given is None:
             continue
         row = row_of("event", given, id=index + 1, target=str(given["target"]))
-        if row["until_ms"] is not None and row["until_ms"] <= row["from_ms"]:
+        if row["until_ms"] is not None and EVENT[row["kind"]].once:
+            host.problems.add((*path, "until"), f"{row['kind']} happens once, it has no end")
+        elif row["until_ms"] is not None and row["until_ms"] <= row["from_ms"]:
             host.problems.add((*path, "until"), "expected a time after from")
-        problem = unknown_target(row["kind"], row["target"], host.nics, host.cores, host.ports)
-        if problem:
-            host.problems.add((*path, "target"), problem)
+        try:
+            row["target"] = event_target(row["kind"], row["target"], host.nics, host.cores, numbers, host.by_name)
+        except Wrong as error:
+            part = {"core": "cores", "switch": "switches", "port": "ports"}.get(EVENT[row["kind"]].target, "")
+            host.missing(part, (*path, "target"), error.message)
         problem = wrong_value(row["kind"], row["value"])
         if problem:
             host.problems.add((*path, "value"), problem)
@@ -226,25 +264,45 @@ def unknown_operation(operation: str) -> str | None:
     return f"there is no operation {shown(operation)}{nearest(operation, names.OPERATIONS)}"
 
 
-def unknown_target(
-    event: str, target: str, nics: Collection[str], cores: Collection[int], ports: Iterable[PortKey]
-) -> str | None:
-    """Why an event can't have this target, if it can't. ports: of (switch number, port number)."""
+def event_target(
+    event: str,
+    text: str,
+    nics: Collection[str],
+    cores: Collection[int],
+    switches: Mapping[str, int],
+    ports: Mapping[str, Sequence[PortKey]],
+) -> str:
+    """An event's target as the store has it: a NIC's name, a core's or switch's number, or SWITCH/PORT in numbers.
+
+    switches: their numbers by alias; ports: by their names and as ALIAS/NUMBER. Wrong says what there is not.
+    """
     what = EVENT[event].target
     if what == "nic":
-        return None if target in nics else f"there is no NIC {shown(target)}{nearest(target, nics)}"
+        if text in nics:
+            return text
+        raise Wrong(message=f"there is no NIC {shown(text)}{nearest(text, nics)}")
     if what == "core":
-        known = target.isdecimal() and int(target) in cores
-        return None if known else f"there is no core {shown(target)}; known: {', '.join(map(str, sorted(cores)))}"
-    ports = set(ports)
+        if text.isdecimal() and int(text) in cores:
+            return text
+        raise Wrong(message=f"there is no core {shown(text)}; known: {', '.join(map(str, sorted(cores)))}")
+    numbers = {**switches, **{str(number): number for number in switches.values()}}
     if what == "switch":
-        switches = sorted({sw for sw, _ in ports})
-        known = target.isdecimal() and int(target) in switches
-        return None if known else f"there is no switch number {shown(target)}{nearest(target, switches)}"
-    sw, _, port = target.partition("/")
-    if sw.isdecimal() and port.isdecimal() and (int(sw), int(port)) in ports:
-        return None
-    return f"expected SWITCH/PORT, the numbers of a switch and one of its ports, got {shown(target)}"
+        if text in numbers:
+            return str(numbers[text])
+        raise Wrong(message=f"there is no switch {shown(text)}{nearest(text, switches)}")
+    alias, _, number = text.rpartition("/")
+    found = [port for port in ports.get(text, []) if text]
+    if not found and alias in numbers:
+        found = [port for known in ports.values() for port in known if port == (numbers[alias], _decimal(number))][:1]
+    if len(found) == 1:
+        return f"{found[0][0]}/{found[0][1]}"
+    if found:
+        raise Wrong(message=f"several ports are called {shown(text)}; name it by SWITCH/NUMBER")
+    raise Wrong(message=f"there is no port {shown(text)}{nearest(text, [name for name in ports if '/' not in name])}")
+
+
+def _decimal(text: str) -> int:
+    return int(text) if text.isdecimal() else -1
 
 
 def wrong_value(event: str, value: int | None) -> str | None:

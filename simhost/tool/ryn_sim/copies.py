@@ -10,13 +10,16 @@ from contextlib import closing
 
 from . import paths
 from .errors import BadInput, Failed
-from .store import APPLICATION_ID, SCHEMA_VERSION, Store, place
+from .store import APPLICATION_ID, SCHEMA_VERSION, Store, make_file
 from .table import print_json
 
 
 def save_command(options: argparse.Namespace) -> None:
+    folder = os.path.dirname(options.file)
+    if folder and not os.path.isdir(folder):
+        raise Failed(f"{folder}: there is no such folder")
     if os.path.exists(options.file) and not options.force:
-        raise Failed(f"{options.file} is there already; replace it with --force")
+        raise Failed(f"{options.file} exists already; replace it with --force")
     save(Store(options.path), options.file, replace=options.force)
     _say(options, f"saved the simulated host {_called(options.path)} to {options.file}", file=options.file)
 
@@ -55,7 +58,7 @@ def save(store: Store, file: str, replace: bool = False) -> None:
         db.execute("UPDATE clock SET base_host_ns = ?, base_wall_ns = 0", (store.now_ns(),))
 
     store.catch_up()
-    place(file, fill, replace)
+    make_file(file, fill, replace)
 
 
 def restore(file: str, path: str) -> None:
@@ -75,15 +78,15 @@ def restore(file: str, path: str) -> None:
             db.execute("UPDATE clock SET base_wall_ns = ?", (time.time_ns(),))
             db.execute("PRAGMA journal_mode = WAL")
 
-        place(path, fill, replace=False)
+        make_file(path, fill, replace=False)
 
 
 def _saved(file: str) -> sqlite3.Connection:
     """A saved host, once it is sure that it is one."""
     from urllib.parse import quote
 
-    if not os.path.exists(file):
-        raise BadInput(f"{file}: there is no such file")
+    if not os.path.isfile(file):
+        raise BadInput(f"{file}: {'is a directory' if os.path.isdir(file) else 'there is no such file'}")
     try:
         db = sqlite3.connect(f"file:{quote(os.path.abspath(file))}?mode=ro", uri=True)
         found = [
@@ -108,4 +111,4 @@ def clone(store: Store, path: str, replace: bool = False) -> None:
         db.execute("PRAGMA journal_mode = WAL")
 
     store.catch_up()
-    place(path, fill, replace)
+    make_file(path, fill, replace)

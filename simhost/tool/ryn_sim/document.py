@@ -35,11 +35,12 @@ for _tag, _pattern, _first in (
 
 
 class Document:
-    """A read description: `value`, and `line(path)` for messages."""
+    """A read description: `value`, `line(path)` for messages, and what could not be read of it in `unread`."""
 
     def __init__(self, text: str, name: str):
         self.name = name
         self.text = text
+        self.unread: list[tuple[int, Path, str]] = []  # line, where, what is wrong there
         self._lines: dict[Path, int] = {}
         self._count = 0
         try:
@@ -47,7 +48,9 @@ class Document:
         except yaml.MarkedYAMLError as error:
             mark = error.problem_mark or error.context_mark
             line = mark.line + 1 if mark else 1
-            raise BadInput(f"{name}:{line}: not valid YAML: {error.problem or error.context}") from None
+            problem = error.problem or error.context or ""
+            what = f"{error.context}, {problem}" if problem.startswith("but ") else problem
+            raise BadInput(f"{name}:{line}: not valid YAML: {what}") from None
         except yaml.YAMLError as error:
             raise BadInput(f"{name}: not valid YAML: {str(error).splitlines()[0]}") from None
         if root is None:
@@ -58,22 +61,19 @@ class Document:
     def of(cls, value: Any, name: str) -> Document:
         """A description that was never a text: messages about it name no lines."""
         document = cls.__new__(cls)
-        document.name, document.text, document.value, document._lines = name, "", value, {}
+        document.name, document.text, document.value, document.unread, document._lines = name, "", value, [], {}
         return document
 
-    def where(self, path: Path) -> tuple[int, str]:
-        """The line of a value, and what begins a message about it."""
-        if not self._lines:
-            return 0, self.name
-        line = self.line(path)
-        return line, f"{self.name}:{line}"
+    def at(self, line: int) -> str:
+        """What begins a message about a line."""
+        return f"{self.name}:{line}" if self._lines else self.name
 
     def line(self, path: Path) -> int:
-        """The line of a value, or of the innermost value around it that is in the text."""
+        """The line of a value, or of the innermost value around it that is in the text; 0: it was never a text."""
         path = tuple(path)
         while path and path not in self._lines:
             path = path[:-1]
-        return self._lines.get(path, 1)
+        return self._lines.get(path, 1 if self._lines else 0)
 
     def _build(self, node: yaml.Node, path: Path, around: tuple[int, ...]) -> Any:
         self._lines.setdefault(path, node.start_mark.line + 1)
@@ -86,12 +86,15 @@ class Document:
         if isinstance(node, yaml.MappingNode):
             result: dict[str, Any] = {}
             for key_node, value_node in node.value:
+                line = key_node.start_mark.line + 1
                 if not isinstance(key_node, yaml.ScalarNode):
-                    self._refuse(key_node, "a key must be a plain text")
+                    self.unread.append((line, path, "expected a plain text as key"))
+                    continue
                 key = key_node.value
                 if key in result:
-                    self._refuse(key_node, f'the key "{key}" stands here twice')
-                self._lines[(*path, key)] = key_node.start_mark.line + 1
+                    self.unread.append((line, (*path, key), "this key is given twice"))
+                    continue
+                self._lines[(*path, key)] = line
                 result[key] = self._build(value_node, (*path, key), inside)
             return result
         kind = node.tag.rpartition(":")[2]
@@ -105,14 +108,25 @@ class Document:
         if kind == "float":
             number = float(text)
             if not math.isfinite(number):
-                self._refuse(node, f"{text} is too large")
+                return text  # no kind takes it
             return int(number) if number.is_integer() else number
-        if kind == "str":
-            return text
-        self._refuse(node, f'the tag "{node.tag}" is not understood here')
+        if kind != "str":
+            self.unread.append((node.start_mark.line + 1, path, f'the tag "{node.tag}" has no meaning here'))
+        return text
 
     def _refuse(self, node: yaml.Node, why: str) -> NoReturn:
         raise BadInput(f"{self.name}:{node.start_mark.line + 1}: {why}")
+
+
+def value_of(text: str, name: str) -> Any:
+    """A single value in YAML; messages about it begin with a name."""
+    try:
+        document = Document(text, name)
+    except BadInput as error:
+        raise BadInput(re.sub(f"^({re.escape(name)}):[0-9]+:", r"\1:", str(error))) from None
+    for _, path, message in document.unread:
+        raise BadInput(f"{name}: {path_text(path)}: {message}" if path else f"{name}: {message}")
+    return document.value
 
 
 def path_text(path: Path) -> str:

@@ -7,8 +7,9 @@ from typing import Any, Mapping
 
 from . import units
 from .compile import literal
-from .compile_traffic import unknown_target, wrong_value
+from .compile_traffic import event_target, wrong_value
 from .errors import BadInput, Failed, nearest
+from .kinds import Wrong
 from .members.event import EVENT
 from .store import Store
 from .table import print_json, print_table
@@ -24,7 +25,10 @@ def event_command(options: argparse.Namespace) -> None:
         raise BadInput(f'event: there is no event "{kind}"{nearest(kind, (*EVENT, "list", "end"))}')
     if options.target is None:
         raise BadInput(f"event {kind}: expected what it happens to; see: ryn-sim event --help")
-    lasting, ahead = milliseconds("--for", options.lasting), milliseconds("--in", options.ahead)
+    lasting, ahead = (
+        milliseconds(f"event {kind}: {option}", time)
+        for option, time in (("--for", options.lasting), ("--in", options.ahead))
+    )
     event = add_event(store, kind, options.target, lasting_ms=lasting, ahead_ms=ahead, value=options.value)
     if options.json:
         print_json(event)
@@ -37,7 +41,7 @@ def _list_or_end(store: Store, options: argparse.Namespace) -> None:
     further = options.lasting or options.ahead or options.value is not None
     if options.kind == "list":
         if further or options.target is not None:
-            raise BadInput("event list takes nothing further")
+            raise BadInput("event list: nothing is expected after it")
         found = list_events(store)
         if options.json:
             print_json(found)
@@ -45,8 +49,10 @@ def _list_or_end(store: Store, options: argparse.Namespace) -> None:
             print_table(found, ["id", "event", "target", "value", "from", "until", "stage"], "no events")
         return
     if further or options.target is None:
-        raise BadInput("event end: expected the event's number only")
-    end_event(store, int(options.target) if options.target.isdecimal() else options.target)
+        raise BadInput("event end: expected the number of an event, and nothing else")
+    if not options.target.isdecimal():
+        raise BadInput(f'event end: expected the number of an event, got "{options.target}"')
+    end_event(store, int(options.target))
     if options.json:
         print_json({"ended": int(options.target)})
 
@@ -71,7 +77,7 @@ def add_event(
     if rule.once and lasting_ms is not None:
         raise BadInput(f"event {kind}: it happens once, --for means nothing here")
     if lasting_ms == 0:
-        raise BadInput("event: --for: expected a time above 0")
+        raise BadInput(f"event {kind}: --for: expected a time above 0")
     start = store.now_ns() // 10**6 + (ahead_ms or _lead_ms(store, 0))
     stop = None if lasting_ms is None else start + lasting_ms
     known = {row["id"] for row in store.rows("SELECT id FROM event")}
@@ -87,25 +93,20 @@ def _lead_ms(store: Store, frozen: int) -> int:
 
 
 def _target(store: Store, kind: str, text: str) -> str:
-    """The target as the store has it; switches and ports may be named."""
-    ports = {
-        (row["sw"], row["port"]): row["nic"] or row["client"]
-        for row in store.rows("SELECT sw, port, nic, client FROM port")
-    }
-    aliases = {row["alias"]: row["sw"] for row in store.rows("SELECT alias, sw FROM sw JOIN dvs USING (switch_id)")}
-    what = EVENT[kind].target
-    if what == "switch" and text in aliases:
-        text = str(aliases[text])
-    elif what == "port":
-        found = [at for at, name in ports.items() if name == text]
-        switch, _, port = text.partition("/")
-        text = f"{found[0][0]}/{found[0][1]}" if len(found) == 1 else f"{aliases.get(switch, switch)}/{port}"
+    """The target as the store has it."""
+    ports: dict[str, list[tuple[int, int]]] = {}
+    for row in store.rows(
+        "SELECT sw, port, nic, client, alias FROM port JOIN sw USING (sw) JOIN dvs USING (switch_id)"
+    ):
+        for name in (row["nic"] or row["client"], f"{row['alias']}/{row['port']}"):
+            ports.setdefault(name, []).append((row["sw"], row["port"]))
+    switches = {row["alias"]: row["sw"] for row in store.rows("SELECT alias, sw FROM sw JOIN dvs USING (switch_id)")}
     nics = [row["name"] for row in store.rows("SELECT name FROM nic")]
     cores = {row["lcore"] for row in store.rows("SELECT lcore FROM lcore")}
-    problem = unknown_target(kind, text, nics, cores, ports)
-    if problem:
-        raise BadInput(f"event {kind}: {problem}")
-    return text
+    try:
+        return event_target(kind, text, nics, cores, switches, ports)
+    except Wrong as error:
+        raise BadInput(f"event {kind}: {error.message}") from None
 
 
 def list_events(store: Store) -> list[dict[str, Any]]:
@@ -134,11 +135,11 @@ def _event(row: Mapping[str, Any], now_ms: int) -> dict[str, Any]:
     }
 
 
-def end_event(store: Store, number: int | str) -> None:
+def end_event(store: Store, number: int) -> None:
     """Ends an event that is on, or calls off one that is ahead."""
     event = next((event for event in list_events(store) if event["id"] == number), None)
     if event is None:
-        raise Failed(f'there is no event "{number}"')
+        raise Failed(f"there is no event {number}")
     if event["stage"] == "ahead":
         store.apply(f"DELETE FROM event WHERE id = {number}")
     elif event["stage"] == "on":

@@ -10,7 +10,8 @@ from .check import read_known
 from .compile import implied_properties
 from .compile_ports import default_uplinks
 from .compile_traffic import conversation_defaults
-from .members.base import Entity
+from .members import PARTS
+from .members.base import Entity, Member
 from .members.conversation import CONVERSATION
 from .members.event import EVENT_ENTITY
 from .members.fault import FAULT
@@ -55,27 +56,51 @@ def entry_of(
         else:
             continue
         *around, last = member.key.split(".")
-        place = entry
+        inside = entry
         for key in around:
-            place = place.setdefault(key, {})
-        place[last] = value
+            inside = inside.setdefault(key, {})
+        inside[last] = value
     return entry
 
 
-def describe(store: Store, every_port: bool = False) -> Description:
+def describe(store: Store, every_port: bool = False, by_number: bool = False) -> Description:
     """The description of the host as it stands.
 
-    every_port: uplinks stand among the ports even if their switch's list of names says all.
+    every_port: uplinks stand among the ports even if their switch's list of names says all; by_number: ports are
+    referred to as SWITCH/NUMBER, so that their names may change.
     """
     with store.reading():
-        inventory = _Inventory(store, every_port)
+        inventory = _Inventory(store, every_port, by_number)
         return {key: value for key, value in _host(inventory).items() if value not in ([], {})}
+
+
+def typed(part: str, items: Any) -> Any:
+    """The items of a part of a description with numbers for 25G, 40k and 10s: bits, packets, seconds."""
+    if isinstance(items, dict):
+        return {name: typed(part, [item])[0] for name, item in items.items()}
+    known = PARTS[part].members
+    return [_typed(item, {member.key: member for member in known if member.key}) for item in items]
+
+
+def _typed(item: Description, members: Mapping[str, Member], prefix: str = "") -> Description:
+    found: Description = {}
+    for key, value in item.items():
+        member = members.get(prefix + key)
+        if key in PARTS and isinstance(value, (dict, list)) and not prefix:
+            found[key] = typed(key, value)
+        elif isinstance(value, dict):
+            found[key] = _typed(value, members, f"{prefix}{key}.")
+        elif member is not None and member.kind.plain and value is not None:
+            found[key] = member.kind.typed(member.kind.parse(value))
+        else:
+            found[key] = value
+    return found
 
 
 class _Inventory:
     """The rows that the parts of a description refer to each other by."""
 
-    def __init__(self, store: Store, every_port: bool):
+    def __init__(self, store: Store, every_port: bool, by_number: bool):
         self.rows = store.rows
         self.row = store.row
         self.dvs = {row["switch_id"]: row for row in store.rows("SELECT * FROM dvs ORDER BY alias")}
@@ -86,7 +111,7 @@ class _Inventory:
         for (sw, port), row in self.ports.items():
             if row["kind"] == names.UPLINK:
                 self.uplinks.setdefault(sw, []).append(port)
-        self.names = self._names()
+        self.names = self._names(by_number)
         self.rings = self._rings()
         self.lists = {
             table: _by_port(store.rows(f"SELECT * FROM {table} ORDER BY sw, port, seq"))
@@ -104,8 +129,10 @@ class _Inventory:
     def alias(self, sw: int) -> str:
         return str(self.dvs[self.switches[sw]["switch_id"]]["alias"])
 
-    def _names(self) -> dict[tuple[int, int], str]:
+    def _names(self, by_number: bool) -> dict[tuple[int, int], str]:
         """What each port is called by others: its machine's or NIC's name where that is plain and its own."""
+        if by_number:
+            return {(sw, port): f"{self.alias(sw)}/{port}" for sw, port in self.ports}
         counts: dict[str, int] = {}
         for row in self.ports.values():
             name = row["nic"] or row["client"]
@@ -207,19 +234,19 @@ def _switch(of: _Inventory, dvs: Row, sw: int | None) -> Description:
 def _stored(properties: Mapping[tuple[str, str, str], bytes]) -> dict[str, Any]:
     """The settings among a switch's properties, where they have the form that the module writes."""
 
-    def words(key: str, size: int) -> bytes | None:
+    def stored_bytes(key: str, size: int) -> bytes | None:
         raw = properties.get(("host", "", key))
         versioned = key != names.STORED_FPO
         return None if raw is None or len(raw) != size or (versioned and raw[:4] != bytes(4)) else raw
 
     stored: dict[str, Any] = {}
-    if (raw := words(names.STORED_FPO, 4)) is not None:
+    if (raw := stored_bytes(names.STORED_FPO, 4)) is not None:
         stored["stored.fpo"] = struct.unpack("<I", raw)[0]
-    if (raw := words(names.STORED_BURST, 8)) is not None:
+    if (raw := stored_bytes(names.STORED_BURST, 8)) is not None:
         stored["stored.burst"] = struct.unpack_from("<I", raw, 4)[0]
-    if (raw := words(names.STORED_TEAMING, 5)) is not None:
+    if (raw := stored_bytes(names.STORED_TEAMING, 5)) is not None:
         stored["stored.numa_team"] = bool(raw[4]) if raw[4] in (0, 1) else raw[4]
-    if (raw := words(names.STORED_BALANCER, 24)) is not None:
+    if (raw := stored_bytes(names.STORED_BALANCER, 24)) is not None:
         metric, *numbers = struct.unpack_from("<5I", raw, 4)
         if metric in names.METRICS.values():
             stored["stored.balancer.metric"] = names.name_of(names.METRICS, metric)

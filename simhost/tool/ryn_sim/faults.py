@@ -1,4 +1,4 @@
-"""The command fault: makes operations of the platform libraries fail, hesitate or answer wrongly."""
+"""The command fault: makes operations of the platform libraries fail, answer late or wrongly."""
 
 from __future__ import annotations
 
@@ -7,7 +7,7 @@ from fractions import Fraction
 from typing import Any, Mapping, Sequence
 
 from . import names, units
-from .compile_traffic import unknown_operation
+from .compile_traffic import STATUS_OR_CORRUPT, unknown_operation
 from .errors import BadInput, Failed, nearest
 from .store import Store
 from .table import counted, print_json, print_table
@@ -51,14 +51,17 @@ def _columns(store: Store, options: argparse.Namespace) -> dict[str, Any]:
     ):
         if number is not None and not low <= number <= high:
             raise BadInput(f"fault add: {option}: expected a number from {low} to {high}, got {number}")
-    begin, until = milliseconds("--from", options.begin), milliseconds("--until", options.until)
+    begin, until = (
+        milliseconds(f"fault add: {option}", time)
+        for option, time in (("--from", options.begin), ("--until", options.until))
+    )
     if until is not None and until <= (begin or 0):
         raise BadInput("fault add: --until: expected a time after --from")
     now = store.now_ns() // 10**6
     return {
         "operation": options.operation,
         "status": options.status,
-        "delay_ms": milliseconds("--delay", options.delay, bare=1) or 0,
+        "delay_ms": milliseconds("fault add: --delay", options.delay, bare=1) or 0,
         "corrupt": options.corrupt,
         "after": options.after or 0,
         "times": options.times,
@@ -76,11 +79,13 @@ def add_fault(store: Store, *, where: Sequence[str] = (), **columns: Any) -> dic
         raise BadInput(f"fault add: {problem}")
     if columns.get("status") is None and not columns.get("delay_ms") and columns.get("corrupt") is None:
         columns["status"] = USUAL_STATUS
+    if columns.get("status") is not None and columns.get("corrupt") is not None:
+        raise BadInput(f"fault add: {STATUS_OR_CORRUPT}")
     conditions = []
     for text in where:
         name, equals, glob = text.partition("=")
         if not equals or name not in names.FAULT_ARGUMENTS:
-            close = nearest(name, names.FAULT_ARGUMENTS)
+            close = "" if name in names.FAULT_ARGUMENTS else nearest(name, names.FAULT_ARGUMENTS)
             raise BadInput(f'fault add: --where: expected ARGUMENT=GLOB, got "{text}"{close}')
         conditions.append((name, glob))
     if len(conditions) > 9:
@@ -127,7 +132,7 @@ def _ppm(text: str | None) -> int:
     except (ValueError, ZeroDivisionError):
         exact = Fraction(-1)
     if exact.denominator != 1 or not 0 <= exact <= 10**6:
-        raise BadInput(f'--probability: expected a number from 0 to 1 in steps of 0.000001, got "{text}"')
+        raise BadInput(f'fault add: --probability: expected a number from 0 to 1 in steps of 0.000001, got "{text}"')
     return int(exact)
 
 

@@ -86,6 +86,8 @@ def list_profiles() -> list[dict[str, str]]:
 
 def init_command(options: argparse.Namespace) -> None:
     if options.list:
+        if options.what is not None or options.seed is not None:
+            raise BadInput("init --list: nothing is expected after it")
         print_json(list_profiles()) if options.json else print_table(list_profiles(), ["profile", "about"])
         return
     text, name, profile = source(options.what)
@@ -93,12 +95,12 @@ def init_command(options: argparse.Namespace) -> None:
         from .compile import sql
 
         if options.json:
-            raise BadInput("init: --sql prints SQL, --json means nothing with it")
+            raise BadInput("init: --json means nothing with --sql")
         sys.stdout.write(sql(compiled(text, name, profile, options.seed)))
         return
     called = paths.host_of(options.path)
     if not options.check and not options.force and os.path.exists(options.path):
-        raise Failed(f'the host "{called}" is there already ({options.path}); replace it with --force')
+        raise Failed(f'the host "{called}" exists already ({options.path}); replace it with --force')
     if options.check:
         rows = compiled(text, name, profile, options.seed)
     else:
@@ -111,16 +113,19 @@ def init_command(options: argparse.Namespace) -> None:
     elif options.check:
         print(f"{name} is right: {what}")
     else:
-        print(f'made the simulated host "{called}" from {name}: {what}\nin {options.path}')
+        print(f'made the simulated host "{called}" from {name}:\n  {what}\n  {options.path}')
 
 
 _MODELLED = """\
-Every operation of both platform libraries answers from one model of the host. Counters are
-exact sums of the described traffic over the host's clock. Settings have effects and stay.
-Modelled: cores and what packets cost them, links and rings, fast and slow path, flow cache and
-offload, MAC tables, teaming, mirror copies, network queues, the balancer, faults and events.
-Not modelled: traffic that reacts to what becomes of it, real hardware's speed and quirks.
-Made up: what fields mean that the platform leaves open, and all names of hardware."""
+Every operation of both platform libraries answers from one model of the host.
+Counters are exact sums of the described traffic over the host's clock. Settings
+have effects and last.
+Modelled: cores and what packets cost them, links and rings, fast and slow path,
+flow cache and offload, MAC tables, teaming, mirror copies, network queues, the
+balancer, faults and events.
+Not modelled: traffic that reacts to loss, real hardware's speed and quirks.
+Made up: what fields mean that the platform leaves open, and all names of
+hardware."""
 
 
 def info_command(options: argparse.Namespace) -> None:
@@ -129,7 +134,7 @@ def info_command(options: argparse.Namespace) -> None:
         print_json(facts)
         return
     age = units.age_text(round(facts["time"] * 10**9))
-    pace = f" at {facts['speed']:g} times the wall's speed" if facts["speed"] != 1 else ""
+    pace = f" at {facts['speed']:g} times real time" if facts["speed"] != 1 else ""
     print(f"Simulated host {facts['host']}" + (f": {facts['about']}" if facts["about"] else ""))
     print(f"  made from   {facts['profile'] or 'an unnamed description'}, seed {facts['seed']}")
     print(f"  kept in     {facts['state']}")

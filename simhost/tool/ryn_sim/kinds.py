@@ -20,7 +20,7 @@ class Wrong(ValueError):
     at: which item of it is wrong; message: the whole of what is to be said, instead of "expected ..., got ...".
     """
 
-    def __init__(self, expected: str, at: tuple[int, ...] = (), message: str = ""):
+    def __init__(self, expected: str = "", at: tuple[int, ...] = (), message: str = ""):
         super().__init__(expected)
         self.at = at
         self.message = message
@@ -44,9 +44,15 @@ class Kind:
     choices: tuple[str, ...] = ()  # of a text: what it may be, in the order of the enumerators that `cxx` has
     cxx: str = "std::int64_t"  # the field that holds it in the stand-ins
     unit: str = ""  # of the number in the store
+    plain: Callable[[Any], Any] | None = None  # the number where `show` makes a text for people, such as 25G or 10s
 
     def held_as(self, cxx: str) -> Kind:
+        """The same, in another field of the stand-ins' rows."""
         return replace(self, cxx=cxx)
+
+    def typed(self, stored: Any) -> Any:
+        """What the store keeps as a value of its own type: seconds, bits or packets a second as numbers."""
+        return None if stored is None else (self.plain or self.show)(stored)
 
 
 def _integer(value: Any) -> bool:
@@ -149,7 +155,7 @@ def bits(table: Mapping[str, int], what: str, further: int, positions: bool = Fa
     def bit(item: Any, at: int) -> int:
         if isinstance(item, str):
             if item not in table:
-                raise Wrong("", (at,), f'there is no {what} "{item}"{nearest(item, table)}')
+                raise Wrong(at=(at,), message=f'there is no {what} "{item}"{nearest(item, table)}')
             return table[item]
         if not further or not _integer(item) or not 0 <= item <= further:
             raise Wrong(f"a name of a {what}" + (f", or a number from 0 to {further}" if further else ""), (at,))
@@ -167,7 +173,7 @@ def bits(table: Mapping[str, int], what: str, further: int, positions: bool = Fa
         rest = mask & ~sum(table.values())
         if positions:
             by_bit = {value: name for name, value in table.items()}
-            return [by_bit.get(1 << place, place) for place in range(32) if mask >> place & 1]
+            return [by_bit.get(1 << bit, bit) for bit in range(32) if mask >> bit & 1]
         return [name for name, value in table.items() if mask & value] + ([rest] if rest else [])
 
     items: dict[str, Any] = {"enum": list(table)}
@@ -175,6 +181,10 @@ def bits(table: Mapping[str, int], what: str, further: int, positions: bool = Fa
         items = {"anyOf": [items, {"type": "integer", "minimum": 0, "maximum": further}]}
     high = 2**32 - 1 if further else sum(table.values())
     return Kind(expected, parse, show, {"type": "array", "items": items}, low=0, high=high, cxx="std::uint32_t")
+
+
+def _plain(exact: Fraction) -> int | float:
+    return int(exact) if exact.denominator == 1 else float(exact)
 
 
 _DURATION = "a duration such as 30s, 250ms, 1h30m or 2d (a bare number means seconds)"
@@ -215,6 +225,7 @@ def duration(unit_ns: int = 10**6, low: int = 0, high: int | None = None, cxx: s
         high=most,
         cxx=cxx,
         unit=short,
+        plain=lambda stored: _plain(Fraction(stored * unit_ns, 10**9)),
     )
 
 
@@ -232,11 +243,15 @@ def quantity(what: str, low: int, high: int, unit: int = 1) -> Kind:
         return amount // unit
 
     schema = {"type": ["integer", "number", "string"], "minimum": 0, "pattern": "^[0-9]+(\\.[0-9]+)?[kMGT]?$"}
-    return Kind(expected, parse, lambda stored: units.quantity_text(stored * unit), schema, low=low, high=high)
-
-
-def _plain(exact: Fraction) -> int | float:
-    return int(exact) if exact.denominator == 1 else float(exact)
+    return Kind(
+        expected,
+        parse,
+        lambda stored: units.quantity_text(stored * unit),
+        schema,
+        low=low,
+        high=high,
+        plain=lambda stored: stored * unit,
+    )
 
 
 def scaled(expected: str, low: Fraction | int, high: Fraction | int, scale: int, unit: str) -> Kind:
@@ -262,6 +277,7 @@ _PPS_MOST = 10**9
 
 def rate() -> Kind:
     """Packets a second, kept in thousandths."""
+    expected = "packets a second, such as 250, 40k, 1.5M or 0.5"
 
     def parse(value: Any) -> int:
         try:
@@ -272,8 +288,10 @@ def rate() -> Kind:
             else:
                 raise ValueError(value)
         except ValueError:
-            raise Wrong("packets a second, such as 250, 40k, 1.5M or 0.5") from None
-        if not 0 <= exact <= _PPS_MOST:
+            raise Wrong(expected) from None
+        if exact < 0:
+            raise Wrong(expected)
+        if exact > _PPS_MOST:
             raise Wrong("at most 1G packets a second")
         if (exact * 1000).denominator != 1:
             raise Wrong("a multiple of 0.001 up to 1G")
@@ -289,8 +307,16 @@ def rate() -> Kind:
         "maximum": _PPS_MOST,
         "pattern": "^[0-9]+(\\.[0-9]+)?[kMG]?$",
     }
-    expected = "packets a second, such as 250, 40k, 1.5M or 0.5"
-    return Kind(expected, parse, show, schema, low=0, high=_PPS_MOST * 1000, unit="packets in 1000 s")
+    return Kind(
+        expected,
+        parse,
+        show,
+        schema,
+        low=0,
+        high=_PPS_MOST * 1000,
+        unit="packets in 1000 s",
+        plain=lambda stored: _plain(Fraction(stored, 1000)),
+    )
 
 
 def _parse_truth(value: Any) -> int:

@@ -18,7 +18,7 @@ def log_command(options: argparse.Namespace) -> None:
     store = Store(options.path)
     if options.clear:
         if options.follow or options.lines is not None or options.operation:
-            raise BadInput("log --clear takes nothing further")
+            raise BadInput("log --clear: nothing is expected with it")
         with store.writing() as db:
             count = db.execute("DELETE FROM log").rowcount
         if options.json:

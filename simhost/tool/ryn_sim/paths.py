@@ -47,8 +47,13 @@ def module_folder() -> str | None:
     return folder if glob.glob(os.path.join(folder, "_libryn*.so")) else None
 
 
-def python_folders() -> list[str]:
-    """Folders with what was built or lies beside the stand-ins: the module, the package ryn, and this package."""
+def python_folders(installed: bool = False) -> list[str]:
+    """Folders with what was built or lies beside the stand-ins: the module, the package ryn, and this package.
+
+    installed: this package alone.
+    """
+    if installed:
+        return [os.path.dirname(_PACKAGE)]
     build = os.path.dirname(libraries())
     module = module_folder()
     folders = [module] if module else []
@@ -87,6 +92,8 @@ def state_path(host: str | None, state: str | None) -> str:
     """The store that the options and the environment name, as the stand-ins find it."""
     if state is None and host is None:
         state = os.environ.get("RYN_SIM_STATE") or None
+    if state == "":
+        raise BadInput("--state: expected a file")
     if state is not None:
         return os.path.abspath(state)
     name = host if host is not None else os.environ.get("RYN_SIM_HOST") or "default"

@@ -27,13 +27,15 @@ def run_command(options: argparse.Namespace) -> None:
         raise BadInput("run: expected a command after --, such as: ryn-sim run -- python3 script.py")
     if options.named and not os.path.exists(options.path):
         raise paths.missing(options.path)
-    environment = environment_of(options.path)
+    environment = environment_of(options.path, options.installed)
     program = shutil.which(command[0], path=environment.get("PATH"))
     if program is None:
-        found = os.path.exists(command[0]) and not os.path.isdir(command[0])
-        reason = "may not be executed" if found else "there is no such command"
-        raise Failed(f"{command[0]}: {reason}", 126 if found else 127)
-    for note in notes(program):
+        if os.path.isdir(command[0]):
+            raise Failed(f"{command[0]}: is a directory", 126)
+        if os.path.exists(command[0]) and "/" in command[0]:
+            raise Failed(f"{command[0]}: may not be executed", 126)
+        raise Failed(f"{command[0]}: there is no such command", 127)
+    for note in [] if options.installed else notes(program):
         print(f"ryn-sim: {note}", file=sys.stderr)
     sys.stdout.flush()
     try:
@@ -42,11 +44,14 @@ def run_command(options: argparse.Namespace) -> None:
         raise Failed(f"{command[0]}: {error.strerror}", 126) from None
 
 
-def environment_of(state: str) -> dict[str, str]:
-    """The environment in which a program finds the stand-ins, what was built beside them, and this host."""
+def environment_of(state: str, installed: bool = False) -> dict[str, str]:
+    """The environment in which a program finds the stand-ins, what was built beside them, and this host.
+
+    installed: it finds the installed module and package instead of those that were built.
+    """
     environment = dict(os.environ, RYN_SIM_STATE=state)
     _prepend(environment, "LD_LIBRARY_PATH", [paths.libraries()])
-    _prepend(environment, "PYTHONPATH", paths.python_folders())
+    _prepend(environment, "PYTHONPATH", paths.python_folders(installed))
     _prepend(environment, "PATH", paths.program_folders())
     return environment
 
@@ -72,9 +77,12 @@ def notes(program: str) -> list[str]:
         return []
     if not any(file == "_libryn" + suffix for file in built for suffix in suffixes):
         tag = built[0].split(".")[1]
-        return [f"the module in {folder} was built for {tag}; {program} is {name} and cannot import it"]
+        return [
+            f"the module in {folder} was built for {tag}; {program} is {name} and cannot import it"
+            f" (build for it: meson setup -Dpython={interpreter})"
+        ]
     if installed and os.path.dirname(os.path.abspath(installed)) != folder:
-        return [f"the module in {folder} goes before the installed one ({installed})"]
+        return [f"using the module in {folder}, not the installed {installed} (for that one: ryn-sim run --installed)"]
     return []
 
 
@@ -87,9 +95,9 @@ def interpreter_of(program: str) -> str | None:
             first = file.readline(256).decode(errors="replace")
     except OSError:
         return None
-    words = first[2:].split() if first.startswith("#!") else []
-    if words and os.path.basename(words[0]) == "env":
-        words = [word for word in words[1:] if not word.startswith("-") and "=" not in word]
-    if not words or not os.path.basename(words[0]).startswith("python"):
+    shebang = first[2:].split() if first.startswith("#!") else []
+    if shebang and os.path.basename(shebang[0]) == "env":
+        shebang = [part for part in shebang[1:] if not part.startswith("-") and "=" not in part]
+    if not shebang or not os.path.basename(shebang[0]).startswith("python"):
         return None
-    return shutil.which(words[0])
+    return shutil.which(shebang[0])

@@ -8,10 +8,10 @@ from typing import Any, Mapping, Sequence, Tuple
 
 from .check import Problems
 from .compile import Rows, compile_host, literal
-from .document import Document
+from .document import Document, path_text, value_of
 from .errors import BadInput, Failed, nearest
 from .export import Description, describe
-from .members import COLUMNS, TABLE
+from .members import COLUMNS, PARTS, TABLE
 from .store import Store
 from .table import counted, print_json
 
@@ -20,10 +20,13 @@ _ELSEWHERE = {
     "clock": "use: ryn-sim clock",
     "faults": "use: ryn-sim fault",
     "events": "use: ryn-sim event",
-    "numa": "a host's cores stay; describe another host and use: ryn-sim init",
-    "seed": "a host's seed stays; use: ryn-sim init --seed",
+    "numa": "describe another host and use: ryn-sim init",
+    "seed": "use: ryn-sim init --seed",
 }
+# The parts of a description whose items have names in paths, and a setting of each
 _EXAMPLES = {"switches": "mtu=9000", "ports": "vlan=200", "traffic": "pps=80k", "nics": "crc_ppm=100"}
+NAMED = {part: PARTS[part] for part in _EXAMPLES}
+_STAYING = {part: {member.key for member in entity.members if member.stays} for part, entity in NAMED.items()}
 # Tables that a setting changes: the clock, faults and events have commands of their own.
 _SETTABLE = [table for table in COLUMNS if table not in ("clock", "fault", "fault_where", "event")]
 _KEPT_COLUMNS = {"tick_ms"}  # compiled, but the stand-ins go on from there
@@ -45,18 +48,28 @@ def set_all(store: Store, settings: Sequence[str] | Mapping[str, Any]) -> int:
 
     Answers how many rows of the store have changed.
     """
-    wanted = dict(settings) if isinstance(settings, Mapping) else dict(map(_parsed, settings))
-    before = describe(store, every_port=True)
+    before = describe(store, every_port=True, by_number=True)
     after = copy.deepcopy(before)
     typed: dict[Path, str] = {}
-    for name, value in wanted.items():
-        typed[_set(after, name, value)] = name
+    refused: list[str] = []
+    for setting in settings.items() if isinstance(settings, Mapping) else settings:
+        try:
+            name, value = _parsed(setting) if isinstance(setting, str) else setting
+            path = _set(after, name, value)
+        except BadInput as error:
+            refused.append(str(error))
+            continue
+        if path in typed:
+            refused.append(f"set: {name}: this path is given twice")
+        typed[path] = name
     profile = store.row("SELECT profile FROM host")[0]
     old = compile_host(*_document(before, profile)).rows
     document = Document.of(after, "set")
     problems = Problems(document)
     new = compile_host(document, profile, problems).rows
-    _refuse(problems, typed)
+    refused += _refused(problems, typed)
+    if refused:
+        raise BadInput("\n".join(dict.fromkeys(refused)))
     statements = _difference(old, new)
     conversations = [row["id"] for row in store.rows("SELECT id FROM conversation ORDER BY id")]
     if conversations != list(range(1, len(conversations) + 1)) and any("conversation" in one for one in statements):
@@ -71,11 +84,10 @@ def _document(description: Description, profile: str) -> tuple[Document, str, Pr
     return document, profile, Problems(document)
 
 
-def _refuse(problems: Problems, typed: dict[Path, str]) -> None:
-    """Says of each problem which of the typed paths it is about; what no path is about follows from all of them."""
-    found = [(path, message) for _, path, message in problems.found]
+def _refused(problems: Problems, typed: Mapping[Path, str]) -> list[str]:
+    """What is wrong, by the typed paths that it is about; what no path is about follows from all of them."""
     own, others = [], []
-    for path, message in sorted(found, key=str):
+    for path, message in sorted(((path, message) for _, path, message in problems.found), key=str):
         near = [prefix for prefix in typed if path[: len(prefix)] == prefix or prefix[: len(path)] == path]
         if near:
             prefix = max(near, key=len)
@@ -84,15 +96,12 @@ def _refuse(problems: Problems, typed: dict[Path, str]) -> None:
             own.append(f"set: {name}{rest}: {message}")
         else:
             others.append((path, message))
-    if own:
-        raise BadInput("\n".join(dict.fromkeys(own)))
-    if others:
-        from .document import path_text
-
-        path, message = others[0]
-        more = f" ({len(others) - 1} more like this)" if len(others) > 1 else ""
-        what = ", ".join(typed.values())
-        raise BadInput(f"set: {what}: the rest of the host does not allow it: {path_text(path)}: {message}{more}")
+    if own or not others:
+        return own
+    path, message = others[0]
+    more = f" ({len(others) - 1} more like this)" if len(others) > 1 else ""
+    what = ", ".join(typed.values())
+    return [f"set: {what}: the rest of the host does not allow it: {path_text(path)}: {message}{more}"]
 
 
 def _parsed(text: str) -> tuple[str, Any]:
@@ -100,48 +109,51 @@ def _parsed(text: str) -> tuple[str, Any]:
     typed, equals, value_text = text.partition("=")
     if not equals or not typed:
         raise BadInput(f'set: expected PATH=VALUE, got "{text}"')
-    return typed, Document(value_text, f"set: {typed}").value if value_text.strip() else ""
+    return typed, value_of(value_text, f"set: {typed}") if value_text.strip() else ""
 
 
 def _set(description: Description, typed: str, value: Any) -> Path:
     """Puts one setting into the description; answers where."""
     head = typed.partition(".")[0]
     if head in _ELSEWHERE:
-        raise BadInput(f"set: {head} is not set here; {_ELSEWHERE[head]}")
-    place, around, keys = find(description, typed, "set")
+        raise BadInput(f"set: {typed}: not set here; {_ELSEWHERE[head]}")
+    item, around, keys = find(description, typed, "set")
     if not keys:
-        raise BadInput(f"set: {typed}: expected a key behind it, such as {typed}.{_EXAMPLES.get(head, 'KEY')}")
+        name = typed.rstrip(".") + ("" if around[1:] else ".NAME")
+        raise BadInput(f"set: {typed}: expected a path further in, such as {name}.{_EXAMPLES[head]}")
+    if around and ".".join(keys) in _STAYING[head] and item.get(keys[0]) != value:
+        raise BadInput(f"set: {typed}: this stays as it is; describe another host and use: ryn-sim init")
     for key in keys[:-1]:
-        if not isinstance(place, dict) or (key in place and not isinstance(place[key], dict)):
+        if not isinstance(item, dict) or (key in item and not isinstance(item[key], dict)):
             raise BadInput(f'set: {typed}: there is nothing within "{key}"')
-        place = place.setdefault(key, {})
-    if not isinstance(place, dict):
+        item = item.setdefault(key, {})
+    if not isinstance(item, dict):
         raise BadInput(f'set: {typed}: there is nothing within "{typed.rpartition(".")[0]}"')
     if value is None and "properties" not in keys:
-        place.pop(keys[-1], None)
+        item.pop(keys[-1], None)
     else:
-        place[keys[-1]] = value
+        item[keys[-1]] = value
     return (*around, *keys)
 
 
 def find(description: Description, typed: str, command: str) -> tuple[Any, Path, list[str]]:
     """The thing that a path names, where it stands in the description, and the keys of the path within it."""
     head, _, rest = typed.partition(".")
-    place: Any
+    item: Any
     around: Path
     if head in _EXAMPLES and rest:
-        place, where, rest = _named(description.get(head, {} if head == "nics" else []), head, rest, typed, command)
+        item, where, rest = _named(description.get(head, {} if head == "nics" else []), head, rest, typed, command)
         keys, around = rest.split(".") if rest else [], (head, where)
     elif head in _EXAMPLES:
         return description.get(head, {} if head == "nics" else []), (head,), []
     else:
-        place, around, keys = description, (), typed.split(".") if typed else []
+        item, around, keys = description, (), typed.split(".") if typed else []
     # Keys of properties have dots in them: all behind host, global or ports.NAME is one key.
     if "properties" in keys:
         at = keys.index("properties")
         depth = at + 3 if keys[at + 1 : at + 2] == ["ports"] else at + 2
         keys = keys[:depth] + ([".".join(keys[depth:])] if keys[depth:] else [])
-    return place, around, keys
+    return item, around, keys
 
 
 def item_names(items: Any, head: str) -> dict[str, Any]:
@@ -162,7 +174,7 @@ def item_names(items: Any, head: str) -> dict[str, Any]:
 
 
 def _named(items: Any, head: str, rest: str, typed: str, command: str) -> tuple[Any, Any, str]:
-    """The item that a path names, its place, and what of the path is left. Names may have dots; the longest counts."""
+    """The item that a path names, its item, and what of the path is left. Names may have dots; the longest counts."""
     known = item_names(items, head)
     fits = [name for name in known if rest == name or rest.startswith(name + ".")]
     if not fits:

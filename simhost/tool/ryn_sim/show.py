@@ -1,16 +1,27 @@
-"""The command show: the host's inventory, settings and figures of the moment, as tables or JSON."""
+"""The command show: the host's inventory, settings and figures of the moment, as tables or JSON.
+
+What is a member of something is named, typed and headed as its row in members/ says. What is computed is named here.
+"""
 
 from __future__ import annotations
 
 import argparse
+import re
 from dataclasses import dataclass
 from typing import Any, Callable, Dict, List, Mapping, Sequence
 
 from . import names, units, values
 from .errors import BadInput, Failed, nearest
 from .library import Library
+from .members.base import Entity, Member
+from .members.conversation import CONVERSATION
+from .members.mirror import MIRROR
+from .members.nic import NIC
+from .members.port import PORT_ENTITY
+from .members.switch import SWITCH
+from .nesting import at_key, nested
 from .store import Store
-from .table import Column, print_json, print_table
+from .table import Column, cell, print_json, print_table
 
 Record = Dict[str, Any]
 Rows = List[Record]
@@ -72,7 +83,9 @@ def _called(store: Store) -> dict[tuple[int, int], str]:
 
 def _summary(store: Store, _: int | None) -> Rows:
     rows = []
-    for row in store.rows("SELECT switch_id, alias, class FROM dvs ORDER BY alias"):
+    for row in store.rows(
+        "SELECT switch_id, alias FROM dvs LEFT JOIN sw USING (switch_id) ORDER BY sw IS NULL, sw, alias"
+    ):
         found = store.rows("SELECT * FROM sw WHERE switch_id = ?", row["switch_id"])
         sw = found[0]["sw"] if found else None
         uplinks = store.rows("SELECT nic FROM port WHERE sw = ? AND kind = 2 ORDER BY port", sw)
@@ -125,20 +138,22 @@ def _links(store: Store, _: int | None) -> Rows:
             "pps": link["packets"],
             "lost_pps": link["lost"],
         }
-        for link in Library(store.path).rates()["links"]
+        for link in sorted(Library(store.path).rates()["links"], key=lambda link: _natural(link["nic"]))
     ]
 
 
 def _rates(store: Store, sw: int | None) -> Rows:
     called = _called(store)
-    places = {row["id"]: place for place, row in enumerate(store.rows("SELECT id FROM conversation ORDER BY id"))}
+    positions = {
+        row["id"]: position for position, row in enumerate(store.rows("SELECT id FROM conversation ORDER BY id"))
+    }
     rows = []
     for talk in Library(store.path).rates()["conversations"]:
         if sw is None or talk["switch"] == sw:
             lost = {where: count for where, count in talk["lost"].items() if count}
             rows.append(
                 {
-                    "index": places.get(talk["id"]),
+                    "index": positions.get(talk["id"]),
                     "direction": talk["direction"],
                     "from": called.get((talk["switch"], talk["from"])),
                     "to": [called.get((talk["switch"], port)) for port in talk["to"]],
@@ -177,71 +192,61 @@ def _flows(store: Store, sw: int | None) -> Rows:
     return rows
 
 
+def _typed(entity: Entity, *tables: str) -> Callable[[Mapping[str, Any]], Record]:
+    """What makes a record of a row: the members that are columns of these tables, by their keys, of their own types."""
+    members = [member for member in entity.members if member.key and member.table in tables]
+
+    def record(row: Mapping[str, Any]) -> Record:
+        return nested({member.key: member.kind.typed(row[member.column]) for member in members})
+
+    return record
+
+
+def _headed(entity: Entity) -> list[Column]:
+    """The columns that the members of an entity have in its table; members of one heading share a column."""
+    headings: dict[str, list[Member]] = {}
+    for member in entity.members:
+        if member.shown:
+            headings.setdefault(member.shown, []).append(member)
+    return [(heading, _texts(members)) for heading, members in headings.items()]
+
+
+def _texts(members: Sequence[Member]) -> Callable[[Mapping[str, Any]], Any]:
+    def text(row: Mapping[str, Any]) -> Any:
+        shown = []
+        for member in members:
+            value = at_key(row, member.key)
+            # As a description has it: 25G, 10s
+            shown.append(member.kind.show(member.kind.parse(value)) if member.kind.plain else value)
+        return "/".join(map(cell, shown)) if len(shown) > 1 else shown[0]
+
+    return text
+
+
 def _nics(store: Store, _: int | None) -> Rows:
+    typed = _typed(NIC, "nic")
+    rows = store.rows("SELECT nic.*, port.sw, port.port FROM nic LEFT JOIN port ON port.nic = nic.name")
     return [
-        {
-            "nic": row["name"],
-            "numa": row["node"],
-            "affinity": row["affinity"],
-            "link_mbps": row["link_mbps"],
-            "fpo": names.name_of(names.FPO_LEVELS, row["fpo_level"]),
-            "driver_text": bool(row["driver_text"]),
-            "crc_ppm": row["crc_ppm"],
-            "drop_ppm": row["drop_ppm"],
-            "switch": row["sw"],
-            "port": row["port"],
-        }
-        for row in store.rows(
-            "SELECT nic.*, port.sw, port.port FROM nic LEFT JOIN port ON port.nic = nic.name ORDER BY name"
-        )
+        {"nic": row["name"], **typed(row), "switch": row["sw"], "port": row["port"]}
+        for row in sorted(rows, key=lambda row: _natural(row["name"]))
     ]
+
+
+def _natural(name: str) -> list[tuple[int, str]]:
+    """Orders lunic2 before lunic10."""
+    return [(int(part), "") if part.isdecimal() else (-1, part) for part in re.split("([0-9]+)", name)]
 
 
 def _switches(store: Store, sw: int | None) -> Rows:
+    typed = _typed(SWITCH, "sw", "dvs")
     query = f"SELECT sw.*, alias, class FROM sw JOIN dvs USING (switch_id){_only(sw, 'sw')} ORDER BY sw"
-    return [
-        {
-            "number": row["sw"],
-            "alias": row["alias"],
-            "name": row["name"],
-            "id": row["switch_id"],
-            "class": row["class"],
-            "mtu": row["mtu"],
-            "max_ports": row["max_ports"],
-            "lro": bool(row["lro"]),
-            "flow_cache": bool(row["flow_cache"]),
-            "burst": row["burst_size"],
-            "numa_team": bool(row["numa_team"]),
-            "mac_limit": row["mac_limit"],
-            "panic_on_tx_hang": bool(row["panic_on_tx_hang"]),
-            "uplink_mac_learn": bool(row["uplink_mac_learn"]),
-            "metric": names.name_of(names.METRICS, row["lb_metric"]),
-        }
-        for row in store.rows(query)
-    ]
+    return [{"number": row["sw"], **typed(row)} for row in store.rows(query)]
 
 
 def _ports(store: Store, sw: int | None) -> Rows:
+    typed = _typed(PORT_ENTITY, "port")
     return [
-        {
-            "switch": row["alias"],
-            "number": row["sw"],
-            "port": row["port"],
-            "client": row["nic"] or row["client"],
-            "kind": names.name_of(names.KINDS, row["kind"]),
-            "dvport": row["dvport"],
-            "active": bool(row["active"]),
-            "mac": units.mac_text(row["mac"]),
-            "vlan": row["vlan"],
-            "vni": row["vni"],
-            "tx_queues": row["tx_queues"],
-            "rx_queues": row["rx_queues"],
-            "lro": bool(row["lro"]),
-            "teaming": names.name_of(names.TX_TYPES, row["tx_type"]),
-            "pinned": bool(row["pinned"]),
-            "tx_core": None if row["tx_core"] < 0 else row["tx_core"],
-            "rx_core": None if row["rx_core"] < 0 else row["rx_core"],
-        }
+        {"switch": row["alias"], "number": row["sw"], "client": row["nic"] or row["client"], **typed(row)}
         for row in store.rows(
             f"SELECT port.*, alias FROM port JOIN sw USING (sw) JOIN dvs USING (switch_id){_only(sw, 'port')}"
             " ORDER BY port.sw, port.port"
@@ -250,34 +255,21 @@ def _ports(store: Store, sw: int | None) -> Rows:
 
 
 def _traffic(store: Store, sw: int | None) -> Rows:
-    called = _called(store)
-    rows = []
-    for position, row in enumerate(store.rows("SELECT * FROM conversation ORDER BY id")):
-        if sw is None or row["sw"] == sw:
-            rows.append(
-                {
-                    "index": position,
-                    "from": called.get((row["sw"], row["src_port"])),
-                    "to": "uplink" if row["dst_port"] is None else called.get((row["sw"], row["dst_port"])),
-                    "proto": names.name_of(names.PROTOCOLS, row["protocol"]),
-                    "dport": row["dst_l4"],
-                    "vlan": row["vlan"],
-                    "vni": row["vni"],
-                    "mean_pps": row["milli_pps"] / 1000,
-                    "size": row["size"],
-                    "reply": row["reply_permille"] / 1000,
-                    "flows": row["flows"],
-                    "swing": row["swing_permille"] / 1000,
-                    "burst_every_s": row["burst_every_ms"] / 1000,
-                    "burst_for_s": row["burst_for_ms"] / 1000,
-                    "burst_times": row["burst_permille"] / 1000,
-                }
-            )
-    return rows
+    called, typed = _called(store), _typed(CONVERSATION, "conversation")
+    return [
+        {
+            "index": position,
+            "from": called.get((row["sw"], row["src_port"])),
+            "to": "uplink" if row["dst_port"] is None else called.get((row["sw"], row["dst_port"])),
+            **typed(row),
+        }
+        for position, row in enumerate(store.rows("SELECT * FROM conversation ORDER BY id"))
+        if sw is None or row["sw"] == sw
+    ]
 
 
 def _mirrors(store: Store, sw: int | None) -> Rows:
-    rows = []
+    rows, typed = [], _typed(MIRROR, "mirror")
     for row in store.rows(
         f"SELECT mirror.*, alias FROM mirror JOIN sw USING (sw) JOIN dvs USING (switch_id){_only(sw, 'mirror')}"
         " ORDER BY mirror.sw, session"
@@ -287,20 +279,13 @@ def _mirrors(store: Store, sw: int | None) -> Rows:
         for found in store.rows("SELECT * FROM mirror_port WHERE sw = ? AND session = ? ORDER BY port", *of):
             ports[found["role"]].append(found["port"])
         vlans = store.rows("SELECT vlan FROM mirror_vlan WHERE sw = ? AND session = ? ORDER BY seq", *of)
-        rows.append(
-            {
-                "switch": row["alias"],
-                "session": row["session"],
-                "in": ports["in"],
-                "out": ports["out"],
-                "to": ports["dst"],
-                "vlans": [found["vlan"] for found in vlans],
-                "encap_vlan": row["encap_vlan"],
-                "sampling": row["sampling_rate"],
-                "snap_len": row["snap_len"],
-                "flags": [name for name, bit in names.MIRROR_FLAGS.items() if row["flags"] & bit],
-            }
-        )
+        lists = {
+            "in": ports["in"],
+            "out": ports["out"],
+            "to": ports["dst"],
+            "vlans": [found["vlan"] for found in vlans],
+        }
+        rows.append({"switch": row["alias"], **typed(row), **lists})
     return rows
 
 
@@ -345,10 +330,6 @@ def _moves(store: Store, sw: int | None) -> Rows:
     ]
 
 
-def _net(row: Mapping[str, Any]) -> str:
-    return f"vni {row['vni']}" if row["vni"] else f"{row['vlan'] or '-'}"
-
-
 def _pair(one: str, two: str) -> Callable[[Mapping[str, Any]], str]:
     def text(row: Mapping[str, Any]) -> str:
         first, second = row[one], row[two]
@@ -362,10 +343,19 @@ def _short(key: str) -> Callable[[Mapping[str, Any]], str]:
 
 
 def _burst(row: Mapping[str, Any]) -> str | None:
-    if not row["burst_every_s"]:
+    burst = row["pattern"]["burst"]
+    if not burst["every"]:
         return None
-    every, lasting = (units.duration_text(round(row[f"burst_{key}_s"] * 10**9)) for key in ("every", "for"))
-    return f"x{row['burst_times']:g} {lasting}/{every}"
+    every, lasting = (units.duration_text(round(burst[key] * 10**9)) for key in ("every", "for"))
+    return f"x{burst['times']:g} {lasting}/{every}"
+
+
+def _scope(row: Mapping[str, Any]) -> str:
+    return f"port {row['port']}" if row["port"] else str(row["scope"])
+
+
+def _receivers(row: Mapping[str, Any]) -> Any:
+    return row["to"] if len(row["to"]) < 4 else f"{len(row['to'])} ports"
 
 
 def _lost(row: Mapping[str, Any]) -> str:
@@ -387,7 +377,7 @@ SECTIONS = {
         [
             "index",
             "from",
-            "to",
+            ("to", _receivers),
             ("offered", _short("offered_pps")),
             ("delivered", _short("delivered_pps")),
             ("lost where", _lost),
@@ -398,63 +388,12 @@ SECTIONS = {
         _flows,
         ["index", "from", "to", "proto", "sport", "dport", "flows", ("short/s", _short("short_flows_per_s"))],
     ),
-    "nics": Section(
-        _nics,
-        [
-            "nic",
-            "numa",
-            "affinity",
-            ("link", lambda row: units.quantity_text(row["link_mbps"] * 10**6)),
-            "fpo",
-            "crc_ppm",
-            "drop_ppm",
-            ("uplink", _pair("switch", "port")),
-        ],
-    ),
-    "switches": Section(
-        _switches,
-        [
-            "number",
-            "alias",
-            "name",
-            "mtu",
-            "lro",
-            ("cache", lambda row: row["flow_cache"]),
-            "burst",
-            "mac_limit",
-            "metric",
-        ],
-    ),
-    "ports": Section(
-        _ports,
-        [
-            "switch",
-            "port",
-            "client",
-            "mac",
-            ("vlan/vni", _net),
-            ("queues", _pair("tx_queues", "rx_queues")),
-            "teaming",
-            ("cores", lambda row: _pair("tx_core", "rx_core")(row) + (" p" if row["pinned"] else "")),
-        ],
-    ),
-    "traffic": Section(
-        _traffic,
-        [
-            "index",
-            "from",
-            "to",
-            "proto",
-            "dport",
-            ("pps", _short("mean_pps")),
-            "size",
-            "reply",
-            "flows",
-            ("burst", _burst),
-        ],
-    ),
-    "mirrors": Section(_mirrors, ["switch", "session", "in", "out", "to", "vlans", "encap_vlan", "sampling", "flags"]),
-    "properties": Section(_properties, ["switch", "scope", "port", "key", "value"]),
+    "nics": Section(_nics, ["nic", *_headed(NIC), ("uplink", _pair("switch", "port"))]),
+    "switches": Section(_switches, ["number", *_headed(SWITCH)]),
+    "ports": Section(_ports, ["switch", "client", *_headed(PORT_ENTITY)]),
+    "traffic": Section(_traffic, ["index", "from", "to", *_headed(CONVERSATION), ("burst", _burst)]),
+    "mirrors": Section(_mirrors, ["switch", *_headed(MIRROR), "in", "out", "to", "vlans"]),
+    "properties": Section(_properties, ["switch", ("scope", _scope), "key", "value"]),
     "balancer": Section(_balancer, ["weight", "value", "default"]),
     "moves": Section(
         _moves,

@@ -108,10 +108,10 @@ def create(path: str, inserts: str, replace: bool = False) -> None:
         db.executescript(f"BEGIN;{script} COMMIT;")
         db.execute("PRAGMA journal_mode = WAL")
 
-    place(path, fill, replace)
+    make_file(path, fill, replace)
 
 
-def place(path: str, fill: Callable[[sqlite3.Connection], None], replace: bool) -> None:
+def make_file(path: str, fill: Callable[[sqlite3.Connection], None], replace: bool) -> None:
     """Makes a file that is a database. It appears under its name only when it is complete."""
     folder = os.path.dirname(os.path.abspath(path))
     try:
@@ -127,7 +127,7 @@ def place(path: str, fill: Callable[[sqlite3.Connection], None], replace: bool) 
             remove(path)
         os.link(temporary, path)
     except FileExistsError:
-        raise Failed(f'the host "{paths.host_of(path)}" is there already ({path}); replace it with --force') from None
+        raise Failed(f'the host "{paths.host_of(path)}" exists already ({path}); replace it with --force') from None
     except (sqlite3.Error, OSError) as error:
         raise Failed(f"{path} cannot be made: {error}") from None
     finally:

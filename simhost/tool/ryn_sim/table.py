@@ -4,9 +4,11 @@ from __future__ import annotations
 
 import json
 import os
+import re
 import shutil
 import sys
 import time
+from itertools import zip_longest
 from typing import Any, Callable, Mapping, Sequence, Tuple, Union
 
 NARROW = 80
@@ -45,34 +47,54 @@ def cell(value: Any) -> str:
     return str(value)
 
 
+_FIGURE = re.compile(r"-|-?[0-9][0-9.]*[kMGT]?")
+_NARROWEST, _LONG = 8, 24
+
+
 def print_table(
     rows: Sequence[Mapping[str, Any]],
     columns: Sequence[Column],
     nothing: str = "none",
     warns: Callable[[Mapping[str, Any]], bool] = lambda row: False,
 ) -> None:
-    """One line a row. Numbers stand on the right; what does not fit the line is cut at the widest column's end.
+    """A line for each row. Figures stand on the right; texts that do not fit go on in further lines.
 
     warns: rows that are shown in red on a terminal.
     """
     if not rows:
         print(nothing)
         return
-    headings = [column if isinstance(column, str) else column[0] for column in columns]
-    values = [[row.get(column) if isinstance(column, str) else column[1](row) for column in columns] for row in rows]
-    texts = [[cell(value) for value in line] for line in values]
-    widths = [max(len(heading), *(len(line[index]) for line in texts)) for index, heading in enumerate(headings)]
+    headings = [(column if isinstance(column, str) else column[0]).upper() for column in columns]
+    texts = [
+        [cell(row.get(column) if isinstance(column, str) else column[1](row)) for column in columns] for row in rows
+    ]
+    by_column = list(zip(*texts))
+    figures = [all(map(_FIGURE.fullmatch, column)) and set(column) != {"-"} for column in by_column]
+    widths = [max(map(len, (heading, *column))) for heading, column in zip(headings, by_column)]
     room = width() - 2 * (len(columns) - 1)
-    while sum(widths) > room and max(widths) > 6:
-        widths[widths.index(max(widths))] -= 1
-    right = [all(isinstance(line[index], (int, float)) for line in values) for index in range(len(columns))]
+    while sum(widths) > room:
+        # A long text at the end of the line is folded first, then the widest text; figures never are
+        size, at = max((0 if figure else size, at) for at, (size, figure) in enumerate(zip(widths, figures)))
+        if size <= _NARROWEST:
+            break
+        widths[-1 if widths[-1] > _LONG and not figures[-1] else at] -= 1
     styles = ["\033[1m", *("\033[31m" if warns(row) else "" for row in rows)]
-    for line, style in zip([[heading.upper() for heading in headings], *texts], styles):
-        fitted = [text if len(text) <= size else text[: size - 1] + "…" for text, size in zip(line, widths)]
-        text = "  ".join(
-            text.rjust(size) if flush else text.ljust(size) for text, size, flush in zip(fitted, widths, right)
-        ).rstrip()
-        print(f"{style}{text}\033[0m" if style and coloured() else text)
+    for line, style in zip([headings, *texts], styles):
+        for parts in zip_longest(*(_folded(text, size) for text, size in zip(line, widths)), fillvalue=""):
+            text = "  ".join(
+                part.rjust(size) if figure else part.ljust(size) for part, size, figure in zip(parts, widths, figures)
+            ).rstrip()
+            print(f"{style}{text}\033[0m" if style and coloured() else text)
+
+
+def _folded(text: str, size: int) -> list[str]:
+    """The lines of a text in a column: it breaks after a comma, a space or the like where it can."""
+    lines = []
+    while len(text) > size:
+        at = max(text.rfind(mark, 0, size) + 1 for mark in ", ./") or size
+        lines.append(text[:at].rstrip())
+        text = text[at:]
+    return [*lines, text]
 
 
 class Progress:

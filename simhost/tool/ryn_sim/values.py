@@ -4,9 +4,13 @@ from __future__ import annotations
 
 import hashlib
 import struct
+from typing import Any
 
 
-def to_bytes(text: str) -> bytes:
+def to_bytes(text: Any) -> bytes:
+    """The bytes that a text stands for; what stands for none is a ValueError."""
+    if not isinstance(text, str):
+        raise ValueError(text)
     kind, _, rest = text.partition(":")
     if kind == "text":
         return rest.encode() + b"\0"
@@ -21,6 +25,7 @@ def to_bytes(text: str) -> bytes:
 
 
 def to_text(raw: bytes) -> str:
+    """The plainest text that stands for these bytes."""
     if len(raw) > 1 and raw[-1] == 0:
         try:
             text = raw[:-1].decode()

@@ -5,8 +5,8 @@ from __future__ import annotations
 from typing import Any, Dict, Mapping
 
 _HEAD = """\
-# A simulated host: ryn-sim init makes it, ryn-sim export wrote this. What was counted so far is not kept here: a host
-# made from this counts from 0 (ryn-sim save keeps everything).
+# A simulated host: ryn-sim init makes it, ryn-sim export wrote this. What was counted is not kept here: a host made
+# from this counts as if it had been like this since its host time 0 (ryn-sim save keeps everything).
 """
 
 

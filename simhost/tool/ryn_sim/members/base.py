@@ -30,6 +30,8 @@ class Member:
     null: bool = False  # the column may be NULL
     own: bool = False  # belongs to the stand-ins: compiling leaves it at its default
     together: bool = False  # the mapping that it is in has it, or is not there
+    stays: bool = False  # cannot be set: others refer to it
+    shown: str = ""  # its heading in `ryn-sim show`, where one is shared by several: 4/2; "": only --json has it
 
     @property
     def table(self) -> str:

@@ -66,14 +66,16 @@ CONVERSATION = Entity(
             rate(),
             REQUIRED,
             "mean packets a second of each sender, at most 1G",
+            shown="pps",
         ),
-        M("size", "conversation.size", FRAME, 512, "bytes of a frame", field="frame_size"),
+        M("size", "conversation.size", FRAME, 512, "bytes of a frame", field="frame_size", shown="size"),
         M(
             "reply",
             "conversation.reply_permille",
             scaled("a share from 0 to 10", 0, 10, 1000, "permille"),
             0,
             "packets back for each packet",
+            shown="reply",
         ),
         M("reply_size", "conversation.reply_size", FRAME, 66, "bytes of a frame back"),
         M(
@@ -90,6 +92,7 @@ CONVERSATION = Entity(
             "tcp",
             "`tcp`, `udp`, `icmp`, `icmp6` or a number. Conversations between the same ends should differ in"
             " `dport`, else some of their flows have the same key",
+            shown="proto",
         ),
         M("sport", "conversation.src_l4", U16, 0, "source port; ICMP: its type", "made up", field="source_l4"),
         M(
@@ -100,6 +103,7 @@ CONVERSATION = Entity(
             "destination port; ICMP: its code",
             "tcp: 443",
             field="destination_l4",
+            shown="dport",
         ),
         M("src_ip", "conversation.src_ip", IP, None, "source address", "made up", field="source_ip"),
         M("dst_ip", "conversation.dst_ip", IP, None, "destination address", "made up", field="destination_ip"),
@@ -120,6 +124,7 @@ CONVERSATION = Entity(
             number(1, 65536, "a number of flows", "std::uint32_t"),
             1,
             "lasting flows",
+            shown="flows",
         ),
         M(
             "churn_ppm",

@@ -37,11 +37,11 @@ EVENTS = (
     ),
 )
 EVENT = {event.name: event for event in EVENTS}
-EVENT_TARGETS = {"nic": "NIC", "core": "CORE", "switch": "SWITCH", "port": "SWITCH/PORT"}
+EVENT_TARGETS = {"nic": "NIC", "core": "CORE", "switch": "SWITCH", "port": "PORT"}
 
 
 _TARGET = free(
-    "a NIC's name, a core's or switch's number, or SWITCH/PORT",
+    "a NIC, a core's number, a switch or a port",
     {"type": ["string", "integer"], "minimum": 0},
     lambda value: isinstance(value, str) or (isinstance(value, int) and not isinstance(value, bool) and value >= 0),
 )
@@ -56,7 +56,7 @@ EVENT_ENTITY = Entity(
             "",
             _TARGET,
             REQUIRED,
-            "what it happens to",
+            "what it happens to: a NIC, a core's number, a switch's alias or number, a port's name or `SWITCH/PORT`",
         ),
         M("", "event.target", text(1, 127), REQUIRED),
         M(

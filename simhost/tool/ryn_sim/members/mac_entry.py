@@ -4,7 +4,7 @@ from __future__ import annotations
 
 from typing import Any
 
-from ..kinds import MS, STATION, TRUTH, U16, U32, Kind, number
+from ..kinds import MS, PORT, STATION, TRUTH, VLAN, Kind, number
 from .base import REQUIRED, Entity, M, Table
 
 
@@ -22,9 +22,9 @@ MAC_ENTRY = Entity(
     "a MAC table entry: a mapping with port, mac",
     (
         M("", "mac_entry.sw", number(0, 15, cxx="int"), REQUIRED),
-        M("port", "mac_entry.port", U32.held_as("int"), REQUIRED, "the port's number"),
+        M("port", "mac_entry.port", PORT, REQUIRED, "the port's number"),
         M("mac", "mac_entry.mac", STATION, REQUIRED, "the address"),
-        M("vlan", "mac_entry.vlan", U16, 0, "its VLAN"),
+        M("vlan", "mac_entry.vlan", VLAN, 0, "its VLAN"),
         M("deleted", "mac_entry.present", _DELETED, False, "it was deleted by hand, not added"),
         M("at", "mac_entry.at_ms", MS, "0s", "when, in host time"),
     ),

@@ -12,14 +12,15 @@ NIC = Entity(
     "a NIC: a mapping with numa",
     (
         M("", "nic.name", text(1, 31, "a name of 1 to 31 bytes"), REQUIRED),
-        M("numa", "nic.node", NODE, REQUIRED, "the NUMA node it is plugged into"),
-        M("affinity", "nic.affinity", U32, None, "the node whose cores serve it", "`numa`"),
+        M("numa", "nic.node", NODE, REQUIRED, "the NUMA node it is plugged into", shown="numa"),
+        M("affinity", "nic.affinity", U32, None, "the node whose cores serve it", "`numa`", shown="affinity"),
         M(
             "link",
             "nic.link_mbps",
             quantity("bits a second, a multiple of 1M,", 1, 10**6, 10**6),
             "25G",
             "bits a second",
+            shown="link",
         ),
         M("driver_text", "nic.driver_text", TRUTH, True, "its driver has private statistics"),
         M(
@@ -28,6 +29,7 @@ NIC = Entity(
             PPM.held_as("std::uint64_t"),
             0,
             "frames received damaged, of a million",
+            shown="crc_ppm",
         ),
         M(
             "drop_ppm",
@@ -35,8 +37,9 @@ NIC = Entity(
             PPM.held_as("std::uint64_t"),
             0,
             "frames dropped in each direction, of a million",
+            shown="drop_ppm",
         ),
-        M("fpo", "nic.fpo_level", named(names.FPO_LEVELS, quoted=True), "none", "offload level"),
+        M("fpo", "nic.fpo_level", named(names.FPO_LEVELS, quoted=True), "none", "offload level", shown="fpo"),
         *(
             M(
                 f"fpo_limits.{limit}",

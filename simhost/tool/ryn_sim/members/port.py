@@ -68,15 +68,16 @@ PORT_ENTITY = Entity(
     "a port: a mapping with switch",
     (
         M("", "port.sw", number(0, 15, cxx="int"), REQUIRED),
-        M("switch", "", NAME, REQUIRED, "an alias"),
+        M("switch", "", NAME, REQUIRED, "an alias", stays=True),
         M(
             "count",
             "",
             number(1, 128, "a number of ports"),
             1,
             "so many ports like this; `port`, `dvport` and `mac` count up",
+            stays=True,
         ),
-        M("first", "", U32, 0, "what `{n}` in `vm` counts from"),
+        M("first", "", U32, 0, "what `{n}` in `vm` counts from", stays=True),
         M("vm", "port.client", text(0, 127), "", "who is connected; other parts of the description call the port so"),
         M("nic", "port.nic", text(1, 31, "a NIC's name"), None, "makes it an uplink", field="nic_name", null=True),
         M(
@@ -87,6 +88,8 @@ PORT_ENTITY = Entity(
             "its number in the switch",
             "the next free",
             field="id",
+            shown="port",
+            stays=True,
         ),
         M(
             "kind",
@@ -98,7 +101,7 @@ PORT_ENTITY = Entity(
         ),
         M("dvport", "port.dvport", U32, None, "its distributed number", "(switch + 1) * 1000 + port"),
         M("active", "port.active", TRUTH, True, "false: nothing reaches it"),
-        M("mac", "port.mac", STATION, None, "its address", "made up"),
+        M("mac", "port.mac", STATION, None, "its address", "made up", shown="mac"),
         M(
             "macs_behind",
             "port.macs_behind",
@@ -115,6 +118,7 @@ PORT_ENTITY = Entity(
             1,
             "transmit queues",
             "`queues`",
+            shown="queues",
         ),
         M(
             "rx_queues",
@@ -123,6 +127,7 @@ PORT_ENTITY = Entity(
             1,
             "receive queues",
             "`queues`",
+            shown="queues",
         ),
         M(
             "filter",
@@ -132,8 +137,8 @@ PORT_ENTITY = Entity(
             "what it receives",
         ),
         M("ladrf", "port.ladrf", word64(), 0, "the multicast hash filter"),
-        M("vlan", "port.vlan", VLAN, 0, "the untagged VLAN"),
-        M("vni", "port.vni", U24, 0, "the overlay network; 0: none"),
+        M("vlan", "port.vlan", VLAN, 0, "the untagged VLAN", shown="vlan/vni"),
+        M("vni", "port.vni", U24, 0, "the overlay network; 0: none", shown="vlan/vni"),
         M("forged", "port.forged_ok", SETTING.held_as("bool"), False, "it may send from other addresses"),
         M("sample_rate", "port.sample_rate", U32, 0, "shown only"),
         M("lro", "port.lro", SETTING, True, "large receive offload: four TCP frames are handed over as one"),
@@ -143,6 +148,7 @@ PORT_ENTITY = Entity(
             named(names.TX_TYPES).held_as("int"),
             "Single",
             "how its packets choose an uplink: `None`, `Single`, `LAG`, `SrcMAC`, `All`, `NoTeaming`",
+            shown="teaming",
         ),
         M(
             "teaming.uplinks",
@@ -153,8 +159,8 @@ PORT_ENTITY = Entity(
             "all of its switch",
         ),
         M("core", "", CORE, -1, "where it is placed, in both directions; -1: the datapath places it"),
-        M("tx_core", "port.tx_core", CORE, -1, "the core it sends on", "`core`"),
-        M("rx_core", "port.rx_core", CORE, -1, "the core it receives on", "`core`"),
+        M("tx_core", "port.tx_core", CORE, -1, "the core it sends on", "`core`", shown="cores"),
+        M("rx_core", "port.rx_core", CORE, -1, "the core it receives on", "`core`", shown="cores"),
         M("pinned", "port.pinned", SETTING.held_as("bool"), False, "the balancer leaves it where it is"),
         M(
             "multicast",

@@ -23,7 +23,7 @@ SWITCH = Entity(
     "a switch: a mapping with alias",
     (
         M("", "sw.sw", number(0, 15, cxx="int"), REQUIRED, field="id"),
-        M("alias", "dvs.alias", NAME, REQUIRED, "what scripts call it"),
+        M("alias", "dvs.alias", NAME, REQUIRED, "what scripts call it", shown="alias", stays=True),
         M(
             "id",
             "dvs.switch_id",
@@ -31,6 +31,7 @@ SWITCH = Entity(
             None,
             "its identifier",
             "made up",
+            stays=True,
         ),
         M("class", "dvs.class", NAME, "vswitch", "its class", field="class_name"),
         M(
@@ -40,6 +41,7 @@ SWITCH = Entity(
             None,
             "its portset name, also kept as its portset property; without it there is no such property",
             "the alias",
+            shown="name",
         ),
         M(
             "number",
@@ -48,8 +50,9 @@ SWITCH = Entity(
             None,
             "its number in the datapath",
             "the next free",
+            stays=True,
         ),
-        M("datapath", "", TRUTH, True, "false: only the switch-state library knows it"),
+        M("datapath", "", TRUTH, True, "false: only the switch-state library knows it", stays=True),
         M(
             "marker",
             "",
@@ -57,7 +60,7 @@ SWITCH = Entity(
             None,
             "its property that says whether the datapath serves it: `poll`, `intr`, `true`, ...",
         ),
-        M("mtu", "sw.mtu", U32, 1500, "frames larger than this and 18 are refused"),
+        M("mtu", "sw.mtu", U32, 1500, "frames larger than this and 18 are refused", shown="mtu"),
         M("max_ports", "sw.max_ports", number(0, 128, cxx="std::uint32_t"), 128, "what ListSwitches says of it"),
         M(
             "uplinks",
@@ -65,9 +68,10 @@ SWITCH = Entity(
             listed(text(1, 31, "a NIC's name"), 128, "a list of NIC names"),
             None,
             "NICs; each is a port with number 0, 1, ...",
+            stays=True,
         ),
-        M("lro", "sw.lro", SETTING, True, "large receive offload, as last set for the whole switch"),
-        M("flow_cache", "sw.flow_cache", TRUTH, True, "false: all goes by the slow path"),
+        M("lro", "sw.lro", SETTING, True, "large receive offload, as last set for the whole switch", shown="lro"),
+        M("flow_cache", "sw.flow_cache", TRUTH, True, "false: all goes by the slow path", shown="cache"),
         M("panic_on_tx_hang", "sw.panic_on_tx_hang", SETTING, False, "the log says that a real host would stop"),
         M(
             "uplink_mac_learn",
@@ -76,8 +80,8 @@ SWITCH = Entity(
             True,
             "false: its uplinks learn no addresses",
         ),
-        M("mac_limit", "sw.mac_limit", U32, 65536, "addresses that it learns at most"),
-        M("burst", "sw.burst_size", U32, 32, "the datapath's own burst size; `stored` goes before it"),
+        M("mac_limit", "sw.mac_limit", U32, 65536, "addresses that it learns at most", shown="mac_limit"),
+        M("burst", "sw.burst_size", U32, 32, "the datapath's own burst size; `stored` goes before it", shown="burst"),
         M("numa_team", "sw.numa_team", SETTING.held_as("bool"), False, "uplinks on the sender's node go first"),
         M(
             "balancer.metric",
@@ -85,6 +89,7 @@ SWITCH = Entity(
             _METRIC,
             "cpu",
             "what the balancer goes by: load, ports, or nothing",
+            shown="metric",
         ),
         M("balancer.high", "sw.lb_high", U32, 60, "percent of a core: above it ports are moved away"),
         M("balancer.low", "sw.lb_low", U32, 40, "percent of a core: below it ports may come"),
