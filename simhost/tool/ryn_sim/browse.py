@@ -25,6 +25,7 @@ _OTHER_WAYS = ("count", "first", "queues", "core", "pattern.daily")
 
 
 def get_command(options: argparse.Namespace) -> None:
+    """Prints the value of a path."""
     value = get(Store(options.path), options.what, of_types=options.json)
     if options.json:
         print_json(value)
@@ -35,6 +36,7 @@ def get_command(options: argparse.Namespace) -> None:
 
 
 def ls_command(options: argparse.Namespace) -> None:
+    """Prints what is under a path."""
     rows = ls(Store(options.path), options.what or "", of_types=options.json)
     if options.json:
         print_json(rows)

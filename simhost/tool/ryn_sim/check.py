@@ -21,6 +21,7 @@ class Problems:
         self.found: list[tuple[int, Path, str]] = [*document.unread]  # the line, where, what is wrong there
 
     def add(self, path: Iterable[str | int], message: str) -> None:
+        """Adds what is wrong with the value of a path."""
         path = tuple(path)
         self.found.append((self._document.line(path), path, message))
 
@@ -31,10 +32,12 @@ class Problems:
         self.add((*path, *error.at), error.message or f"expected {error}, got {shown(value)}")
 
     def lines(self) -> list[str]:
+        """A line for each problem, in the order of the text."""
         found = sorted(set(self.found), key=lambda problem: (problem[0], path_text(problem[1]), problem[2]))
         return [f"{self._document.at(line)}: {path_text(path)}: {message}" for line, path, message in found]
 
     def raise_any(self) -> None:
+        """Raises BadInput with all problems, if there are any."""
         if not self.found:
             return
         lines = self.lines()

@@ -91,6 +91,7 @@ class _Parser(argparse.ArgumentParser):
         self._negative_number_matcher = re.compile(r"-[0-9.]")
 
     def error(self, message: str) -> NoReturn:
+        """Ends with a line that says what is wrong."""
         wrong = re.fullmatch(r"argument (\S+): invalid choice: '(.*)' \(choose from (.*)\)", message)
         missing = re.fullmatch(r"the following arguments are required: (.*)", message)
         if self.early:  # what follows may well be its value
@@ -315,6 +316,7 @@ _MODULES = {
 
 
 def main(arguments: list[str] | None = None) -> int:
+    """Does what a command line says; answers the exit code."""
     arguments = sys.argv[1:] if arguments is None else arguments
     own, further = arguments, None
     if "--" in arguments:

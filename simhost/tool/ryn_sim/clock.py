@@ -14,6 +14,7 @@ from .table import print_json
 
 
 def clock_command(options: argparse.Namespace) -> None:
+    """Changes the clock if that is wanted, and shows it."""
     store = Store(options.path)
     action, amount = options.action, options.amount
     if action in ("speed", "step", "warp") and amount is None:
@@ -55,6 +56,7 @@ def change(store: Store, running: bool | None, speed_permille: int = 0, ahead_ns
 
 
 def permille(text: str) -> int:
+    """A speed of the command line, in thousandths of real time."""
     try:
         exact = Fraction(text) * 1000
     except (ValueError, ZeroDivisionError):
@@ -65,6 +67,7 @@ def permille(text: str) -> int:
 
 
 def nanoseconds(action: str, text: str) -> int:
+    """A time of the command line; `action` is what it is for."""
     try:
         ns = units.nanoseconds(text)
     except ValueError:

@@ -128,6 +128,7 @@ def compile_host(
 
 
 def add_host(host: Host, profile: str) -> None:
+    """The host, its clock, and the balancer with its weights."""
     given = host.given
     host.rows["host"].append(row_of("host", given, id=1, profile=profile))
     host.rows["clock"].append(row_of("clock", given, id=1))
@@ -143,6 +144,7 @@ def add_host(host: Host, profile: str) -> None:
 
 
 def add_cores(host: Host) -> None:
+    """The cores of all NUMA nodes."""
     for index, node in enumerate(host.items("numa")):
         path: Path = ("numa", index)
         given = read(NODE_ENTITY, node, path, host.problems)
@@ -161,6 +163,7 @@ def add_cores(host: Host) -> None:
 
 
 def add_nics(host: Host) -> None:
+    """The NICs, with what those of their level offer."""
     described = host.given.get("nics")
     nodes = len(host.items("numa"))
     for name, nic in (described if isinstance(described, dict) else {}).items():
@@ -192,6 +195,7 @@ _DATAPATH = {
 
 
 def add_switches(host: Host) -> None:
+    """The switches and their properties; ports come later."""
     described = host.items("switches")
     taken = {item["number"] for item in described if isinstance(item, dict) and isinstance(item.get("number"), int)}
     for index, item in enumerate(described):

@@ -46,6 +46,7 @@ def find_ports(host: Host, path: Path, name: Any, sw: int | None = None) -> list
 
 
 def add_mac_entries(host: Host) -> None:
+    """Entries of MAC tables that were added or deleted by hand."""
     for switch in host.switches.values():
         seen = set()
         for position, item in enumerate(switch.given.get("mac_entries", []) if switch.number is not None else []):
@@ -64,6 +65,7 @@ def add_mac_entries(host: Host) -> None:
 
 
 def add_mirrors(host: Host) -> None:
+    """The switches' mirror sessions, as far as they fit their answer."""
     for switch in host.switches.values():
         if switch.number is None:
             continue
@@ -107,6 +109,7 @@ def _add_mirror_parts(host: Host, given: Mapping[str, Any], path: Path, sw: int)
 
 
 def add_traffic(host: Host) -> None:
+    """The conversations: one for each sender that an entry fits."""
     described = host.items("traffic")
     for index, item in enumerate(described):
         path: Path = ("traffic", index)
@@ -198,6 +201,7 @@ def conversation_defaults(source: Row, target: Row | None, protocol: int, positi
 
 
 def add_faults(host: Host) -> None:
+    """The faults, with the arguments that they look at."""
     for index, item in enumerate(host.items("faults")):
         path: Path = ("faults", index)
         given = read(FAULT, item, path, host.problems)
@@ -233,6 +237,7 @@ def _add_conditions(host: Host, fault: int, where: Any, path: Path) -> None:
 
 
 def add_events(host: Host) -> None:
+    """The events, their targets as the store has them."""
     numbers = {switch.alias: switch.number for switch in host.switches.values() if switch.number is not None}
     for index, item in enumerate(host.items("events")):
         path: Path = ("events", index)

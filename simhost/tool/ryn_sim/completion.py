@@ -66,6 +66,7 @@ def completes(action: argparse.Action, candidates: str) -> None:
 
 
 def completion_command(options: argparse.Namespace) -> None:
+    """Prints a shell's script, or the candidates that the script asks for."""
     if options.candidates:
         print("\n".join(CANDIDATES[options.candidates](options.arguments[0] if options.arguments else "")))
         return

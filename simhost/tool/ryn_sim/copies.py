@@ -15,6 +15,7 @@ from .table import print_json
 
 
 def save_command(options: argparse.Namespace) -> None:
+    """Saves the host to a file."""
     folder = os.path.dirname(options.file)
     if folder and not os.path.isdir(folder):
         raise Failed(f"{folder}: there is no such folder")
@@ -25,11 +26,13 @@ def save_command(options: argparse.Namespace) -> None:
 
 
 def restore_command(options: argparse.Namespace) -> None:
+    """Restores the host from a file."""
     restore(options.file, options.path)
     _say(options, f"restored the simulated host {_called(options.path)} from {options.file}", state=options.path)
 
 
 def clone_command(options: argparse.Namespace) -> None:
+    """Makes another host that is the same."""
     target = paths.state_path(options.name, None)
     if target == options.path:
         raise BadInput(f"clone: {_called(target)} is the host itself")

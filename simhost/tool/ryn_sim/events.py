@@ -17,6 +17,7 @@ from .times import milliseconds
 
 
 def event_command(options: argparse.Namespace) -> None:
+    """Adds, lists or ends events."""
     store, kind = Store(options.path), options.kind
     if kind in ("list", "end"):
         _list_or_end(store, options)

@@ -127,6 +127,7 @@ class _Inventory:
         }
 
     def alias(self, sw: int) -> str:
+        """A switch's alias, by its number."""
         return str(self.dvs[self.switches[sw]["switch_id"]]["alias"])
 
     def _names(self, by_number: bool) -> dict[tuple[int, int], str]:

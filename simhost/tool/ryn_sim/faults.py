@@ -18,6 +18,7 @@ USUAL_STATUS = 0x0BAD0001
 
 
 def fault_command(options: argparse.Namespace) -> None:
+    """Adds, lists or removes faults."""
     store = Store(options.path)
     if options.action == "add":
         fault = add_fault(store, **_columns(store, options), where=options.where or [])

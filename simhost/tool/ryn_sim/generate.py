@@ -116,6 +116,7 @@ def _note(member: Member) -> str:
 
 
 def schema_sql() -> str:
+    """The schema of a store."""
     return _SQL_HEAD + "\n" + "\n".join(_table_sql(table) for table in TABLES)
 
 
@@ -141,6 +142,7 @@ def _object_schema(what: str, known: dict[str, Any]) -> dict[str, Any]:
 
 
 def json_schema() -> str:
+    """The JSON schema of a description."""
     described = [entity for entity in ENTITIES if tree(entity) and entity is not HOST]
     schema = {
         "$schema": "https://json-schema.org/draft/2020-12/schema",
@@ -282,6 +284,7 @@ def _event_rules() -> str:
 
 
 def rows_h() -> str:
+    """The structs that the stand-ins read rows into, with their enumerations."""
     structs = [_struct(table) for table in TABLES if table.row]
     parts = [_numbers(), _choices(), _event_rules(), *structs, "}  // namespace simhost", ""]
     return _CXX_HEAD % SCHEMA_VERSION + "\n" + "\n".join(parts)
@@ -347,6 +350,7 @@ def documents(text: str) -> str:
 
 
 def main() -> None:
+    """Writes all of it."""
     here = os.path.dirname(os.path.realpath(__file__))
     simhost = os.path.dirname(os.path.dirname(here))
     page = os.path.join(os.path.dirname(simhost), "docs", "ryn-sim.md")

@@ -85,6 +85,7 @@ def list_profiles() -> list[dict[str, str]]:
 
 
 def init_command(options: argparse.Namespace) -> None:
+    """Makes a host, or only checks, compiles or lists what one could be made from."""
     if options.list:
         if options.what is not None or options.seed is not None:
             raise BadInput("init --list: nothing is expected after it")
@@ -129,6 +130,7 @@ hardware."""
 
 
 def info_command(options: argparse.Namespace) -> None:
+    """Prints what is simulated."""
     facts = info(Store(options.path))
     if options.json:
         print_json(facts)
@@ -204,6 +206,7 @@ def _library_version(libraries: str | None) -> str | None:
 
 
 def export_command(options: argparse.Namespace) -> None:
+    """Writes the host's description."""
     from .export import describe
     from .yaml_text import to_yaml
 
@@ -223,6 +226,7 @@ def export_command(options: argparse.Namespace) -> None:
 
 
 def reset_command(options: argparse.Namespace) -> None:
+    """Puts the host back to its beginning."""
     reset(Store(options.path))
     called = paths.host_of(options.path)
     print_json({"reset": called}) if options.json else print(f'put the simulated host "{called}" back to its beginning')
@@ -242,6 +246,7 @@ def reset(store: Store) -> None:
 
 
 def rm_command(options: argparse.Namespace) -> None:
+    """Removes the host."""
     from .store import in_use, remove
 
     called = paths.host_of(options.path)

@@ -15,6 +15,7 @@ from .table import counted, print_json
 
 
 def log_command(options: argparse.Namespace) -> None:
+    """Prints the log, follows it, or empties it."""
     store = Store(options.path)
     if options.clear:
         if options.follow or options.lines is not None or options.operation:

@@ -22,6 +22,7 @@ def data(name: str) -> str:
 
 
 def read_data(name: str) -> str:
+    """The text of one of the tool's files."""
     with open(data(name), encoding="utf-8") as file:
         return file.read()
 
@@ -81,6 +82,7 @@ def state_folder() -> str:
 
 
 def check_host_name(name: str) -> str:
+    """The name, if a host may be called so."""
     if not _HOST_NAME.fullmatch(name):
         raise BadInput(
             f'"{name}" is not a name for a host: expected up to 63 letters, digits, dots, hyphens and underscores'
@@ -111,6 +113,7 @@ def host_of(path: str) -> str:
 
 
 def all_hosts() -> list[str]:
+    """The names of all hosts in the state folder."""
     try:
         folder = state_folder()
     except Failed:
@@ -126,5 +129,6 @@ def missing(path: str) -> Failed:
 
 
 def profiles() -> list[str]:
+    """The names of the shipped profiles."""
     folder = data("profiles")
     return sorted(name[:-5] for name in os.listdir(folder) if name.endswith(".yaml"))

@@ -27,6 +27,7 @@ from .api import Host, load, make
 
 
 def pytest_configure(config: pytest.Config) -> None:
+    """Makes the marker known."""
     config.addinivalue_line("markers", "simulated_host(description, seed=None): what simulated_host is made from")
 
 

@@ -22,6 +22,7 @@ print(json.dumps([platform.python_implementation() + " " + platform.python_versi
 
 
 def run_command(options: argparse.Namespace) -> None:
+    """Becomes the command, in an environment with the stand-ins and the host."""
     command = options.arguments
     if not command:
         raise BadInput("run: expected a command after --, such as: ryn-sim run -- python3 script.py")

@@ -35,6 +35,7 @@ Path = Tuple[Any, ...]
 
 
 def set_command(options: argparse.Namespace) -> None:
+    """Changes settings."""
     store = Store(options.path)
     changed = set_all(store, options.settings)
     if options.json:

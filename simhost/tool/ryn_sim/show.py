@@ -37,6 +37,7 @@ class Section:
 
 
 def show_command(options: argparse.Namespace) -> None:
+    """Prints a section of what there is, or all of them."""
     if options.what not in (*SECTIONS, "all"):
         raise BadInput(f'show: there is no "{options.what}" to show{nearest(options.what, [*SECTIONS, "all"])}')
     store = Store(options.path)

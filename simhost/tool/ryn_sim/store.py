@@ -39,19 +39,23 @@ class Store:
             )
 
     def close(self) -> None:
+        """Closes the file."""
         self.db.close()
 
     def rows(self, sql: str, *parameters: Any) -> list[Any]:
+        """The rows of a query."""
         try:
             return self.db.execute(sql, parameters).fetchall()
         except sqlite3.Error as error:
             raise Failed(f"{self.path}: {error}") from None
 
     def row(self, sql: str, *parameters: Any) -> Any:
+        """The one row of a query."""
         return self.rows(sql, *parameters)[0]
 
     @contextmanager
     def reading(self) -> Iterator[Store]:
+        """A transaction in which all reads see one state of the host."""
         self.db.execute("BEGIN")
         try:
             yield self
@@ -73,6 +77,7 @@ class Store:
             raise Failed(f"{self.path}: {error}") from None
 
     def now_ns(self) -> int:
+        """Host time."""
         return host_ns(self.row("SELECT * FROM clock"))
 
     def apply(self, sql: str) -> None:
@@ -177,6 +182,7 @@ def in_use(path: str) -> bool:
 
 
 def remove(path: str) -> None:
+    """Removes a store and what SQLite keeps beside it."""
     for suffix in ("", "-wal", "-shm"):
         _unlink(path + suffix)
 

@@ -34,10 +34,12 @@ def counted(number: int, nouns: str) -> str:
 
 
 def print_json(value: Any) -> None:
+    """Prints a value as indented JSON."""
     print(json.dumps(value, indent=2, ensure_ascii=False))
 
 
 def cell(value: Any) -> str:
+    """A value as the text of a cell."""
     if value is None:
         return "-"
     if isinstance(value, bool):
@@ -114,6 +116,7 @@ class Progress:
             print(f"\r\033[K{self._what}: {done}" + (f" of {of}" if of else ""), end="", file=sys.stderr, flush=True)
 
     def close(self) -> None:
+        """Clears the line."""
         if self._shown:
             print("\r\033[K", end="", file=sys.stderr, flush=True)
 

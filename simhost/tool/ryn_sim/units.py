@@ -93,12 +93,14 @@ def age_text(ns: int) -> str:
 
 
 def mac(text: str) -> bytes:
+    """The bytes of a MAC address; anything else is a ValueError."""
     if not isinstance(text, str) or not _MAC.fullmatch(text):
         raise ValueError(text)
     return bytes.fromhex(text.replace(":", ""))
 
 
 def mac_text(raw: bytes) -> str:
+    """A MAC address as text."""
     return raw.hex(":")
 
 

@@ -44,6 +44,7 @@ def signed(number: int) -> int:
 
 
 def unsigned(number: int) -> int:
+    """The unsigned number of the same 64 bits."""
     return number + (1 << 64) if number < 0 else number
 
 
@@ -52,19 +53,23 @@ def unsigned(number: int) -> int:
 
 
 def switch_id(host: str, alias: str) -> str:
+    """An identifier for a switch."""
     digest = hashlib.sha256(f"{host}/{alias}".encode()).hexdigest()
     return f"{digest[:8]}-{digest[8:12]}-{digest[12:16]}-{digest[16:28]}"
 
 
 def dvport(sw: int, port: int) -> int:
+    """A distributed number for a port."""
     return (sw + 1) * 1000 + port
 
 
 def port_mac(seed: int, sw: int, port: int, is_uplink: bool) -> bytes:
+    """A port's address."""
     return bytes((2, 1 if is_uplink else 0, seed >> 8 & 255, seed & 255, sw, port))
 
 
 def port_ip(sw: int, port: int) -> bytes:
+    """The address of the machine behind a port."""
     return bytes((10, sw, 0, port + 1))
 
 

@@ -35,10 +35,12 @@ class Member:
 
     @property
     def table(self) -> str:
+        """The table of the store that it is a column of; "": none."""
         return self.stored.partition(".")[0]
 
     @property
     def column(self) -> str:
+        """Its column in that table."""
         return self.stored.partition(".")[2]
 
     @property
