@@ -355,8 +355,8 @@ void RaiseStatus(const Failure& failure) {
   }
   const bool failed = failure.status.kind == Status::Kind::kFailed;
   const Ref make = Imported("ryn.errors", failed ? "platform_error" : "InvalidResponse");
-  const Ref arguments = ArgumentsOf(failure.operation);
-  if (!make || !arguments)
+  const Ref arguments = make ? ArgumentsOf(failure.operation) : nullptr;
+  if (!arguments)
     return;
   if (failed)
     RaiseMade(
@@ -368,8 +368,8 @@ void RaiseStatus(const Failure& failure) {
 
 void RaiseOut(const Failure& failure) {
   const Ref make = Imported("ryn.errors", "TimeoutError");
-  const Ref arguments = ArgumentsOf(failure.out.Get());
-  if (make && arguments)
+  const Ref arguments = make ? ArgumentsOf(failure.out.Get()) : nullptr;
+  if (arguments)
     RaiseMade(Ref(PyObject_CallFunction(make.get(), "sOdz", failure.out.Get().name, arguments.get(), failure.seconds,
                                         failure.refused)));
 }
