@@ -11,15 +11,18 @@
 #include <elf.h>
 #include <link.h>
 #include <malloc.h>
+#include <pthread.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <string>
 #include <type_traits>
 
 namespace {
@@ -32,20 +35,23 @@ struct Event {
   const char* text;  // of a text that is made into a str; texts of the module are constants
 };
 
+// Some calls are made without the interpreter lock, or by a thread of its own.
 Event events[1 << 16];
-Py_ssize_t event_count;
-Py_ssize_t made_with_error;  // calls that were made while an error was set
-Py_ssize_t failing = kOff;   // the number of the call that fails
+std::atomic<Py_ssize_t> event_count;
+std::atomic<Py_ssize_t> made_with_error;  // calls that were made while an error was set
+std::atomic<Py_ssize_t> failing = kOff;   // the number of the call that fails
 
 bool Fails(const void* function, const char* text = nullptr, std::size_t size = 0) {
-  if (failing == kOff)
+  const Py_ssize_t wanted = failing;
+  if (wanted == kOff)
     return false;
-  if (static_cast<std::size_t>(event_count) == std::size(events))
+  const Py_ssize_t number = event_count++;
+  if (static_cast<std::size_t>(number) >= std::size(events))
     std::abort();
-  if (PyErr_Occurred())
+  if (PyGILState_Check() && PyErr_Occurred())
     ++made_with_error;
-  events[event_count] = {function, size, text};
-  return event_count++ == failing;
+  events[number] = {function, size, text};
+  return number == wanted;
 }
 
 void SetInjected() { PyErr_SetString(PyExc_MemoryError, "injected"); }
@@ -75,7 +81,7 @@ struct Fallible<function> {
     if constexpr (std::is_pointer_v<Result>)
       return nullptr;
     else
-      return -1;
+      return static_cast<Result>(-1);
   }
 };
 
@@ -101,16 +107,87 @@ int ParseTuple(PyObject* args, const char* format, ...) {
   return parsed;
 }
 
+int ParseTupleAndKeywords(PyObject* args, PyObject* keywords, const char* format, char** names, ...) {
+  if (Fails(Address(PyArg_ParseTupleAndKeywords))) {
+    SetInjected();
+    return 0;
+  }
+  std::va_list variables;
+  va_start(variables, names);
+  const int parsed = PyArg_VaParseTupleAndKeywords(args, keywords, format, names, variables);
+  va_end(variables);
+  return parsed;
+}
+
+// What a failing call has built is dropped, and with it the references that it was to take over.
 PyObject* BuildValue(const char* format, ...) {
-  if (Fails(Address(Py_BuildValue))) {
+  const bool fails = Fails(Address(Py_BuildValue));
+  std::va_list values;
+  va_start(values, format);
+  PyObject* built = Py_VaBuildValue(format, values);
+  va_end(values);
+  if (fails) {
+    Py_CLEAR(built);
+    SetInjected();
+  }
+  return built;
+}
+
+PyObject* CallWithValues(PyObject* function, const char* format, std::va_list values) {
+  PyObject* const arguments = Py_VaBuildValue(("(" + std::string(format ? format : "") + ")").c_str(), values);
+  PyObject* const result = arguments ? PyObject_CallObject(function, arguments) : nullptr;
+  Py_XDECREF(arguments);
+  return result;
+}
+
+PyObject* CallFunction(PyObject* function, const char* format, ...) {
+  if (Fails(Address(PyObject_CallFunction))) {
     SetInjected();
     return nullptr;
   }
   std::va_list values;
   va_start(values, format);
-  PyObject* const built = Py_VaBuildValue(format, values);
+  PyObject* const result = CallWithValues(function, format, values);
   va_end(values);
-  return built;
+  return result;
+}
+
+PyObject* CallMethod(PyObject* object, const char* name, const char* format, ...) {
+  if (Fails(Address(PyObject_CallMethod), name)) {
+    SetInjected();
+    return nullptr;
+  }
+  PyObject* const method = PyObject_GetAttrString(object, name);
+  if (!method)
+    return nullptr;
+  std::va_list values;
+  va_start(values, format);
+  PyObject* const result = CallWithValues(method, format, values);
+  va_end(values);
+  Py_DECREF(method);
+  return result;
+}
+
+// Of one argument, as all calls here have it.
+PyObject* CallFunctionObjArgs(PyObject* function, PyObject* argument, PyObject* end) {
+  if (end)
+    std::abort();
+  if (!Fails(Address(PyObject_CallFunctionObjArgs)))
+    return PyObject_CallFunctionObjArgs(function, argument, nullptr);
+  SetInjected();
+  return nullptr;
+}
+
+PyObject* FromFormat(const char* format, ...) {
+  if (Fails(Address(PyUnicode_FromFormat), format)) {
+    SetInjected();
+    return nullptr;
+  }
+  std::va_list values;
+  va_start(values, format);
+  PyObject* const text = PyUnicode_FromFormatV(format, values);
+  va_end(values);
+  return text;
 }
 
 PyObject* TuplePack(Py_ssize_t size, ...) {
@@ -136,6 +213,14 @@ void* Calloc(std::size_t count, std::size_t size) {
   return Fails(Address(std::calloc), nullptr, count * size) ? nullptr : std::calloc(count, size);
 }
 
+void* Realloc(void* area, std::size_t size) {
+  return Fails(Address(std::realloc), nullptr, size) ? nullptr : std::realloc(area, size);
+}
+
+int CreateThread(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* argument) {
+  return Fails(Address(pthread_create)) ? EAGAIN : pthread_create(thread, attributes, start, argument);
+}
+
 struct Import {
   const char* name;  // as the import table has it
   const char* function;
@@ -148,31 +233,76 @@ struct Import {
 #define FALLIBLE(name) IMPORT(name, Fallible<name>::Call)
 
 const Import kImports[] = {
+    FALLIBLE(PyBytes_FromStringAndSize),
+    FALLIBLE(PyCapsule_Import),
+    FALLIBLE(PyCapsule_New),
+    FALLIBLE(PyDescr_NewMethod),
     FALLIBLE(PyDict_GetItemWithError),
     FALLIBLE(PyDict_New),
     FALLIBLE(PyDict_SetItem),
+    FALLIBLE(PyDict_SetItemString),
+    FALLIBLE(PyErr_CheckSignals),
+    FALLIBLE(PyFloat_AsDouble),
+    FALLIBLE(PyFloat_FromDouble),
+    FALLIBLE(PyImport_ImportModule),
+    FALLIBLE(PyList_Append),
+    FALLIBLE(PyList_AsTuple),
     FALLIBLE(PyList_GetItem),
     FALLIBLE(PyList_New),
     IMPORT(PyList_SetItem, FallibleStore<PyList_SetItem>),
     FALLIBLE(PyList_Size),
     FALLIBLE(PyLong_AsLong),
+    FALLIBLE(PyLong_AsUnsignedLong),
     FALLIBLE(PyLong_FromLong),
+    FALLIBLE(PyLong_FromSize_t),
     FALLIBLE(PyLong_FromUnsignedLong),
+    FALLIBLE(PyModule_AddObject),
     FALLIBLE(PyModule_Create2),
+    FALLIBLE(PyNumber_Add),
+    FALLIBLE(PyNumber_AsSsize_t),
+    FALLIBLE(PyNumber_Index),
+    IMPORT(PyObject_CallFunctionObjArgs, CallFunctionObjArgs),
+    FALLIBLE(PyObject_GetAttrString),
+    FALLIBLE(PyObject_GetIter),
+    FALLIBLE(PyObject_Hash),
+    FALLIBLE(PyObject_IsTrue),
+    FALLIBLE(PyObject_SetAttrString),
+    FALLIBLE(PySequence_Fast),
+    FALLIBLE(PySequence_Tuple),
+    FALLIBLE(PySlice_Unpack),
+    FALLIBLE(PyStructSequence_New),
+    FALLIBLE(PyStructSequence_NewType),
     FALLIBLE(PyTuple_New),
     IMPORT(PyTuple_Pack, TuplePack),
     IMPORT(PyTuple_SetItem, FallibleStore<PyTuple_SetItem>),
+    FALLIBLE(PyType_Ready),
+    FALLIBLE(PyUnicode_AsEncodedString),
     FALLIBLE(PyUnicode_AsUTF8AndSize),
+    FALLIBLE(PyUnicode_DecodeUTF8),
+    IMPORT(PyUnicode_FromFormat, FromFormat),
+    FALLIBLE(PyUnicode_FromString),
     FALLIBLE(PyUnicode_FromStringAndSize),
     FALLIBLE(PyUnicode_InternFromString),
+    FALLIBLE(PyUnicode_Join),
     FALLIBLE(PyUnicode_New),
+    FALLIBLE(_PyObject_New),
     // Their names depend on the version, and may be macros
     {"PyArg_ParseTuple", "PyArg_ParseTuple", Address(PyArg_ParseTuple), Address(ParseTuple)},
     {"_PyArg_ParseTuple_SizeT", "PyArg_ParseTuple", Address(PyArg_ParseTuple), Address(ParseTuple)},
     {"Py_BuildValue", "Py_BuildValue", Address(Py_BuildValue), Address(BuildValue)},
     {"_Py_BuildValue_SizeT", "Py_BuildValue", Address(Py_BuildValue), Address(BuildValue)},
+    {"PyArg_ParseTupleAndKeywords", "PyArg_ParseTupleAndKeywords", Address(PyArg_ParseTupleAndKeywords),
+     Address(ParseTupleAndKeywords)},
+    {"_PyArg_ParseTupleAndKeywords_SizeT", "PyArg_ParseTupleAndKeywords", Address(PyArg_ParseTupleAndKeywords),
+     Address(ParseTupleAndKeywords)},
+    {"PyObject_CallFunction", "PyObject_CallFunction", Address(PyObject_CallFunction), Address(CallFunction)},
+    {"_PyObject_CallFunction_SizeT", "PyObject_CallFunction", Address(PyObject_CallFunction), Address(CallFunction)},
+    {"PyObject_CallMethod", "PyObject_CallMethod", Address(PyObject_CallMethod), Address(CallMethod)},
+    {"_PyObject_CallMethod_SizeT", "PyObject_CallMethod", Address(PyObject_CallMethod), Address(CallMethod)},
+    {"pthread_create", "pthread_create", Address(pthread_create), Address(CreateThread)},
     {"malloc", "malloc", Address(std::malloc), Address(Malloc)},
     {"calloc", "calloc", Address(std::calloc), Address(Calloc)},
+    {"realloc", "realloc", Address(std::realloc), Address(Realloc)},
 };
 
 // Tables of a loaded object by the tags of its dynamic section, whose addresses the loader may have relocated.
@@ -233,9 +363,12 @@ PyObject* Bind(PyObject*, PyObject* args) {
 }
 
 PyObject* Arm(PyObject*, PyObject* args) {
-  if (!PyArg_ParseTuple(args, "n:arm", &failing))
+  Py_ssize_t wanted;
+  if (!PyArg_ParseTuple(args, "n:arm", &wanted))
     return nullptr;
-  event_count = made_with_error = 0;
+  event_count = 0;
+  made_with_error = 0;
+  failing = wanted;
   Py_RETURN_NONE;
 }
 
