@@ -2,7 +2,8 @@
 
 Each row of tests/lists/source_mutants.toml says which text of a source file is replaced, by what, and what goes wrong.
 The module is built with that file in the place of its own; then the tests run, those that the row names first, until
-one fails. A row for an interpreter that is not Debian's takes the checks of support/on_interpreter.py instead.
+one fails. A row for an interpreter that is not Debian's takes the checks of support/on_interpreter.py instead, and one
+of the package `ryn` its own tests.
 
 `./dev mutate --source` runs it; the figures are in docs/coverage.md. Tests that build the module themselves, and those
 that count instructions, take no part.
@@ -14,6 +15,8 @@ import argparse
 import hashlib
 import os
 import re
+import shlex
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -66,6 +69,9 @@ ALL_TESTS = [
     "checks/test_allocations.py",
     "checks/test_valgrind.py",
 ]
+
+# Those of the package on the double; simulated hosts run the build folder's.
+PACKAGE_TESTS = ["ryn", "--ignore=tests/ryn/test_core_interpreters.py", "--ignore=tests/ryn/test_simulated.py"]
 
 # What looks at the object file itself, which is built otherwise here
 UNFAIR = [
@@ -167,12 +173,51 @@ class Builder:
         return out
 
 
-def environment(build: Path, folder: Path) -> dict[str, str]:
+def package(build: Path, mutant: Mutant, folder: Path) -> None:
+    """Puts the built package into a folder, with the mutant in it: a Python file, or in what is compiled of it."""
+    shutil.copytree(build / "ryn", folder / "ryn", ignore=shutil.ignore_patterns("*.p", "__pycache__"))
+    if mutant.file.endswith(".py"):
+        (folder / mutant.file).write_text(mutant.source())
+        return
+    overlay = folder / "overlay"
+    (overlay / mutant.file).parent.mkdir(parents=True)
+    (overlay / mutant.file).write_text(mutant.source())
+    for extension in [path.name for path in folder.glob("ryn/*.so")]:
+        relink(build, mutant, overlay, f"ryn/{extension}", folder)
+
+
+def relink(build: Path, mutant: Mutant, overlay: Path, extension: str, folder: Path) -> None:
+    """Builds an extension anew by the commands that built it, if the mutant's file is in it."""
+    listed = subprocess.run(
+        ["ninja", "-C", build, "-t", "commands", extension], text=True, capture_output=True, check=True
+    )
+    *commands, link = listed.stdout.splitlines()
+    linked = link
+    for command in filter(re.compile(r" -MD .* -o \S+ -c \S+$").search, commands):
+        words = shlex.split(command)
+        flags, (out, _, source) = words[: words.index("-MD")], words[-3:]
+        file = os.path.relpath(build / source, ROOT)
+        if mutant.file != file and mutant.file not in includes(file, set()):
+            continue
+        made = folder / out.replace("/", "_")
+        source = str(overlay / file) if mutant.file == file else source
+        flags.insert(next(i for i, word in enumerate(flags) if word.startswith("-I")), f"-I{overlay}")
+        done = subprocess.run([*flags, "-w", "-o", made, "-c", source], cwd=build, text=True, capture_output=True)
+        if done.returncode:
+            raise RuntimeError(done.stderr)
+        linked = linked.replace(out, str(made))
+    if linked != link:
+        subprocess.run(
+            linked.replace(f"-o {extension} ", f"-o {folder / extension} "), cwd=build, shell=True, check=True
+        )
+
+
+def environment(build: Path, folder: Path, *more: Path) -> dict[str, str]:
     return {
         **os.environ,
         "LD_LIBRARY_PATH": str(build / "tests/double"),
         "PYTHONDONTWRITEBYTECODE": "1",
-        "PYTHONPATH": str(folder),
+        "PYTHONPATH": os.pathsep.join(map(str, [folder, *more])),
         "RYN_BUILD": str(build),
     }
 
@@ -199,15 +244,21 @@ def verdict(builder: Builder, mutant: Mutant | None) -> tuple[str, str, float]:
     start = time.monotonic()
     with tempfile.TemporaryDirectory(prefix="source-mutant") as name:
         folder = Path(name)
+        of_package = mutant is not None and mutant.file.startswith("ryn/")
         try:
-            builder.module(mutant, folder)
+            if mutant and of_package:
+                package(builder.build, mutant, folder)
+            else:
+                builder.module(mutant, folder)
         except RuntimeError as error:
             return "does not compile", str(error).splitlines()[0], time.monotonic() - start
         if mutant and mutant.python:
             return *on_interpreter(builder, folder), time.monotonic() - start
         first = [str(TESTS / test) for test in mutant.tests.split()] if mutant else []
-        env = environment(builder.build, folder)
-        for tests in [first, [str(TESTS / test) for test in ALL_TESTS]]:
+        more = [builder.build, builder.build / "libryn"] if of_package else []
+        env = environment(builder.build, folder, *more)
+        others = PACKAGE_TESTS if of_package else ALL_TESTS
+        for tests in [first, [test if test.startswith("-") else str(TESTS / test) for test in others]]:
             if tests:
                 passed, words = passes(
                     [sys.executable, "-m", "pytest", "-qx", "-p", "no:cacheprovider", *UNFAIR, *tests], env
