@@ -67,6 +67,7 @@ def names() -> int:
 def objects(double: harness.Double) -> int:
     """A host is looked through, and a setting of it changed."""
     import ryn
+    import ryn._core  # noqa: F401  the double needs what it brings along
 
     double.reset()
     platform = platform_script.Platform(double)
