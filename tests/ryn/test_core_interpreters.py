@@ -10,14 +10,14 @@ from pathlib import Path
 
 import interpreters
 import pytest
+from builds import DEBUG_INTERPRETER
 from harness import UNDER_ASAN, Double
 
 ROOT = Path(__file__).parents[2]
 WITHOUT_PLATFORM = ["counters", "flow", "listed_port", "mac_address", "mac_table", "records", "records_module"]
 
 
-@interpreters.each
-def test_package_on(double: Double, interpreter: Path, tmp_path: Path):
+def check_on(double: Double, interpreter: Path, tmp_path: Path) -> None:
     if UNDER_ASAN:
         pytest.skip("built without the sanitizers")
 
@@ -53,8 +53,19 @@ def test_package_on(double: Double, interpreter: Path, tmp_path: Path):
     environment["PYTHONDONTWRITEBYTECODE"] = "1"
     environment["PYTHONPATH"] = os.pathsep.join(map(str, (tmp_path, ROOT / "tests/support", Path(__file__).parent)))
     done = subprocess.run(
-        [interpreter, "-c", "import core_on_interpreter; core_on_interpreter.check()"],
+        [interpreter, "-W", "error", "-c", "import core_on_interpreter; core_on_interpreter.check()"],
         text=True, capture_output=True, timeout=600, env=environment, cwd=tmp_path,
     )  # fmt: skip
     assert (done.returncode, done.stderr) == (0, "")
     assert re.fullmatch(r"[\d.]+: \d+ records, \d+ calls\n", done.stdout)
+
+
+@interpreters.each
+def test_package_on(double: Double, interpreter: Path, tmp_path: Path):
+    check_on(double, interpreter, tmp_path)
+
+
+@pytest.mark.skipif(not DEBUG_INTERPRETER.exists(), reason=f"there is no {DEBUG_INTERPRETER}")
+def test_package_on_a_debug_build(double: Double, tmp_path: Path):
+    """It ends where something is called or built while an error is pending, or where references are miscounted."""
+    check_on(double, DEBUG_INTERPRETER, tmp_path)
