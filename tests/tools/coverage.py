@@ -1,6 +1,9 @@
 """What of the module the tests reach: `./dev coverage` builds the module with clang's counters, runs the tests, and
 asks this file for the report. Ends with 1 when something is not reached.
 
+It first builds the module for an interpreter of each other side of an `#if` too, and runs the checks of
+on_interpreter.py there: lines that Debian's interpreter does not compile are counted by what they reach of them.
+
 Counted are regions (stretches of code that run together), branches (each condition both true and false) and conditions
 (each one alone turned the outcome of its decision: MC/DC), by their place in the source: what is compiled several
 times, a template or an inline function, counts where it stands once.
@@ -10,6 +13,8 @@ from __future__ import annotations
 
 import argparse
 import json
+import os
+import shutil
 import subprocess
 import sys
 from collections import defaultdict
@@ -17,6 +22,10 @@ from pathlib import Path
 from typing import Iterator, NamedTuple
 
 ROOT = Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "tests/support"))
+import builds  # noqa: E402
+
+OTHER_SIDES = ["3.8", "3.12"]  # of the conditions on PY_VERSION_HEX in libryn/, beside Debian's 3.11
 FOLDERS = ["host", "libryn/base", "libryn/dvs", "libryn/ports", "libryn/flowcache", "libryn/uplinks", "libryn/loadbal"]
 KINDS = ["regions", "branches", "conditions"]
 CODE_REGION = 0  # llvm-cov's number for a region that is neither an expansion nor skipped
@@ -28,6 +37,8 @@ BACKEND = (
 
 # Places that no test reaches: (file, the text of their line) -> the reason. At most ten, each read again at a change.
 REVIEWED: dict[tuple[str, str], str] = {
+    ("libryn/dvs/property.cc", "switch (FormatOf(value, length)) {"): "each value has a case of its own",
+    ("libryn/uplinks/netq.cc", "return filters.Complete() || ReportInvalid();"): "what reports is always false",
     ("libryn/base/values.h", "explicit consteval Key(const char* text) : text_(text) {}"): "at compile time alone",
     ("host/read/backend.cc", "if (!handle)"): "the libraries are loaded before anybody asks",
     ("host/read/backend.cc", "return false;"): "as above",
@@ -78,21 +89,52 @@ def places(export: dict) -> Iterator[tuple[Place, bool]]:
                 yield place(decision, files[0], "conditions", f"condition {number}"), turned
 
 
+def run_on(version: str, build: Path) -> Path:
+    """Runs the checks on an interpreter; returns the module that was built for it."""
+    interpreter, platform = builds.interpreter(version), build / "tests/double"
+    folder = build / "other-sides" / version
+    shutil.rmtree(folder, ignore_errors=True)
+    os.environ |= {"CC": "clang-19", "CXX": "clang++-19"}
+    module = builds.build_module(interpreter, platform, folder, "-Doptimization=1", "-Dcoverage=true")
+    builds.build_helpers(interpreter, platform, folder)
+    os.environ["LLVM_PROFILE_FILE"] = str(folder / "profile/%m.profraw")
+    done = builds.run_checks(interpreter, folder, 1800)
+    if done.returncode or done.stderr:
+        sys.exit(f"{interpreter}: the checks fail:\n{done.stdout}{done.stderr}")
+    return module
+
+
+def counters(folder: Path, *objects: str | Path) -> dict:
+    """What the processes that wrote to folder/profile reached of the module and of other objects."""
+    profile = folder / "module.profdata"
+    subprocess.run(["llvm-profdata-19", "merge", "-o", profile, *folder.glob("profile/*.profraw")], check=True)
+    command = ["llvm-cov-19", "export", f"-instr-profile={profile}", *objects]
+    return json.loads(subprocess.run(command, check=True, text=True, capture_output=True).stdout)["data"][0]
+
+
 def main() -> int:
     parser = argparse.ArgumentParser(description="Reports what of the module the tests reached.")
     parser.add_argument("build", type=Path, help="the build folder, made with -Dcoverage=true")
-    build = parser.parse_args().build
+    build = parser.parse_args().build.resolve()
     (module,) = build.glob("libryn/_libryn*.so")
-    profile = build / "module.profdata"
-    subprocess.run(["llvm-profdata-19", "merge", "-o", profile, *build.glob("profile/*.profraw")], check=True)
     host = build / "tests/native/host/host_tests"  # what of host/ the module does not use
-    command = ["llvm-cov-19", "export", f"-instr-profile={profile}", module, "-object", host]
-    export = subprocess.run(command, check=True, text=True, capture_output=True).stdout
+    exports = [counters(build, module, "-object", host)]
+    for version in OTHER_SIDES:
+        try:
+            other = run_on(version, build)
+        except FileNotFoundError as error:
+            print(f"{error}: what it alone compiles is not counted")
+        else:
+            exports.append(counters(other.parent, other))
 
     reached: dict[Place, bool] = defaultdict(bool)
-    for place, was_reached in places(json.loads(export)["data"][0]):
-        if place.file.startswith(tuple(f"{folder}/" for folder in FOLDERS)):
-            reached[place] |= was_reached
+    lines: set[tuple[str, int]] = set()  # of the interpreters before: macros of others have conditions of their own
+    for export in exports:
+        for place, was_reached in places(export):
+            counted = place.file.startswith(tuple(f"{folder}/" for folder in FOLDERS))
+            if counted and (place.file, place.line) not in lines:
+                reached[place] |= was_reached
+        lines = {(place.file, place.line) for place in reached}
 
     print(f"{'':<12}" + "".join(f"{kind:>16}" for kind in KINDS))
     for folder in [*FOLDERS, ""]:

@@ -78,6 +78,20 @@ TEST_F(Walks, ActionsReachToTheirLengthAndTheValidBytes) {
   EXPECT_EQ(number(Bytes(page).U32(12, 1).U16(20 + 126, 0)), 0U);  // shorter than what every record has
 }
 
+TEST_F(Walks, ActionsAreAsLongAsTheySay) {
+  const auto size = [](const Bytes& page) {
+    const FlowPage answer = Dump(page);
+    FlowEntries entries(answer);
+    FlowEntry found;
+    EXPECT_TRUE(entries.Next(&found));
+    return found.actions.Size();
+  };
+  const Bytes page = Page(0, 1, 80);
+  EXPECT_EQ(size(page), 80U);
+  EXPECT_EQ(size(Bytes(page).U16(20 + 126, 0)), 64U);       // the head that every record has
+  EXPECT_EQ(size(Bytes(page).U32(16, 20 + 64 + 77)), 77U);  // the valid bytes end before
+}
+
 TEST_F(Walks, FlowWalkGoesOnFromWhatWasReported) {
   Answer("Ryn_Dump_Flow_Table", Page(0, 2), 1);   // reports the index asked for: on from 0 + 2
   Answer("Ryn_Dump_Flow_Table", Page(40, 3), 1);  // reports the index to go on from
