@@ -1,6 +1,6 @@
 // How an operation gets at the host: one connection and one model for each process, behind a mutex.
 //
-//   return Read({"Ryn_Get_Flow_Timeout", {}}, answer, [&](const View& host) { ... return kOk; });
+//   return ReadHost({"Ryn_Get_Flow_Timeout", {}}, &answer, [&](const View& host) { ... return kOk; });
 //
 // Faults are applied here, time is taken here, and what has happened by itself since the last call is replayed here.
 // Nothing is thrown across it: what goes wrong becomes a status.
@@ -48,9 +48,10 @@ struct View {
 //
 // The contract: the model shows the host as it is when the change is made, everything due until then replayed, and
 // stands still. What the change is, it writes to the store, settings and inventory only: counts, losses and the
-// balancer's memory are not its own. When it is done the host is read anew. If packets then take other ways, or cost
-// something else, the session ends the segment at `ms`: what was counted becomes the base, by the settings before. A
-// change that makes no difference to the traffic ends nothing, so that it leaves no trace in any count. What a change
+// balancer's memory are not its own, and what it would write there would be lost, or not be seen by this process. When
+// it is done settings and inventory are read anew, and the session carries the counts over. If packets then take other
+// ways, or cost something else, it ends the segment at `ms`: what was counted becomes the base, by the settings before.
+// A change that makes no difference to the traffic ends nothing, so that it leaves no trace in any count. What a change
 // wants of counts themselves, it asks for.
 class Change {
  public:

@@ -147,6 +147,8 @@ extern "C" {
 extern const char jor_sim_version[];
 const char jor_sim_version[] = "1";
 
+// Nothing is loaded then. Handles into what was loaded must not be used any more; here and in a load that is the
+// caller's duty, as with the platform.
 uint32_t DVSState_ConfigReset(void) {
   if (const uint32_t status = FaultOf({"DVSState_ConfigReset", {}}); status != kOk)
     return status;
@@ -154,6 +156,7 @@ uint32_t DVSState_ConfigReset(void) {
   return kOk;
 }
 
+// The configuration as the store has it now, for DVSState_ConfigDeserialize.
 uint32_t DVSQOB_StateGet(void** state, uint32_t* length) {
   if (state == nullptr || length == nullptr)
     return kBadParameter;
@@ -164,6 +167,7 @@ uint32_t DVSQOB_StateGet(void** state, uint32_t* length) {
   });
 }
 
+// Bytes that cannot be read are warned of, and what was loaded before stays.
 uint32_t DVSState_ConfigDeserialize(const void* state, uint32_t length) {
   if (const uint32_t status = FaultOf({"DVSState_ConfigDeserialize", {}}); status != kOk)
     return status;
@@ -190,7 +194,8 @@ DVSSwitch* DVSState_SwitchFindByAlias(const char* alias) {
   return nullptr;
 }
 
-// The visit stops when the visitor has found what it looks for.
+// The visit stops when the visitor has found what it looks for. What is visited stays until the end, whatever the
+// visitor loads meanwhile.
 void DVSState_SwitchForEach(DVSSwitchVisitor visitor, void* context) {
   if (visitor == nullptr || Fails("DVSState_SwitchForEach"))
     return;
@@ -205,6 +210,7 @@ const char* DVS_ClassName(DVSSwitch* dvs) {
   return dvs == nullptr || Fails("DVS_ClassName") ? "" : SwitchOf(dvs)->class_name.c_str();
 }
 
+// Of 128 bytes, since readers copy 64 of them whatever the text's length.
 const char* DVS_SwitchId(DVSSwitch* dvs) {
   static const std::array<char, 128> kNone{};
   return dvs == nullptr || Fails("DVS_SwitchId") ? kNone.data() : SwitchOf(dvs)->id.data();
@@ -231,6 +237,7 @@ const char* DVSData_Name(DVSData* datum) {
   return datum == nullptr || Fails("DVSData_Name") ? "" : DataOf(datum)->name.c_str();
 }
 
+// The length; 0, and no value, for nothing. What follows a value is a NUL.
 uint32_t DVSData_Data(DVSData* datum, const void** value) {
   if (datum == nullptr || value == nullptr || Fails("DVSData_Data"))
     return 0;
@@ -251,6 +258,7 @@ DVSPort* DVSState_PortFind(uintptr_t a, uintptr_t, uintptr_t, uintptr_t, uintptr
   return nullptr;
 }
 
+// As the store has it now, unlike the look-ups in what was loaded.
 uint32_t DVSQOB_HostPropGet(const char* switchId, const char* key, void** value, uint32_t* length) {
   const std::string_view id = View64(switchId);
   const Call call{"DVSQOB_HostPropGet", {{"switch", id}, {"key", TextOf(key)}}};
@@ -271,6 +279,7 @@ uint32_t DVSQOB_PortDataGet(const char* switchId, const char* portId, const char
   const uint32_t status = GetProperty(call, "port", id, port, TextOf(key), value, length);
   if (status != kNotFound)
     return status;
+  // Only now does it matter whether the port is there. This second look has no name, so no fault hits the call twice.
   bool known = false;
   const uint32_t found = ReadHost({"", {}}, nullptr, [&](const simhost::View& host) {
     known = HasPort(host.store, id, port);

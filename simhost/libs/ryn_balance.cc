@@ -185,6 +185,7 @@ std::uint32_t WriteLoads(const Model& model, const Switch& sw, Area& stats) {
   const auto window_ns = static_cast<std::uint64_t>(balancer.window_ms) * 1'000'000;
   for (const Core& core : model.cores) {
     const std::size_t at = kCoreRecords + Index(core.id) * kCore;
+    // Busy time and host time at this look and at the one before it: readers work the window out as the differences.
     const std::uint64_t total = balancer.busy_total[Index(core.id)];
     const std::uint64_t work = balancer.busy_window[Index(core.id)];
     stats.Put64(at, total);

@@ -47,6 +47,7 @@ std::uint32_t WriteCores(const View& host, std::uint32_t sw, const std::uint32_t
     return kNoRoom;
   stats.Clear(kHead);
   std::size_t written = 0;
+  // Cores beyond the caller's room are left out; the count is of the records that are there.
   for (const int core : cores) {
     const std::uint64_t flows = CountLiveFlows(host.model, found->id, core, host.ms);
     if (written == stats.RoomFor(kHead, record) || (only_with_flows && flows == 0))

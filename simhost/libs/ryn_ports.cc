@@ -27,6 +27,7 @@ std::uint32_t WriteSwitches(const View& host, Area& list) {
   if (!list.Fits(0, kHead))
     return kNoRoom;
   list.Clear(kHead);
+  // Of the ports, those that are active and all; of the cores, how many and which are in use.
   const std::size_t count = std::min(host.model.switches.size(), list.RoomFor(kHead, kRecord));
   for (std::size_t i = 0; i < count; ++i) {
     const Switch& sw = host.model.switches[i];
@@ -323,6 +324,7 @@ uint32_t Ryn_MAC_Entry_Ops(uint32_t swID, uint32_t rynPortID, const uint8_t* mac
       return kNotFound;
     if (operation == 1 && !known && !HasRoomForMac(host.model, *sw, port, host.ms))
       return kLimit;
+    // A deletion is kept too, with its time: from then on the address has to be heard again.
     host.store.Run("INSERT OR REPLACE INTO mac_entry (sw, port, mac, vlan, present, at_ms) VALUES (?, ?, ?, ?, ?, ?)",
                    swID, rynPortID, address, vlanID, operation, host.ms);
     return kOk;

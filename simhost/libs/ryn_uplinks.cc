@@ -231,6 +231,7 @@ uint32_t Ryn_Get_Port_Tx_Uplink(uint32_t swID, uint32_t rynPortID, void* policy,
     if (!record.Fits(0, kSize))
       return kNoRoom;
     record.Clear(kSize);
+    // The store takes eight uplinks at most, which is what the record has room for.
     record.Put8(0, port->tx_type);
     record.Put8(1, std::min(port->uplinks.size(), kMost));
     for (std::size_t i = 0; i < std::min(port->uplinks.size(), kMost); ++i)
@@ -398,6 +399,7 @@ uint32_t Ryn_List_Dev_Affinity(void* devices, uint32_t* length) {
   return ReadHost({"Ryn_List_Dev_Affinity", {}}, &list, [&](const View& host) {
     if (!list.Fits(0, kHead))
       return kNoRoom;
+    // In the order of their names, as many as there is room for.
     const std::size_t count = std::min(host.model.nics.size(), list.RoomFor(kHead, kRecord));
     list.Put32(0, count);
     for (std::size_t i = 0; i < count; ++i) {

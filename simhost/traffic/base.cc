@@ -75,9 +75,10 @@ void LoadBase(Store& store, Model& model) {
       if (row.id >= kCores)
         reader.Refuse("id", "is " + std::to_string(row.id) + ", which is no core");
       CopyWords(counts, base.flows[Index(row.sw * kCores + row.id)]);
-    } else if (row.kind == BaseKind::kCore) {
+    } else if (row.kind == BaseKind::kCore) {  // one row for all cores: there are no switches in it
       CopyWords(counts, base.busy_ns);
     } else if (row.kind == BaseKind::kLost) {
+      // What the words say depends on the paths, which are not there yet: RestoreLosses checks them.
       base.losses.resize(counts.size() / sizeof(std::uint64_t));
       if (!base.losses.empty())
         std::memcpy(base.losses.data(), counts.data(), counts.size());

@@ -85,6 +85,7 @@ LiveFlows FindLive(const Model& model, const Switch& sw, const Path& path, std::
   const std::int64_t timeout_ms = std::int64_t{model.flow_timeout_s} * 1000;
   const std::int64_t since = std::min(
       ms, std::max({std::int64_t{0}, ms - timeout_ms, model.flow_floor_ms, sw.flow_cleared_ms, in.flow_cleared_ms}));
+  // A shorter timeout, a clear and a floor all bring the same about: flows idle since before then are gone.
   const std::uint64_t before = PacketsOf(model, path, since);
   const std::uint64_t now = PacketsOf(model, path, ms);
   live.lasting = std::min(path.flows, now - before);
@@ -326,7 +327,7 @@ std::uint32_t WriteFlowPage(const Model& model, int sw, int core, std::uint32_t 
       const FlowId flow{lasting ? (live.first + i) % path.flows : live.first_short + (i - live.lasting), lasting,
                         lasting && i < live.offloaded};
       const Entry entry(model, own, path, flow, ms);
-      if (!page.Fits(at, entry.Size())) {
+      if (!page.Fits(at, entry.Size())) {  // it goes to the next page whole
         full = true;
         break;
       }

@@ -56,6 +56,7 @@ std::uint64_t Sum(const PacketsBySpeed& packets) { return packets[0] + packets[1
 class Rates {
  public:
   Rates(const Model& model, std::int64_t ms) : model_(model) {
+    // Before the segment nothing is known any more: paths and losses are those of now.
     from_ms_ = std::max(model.segment_ms, ms - ms % 1000);
     until_ms_ = ms - ms % 1000 + 1000;
     links_.resize(model.nics.size());
@@ -108,6 +109,7 @@ class Rates {
     talk.lost[kErrors] += end.errors - begin.errors;
     talk.lost[kDeviceIn] += end.device_lost - begin.device_lost;
     talk.lost[kNowhere] += end.nowhere - begin.nowhere;
+    // Everybody who sends to a core asks for its time, whether it passes or not; what is lost is told apart.
     const std::uint64_t lost = Sum(end.core_lost) - Sum(begin.core_lost);
     talk.lost[kCoreIn] += lost;
     Ask(CoreIn(in), Sum(end.arrived) - Sum(begin.arrived), lost, InNs(path, begin, end));
