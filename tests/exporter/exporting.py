@@ -13,6 +13,8 @@ import time
 from pathlib import Path
 from typing import Callable, Iterator
 
+import ryn_sim
+
 ROOT = Path(__file__).parents[2]
 BUILD = Path(os.environ.get("RYN_BUILD", ROOT / "build"))
 PROGRAM = BUILD / "exporter" / "ryn-exporter"
@@ -63,15 +65,13 @@ class SimulatedHost(Environment):
 
     def __init__(self, state: Path, profile: str = "default", text: str | None = None) -> None:
         super().__init__(BUILD / "simhost", RYN_SIM_STATE=str(state), RYN_SIM_LIBS=str(BUILD / "simhost"))
-        self.sim("init", "-" if text else profile, text=text)
-        self.sim("clock", "freeze")
+        ryn_sim.make(text or profile, at=state).close()
         self.sim("clock", "step", "20s")  # the balancer has looked
 
-    def sim(self, *arguments: object, text: str | None = None) -> str:
+    def sim(self, *arguments: object) -> str:
         done = subprocess.run(
             ["/usr/bin/python3", TOOL, *map(str, arguments)],
             env=self.values,
-            input=text,
             text=True,
             capture_output=True,
             timeout=PATIENCE,

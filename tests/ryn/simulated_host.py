@@ -8,6 +8,8 @@ import sys
 import textwrap
 from pathlib import Path
 
+import ryn_sim
+
 ROOT = Path(__file__).resolve().parents[2]
 BUILD = Path(os.environ.get("RYN_BUILD", ROOT / "build"))
 PATIENCE_S = 120
@@ -25,8 +27,7 @@ class SimulatedHost:
             RYN_SIM_LIBS=str(BUILD / "simhost"),
             RYN_SIM_STATE=str(self.state),
         )
-        self.tool("init", profile)
-        self.tool("clock", "freeze")
+        ryn_sim.make(profile, at=self.state).close()
 
     def tool(self, *arguments: str) -> str:
         command = ["/usr/bin/python3", str(ROOT / "simhost" / "tool" / "ryn-sim"), *arguments]

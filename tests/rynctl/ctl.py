@@ -8,6 +8,8 @@ import subprocess
 from pathlib import Path
 from typing import Any, Dict, List
 
+import ryn_sim
+
 ROOT = Path(__file__).parents[2]
 BUILD = Path(os.environ.get("RYN_BUILD", ROOT / "build"))
 RYNCTL = ROOT / "rynctl/rynctl"
@@ -37,13 +39,7 @@ def sim(state: Path, *arguments: str) -> str:
 
 def new_host(state: Path, profile: str) -> Path:
     """A host whose clock stands, with its whole store in one file."""
-    import sqlite3
-
-    sim(state, "init", profile)
-    sim(state, "clock", "freeze")
-    connection = sqlite3.connect(state)
-    connection.execute("PRAGMA wal_checkpoint(TRUNCATE)")
-    connection.close()
+    ryn_sim.make(profile, at=state).close()
     return state
 
 
