@@ -300,6 +300,8 @@ def test_all_members_with_a_heading_are_shown(sim):
         headings = list(dict.fromkeys(member.shown.upper() for member in entity.members if member.shown))
         line = sim("show", section).splitlines()[0]
         assert [word for word in re.split("  +", line) if word in headings] == headings
+    nic = "NIC NUMA AFFINITY LINK CRC_PPM DROP_PPM FPO UPLINK"
+    assert sim("show", "nics").splitlines()[0].split() == nic.split()
 
 
 def test_show_takes_a_switch_by_alias_or_number(sim):

@@ -56,7 +56,7 @@ EVENT_ENTITY = Entity(
             "",
             _TARGET,
             REQUIRED,
-            "what it happens to: a NIC, a core's number, a switch's alias or number, a port's name or `SWITCH/PORT`",
+            "what it happens to: a NIC, a core's number, a switch's alias or number, a port's name or `SWITCH/NUMBER`",
         ),
         M("", "event.target", text(1, 127), REQUIRED),
         M(
