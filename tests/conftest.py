@@ -9,6 +9,7 @@ from pathlib import Path
 
 import harness
 import pytest
+from packages import Packages
 from watchdog import pytest_runtest_protocol, pytest_sessionstart  # noqa: F401 (hooks)
 
 pytest_plugins = ["ryn_sim.pytest_plugin"]
@@ -68,3 +69,9 @@ def plain_build(ryn) -> str:
 def double(request: pytest.FixtureRequest, _module) -> harness.Double:
     request.config.ryn_double.reset()
     return request.config.ryn_double
+
+
+@pytest.fixture(scope="session")
+def packages(request: pytest.FixtureRequest, tmp_path_factory: pytest.TempPathFactory) -> Packages:
+    """The source archive and the wheels, which are built when a test asks for them."""
+    return Packages(tmp_path_factory.mktemp("packages"), request.config.ryn_double)

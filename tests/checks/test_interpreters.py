@@ -1,5 +1,5 @@
-"""Every interpreter that is there: the module is built for it and goes through the checks of on_interpreter.py: all
-outcomes, every failing call, every failing allocation, arguments and hooks that mean harm. Half a minute for each.
+"""Every interpreter that is there: the module, installed from a wheel that is built for it, goes through the checks of
+on_interpreter.py: all outcomes, every failing call, every failing allocation, arguments and hooks that mean harm.
 """
 
 from __future__ import annotations
@@ -10,25 +10,25 @@ import interpreters
 import pytest
 from builds import DEBUG_INTERPRETER, build_helpers, build_module, run_checks
 from harness import UNDER_ASAN, Double
-
-
-def check_on(double: Double, interpreter: Path, folder: Path) -> None:
-    if UNDER_ASAN:
-        pytest.skip("built without the sanitizers")
-    build_module(interpreter, double.folder, folder, "-Doptimization=1", "-Ddebug=false")
-    build_helpers(interpreter, double.folder, folder)
-    done = run_checks(interpreter, folder)
-    print(done.stdout, done.stderr)
-    assert (done.returncode, done.stderr) == (0, "")
-    assert done.stdout.endswith("unharmed\n")
+from packages import Packages, skip_where_nothing_is_built
 
 
 @interpreters.each
-def test_module_on(double: Double, interpreter: Path, tmp_path: Path):
-    check_on(double, interpreter, tmp_path)
+def test_module_on(packages: Packages, interpreter: Path):
+    skip_where_nothing_is_built()
+    output = packages.run(interpreter, "import on_interpreter; on_interpreter.check()")
+    print(output)
+    assert output.endswith("unharmed\n")
 
 
 @pytest.mark.skipif(not DEBUG_INTERPRETER.exists(), reason=f"there is no {DEBUG_INTERPRETER}")
 def test_module_on_a_debug_build(double: Double, tmp_path: Path):
     """It ends where something is called or built while an error is pending, or where references are miscounted."""
-    check_on(double, DEBUG_INTERPRETER, tmp_path)
+    if UNDER_ASAN:
+        pytest.skip("built without the sanitizers")
+    build_module(DEBUG_INTERPRETER, double.folder, tmp_path, "-Doptimization=1", "-Ddebug=false")
+    build_helpers(DEBUG_INTERPRETER, double.folder, tmp_path)
+    done = run_checks(DEBUG_INTERPRETER, tmp_path)
+    print(done.stdout, done.stderr)
+    assert (done.returncode, done.stderr) == (0, "")
+    assert done.stdout.endswith("unharmed\n")

@@ -1,12 +1,15 @@
 """Where a build installs the module (libryn/interpreter.py), which every interpreter is asked itself."""
 
+import os
 import subprocess
 import sys
 from pathlib import Path
 
 import pytest
+from harness import TOOLS, Double
 
-SCRIPT = Path(__file__).parents[2] / "libryn/interpreter.py"
+ROOT = Path(__file__).parents[2]
+SCRIPT = ROOT / "libryn/interpreter.py"
 DEBIANS = "/usr/bin/python3"
 
 
@@ -49,3 +52,38 @@ def test_headers_and_suffix():
     assert (Path(said["include"]) / "Python.h").exists()
     assert said["suffix"].endswith("so") and not said["suffix"].startswith(".")
     assert said["version"] == "%d.%d" % sys.version_info[:2]
+
+
+# An installation, below a folder that stands for the root
+
+
+def test_all_that_is_installed_is_found_and_removed_again(double: Double, tmp_path: Path):
+    """By the two commands of the README."""
+    build = double.folder.parents[1]
+    assert "sudo meson install -C build" in (ROOT / "README.md").read_text()
+    assert "`sudo ninja -C build uninstall`" in (ROOT / "README.md").read_text()
+    subprocess.run(
+        ["/usr/bin/meson", "install", "-C", build, "--no-rebuild", "--quiet", "--destdir", tmp_path],
+        env=TOOLS,
+        check=True,
+    )
+    installed = {path.relative_to(tmp_path) for path in tmp_path.rglob("*") if path.is_file()}
+    (module,) = [path for path in installed if path.name.startswith("_libryn.") and path.suffix == ".so"]
+    assert f"/{module.parent}" in searched_by(DEBIANS)
+    assert {module.parent / "ryn/__init__.py", module.parent / "_libryn-stubs/__init__.pyi"} <= installed
+    assert {"rynctl", "libryn.h", "_libryn.3", "rynctl.8"} <= {path.name for path in installed}
+
+    code = "import _libryn, ryn; print(_libryn.__file__, ryn.__file__, ryn.raw.ListSwitches())"
+    environment = {**os.environ, "PYTHONPATH": str(tmp_path / module.parent), "PYTHONDONTWRITEBYTECODE": "1"}
+    said = subprocess.run([DEBIANS, "-c", code], env=environment, text=True, capture_output=True, cwd=tmp_path)
+    assert said.stdout == f"{tmp_path / module} {tmp_path / module.parent}/ryn/__init__.py []\n", said.stderr
+    done = subprocess.run(
+        [tmp_path / "usr/local/bin/rynctl", "--version"],
+        env={**environment, "PYTHONDONTWRITEBYTECODE": "1"},
+        text=True,
+        capture_output=True,
+    )
+    assert (done.returncode, done.stderr) == (0, "") and done.stdout.startswith("rynctl ")
+
+    subprocess.run(["/usr/bin/ninja", "-C", build, "--quiet", "uninstall"], env=TOOLS, check=True, capture_output=True)
+    assert [path for path in tmp_path.rglob("*") if path.is_file()] == []

@@ -1,4 +1,6 @@
-"""Every interpreter that is there, from 3.8 on: the package is built for it and goes through core_on_interpreter.py."""
+"""Every interpreter that is there, from 3.8 on: the package, installed from a wheel that is built for it, goes through
+core_on_interpreter.py; on a debug build it is compiled for that.
+"""
 
 from __future__ import annotations
 
@@ -12,12 +14,25 @@ import interpreters
 import pytest
 from builds import DEBUG_INTERPRETER
 from harness import UNDER_ASAN, Double
+from packages import Packages, skip_where_nothing_is_built
 
 ROOT = Path(__file__).parents[2]
 WITHOUT_PLATFORM = ["counters", "flow", "listed_port", "mac_address", "mac_table", "records", "records_module"]
 
 
-def check_on(double: Double, interpreter: Path, tmp_path: Path) -> None:
+RUN = "import core_on_interpreter; core_on_interpreter.check()"
+WENT_THROUGH = re.compile(r"[\d.]+: \d+ records, \d+ calls\n")
+
+
+@interpreters.each
+def test_package_on(packages: Packages, interpreter: Path):
+    skip_where_nothing_is_built()
+    assert WENT_THROUGH.fullmatch(packages.run(interpreter, RUN, "-W", "error"))
+
+
+@pytest.mark.skipif(not DEBUG_INTERPRETER.exists(), reason=f"there is no {DEBUG_INTERPRETER}")
+def test_package_on_a_debug_build(double: Double, tmp_path: Path):
+    """It ends where something is called or built while an error is pending, or where references are miscounted."""
     if UNDER_ASAN:
         pytest.skip("built without the sanitizers")
 
@@ -27,7 +42,7 @@ def check_on(double: Double, interpreter: Path, tmp_path: Path) -> None:
         return done.stdout
 
     include, suffix = tool(
-        interpreter,
+        DEBUG_INTERPRETER,
         "-c",
         "import sysconfig; print(sysconfig.get_path('include'), sysconfig.get_config_var('EXT_SUFFIX'))",
     ).split()
@@ -53,19 +68,8 @@ def check_on(double: Double, interpreter: Path, tmp_path: Path) -> None:
     environment["PYTHONDONTWRITEBYTECODE"] = "1"
     environment["PYTHONPATH"] = os.pathsep.join(map(str, (tmp_path, ROOT / "tests/support", Path(__file__).parent)))
     done = subprocess.run(
-        [interpreter, "-W", "error", "-c", "import core_on_interpreter; core_on_interpreter.check()"],
+        [DEBUG_INTERPRETER, "-W", "error", "-c", RUN],
         text=True, capture_output=True, timeout=600, env=environment, cwd=tmp_path,
     )  # fmt: skip
     assert (done.returncode, done.stderr) == (0, "")
-    assert re.fullmatch(r"[\d.]+: \d+ records, \d+ calls\n", done.stdout)
-
-
-@interpreters.each
-def test_package_on(double: Double, interpreter: Path, tmp_path: Path):
-    check_on(double, interpreter, tmp_path)
-
-
-@pytest.mark.skipif(not DEBUG_INTERPRETER.exists(), reason=f"there is no {DEBUG_INTERPRETER}")
-def test_package_on_a_debug_build(double: Double, tmp_path: Path):
-    """It ends where something is called or built while an error is pending, or where references are miscounted."""
-    check_on(double, DEBUG_INTERPRETER, tmp_path)
+    assert WENT_THROUGH.fullmatch(done.stdout)
