@@ -1,6 +1,6 @@
 """The methods of `_libryn`, one row each, in the order of the module's table (libryn/module.cc).
 
-The type stub, docs/methods.md and the manual page are made from these rows by write.py, and the tests take from them
+The type stub, docs/methods.md and the manual page are made from these rows by ./dev docs, and the tests take from them
 what every method has in common: arguments and their ranges, failures and their texts, operations, handlers.
 """
 
@@ -12,7 +12,7 @@ from reference.model import Argument, Failure, Idiom, Method, OutOfMemory
 from reference.records import METRICS, literal
 
 NONE, SAME, FALSE, TRUE = Idiom.NONE, Idiom.SAME, Idiom.FALSE, Idiom.TRUE
-SILENT, PARTIAL, NULL = Idiom.SILENT, Idiom.PARTIAL, Idiom.NULL
+SILENT, PARTIAL, NULL, CAUSE = Idiom.SILENT, Idiom.PARTIAL, Idiom.NULL, Idiom.CAUSE
 
 INVALID = "TypeError: Invalid parameter passed.\n"
 INVALID_TWICE = "TypeError: Invalid parameter passed.\n\n"
@@ -48,11 +48,20 @@ FPO = "com.talvor.kiv.ryn.fpo"
 NARROWED = "The 64-bit counters are reported modulo 2**32."
 SIGNED = "Counters of 2**63 and more come out negative."
 KEEPS = "-1 (4294967295) keeps a value as it is, so that number cannot be set."
-STORED = "Only the property is stored; when the datapath takes it over is its own affair."
+NO_COUNTER = (
+    "When a counter cannot be built, `Failed to allocate uplink stats counter.` or `Failed to set uplink stats"
+    " counter.` is printed, and the list is `None`."
+)
+STORED = "Only the property is stored; the datapath applies it in its own time."
 
 
 def fails(operation: str, prints: str, sees: Idiom = NONE) -> Failure:
     return Failure(f"`{operation}` fails", prints, sees)
+
+
+# The parser takes any object, so the interpreter has set no error.
+NO_CORES = Failure("`lcores` is no tuple, or has more than 64 items", INVALID_TWICE, NONE)
+NAME_NOT_UTF8 = Failure("a name is not UTF-8: `SystemError`, `Failed to allocate buffer.`", "", CAUSE)
 
 
 def unknown_alias(sees: Idiom) -> Failure:
@@ -87,7 +96,7 @@ METHODS = (
         "Lists the switches, in the datapath's order.",
         returns="list[_Switch]",
         result="a list with a dict for each switch; empty when there is none",
-        failures=(fails("Ryn_Get_Switch_List", "Failed to retrieve list of switches.\n"),),
+        failures=(fails("Ryn_Get_Switch_List", "Failed to retrieve list of switches.\n"), NAME_NOT_UTF8),
         operations=("Ryn_Get_Switch_List",),
         memory=OutOfMemory("keys", "Failed to allocate buffer.\n"),
         open=("how `lcores` stands for cores",),
@@ -254,7 +263,7 @@ METHODS = (
         "list[_FlowStats]",
         "a list with a dict for each core that the datapath reports, at most 32",
         INVALID_TWICE,
-        failures=(fails("Ryn_Get_Flow_Stats", "Failed to retrieve flow stats.\n"),),
+        failures=(fails("Ryn_Get_Flow_Stats", "Failed to retrieve flow stats.\n"), NO_CORES),
         operations=("Ryn_Get_Flow_Stats",),
         memory=OutOfMemory("items", "Failed to allocate memory.\n"),
         open=("`option`", "what an empty tuple of cores asks for", "`localHits`"),
@@ -271,11 +280,11 @@ METHODS = (
         (
             ANY_SWITCH,
             Argument("lcore", "I", "the core's number", 31),
-            Argument("startIndex", "I", "0, then what the page before said", 4294967294),
+            Argument("startIndex", "I", "0, then the `startIndex` of the previous page", 4294967294),
             Argument("flag", "I", "passed on to the datapath as 0 or 1"),
         ),
         "_FlowPage",
-        "a dict with the index to go on from and at most 33 flows",
+        "a dict with the datapath's index and at most 156 flows",
         INVALID,
         failures=(
             fails("Ryn_Dump_Flow_Table", "Failed to retrieve flow table.\n\n"),
@@ -332,7 +341,7 @@ METHODS = (
         "PyRYN_Unpin_Port",
         "Unpin port from Lcore",
         PLACE,
-        "Leaves a pinned port to the load balancer again.",
+        "Hands a pinned port back to the load balancer.",
         (SWITCH, PORT, Argument("option", "I", "passed on to the datapath")),
         refuses=INVALID,
         failures=(fails("Ryn_Unpin_Port", "Failed to unpin port.\n", SAME),),
@@ -362,7 +371,7 @@ METHODS = (
         "PyRYN_Get_Port_Tx_Uplink",
         "Get the TX uplink of a given port",
         UPLINKS,
-        "Reads by which uplinks a port transmits.",
+        "Reads which uplinks a port transmits through.",
         (SWITCH, PORT),
         "_TxUplink",
         "a dict with the teaming type and the uplinks",
@@ -370,7 +379,10 @@ METHODS = (
         failures=(fails("Ryn_Get_Port_Tx_Uplink", "Failed to get port TX uplink.\n"),),
         operations=("Ryn_Get_Port_Tx_Uplink",),
         memory=OutOfMemory("own"),
-        oddities=("Leaks the list of uplinks.",),
+        oddities=(
+            "Leaks the list of uplinks.",
+            "A count above 8 gives a list of that length, in which the ninth and all that follow are 0.",
+        ),
         leaks=100,
         ryn="port.teaming",
         example=("GetPortTxUplink(0, 2)",),
@@ -380,20 +392,22 @@ METHODS = (
         "PyRYN_Set_Port_Tx_Uplink",
         "Set the TX uplink of a given port",
         UPLINKS,
-        "Sets by which uplinks a port transmits.",
+        "Sets which uplinks a port transmits through.",
         (SWITCH, PORT, Argument("policy", "O", "a dict with `txType` and `txUplinks`", type="_TxPolicy")),
         refuses=INVALID,
         failures=(
-            Failure("`policy` has no text `txType`", "Missing txType.\n", SAME),
+            Failure("`policy` is no dict, or has no `txType`", "Missing txType.\n", SAME),
+            Failure("`txType` is no text", "Missing txType.\n", CAUSE),
             Failure("`txType` is none of the six", "Invalid txType {}.\n", SAME),
             Failure("`policy` has no `txUplinks`", "Missing txUplinks.\n", SAME),
-            Failure("`txUplinks` is no list, or has more than 8 items", "Too many uplinks.\n", SAME),
+            Failure("`txUplinks` has more than 8 items", "Too many uplinks.\n", SAME),
+            Failure("`txUplinks` is no list", "Too many uplinks.\n", CAUSE),
             fails("Ryn_Set_Port_Tx_Uplink", "Failed to set port TX uplink.\n", SAME),
         ),
         operations=("Ryn_Set_Port_Tx_Uplink",),
         memory=OutOfMemory("own"),
         getter="GetPortTxUplink",
-        open=("what an uplink that the switch does not have comes to",),
+        open=("what happens to an uplink that the switch does not have",),
         oddities=("An uplink that is not an int is passed on as 4294967295, and its error stays set: `SystemError`.",),
         ryn='port.teaming = ("LAG", [0, 1])',
         example=(
@@ -411,7 +425,10 @@ METHODS = (
         "list[Optional[_MirrorSession]]",
         "a list with a dict for each session, at most 28",
         INVALID_SWITCH,
-        failures=(fails("Ryn_Get_Mirror_Conf", "Failed to Get port mirror conf.\n"),),
+        failures=(
+            fails("Ryn_Get_Mirror_Conf", "Failed to Get port mirror conf.\n"),
+            Failure("a session reaches past the answer's 2,048 bytes", "Invalid response returned.\n", NONE),
+        ),
         operations=("Ryn_Get_Mirror_Conf",),
         memory=OutOfMemory("own", "Failed to allocate memory.\n"),
         open=("whether 2,048 bytes always hold all sessions",),
@@ -436,10 +453,16 @@ METHODS = (
             fails("Ryn_Get_Uplink_Priv_Stats_Len", "", PARTIAL),
             fails("Ryn_Get_Uplink_Priv_Stats", "Failed to get private stats.\n", NULL),
             fails("Ryn_Get_Uplink_Stats", "Failed to get uplink stats.\n", NULL),
+            Failure("the driver's text is not UTF-8: `UnicodeDecodeError`", "", CAUSE),
         ),
         operations=("Ryn_Get_Uplink_Priv_Stats_Len", "Ryn_Get_Uplink_Priv_Stats", "Ryn_Get_Uplink_Stats"),
         memory=OutOfMemory("own"),
-        oddities=(SIGNED, "Leaks the list of counters.", "`privStats` is empty when its length cannot be read."),
+        oddities=(
+            SIGNED,
+            "Leaks the list of counters.",
+            "`privStats` is empty when its length cannot be read.",
+            NO_COUNTER,
+        ),
         leaks=2000,
         ryn="uplink.counters(), uplink.driver_text",
         example=("GetUplinkStats(0, 0)",),
@@ -463,7 +486,7 @@ METHODS = (
         operations=("Ryn_Get_Uplink_Queue_Stats",),
         memory=OutOfMemory("own", "Failed to allocate uplink stats.\n"),
         open=("which queues a kind stands for; on the simulated host 0 is receive and 1 transmit",),
-        oddities=(SIGNED,),
+        oddities=(SIGNED, NO_COUNTER),
         ryn="uplink.queues(0)",
         example=("GetUplinkQueueStats(0, 0, 1, 0)",),
     ),
@@ -472,7 +495,7 @@ METHODS = (
         "PyRYN_Set_Uplink_MAC_Learn",
         "Set uplink MAC Learn policy",
         UPLINKS,
-        "Says whether a switch learns MAC addresses on its uplinks.",
+        "Sets whether a switch learns MAC addresses on its uplinks.",
         (SWITCH, Argument("enable", "I", "0: no; another number: yes")),
         refuses=INVALID,
         failures=(fails("Ryn_Set_Uplink_MAC_Learn", "Failed to set uplink mac learn policy.\n", SAME),),
@@ -533,7 +556,7 @@ METHODS = (
         "PyRYN_Set_Panic_On_Tx_Hang",
         "Set if panic when uplink Tx hang detected on a switch",
         UPLINKS,
-        "Says whether the host panics when an uplink of a switch stops transmitting.",
+        "Sets whether the host panics when an uplink of a switch stops transmitting.",
         (SWITCH, Argument("setting", "I", "0: no; 1: yes", 1)),
         refuses=INVALID,
         failures=(
@@ -555,7 +578,10 @@ METHODS = (
         "_PortNetQInfo",
         "a dict with a list of filters",
         INVALID,
-        failures=(fails("Ryn_Get_Port_NetQ_Info", "Failed to get uplink stats.\n"),),
+        failures=(
+            fails("Ryn_Get_Port_NetQ_Info", "Failed to get uplink stats.\n"),
+            Failure("a filter reaches past the answer's 524,288 bytes", "Invalid response returned.\n", NONE),
+        ),
         operations=("Ryn_Get_Port_NetQ_Info",),
         memory=OutOfMemory("keys", "Failed to allocate NetQ Info resp.\n"),
         oddities=(
@@ -607,7 +633,7 @@ METHODS = (
         ),
         operations=("DVSQOB_PortDataSet",),
         getter="GetUplinkRingSize",
-        open=("which sizes the NIC can do",),
+        open=("which sizes the NIC supports",),
         oddities=("Sizes have no other limit: 0 and 4294967264 are stored.",),
         ryn="uplink.ring_size = (2048, 1024)",
         example=(
@@ -623,7 +649,7 @@ METHODS = (
         "Lists the host's NICs with their affinity.",
         returns="list[_DeviceAffinity]",
         result="a list with a dict for each NIC, at most 32",
-        failures=(fails("Ryn_List_Dev_Affinity", "ValueError: Failed to list device affinity.\n"),),
+        failures=(fails("Ryn_List_Dev_Affinity", "ValueError: Failed to list device affinity.\n"), NAME_NOT_UTF8),
         operations=("Ryn_List_Dev_Affinity",),
         memory=OutOfMemory("keys", "Failed to allocate port list.\n"),
         open=("what an affinity stands for; on the simulated host a NUMA node",),
@@ -650,7 +676,7 @@ METHODS = (
         "PyRYN_GetLBWeights",
         "Get current load balancer weight parameters",
         BALANCE,
-        "Reads the host's eight weights of the load balancer.",
+        "Reads the host's eight load balancer weights.",
         returns="list[_LBWeight]",
         result="a list of eight dicts",
         failures=(fails("Ryn_GetLBWeights", "ValueError: Failed to get LB weight parameters.\n"),),
@@ -665,7 +691,7 @@ METHODS = (
         "PyRYN_SetLBWeights",
         "Set load balancer weight parameters",
         BALANCE,
-        "Sets the host's weights of the load balancer.",
+        "Sets the host's load balancer weights.",
         tuple(
             Argument(name, "I", "its value; -1 keeps it")
             for name in (
@@ -696,7 +722,7 @@ METHODS = (
         "PyRYN_ResetLBWeights",
         "Reset load balancer weight parameters to the default values",
         BALANCE,
-        "Sets the host's weights of the load balancer back to their defaults.",
+        "Resets the host's load balancer weights to their defaults.",
         failures=(fails("Ryn_ResetLBWeights", "ValueError: Failed to reset load balancer weights.\n", SAME),),
         operations=("Ryn_ResetLBWeights",),
         getter="GetLBWeights",
@@ -708,7 +734,7 @@ METHODS = (
         "PyRYN_GetLBParams",
         "Get current load balancer per switch options",
         BALANCE,
-        "Reads the options that a switch has for the load balancer.",
+        "Reads a switch's load balancer options.",
         (ALIAS,),
         "_LBParams",
         "a tuple of four pairs",
@@ -727,7 +753,7 @@ METHODS = (
         "PyRYN_SetLBParams",
         "Set load balancer per switch options",
         BALANCE,
-        "Stores the options that a switch has for the load balancer.",
+        "Stores a switch's load balancer options.",
         (
             ALIAS,
             Argument("high", "I", "upper usage threshold; -1 keeps it, as the next three"),
@@ -775,7 +801,7 @@ METHODS = (
         "PyRYN_GetLBAlgorithm",
         "Get load balancing algorithm used",
         BALANCE,
-        "Reads by what a switch's load is balanced.",
+        "Reads the metric by which a switch's load is balanced.",
         (ALIAS,),
         literal((*METRICS, "invalid")),
         "`none`, `cpu` (usage of cores), `count` (number of ports); `invalid` for any other stored number",
@@ -792,7 +818,7 @@ METHODS = (
         "PyRYN_SetLBAlgorithm",
         "Set load balancing algorithm to be used",
         BALANCE,
-        "Stores by what a switch's load is balanced.",
+        "Stores the metric by which a switch's load is balanced.",
         (ALIAS, Argument("metric", "s", "`none`, `cpu` or `count`, exactly as written here", type=literal(METRICS))),
         "bool",
         "`True` when it is stored",
@@ -815,7 +841,7 @@ METHODS = (
         "PyRYN_GetSwitchNUMATeam",
         "Get the current status NUMA awareness of teaming",
         SWITCHES,
-        "Reads whether a switch's teaming minds NUMA nodes.",
+        "Reads whether a switch's teaming takes NUMA nodes into account.",
         (ALIAS,),
         "bool",
         "`True` or `False`; `None` is a failure",
@@ -831,7 +857,7 @@ METHODS = (
         "PyRYN_SetSwitchNUMATeam",
         "Set NUMA awareness of teaming to enabled or disabled",
         SWITCHES,
-        "Stores whether a switch's teaming minds NUMA nodes.",
+        "Stores whether a switch's teaming takes NUMA nodes into account.",
         (ALIAS, Argument("setting", "I", "0: no; another number: yes")),
         refuses=INVALID,
         failures=(unknown_alias(SAME), not_stored(TEAMING, SAME)),
@@ -869,7 +895,7 @@ METHODS = (
         failures=(unknown_alias(SAME), not_stored(BURSTSIZE, SAME)),
         operations=("DVSQOB_HostPropSet",),
         getter="GetSwitchBurstSize",
-        open=("which sizes the datapath can do; all are stored",),
+        open=("which sizes the datapath supports; any is stored",),
         oddities=(STORED,),
         ryn="switch.burst_size = 64",
         example=('SetSwitchBurstSize("dvs-1", 64)', 'GetSwitchBurstSize("dvs-1")'),
@@ -989,7 +1015,7 @@ METHODS = (
         failures=(unknown_alias(FALSE), not_stored(FPO, TRUE)),
         operations=("DVSQOB_HostPropSet",),
         getter="GetFPOEnabled",
-        oddities=("`True` also when nothing could be stored: only the line tells.", STORED),
+        oddities=("`True` even when nothing could be stored: only the line tells.", STORED),
         ryn="switch.fpo = True",
         example=('EnableFPO("dvs-1", 0)', 'GetFPOEnabled("dvs-1")'),
     ),
@@ -1003,7 +1029,7 @@ METHODS = (
         "list[_FPOStats]",
         "a list with a dict for each core that the datapath reports, at most 32",
         INVALID_TWICE,
-        failures=(fails("Ryn_Get_FPO_Stats", "Failed to retrieve flow stats.\n"),),
+        failures=(fails("Ryn_Get_FPO_Stats", "Failed to retrieve flow stats.\n"), NO_CORES),
         operations=("Ryn_Get_FPO_Stats",),
         memory=OutOfMemory("items", "Failed to allocate memory.\n"),
         open=("what an empty tuple of cores asks for",),
@@ -1034,7 +1060,7 @@ METHODS = (
         "PyRYN_GetFlowTimeout",
         "Get flow timeout in seconds",
         FLOWS,
-        "Reads how long a flow stays in the host's flow caches unused.",
+        "Reads how long an unused flow stays in the host's flow caches.",
         returns="int",
         result="seconds (u32)",
         failures=(fails("Ryn_Get_Flow_Timeout", "ValueError: Failed to get flow timeout.\n\n"),),
@@ -1048,7 +1074,7 @@ METHODS = (
         "PyRYN_SetFlowTimeout",
         "Set flow timeout in seconds",
         FLOWS,
-        "Sets how long a flow stays in the host's flow caches unused.",
+        "Sets how long an unused flow stays in the host's flow caches.",
         (Argument("seconds", "I", "seconds"),),
         refuses=INVALID_TWICE,
         failures=(fails("Ryn_Set_Flow_Timeout", "ValueError: Failed to set flow timeout.\n\n", SAME),),
@@ -1071,7 +1097,7 @@ METHODS = (
         operations=("Ryn_Get_LCore_ID_Bitmap",),
         memory=OutOfMemory("own"),
         oddities=(
-            "A failure prints its line and returns the cores that were reported all the same, usually none.",
+            "After a failure its line is printed, and the cores reported all the same are returned, usually none.",
             "A number that cannot be built is `None` in its place.",
         ),
         ryn="host.cores",

@@ -17,7 +17,7 @@ class Idiom(enum.Enum):
     SILENT = "prints nothing, returns `None` or `False`"
     PARTIAL = "returns a result with a default, or nothing, in place of what failed"
     NULL = "prints the line, raises a `SystemError` that has no cause"
-    CAUSE = "prints a line or nothing, raises a `SystemError` whose `__cause__` says why"
+    CAUSE = "prints a line or nothing, raises a `SystemError` whose `__cause__` says why, or that cause itself"
 
 
 @dataclass(frozen=True)

@@ -73,7 +73,7 @@ def _counters(prefix: str, path: str) -> Tuple[Field, ...]:
 
 PORT_STATS = Record(
     "PortStats",
-    "a port's counters since the datapath knows it",
+    "a port's counters",
     (*_counters("", "fast path"), *_counters("sp", "slow path")),
 )
 PORT_CONF = Record(
@@ -152,8 +152,8 @@ FLOW_PAGE = Record(
     "FlowPage",
     "a page of a core's flow table",
     (
-        Field("startIndex", "u32", "where the datapath says to go on; pass it to the next call"),
-        Field("list", "list of dict", "the flows, at most 33", "list[_Flow]"),
+        Field("startIndex", "u32", "the datapath's index; on the simulated host where the next page begins"),
+        Field("list", "list of dict", "the flows", "list[_Flow]"),
     ),
 )
 FPO_STATS = Record(
@@ -189,7 +189,7 @@ TX_UPLINK = Record(
     "how a port chooses the uplink that it transmits by",
     (
         Field("txType", "text", "teaming type", literal((*TX_TYPES, "Unknown"))),
-        Field("txUplinks", "list of u16", "port numbers of the uplinks, at most 8", "list[int]"),
+        Field("txUplinks", "list of u16", "port numbers of the uplinks", "list[int]"),
     ),
 )
 # What SetPortTxUplink takes: not every type that is read back may be set.

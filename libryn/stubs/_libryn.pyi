@@ -109,8 +109,8 @@ class _Flow(TypedDict):
     stats: str  # packets and bytes, or `Not Applicable`
 
 class _FlowPage(TypedDict):
-    startIndex: int  # where the datapath says to go on; pass it to the next call
-    list: list[_Flow]  # the flows, at most 33
+    startIndex: int  # the datapath's index; on the simulated host where the next page begins
+    list: list[_Flow]  # the flows
 
 class _FPOStats(TypedDict):
     lcoreID: int  # the core's number
@@ -134,7 +134,7 @@ class _FPOUplinkStatus(TypedDict):
 
 class _TxUplink(TypedDict):
     txType: Literal["None", "Single", "LAG", "SrcMAC", "All", "NoTeaming", "Unknown"]  # teaming type
-    txUplinks: list[int]  # port numbers of the uplinks, at most 8
+    txUplinks: list[int]  # port numbers of the uplinks
 
 class _TxPolicy(TypedDict):
     txType: Literal["None", "Single", "LAG", "SrcMAC", "All", "NoTeaming"]  # teaming type, exactly as written here

@@ -10,12 +10,12 @@ import subprocess
 import sys
 import typing
 from pathlib import Path
-from typing import Any
+from typing import Any, Callable
 
 import pytest
 import write_reference
 from description import DESCRIPTIONS, RECORDS, Description, Field, Idiom
-from harness import MISSING, NULL, TOOLS, Double, Outcome, run
+from harness import MISSING, NULL, TOOLS, Bytes, Double, Outcome, run
 from hostile_answers import RESPONSES
 from method_table import METHODS, Failure, Method
 
@@ -171,6 +171,34 @@ RANGES = {
 def test_result_is_as_described(ryn, double: Double, method: Method):
     method.script(double)
     check_type(method.row.returns, run(getattr(ryn, method.name), *method.args).value, method.name)
+
+
+# What an answer looks like that holds a number of items and is zero otherwise
+LONG_ANSWERS: dict[str, tuple[str, Callable[[int], Bytes]]] = {
+    "ListPortMACTable": ("Ryn_Dump_Port_MAC_Table", lambda count: Bytes(327696).u32(0, count)),
+    "ListSwitchMACTable": ("Ryn_Dump_Switch_MAC_Table", lambda count: Bytes(1310736).u32(0, count)),
+    "GetFlowStats": ("Ryn_Get_Flow_Stats", lambda count: Bytes(1544).u32(0, count)),
+    "DumpFlowTable": ("Ryn_Dump_Flow_Table", lambda count: Bytes(10260).u32(8, 0, count, 10260)),
+    "GetMirrorConf": ("Ryn_Get_Mirror_Conf", lambda count: Bytes(2048).u16(4, count)),
+    "ListDevAffinity": ("Ryn_List_Dev_Affinity", lambda count: Bytes(1156).u32(0, count)),
+    "GetFPOStats": ("Ryn_Get_FPO_Stats", lambda count: Bytes(1800).u32(0, count)),
+}
+
+
+@every_method
+def test_lists_are_as_long_as_described(ryn, double: Double, method: Method):
+    """As many items as the description promises at most are all there, and one more is not."""
+    described = re.search(r"list.* at most ([\d,]+)|at most ([\d,]+) (entries|flows)", method.row.result)
+    assert bool(described) == (method.name in LONG_ANSWERS), "add an answer to LONG_ANSWERS"
+    if not described:
+        return
+    limit = int((described[1] or described[2]).replace(",", ""))
+    operation, answer = LONG_ANSWERS[method.name]
+    for count in (limit, limit + 1):
+        double.answer(operation, area=answer(count))
+        value = run(getattr(ryn, method.name), *method.args).value
+        items = list(value.values())[-1] if isinstance(value, dict) else value
+        assert (items is None and count > limit) or len(items) == limit
 
 
 def all_ones(double: Double, method: Method) -> bool:

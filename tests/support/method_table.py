@@ -2,7 +2,7 @@
 
 The description (libryn/reference/methods.py) says what a method takes, returns and prints. Each row here adds a good
 call with the platform's answers, its result and the library calls that it makes, answers that make it fail in each of
-the described ways, and what a failing allocation may come to. test_every_method.py walks the rows; what a single method
+the described ways, and what a failing allocation may lead to. test_every_method.py walks the rows; what a single method
 alone does is tested in the file of its topic.
 """
 
@@ -49,7 +49,7 @@ class Failure:
     script: Callable[[Double], None]
     outcome: Outcome | None  # None: as described
     args: tuple | None = None  # other than the good call's
-    leaks: int = 0  # blocks of the interpreter that each such call loses on purpose
+    leaks: int = 0  # blocks of the interpreter that each such call leaks deliberately
 
 
 def failing(op: str, text: str | None = None, value: Any = None, leaks: int = 0) -> Failure:
@@ -67,10 +67,10 @@ class Method:
     script: Callable[[Double], None]
     value: Any  # result of the good call
     calls: list[Call]  # the library's operations that it reaches
-    refused: tuple[tuple, ...] = ()  # arguments that are refused beside those above the described maxima
+    refused: tuple[tuple, ...] = ()  # refused arguments other than those above the described maxima
     failures: tuple[Failure, ...] = ()
-    no_memory: tuple[Outcome, ...] | list[Outcome] = ()  # what a failing allocation of the interpreter may come to
-    leaks: int = 0  # blocks of the interpreter that each good call loses on purpose
+    no_memory: tuple[Outcome, ...] | list[Outcome] = ()  # what a failing allocation of the interpreter may lead to
+    leaks: int = 0  # blocks of the interpreter that each good call leaks deliberately
 
     def __post_init__(self) -> None:
         if self.name not in DESCRIBED:
@@ -479,7 +479,14 @@ METHODS = [
         list_switches,
         SWITCHES,
         [Call("Ryn_Get_Switch_List", length=2568, zeroed=True)],
-        failures=(failing("Ryn_Get_Switch_List"),),
+        failures=(
+            failing("Ryn_Get_Switch_List"),
+            Failure(
+                "not UTF-8",
+                lambda double: double.answer("Ryn_Get_Switch_List", area=Bytes(2568).u32(0, 1).u8(8, 0xFF)),
+                Outcome(None, error=BUFFER),
+            ),
+        ),
         no_memory=[reports("Failed to allocate buffer.\n"), *BUILDS_KEYS],
     ),
     Method(
@@ -567,7 +574,10 @@ METHODS = [
         FLOW_STATS,
         [Call("Ryn_Get_Flow_Stats", swID=99, lcores=[1, 300], lcoreCount=2, option=7, length=1544, zeroed=True)],
         refused=((0, [1], 0), (0, None, 0), (0, 65 * (1,), 0)),
-        failures=(failing("Ryn_Get_Flow_Stats"),),
+        failures=(
+            failing("Ryn_Get_Flow_Stats"),
+            Failure("no tuple", nothing, Outcome(None, "TypeError: Invalid parameter passed.\n\n"), (99, [3], 0)),
+        ),
         no_memory=[reports("Failed to allocate memory.\n"), *BUILDS_ITEMS],
     ),
     Method(
@@ -656,6 +666,12 @@ METHODS = [
             failing("Ryn_Set_Port_Tx_Uplink"),
             Failure("no dict", nothing, Outcome(None, "Missing txType.\n"), (3, 5, [])),
             Failure("no type", nothing, Outcome(None, "Missing txType.\n"), (3, 5, {})),
+            Failure(
+                "a type that is no text",
+                nothing,
+                Outcome(None, "Missing txType.\n", (TypeError, ANY)),
+                (3, 5, {"txType": 1}),
+            ),
             Failure("unknown type", nothing, Outcome(None, "Invalid txType none.\n"), (3, 5, {"txType": "none"})),
             Failure("no uplinks", nothing, Outcome(None, "Missing txUplinks.\n"), (3, 5, {"txType": "None"})),
             Failure(
@@ -663,6 +679,12 @@ METHODS = [
                 nothing,
                 Outcome(None, "Too many uplinks.\n"),
                 (3, 5, {"txType": "None", "txUplinks": 9 * [0]}),
+            ),
+            Failure(
+                "uplinks that are no list",
+                nothing,
+                Outcome(None, "Too many uplinks.\n", (SystemError, ANY)),
+                (3, 5, {"txType": "None", "txUplinks": (0,)}),
             ),
         ),
     ),
@@ -672,7 +694,14 @@ METHODS = [
         mirror_conf,
         MIRROR_CONF,
         [Call("Ryn_Get_Mirror_Conf", swID=3, length=2048, zeroed=True)],
-        failures=(failing("Ryn_Get_Mirror_Conf"),),
+        failures=(
+            failing("Ryn_Get_Mirror_Conf"),
+            Failure(
+                "65,535 VLANs of a session",
+                lambda double: double.answer("Ryn_Get_Mirror_Conf", area=Bytes(2048).u16(4, 1).u16(8 + 20, 65535)),
+                Outcome(None, "Invalid response returned.\n"),
+            ),
+        ),
         # A session, or one of its lists, that cannot be built is None in its place.
         no_memory=[
             Outcome(None, "Failed to allocate memory.\n", NO_MEMORY),
@@ -702,6 +731,12 @@ METHODS = [
             failing("Ryn_Get_Uplink_Priv_Stats_Len", "", {"uplinkStats": UPLINK_LIST, "privStats": ""}, leaks=50),
             failing("Ryn_Get_Uplink_Priv_Stats"),
             failing("Ryn_Get_Uplink_Stats"),
+            Failure(
+                "not UTF-8",
+                lambda double: double.answer("Ryn_Get_Uplink_Priv_Stats", area=b"\xff"),
+                Outcome(NULL, error=(UnicodeDecodeError, ANY)),
+                leaks=50,  # as many as a good call
+            ),
         ),
         no_memory=[
             *[Outcome({"uplinkStats": None, "privStats": "text"}, text, NO_MEMORY) for text in NO_UPLINK_LIST],
@@ -781,7 +816,14 @@ METHODS = [
         netq_info,
         NETQ_INFO,
         [Call("Ryn_Get_Port_NetQ_Info", swID=3, rynPortID=5, length=524288, zeroed=True)],
-        failures=(failing("Ryn_Get_Port_NetQ_Info"),),
+        failures=(
+            failing("Ryn_Get_Port_NetQ_Info"),
+            Failure(
+                "65,535 queues of a filter",
+                lambda double: double.answer("Ryn_Get_Port_NetQ_Info", area=Bytes(24).u16(14, 1).u16(22, 65535)),
+                Outcome(None, "Invalid response returned.\n"),
+            ),
+        ),
         no_memory=[reports("Failed to allocate NetQ Info resp.\n"), *BUILDS_KEYS],
     ),
     Method(
@@ -838,7 +880,14 @@ METHODS = [
         dev_affinity,
         [{"devname": "lunic0", "affinity": 1000}],
         [Call("Ryn_List_Dev_Affinity", length=1156, zeroed=True)],
-        failures=(failing("Ryn_List_Dev_Affinity"),),
+        failures=(
+            failing("Ryn_List_Dev_Affinity"),
+            Failure(
+                "not UTF-8",
+                lambda double: double.answer("Ryn_List_Dev_Affinity", area=Bytes(1156).u32(0, 1).u8(4, 0xFF)),
+                Outcome(None, error=BUFFER),
+            ),
+        ),
         no_memory=[reports("Failed to allocate port list.\n"), *BUILDS_KEYS],
     ),
     Method(
@@ -1050,7 +1099,10 @@ METHODS = [
         FPO_STATS,
         [Call("Ryn_Get_FPO_Stats", swID=99, lcores=[1, 300], lcoreCount=2, length=1800, zeroed=True)],
         refused=((0, [1]), (0, None), (0, 65 * (1,))),
-        failures=(failing("Ryn_Get_FPO_Stats"),),
+        failures=(
+            failing("Ryn_Get_FPO_Stats"),
+            Failure("65 cores", nothing, Outcome(None, "TypeError: Invalid parameter passed.\n\n"), (99, 65 * (0,))),
+        ),
         no_memory=[reports("Failed to allocate memory.\n"), *BUILDS_ITEMS],
     ),
     Method(

@@ -251,10 +251,11 @@ Of every method:
   interpreter's `TypeError` (`OverflowError`, `ValueError`) is the cause of the `SystemError`.
 - An argument out of its range: the same line, and the result `None`, or `False` where the method returns a `bool` and
   takes an alias.
-- Memory of the method's own cannot be had: `Failed to allocate memory.` and `None`.
-- The interpreter has no memory for the result: *cause*. The cause is a `SystemError` with `Failed to allocate buffer.`,
-  `Failed to set list item.` or `Failed to set dict item.` where the result is built piece by piece, otherwise a
-  `MemoryError`. Where the outermost container cannot be made, the line named under "Out of memory" is printed first.
+- The method has no memory for the platform's answer: `Failed to allocate memory.` and `None`.
+- The interpreter has no memory for the result: *cause*. Where the result is built piece by piece, the cause is a
+  `SystemError` with `Failed to allocate buffer.`, `Failed to set list item.` or `Failed to set dict item.`; where its
+  outermost container cannot be made, a `MemoryError`, after the line named under "out of memory". A result that is a
+  single value raises the `MemoryError` itself.
 - `Failed to find dvs ID ...`, `Format of property ...` and the like name the alias or the property in place of `...`.
 
 """
