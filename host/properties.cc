@@ -1,3 +1,5 @@
+// Properties of the switch state. Values are in the byte order of the host, and as long as whoever stored them liked.
+
 #include "host/properties.h"
 
 #include <cstring>
@@ -22,17 +24,20 @@ Status PropertyValue::ReadPort(const char* switchId, const char* portId, const c
   return StatusOf(operations::kPortDataGet, code);
 }
 
+// Called only after success: after a failure the block is not ours to free.
 void PropertyValue::Own(void* block, std::uint32_t length) {
   block_.reset(block);
   length_ = block ? length : 0;
 }
 
+// The version is examined first: a record of a later version may well have another length.
 RecordFormat FormatOf(const PropertyValue& value, std::size_t length) {
   if (value.FirstWord() != 0)
     return RecordFormat::kUnknownVersion;
   return value.Length() == length ? RecordFormat::kValid : RecordFormat::kWrongLength;
 }
 
+// *record changes on success only, so a caller may keep its default there.
 Status GetPropertyRecord(const char* switchId, const char* property, void* record, std::size_t length) {
   PropertyValue value;
   if (const Status status = value.ReadHost(switchId, property); !status.Ok())
@@ -43,6 +48,7 @@ Status GetPropertyRecord(const char* switchId, const char* property, void* recor
   return {};
 }
 
+// Without a version word, unlike the records: the length alone tells a value of another kind.
 Status GetStoredFPO(const char* switchId, std::uint32_t* setting) {
   PropertyValue value;
   if (const Status status = value.ReadHost(switchId, kFPOProperty); !status.Ok())

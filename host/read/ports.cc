@@ -1,3 +1,7 @@
+// Listings, counters and tables of switches and ports. A record is zeroed before the call, so after a failure its
+// counts are 0 or what the platform left there; they are cut either way, and the caller need not look at the status
+// first.
+
 #include "host/read/ports.h"
 
 #include "host/call.h"
@@ -36,6 +40,7 @@ Status GetPortConf(std::uint32_t swID, std::uint32_t rynPortID, PortConf* conf) 
   return status;
 }
 
+// One operation serves both scopes; for a switch the port is 0.
 Status GetPortLRO(std::uint32_t swID, std::uint32_t rynPortID, std::uint32_t* state) {
   *state = 0;
   return StatusOf(operations::kGetLRO, Ryn_GetLRO(kPortScope, swID, rynPortID, state));
@@ -46,6 +51,7 @@ Status GetSwitchLRO(std::uint32_t swID, std::uint32_t* state) {
   return StatusOf(operations::kGetLRO, Ryn_GetLRO(kSwitchScope, swID, kNoPort, state));
 }
 
+// Tables of 0.3 and 1.3 MB, allocated anew: pages that the platform does not fill are never touched.
 Status DumpPortMACTable(std::uint32_t swID, std::uint32_t rynPortID, HeapArea<PortMacTable>* table) {
   const Status status = AllocateAndFill(operations::kDumpPortMACTable, table, Ryn_Dump_Port_MAC_Table, swID, rynPortID);
   if (status.Ok())

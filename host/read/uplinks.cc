@@ -1,3 +1,6 @@
+// Uplinks, devices, mirror sessions and network queues. Records of variable length are walked once here, so that
+// callers may walk them without checks of their own.
+
 #include "host/read/uplinks.h"
 
 #include <cstdlib>
@@ -13,7 +16,7 @@ Status GetPortTxUplink(std::uint32_t swID, std::uint32_t rynPortID, TxUplinks* p
 }
 
 Status GetPanicOnTxHang(std::uint32_t swID, std::uint32_t* setting) {
-  *setting = 0;
+  *setting = 0;  // where the platform succeeds and fills nothing
   return StatusOf(operations::kGetPanicOnTxHang, Ryn_Get_Panic_On_Tx_Hang(swID, setting));
 }
 
@@ -33,6 +36,7 @@ Status GetUplinkQueueStats(std::uint32_t swID, std::uint32_t rynPortID, std::uin
                     queueKind);
 }
 
+// A length beyond all reason is a broken answer, not a reason to allocate it.
 Status GetUplinkPrivStatsLen(std::uint32_t swID, std::uint32_t rynPortID, std::uint32_t* statsLength) {
   const Status status =
       FillRecord(operations::kGetUplinkPrivStatsLen, statsLength, Ryn_Get_Uplink_Priv_Stats_Len, swID, rynPortID);
@@ -46,6 +50,8 @@ Status GetUplinkPrivStats(std::uint32_t swID, std::uint32_t rynPortID, std::uint
     *stats = {};
     return {};
   }
+  // The driver may have less to say by now, or forget the NUL: the area is zeroed, and the text ends with it at the
+  // latest.
   HeapArea<char> area(static_cast<char*>(std::calloc(statsLength, 1)));
   if (!area)
     return NoMemory(operations::kGetUplinkPrivStats);

@@ -1,3 +1,6 @@
+// Texts of ASCII alone. The greatest character, 127, makes the interpreter mark them as such: a byte a character, which
+// is written in place, with nothing decoded.
+
 #include "libryn/base/text.h"
 
 Ref MacText(const std::uint8_t* mac) {

@@ -17,6 +17,7 @@
 
 namespace {
 
+// Type and code of these stand where other protocols have their ports, but in the byte order of the host.
 constexpr std::uint8_t kProtocolIcmp = 1;
 constexpr std::uint8_t kProtocolIcmpV6 = 58;
 
@@ -43,6 +44,7 @@ char* WriteIPv4(const std::uint8_t* address, char* out) {
   return out;
 }
 
+// Four hex digits at most, without leading zeros.
 char* WriteWord(std::uint32_t word, char* out) { return std::to_chars(out, out + 4, word, 16).ptr; }
 
 // The format of inet_ntop, which is not used: it prints word by word, which took longer than the rest of the line.
@@ -99,6 +101,7 @@ void AppendNumber(const char (&name)[size], std::uint64_t value, BoundedText* li
   line->Append("; ");
 }
 
+// `dp` is shown only where the bitmap says that it holds something. The length is the record's own claim.
 void AppendHeader(const View& actions, std::uint32_t bitmap, BoundedText* line) {
   line->Append("bmap:");
   AppendPointer(bitmap, line);
@@ -131,6 +134,7 @@ bool AppendVdr(const View& actions, BoundedText* line) {
   return true;
 }
 
+// A VNI of 24 bits, highest byte first as on the wire.
 std::uint32_t EncapVni(const View& actions) {
   return std::uint32_t{actions.GetOrZero(kEncapVni)} << 16 | std::uint32_t{actions.GetOrZero(kEncapVni, 1)} << 8 |
          std::uint32_t{actions.GetOrZero(kEncapVni, 2)};
@@ -171,7 +175,7 @@ std::size_t WriteFlowKey(const void* key, char* line) {
 bool AppendActions(const View& actions, BoundedText* line) {
   const std::uint32_t bitmap = actions.Get(kBitmap);
   AppendHeader(actions, bitmap, line);
-  for (std::uint32_t rest = bitmap; rest != 0; rest &= rest - 1) {
+  for (std::uint32_t rest = bitmap; rest != 0; rest &= rest - 1) {  // the lowest bit first
     if (line->IsFull())
       return false;
     switch (std::countr_zero(rest)) {
@@ -235,7 +239,7 @@ bool AppendActions(const View& actions, BoundedText* line) {
         AppendNumber("KCPOutputVLAN: ", actions.Get(kKcpOutputVlan), line);
         break;
       default:
-        break;
+        break;  // bits without a name are shown in the header alone
     }
   }
   return true;
