@@ -1,4 +1,4 @@
-"""Each call that the module makes of the interpreter or the allocator fails once, in each method and each branch of it.
+"""Each call that the module makes to the interpreter or the allocator fails once, in each method and each branch of it.
 
 failing_calls.py does the work.
 """
@@ -95,7 +95,7 @@ def test_plain_arguments_are_taken_without_the_parser(ryn, double: Double, fault
     assert "PyArg_ParseTuple" not in [name for name, _ in trace]
 
 
-# The areas on the heap of each method, in bytes; of all other methods there is none.
+# The heap areas of each method, in bytes; all other methods have none.
 AREAS = {
     "ListSwitches": [2568],
     "ListPorts": [11532],

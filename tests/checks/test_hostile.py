@@ -1,7 +1,7 @@
-"""Answers and arguments that mean harm. Worth most under the sanitizers: ./dev asan.
+"""Malformed answers and malicious arguments. Most useful under the sanitizers: ./dev asan.
 
 Whatever the platform answers and whatever a script passes, no call reads or writes outside its memory, takes more than
-a second or 64 MiB, writes a text that is not its own, or leaves an error that is not one of its own.
+a second or 64 MiB, prints anything but its own texts, or leaves any other error than its own.
 """
 
 from __future__ import annotations
@@ -100,7 +100,7 @@ WITHOUT_PROPERTY = {"GetFPOEnabled": 1, "GetUplinkRingSize": (2048, 1024)}
 
 @pytest.mark.parametrize("method", METHODS, ids=lambda method: method.name)
 def test_status_codes(ryn, double: Double, method: Method):
-    """Which code a failing operation answers with makes no difference, but where a table says so."""
+    """The code of a failing operation makes no difference, except where a table says so."""
     failures = {failure.name: failure for failure in method.failures if failure.name.startswith(("Ryn_", "DVSQOB_"))}
     function = getattr(ryn, method.name)
     for op in {call.op for call in method.calls} - {"DVSQOB_DataFree"}:

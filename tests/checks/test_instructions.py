@@ -1,7 +1,7 @@
-"""The work that a call takes, in instructions, stays within its budget: what was gained in speed is kept.
+"""The instructions of a call stay within its budget, so that what was gained in speed is not lost again.
 
-A timed test would fail with the weather; these counts are the same wherever the interpreter and the compiler are. When
-a change is worth what it costs, renew the budgets: tests/support/instructions.py --renew.
+A timed test would depend on what else the machine does; these counts depend on the interpreter and the compiler only.
+When a change is worth its cost, renew the budgets: tests/support/instructions.py --renew.
 """
 
 from __future__ import annotations
@@ -40,7 +40,7 @@ def test_every_case_has_a_budget(counts):
 
 
 def test_budgets_are_close(counts):
-    """A budget that is far above the count would let a loss pass."""
+    """A budget far above the count would hide a regression."""
     assert {name: (counts[name], BUDGETS[name]) for name in BUDGETS if BUDGETS[name] > 1.3 * counts[name]} == {}
 
 

@@ -1,4 +1,4 @@
-"""What many calls keep: nothing, but for what a method keeps on purpose, to the block.
+"""Many calls leak nothing, except for deliberate leaks, which are exact to the block.
 
 Blocks of the interpreter, bytes of the allocator, references to the singletons and property blocks are counted over
 10,000 calls of each branch of each method (100,000 when soaking), and of each way to refuse its arguments.

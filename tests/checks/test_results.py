@@ -1,4 +1,4 @@
-"""Properties of every result of every method: support/results.py tells them."""
+"""Properties of every result of every method; tests/support/results.py has the list."""
 
 from __future__ import annotations
 

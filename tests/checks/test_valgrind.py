@@ -1,7 +1,7 @@
-"""The module under valgrind: no byte of a native area is lost at exit, and nothing is read that is not there.
+"""The module under valgrind: no byte of a native area is lost at exit, and no read is out of bounds.
 
-Objects come from the C allocator where single accesses are watched, so that each is a block of its own; and from the
-interpreter's where lost native areas are, so that an object that is kept on purpose is none.
+To check accesses, objects come from the C allocator, so that each is a block of its own. To find lost native areas,
+they come from the interpreter's, so that objects that leak deliberately do not count.
 """
 
 from __future__ import annotations

@@ -15,7 +15,7 @@ UNTOUCHED = b"\xa5"
 
 @pytest.fixture
 def resolve(native) -> Callable[[str, bytes | None], tuple[int, bytes | None]]:
-    """Calls a resolver; answers its status and the output area, None when it was not touched."""
+    """Calls a resolver; returns its status and the output area, or None if that was not touched."""
 
     def call(name: str, text: bytes | None) -> tuple[int, bytes | None]:
         function, room = native[name], ROOM[name]
@@ -332,7 +332,7 @@ def test_searches_do_not_remember_each_other(resolve, double):
     assert resolve("DVSPortsetNameToAlias", b"none") == filled_up(b"")
 
 
-# A library that answers null where a text is due: nothing is there
+# A library that returns null instead of a text: nothing is found
 
 
 def test_switch_without_a_class(resolve, double):

@@ -24,7 +24,7 @@ PROLOGUE = dict(swID=1, lcore=2, startIndex=3, flag=0, length=PAGE, zeroed=True)
 def page(
     entries: Sequence[bytes] = (), start: int = 0, count: int | None = None, valid: int | None = None, fill: int = 0
 ) -> Bytes:
-    """Entries are given with their key; `fill` is in every byte that nobody reads."""
+    """Entries are given with their key; `fill` is in every byte that is not read."""
     body = b"".join(entries)
     area = Bytes(bytes([fill]) * PAGE)
     area.u32(8, start, len(entries) if count is None else count)
@@ -43,7 +43,7 @@ def item(key: bytes, record: bytes) -> dict[str, str]:
 
 
 def items(area: bytes, count: int) -> list[dict[str, str]]:
-    """What the walk must find; records are shown with zeros behind the page."""
+    """What the walk must find; records have zeros past the page."""
     found, at = [], FIRST_ENTRY
     for _ in range(count):
         found.append(item(area[at : at + 64], area[at + 64 : PAGE]))
@@ -226,7 +226,7 @@ def fits(area: bytes, count: int) -> bool:
     return True
 
 
-# ---- Answers that do not fit ----------------------------------------------------------------------------------------
+# ---- Malformed answers ----------------------------------------------------------------------------------------------
 
 
 @pytest.mark.parametrize(
@@ -255,7 +255,7 @@ def test_last_entry_with_fewer_than_304_bytes_left_is_refused_even_if_its_own_le
 
 
 def test_only_the_rule_of_304_bytes_refuses_an_entry(dump):
-    # The last record says it ends far behind the page.
+    # The last record claims to end far past the page.
     area = page([entry(), entry(length=240)])
     struct.pack_into("<H", area, FIRST_ENTRY + 304 + 126, 0xFFFF)
     assert dump(area) == Outcome({"startIndex": 0, "list": items(area, 2)})
@@ -294,7 +294,7 @@ def test_instances_that_reach_behind_the_page_are_zeros(dump):
     area = Bytes(bytes([0xEE]) * PAGE).u32(8, 5, 2, PAGE).raw(FIRST_ENTRY, entry(length=last - FIRST_ENTRY - 64))
     area.raw(last, flow.key())
     flow.set_fields(area, last + 64, bitmap=1 << 18, len=1, vdr_count=3)
-    # 290 bytes are left for the record: instance 0 lies whole in them, the others behind
+    # 290 bytes are left for the record: instance 0 lies in them, the others past them
     actions = dump(area).value["list"][1]["actions"]
     assert actions.endswith("VDR inst: 3; INST 1: 0xeeeeeeee; INST 2: 0x0; INST 3: 0x0; ")
 
@@ -381,7 +381,7 @@ def test_each_failing_allocation_has_its_outcome(ryn, double):
 
 @pytest.mark.parametrize("fill", [0, 0x01, 0x5A, 0xFF])
 def test_arguments_between_the_valid_bytes_and_the_end_of_the_page_show_as_they_are(dump, fill):
-    """They are neither zeros nor refused: an entry needs 304 valid bytes, its arguments may lie behind them."""
+    """They are neither zeros nor refused: an entry needs 304 valid bytes, its arguments may lie past them."""
     area = page([entry(bitmap=1 << 18 | 1 << 21, vdr_count=2)[:304]], valid=FIRST_ENTRY + 304, fill=fill)
     area.u8(FIRST_ENTRY + 64 + 256, 2)
     (row,) = dump(area).value["list"]

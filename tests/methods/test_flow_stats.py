@@ -127,7 +127,7 @@ def test_error_of_an_item_gives_way_to_a_later_one_and_is_not_kept(ryn, double):
 
     double.answer("Ryn_Get_Flow_Stats", area=stats([(1, 2, 3, 4, 5, 6, 7)]))
     errors = First(), KeyError("the second")
-    cores = tuple(map(RaisingIndex, errors))  # a traceback that is kept would keep them
+    cores = tuple(map(RaisingIndex, errors))  # a leaked traceback would hold them
 
     def call(n: int) -> tuple[bool, tuple[str, str | None]]:
         outcome = run(ryn.GetFlowStats, 0, cores, 0, failing_allocation=n)

@@ -8,7 +8,7 @@ import pytest
 from harness import MISSING, Bytes, Call, Outcome, run
 from method_table import PORTSET
 
-BEHIND = b"\xa5"  # what stands behind a field: no NUL, and no UTF-8
+BEHIND = b"\xa5"  # what follows a field: no NUL, and not UTF-8
 
 
 @pytest.mark.parametrize("length", [1, 126, 127, 128])

@@ -1,4 +1,4 @@
-"""Items of a caller's list or tuple that are no ints, and their errors.
+"""Items of a caller's list or tuple that are not ints, and their errors.
 
 Every interpreter goes through the same in tests/checks/test_interpreters.py.
 """

@@ -22,7 +22,7 @@ KEEP = 0xFFFFFFFF
 WORDS = [0, 1, 50, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFE, 0xFFFFFFFF]
 STATUSES = [1, MISSING, 0x0BAD0007, 0x80000000, 0xFFFFFFFF]
 
-# Each method, its arguments behind the alias, and what it answers to a failure
+# Each method, its arguments after the alias, and its result on failure
 METHODS = [
     ("GetLBAlgorithm", (), None),
     ("SetLBAlgorithm", ("cpu",), False),
@@ -70,7 +70,7 @@ def stored(double, dvs):
 
 @pytest.fixture
 def current(double, dvs):
-    """Takes the property from the switch and gives the datapath values; the words as above, behind a version."""
+    """Takes the property from the switch and gives the datapath values; the words as above, after a version."""
 
     def set_up(*words: int, version: int = 0) -> str:
         double.answer("DVSQOB_HostPropGet", status=MISSING)
@@ -320,7 +320,7 @@ def test_params_are_named_and_never_negative(ryn, stored):
         ((1, 80, 20, 10, 5), (70, 30, 11, 6), (1, 70, 30, 11, 6)),
         ((1, 80, 20, 10, 5), (-1, -1, -1, -1), (1, 80, 20, 10, 5)),  # an unchanged record is written all the same
         ((1, 80, 20, 10, 5), (KEEP, 30, KEEP, 6), (1, 80, 30, 10, 6)),
-        ((7, 80, 20, 10, 5), (-1, -1, 0, 0), (7, 80, 20, 0, 0)),  # a metric nobody knows is carried over
+        ((7, 80, 20, 10, 5), (-1, -1, 0, 0), (7, 80, 20, 0, 0)),  # an unknown metric is carried over
         ((2, 80, 20, 10, 5), (50, 50, -1, -1), (2, 50, 50, 10, 5)),  # equal thresholds
         ((2, 80, 20, 10, 5), (0, 0, 0, 0), (2, 0, 0, 0, 0)),
         ((2, 80, 20, 10, 5), (0x80000000, 0x7FFFFFFF, -2, -2), (2, 0x80000000, 0x7FFFFFFF, -2 % 2**32, -2 % 2**32)),

@@ -22,7 +22,7 @@ INVALID = "TypeError: Invalid parameter passed.\n"
 
 
 def stats(ports: dict[int, tuple[int, ...]] = {}, cores: dict[int, tuple[int, ...]] = {}, fill: int = 0) -> Bytes:
-    """Records by number, zeros elsewhere; `fill` is in the bytes that nobody reads."""
+    """Records by number, zeros elsewhere; `fill` is in the bytes that are not read."""
     area = Bytes(AREA).raw(0, bytes([fill]) * 8)
     for core in range(64):
         area.raw(CORES + RECORD * core + 40, bytes([fill]) * 8)

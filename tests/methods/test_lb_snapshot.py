@@ -56,7 +56,7 @@ def ports(words: bytes, suffix: str) -> str:
 
 
 def full_text(area: bytes) -> str:
-    """The whole text of the records that lie whole inside the area."""
+    """The whole text of the records that lie entirely inside the area."""
     group_count, vertex_count = struct.unpack_from("<II", area)
     text = "\nGroups\n"
     for g in range(min(group_count, (AREA - 8) // GROUP)):
@@ -382,7 +382,7 @@ def test_text_is_the_first_16384_bytes_of_the_full_text(dump, length):
 
 @pytest.fixture
 def records(ryn) -> Callable[[], bytes]:
-    """Reads the module's own area of records, which lies behind that of the text."""
+    """Reads the module's own area of records, which follows that of the text."""
     symbols = subprocess.run(["nm", ryn.__file__], text=True, capture_output=True, check=True).stdout
     text, area = (
         int(match[1], 16) if (match := re.search(rf"^([0-9a-f]+) b \S*{name}E?$", symbols, re.MULTILINE)) else 0
@@ -412,7 +412,7 @@ def records(ryn) -> Callable[[], bytes]:
 )
 def test_cut_text_writes_nothing_behind_its_area(dump, records, behind, vertices):
     """Every piece of a line, at every character, meets the end of the area."""
-    for room in range(-30, 400):  # the heading behind the groups takes 20 of it
+    for room in range(-30, 400):  # the heading after the groups takes 20 of it
         area = snapshot([*groups_of_text_length(TEXT - room), behind], [vertices])
         assert dump(area) == Outcome(full_text(area)[:TEXT])
         assert records() == area

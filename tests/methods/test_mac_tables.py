@@ -248,7 +248,7 @@ def test_value_or_key_that_cannot_be_created_or_stored(ryn, double, table):
     assert outcomes.pop() == result
     assert {outcome.error for outcome in outcomes} == {BUFFER, DICT_ITEM}
     assert {(outcome.value, outcome.stderr) for outcome in outcomes} == {(None, "")}
-    # Behind the outer dict's keys, an entry is built in one go: whatever fails there, the entry cannot be created.
+    # After the outer dict's keys, an entry is built in one go: whatever fails there, the entry cannot be created.
     own_keys = len(outcomes) - outcomes[::-1].index(Outcome(None, error=DICT_ITEM))
     assert own_keys < 10 and len(outcomes) - own_keys >= 3 * 5  # the dict, the text, three numbers
 

@@ -34,7 +34,7 @@ def bitmap(ports):
 
 
 def session(index=0, encap=0, snap=0, rate=0, flags=0, ports_in=(), ports_out=(), ports_dst=(), vlans=(), counts=None):
-    """The bytes of a session, with every bit set that nobody reads; `counts` are other port counts than the sets'."""
+    """The bytes of a session, with every unread bit set; `counts` are other port counts than the sets'."""
     sets = ports_in, ports_out, ports_dst
     area = Bytes(72 + (2 * len(vlans) + 7) // 8 * 8)
     area.raw(0, b"\xff" * 4).u16(4, index, encap, snap, rate, flags | 0xFFF0)
@@ -177,7 +177,7 @@ def test_vlans_that_fill_the_area_to_its_last_byte(ryn, double):
     assert read(ryn, double, conf(session(vlans=vlans))) == Outcome([expected(vlans=vlans)])
 
 
-# ---- Answers that do not fit -----------------------------------------------------------------------------------------
+# ---- Malformed answers -----------------------------------------------------------------------------------------------
 
 
 @pytest.mark.parametrize("count", [29, 30, 0x7FFF, 0x8000, 0xFFFF])
@@ -336,7 +336,7 @@ PENDING = (MemoryError, "")
 
 @pytest.fixture
 def failures(ryn, double):
-    """What each failing allocation comes to, for two sessions whose numbers are all made anew."""
+    """The outcome of each failing allocation, for two sessions whose numbers are all made anew."""
     big = dict(index=3000, encap=3001, snap=3002, rate=3003, ports_in=[1], ports_out=[2], ports_dst=[3], vlans=[4000])
     double.answer(GET, area=conf(session(**big), session(**{**big, "index": 5000})))
     first, second = run(ryn.GetMirrorConf, 0).value

@@ -36,7 +36,7 @@ def geneve(outer, inner, vni):
 
 
 def response(*filters, count=None, swID=3, port=5, is_uplink=1, fill=b"\xff"):
-    """An answer with every bit set that nobody reads."""
+    """An answer with every unread bit set."""
     area = Bytes(SIZE).raw(0, fill * SIZE).u32(0, swID, port, 0xFFFFFFFF)
     area.u16(12, is_uplink, len(filters) if count is None else count)
     return area.raw(16, b"".join(filters))
@@ -171,7 +171,7 @@ def test_geneve_vni_is_decimal_and_unsigned(ryn, double, vni):
 
 @pytest.mark.parametrize("kind, needs", [(MAC_ONLY, 6), (GENEVE, 16)])
 def test_body_shorter_than_its_kind_reads_on_into_what_follows(ryn, double, kind, needs):
-    """Where the fields lie does not depend on the body's length; that tells only where the queues begin."""
+    """Where the fields lie does not depend on the body's length; that says only where the queues begin."""
     bytes_read = bytes(range(0xA0, 0xB0))
     for length in range(needs):
         body, rest = bytes_read[:length], bytes_read[length:]
@@ -248,7 +248,7 @@ UNKNOWN: tuple = ("UnknownFilter", [])
     ],
 )
 def test_filter_that_ends_with_the_area_or_behind_it(ryn, double, beyond, body, queues):
-    """The last byte of the area may be used, and no byte behind it."""
+    """The last byte of the area may be used, and no byte past it."""
     size = 8 + body + 16 * queues
     before = padding(SIZE - 16 - size + beyond)
     area = response(*before, count=len(before) + 1)

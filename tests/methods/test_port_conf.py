@@ -60,7 +60,7 @@ def conf(record: bytes) -> dict:
     ]
     if addrs:
         value["mcastAddrList"] = addrs
-    value["numTaggedVlanRanges"] = value.pop("numTaggedVlanRanges")  # behind the addresses
+    value["numTaggedVlanRanges"] = value.pop("numTaggedVlanRanges")  # after the addresses
     if ranges:
         value["vlanRanges"] = ranges
     return value

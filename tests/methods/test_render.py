@@ -16,7 +16,7 @@ GUARD = 0xA5
 
 @pytest.fixture
 def render(native) -> SimpleNamespace:
-    """Each formatter writes into an area with guard bytes behind it and answers (the area, result)."""
+    """Each formatter writes into an area followed by guard bytes and returns (the area, result)."""
     key_to_str, actions_to_str, stats_to_str = (
         native["FCFlowKeyToStr"],
         native["FCActionsToStr"],

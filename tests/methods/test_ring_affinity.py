@@ -159,7 +159,7 @@ def test_one_dict_per_device_in_order(ryn, double, count):
     ],
 )
 def test_name_is_the_text_of_its_field(ryn, double, field, name):
-    area = devices_area(32, 32 * [(field, 0x41414141)])  # letters behind a name without a NUL
+    area = devices_area(32, 32 * [(field, 0x41414141)])  # letters after a name without a NUL
     double.answer("Ryn_List_Dev_Affinity", area=area)
     assert run(ryn.ListDevAffinity) == Outcome(device_dicts(*32 * [(name, 0x41414141)]))
 

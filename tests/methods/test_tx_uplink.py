@@ -18,7 +18,7 @@ NO_UPLINKS = "Missing txUplinks.\n"
 TOO_MANY = "Too many uplinks.\n"
 NOT_SET = "Failed to set port TX uplink.\n"
 NAMES = ["None", "Single", "LAG", "SrcMAC", "All", "NoTeaming"]
-NO_INT = 0xFFFFFFFF  # what an item becomes that is no int
+NO_INT = 0xFFFFFFFF  # what an item that is not an int becomes
 
 GET = "Ryn_Get_Port_Tx_Uplink"
 SET = "Ryn_Set_Port_Tx_Uplink"
@@ -567,7 +567,7 @@ class Does:
 
 
 def test_item_that_empties_the_list_ends_the_others(ryn, double):
-    """The count was taken before: the places that are gone are sent like items that are no ints."""
+    """The count was taken before: missing items are sent like items that are not ints."""
     uplinks = []
     uplinks += [1, Does(uplinks.clear), *(10**9 + i for i in range(4))]
     assert run(ryn.SetPortTxUplink, 3, 5, policy(uplinks)) == Outcome(None, "", (IndexError, ANY))

@@ -144,7 +144,7 @@ def test_length_of_zero_is_an_empty_text_without_a_second_question(ryn, double):
 
 @pytest.mark.parametrize("status", [1, 0xBAD0003, 0x80000000, 0xFFFFFFFF])
 def test_length_that_is_not_told_is_an_empty_text_without_a_message(ryn, double, status):
-    """Even when the failed question left a length behind."""
+    """Even when the failed call left a length."""
     private(double, 100, b"not asked for")
     double.answer(LEN, status=status, area=u32(100))
     assert run(ryn.GetUplinkStats, 3, 5) == stats("")
@@ -305,7 +305,7 @@ def test_counters_without_memory_are_none_in_the_result(ryn, double):
     assert [each for each in outcomes[50:] if each != Outcome(NULL, "", PENDING)] == []
 
 
-# ---- What is lost, on purpose and never ------------------------------------------------------------------------------
+# ---- Leaks, deliberate and none --------------------------------------------------------------------------------------
 
 
 @pytest.mark.parametrize("counters, blocks", [([7] * 24, 26), (COUNTERS, 50)], ids=["shared ints", "own ints"])
@@ -369,7 +369,7 @@ def test_private_area_is_freed(ryn, double, script):
             except (SystemError, UnicodeDecodeError):
                 pass
     grown = int(Path("/proc/self/statm").read_text().split()[0]) - in_use
-    assert grown * resource.getpagesize() < 10 * (64 << 20)  # a sanitizer keeps freed areas for a while
+    assert grown * resource.getpagesize() < 10 * (64 << 20)  # a sanitizer holds freed areas for a while
 
 
 # ---- Queues ----------------------------------------------------------------------------------------------------------

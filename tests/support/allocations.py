@@ -1,11 +1,11 @@
-"""Lets allocations of the interpreter fail in each branch of each method: each one alone, then all from each one on.
+"""Makes allocations of the interpreter fail in each branch of each method: each one alone, then all from each one on.
 
 Run by any interpreter that the module is built for: `python -c "import allocations; allocations.sweep()"`. Every call
-ends, and it ends in the good outcome or with Python's MemoryError or SystemError; it writes nothing but the texts of
-its table and loses no property block; and the next call is good.
+returns, with the usual result or with Python's MemoryError or SystemError; it prints only the texts of its table and
+leaks no property block; and the next call succeeds.
 
-Alone, the failures are also let happen with the interpreter's own means, behind its check of a result. All from one on
-are not: the interpreter gives up itself when it has no memory to complain of a result with an error set.
+Single failures are tried on both sides of the interpreter's check of results. Failures of all allocations from one on
+are tried past it only: the interpreter aborts when it has no memory to report a result that comes with an error.
 """
 
 from __future__ import annotations
@@ -19,11 +19,11 @@ from branches import Branch, branches
 from harness import NULL, Outcome, capture_stderr, run
 from method_table import METHODS, Method
 
-GOOD_IN_A_ROW = 8  # failures that nobody notices are fewer: the last allocation is behind us then
+GOOD_IN_A_ROW = 8  # more successes in a row than there are failures without effect: no allocation is left
 
 
 def alone_by_the_interpreter(function: Callable, args: tuple, good: Outcome) -> Iterator[Outcome]:
-    """Ends when the calls have become good; a result that the interpreter refused is NULL here."""
+    """Ends once calls succeed; a result that the interpreter refused is NULL here."""
     import _testcapi
 
     n = good_in_a_row = 0

@@ -71,7 +71,7 @@ class Branch:
     name: str
     script: Callable[[Double], None]
     args: tuple
-    leaks: int = 0  # blocks that a call keeps on purpose when it gets to its end
+    leaks: int = 0  # blocks that a completed call leaks deliberately
 
 
 def branches(method: Method) -> list[Branch]:
@@ -86,7 +86,7 @@ def branches(method: Method) -> list[Branch]:
     failures = [failure for failure in method.failures if failure.outcome is None or failure.outcome.error is None]
     result = [Branch("good", method.script, method.args, method.leaks), *map(of_failure, failures)]
     if method.name in THREE_RECORDS:
-        # GetPortTxUplink keeps its list: the object, and the array of one that is not empty
+        # GetPortTxUplink leaks its list: the object, and the array of one that is not empty
         none, three = (1, 2) if method.leaks else (0, 0)
         result.append(Branch("0 records", nothing, method.args, none))
         result.append(Branch("3 records", THREE_RECORDS[method.name], THREE_ARGS.get(method.name, method.args), three))

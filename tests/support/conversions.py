@@ -1,7 +1,7 @@
-"""Items of a caller's list or tuple that are no ints: what each comes to, on every interpreter.
+"""Items of a caller's list or tuple that are not ints: what each is passed on as, on every interpreter.
 
-An item is converted by the signed-long conversion. What is no int and has no __index__ goes to the platform as
-4294967295, with TypeError pending; interpreters before 3.10 would by themselves take whatever has __int__.
+An item is converted by the signed-long conversion. What is not an int and has no __index__ is passed to the platform as
+4294967295, with TypeError pending; interpreters before 3.10 would take anything that has __int__.
 """
 
 from __future__ import annotations
@@ -16,7 +16,7 @@ ALL_ONES = 0xFFFFFFFF
 
 
 class IntAlone:
-    """Has __int__, which is never asked for."""
+    """Has __int__, which is never called."""
 
     def __init__(self) -> None:
         self.asked = 0

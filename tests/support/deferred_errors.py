@@ -1,5 +1,5 @@
-"""The error of an item's conversion, which the module keeps while it goes on: which one stays, and what becomes
-of the others. The code behind it differs between interpreters before and from 3.12 on, so every interpreter runs this.
+"""The error of an item's conversion, which the module saves while it works on: which one stays, and what becomes of
+the others. The code differs between interpreters before 3.12 and later ones, so every interpreter runs this.
 """
 
 from __future__ import annotations
@@ -35,7 +35,7 @@ class RaisesAnew:
 
 
 class Makes:
-    """Raises an error of its own making, of which nobody else holds a reference; `made` has weak ones."""
+    """Raises an error that nobody else holds a reference to; `made` has weak ones."""
 
     def __init__(self) -> None:
         self.made: List[weakref.ref] = []
@@ -80,7 +80,7 @@ def check(ryn: Any, double: Double) -> None:
 
 
 def check_order_and_chaining(ryn: Any) -> None:
-    """The first error stays, the very object, and the others leave no mark on it."""
+    """The first error stays pending, the very object, unchanged by the others."""
     errors = [Refused(i) for i in range(3)]
     for call in calls(ryn, 5, *map(Raises, errors), "no number", 6):
         error = error_of(call, failing=-1)
@@ -91,7 +91,7 @@ def check_order_and_chaining(ryn: Any) -> None:
 
 
 def check_release(ryn: Any) -> None:
-    """The errors that do not stay are released; the one that stays is released by whoever takes it."""
+    """The other errors are released; the pending one is released by whoever takes it."""
     for number in range(3):
         source = Makes()
         error = error_of(calls(ryn, *[source] * 8)[number], failing=-1)
@@ -107,13 +107,13 @@ def check_blocks(ryn: Any) -> None:
 
     if sys.getallocatedblocks():
         for function, args in calls(ryn, RaisesAnew(), 1 << 70, RaisesAnew(), "no number"):
-            # A loss shows in each measurement; what the interpreter keeps in reserve does not
+            # A leak shows in each measurement; the interpreter's free lists do not
             lost = [lost_blocks(lambda: _probe.call(function, args, -1)) for _ in range(3)]
             assert 0 in lost, (function.__name__, lost)
 
 
 def check_later_failure(ryn: Any, double: Double) -> None:
-    """A failure that sets an error of its own takes the place of what was kept, which is released."""
+    """A failure that sets an error of its own replaces the saved one, which is released."""
     double.answer("Ryn_Get_Flow_Stats", area=bytes([3]) + bytes(1543))
     double.answer("Ryn_Get_FPO_Stats", area=bytes([3]) + bytes(1799))
     faults = load_faults(double)
@@ -152,7 +152,7 @@ def check_released(source: Makes) -> None:
 
 
 def check_traceback(ryn: Any) -> None:
-    """The error that stays still tells where it was raised."""
+    """The pending error still has its traceback."""
     for function, args in calls(ryn, Makes(), Makes()):
         try:
             function(*args)

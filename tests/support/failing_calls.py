@@ -1,8 +1,7 @@
-"""Lets each call fail that a method makes of the interpreter or the allocator: the work of test_faults.py.
+"""Makes each call fail that a method makes to the interpreter or the allocator: the work of test_faults.py.
 
-The outcome is what the method's table of failures says (fault_rules.py), and nothing is kept: no block of the
-interpreter, no byte of the allocator, no property block, no reference to a singleton, but for what a method keeps on
-purpose.
+The outcome is what the method's table of failures says (fault_rules.py), and nothing leaks: no block of the
+interpreter, no byte of the allocator, no property block, no reference to a singleton, except for deliberate leaks.
 """
 
 from __future__ import annotations
@@ -32,7 +31,7 @@ def load_faults(double: Double) -> Any:
 
 
 def kept_on_purpose(method: Method, function: str, leaks: int) -> tuple[int, int]:
-    """Blocks, and references to None, that are kept when this call of the method fails."""
+    """Blocks, and references to None, that leak deliberately when this call of the method fails."""
     if method.name == "GetPortTxUplink" and function == "Py_BuildValue":
         return leaks, 0
     if method.name == "GetUplinkStats":
@@ -49,7 +48,7 @@ def run_failing(faults: Any, function: Callable, args: tuple, n: int) -> tuple[O
     return outcome, faults.trace()
 
 
-FEW_CALLS = 3  # that each keep a block would show
+FEW_CALLS = 3  # enough to show a leak of one block each
 CALLS = 20  # of each measurement: more than the allocator caches of one size
 MEASUREMENTS = 3
 # How many blocks an object takes, and whether the references to a singleton are counted, differs between versions
@@ -57,7 +56,7 @@ KEPT_IS_KNOWN = sys.version_info[:2] == (3, 11)
 
 
 def assert_kept(faults: Any, function: Callable, args: tuple, n: int, wanted: tuple[int, int, int], point: str) -> None:
-    """What is kept at each call shows in each measurement; what the allocator keeps in reserve does not."""
+    """A leak shows in each measurement; what the allocator holds in reserve does not."""
     if wanted != (0, 0, 0) and not KEPT_IS_KNOWN:
         return
     for _ in range(MEASUREMENTS):
@@ -104,7 +103,7 @@ def fail_each_call(ryn: Any, double: Double, faults: Any, method: Method) -> int
 
 
 def fail_constants() -> None:
-    """Run by a fresh interpreter: in a child for each, the first making of each constant of each method fails."""
+    """Run by a fresh interpreter: in a child for each, making a constant of a method for the first time fails."""
     double = harness.set_up()
     import _libryn
 
@@ -121,7 +120,7 @@ def fail_constants() -> None:
             args = tuple(map(for_the_parser, branch.args))
 
             def kept(n: int) -> int:
-                """The blocks that a call keeps each time. Interned strings stay: to make one again takes no block."""
+                """The blocks that each call leaks. Interned strings stay: making one again takes no block."""
                 counts = array("q", [0] * (MEASUREMENTS + 1))
                 gc.disable()
                 for i in range(len(counts)):
@@ -148,7 +147,7 @@ def fail_constants() -> None:
 
 
 def memory_as_it_is(file: str) -> Callable[[], None]:
-    """Gives a loaded object's variables the values back that they have now, in this process or in a child of it."""
+    """Restores a loaded object's variables to the values that they have now, in this process or in a child of it."""
     saved = []
     # By the kernel: a sanitizer's guards between the variables are copied too
     with open("/proc/self/mem", "rb", buffering=0) as memory:

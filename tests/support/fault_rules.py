@@ -1,4 +1,4 @@
-"""What a method comes to when one of its calls fails, from the tables of failures of each method.
+"""The outcome of a method when one of its calls fails, from the tables of failures of each method.
 
 A trace is the list of the calls that a method makes of the interpreter and the allocator: (function, text), the text
 being that of a str constant that is made at its first use. `expected(method, trace, n, base)` is the outcome when call
@@ -51,7 +51,7 @@ def key_by_key(no_container: str) -> Rule:
 
 def list_of_whole_items(no_container: str) -> Rule:
     def rule(trace: Trace, n: int, base: Outcome) -> Outcome:
-        if trace[n][0] == "PyLong_AsLong":  # an item of the caller's tuple: the work goes on
+        if trace[n][0] == "PyLong_AsLong":  # an item of the caller's tuple: the method goes on
             return Outcome(base.value, base.stderr, INJECTED)
         if trace[n][0] == "PyList_New":
             return Outcome(None, no_container, INJECTED)
@@ -93,7 +93,7 @@ def set_port_tx_uplink(trace: Trace, n: int, base: Outcome) -> Outcome:
     if function == "PyList_Size":
         return Outcome(None, "Too many uplinks.\n", INJECTED)
     if function == "PyList_GetItem":
-        return Outcome(base.value, base.stderr, ANY)  # an item that is gone converts as one that is no int
+        return Outcome(base.value, base.stderr, ANY)  # an item that is gone converts like one that is not an int
     assert function == "PyLong_AsLong", function
     return Outcome(base.value, base.stderr, INJECTED)
 

@@ -12,13 +12,13 @@ method, and compares the whole outcome and the recorded calls::
         double.answer("Ryn_Get_Switch_List", area=area)           # status 0, every call
         outcome = run(ryn.ListSwitches)
         assert outcome == Outcome([{"name": "dvs-1", ...}])       # value, nothing on stderr, no error
-        assert list(outcome.value[0]) == ["name", "swID", ...]    # the order of keys needs a look of its own
+        assert list(outcome.value[0]) == ["name", "swID", ...]    # the order of keys is checked separately
         assert double.calls() == [Call("Ryn_Get_Switch_List", length=2568, zeroed=True)]
 
     def test_failures(ryn, double):
         assert run(ryn.ListPorts, 16) == Outcome(None, "TypeError: Invalid switch ID passed.\\n")
         assert run(ryn.ListPorts, "x") == Outcome(None, "TypeError: Invalid switch ID passed.\\n", (TypeError, ANY))
-        assert double.calls() == []                               # the library was not reached
+        assert double.calls() == []                               # the library was not called
         double.answer("Ryn_Get_Port_List", status=5)
         assert run(ryn.ListPorts, 3) == Outcome(None, "Failed to retrieve list of ports.\\n")
 
@@ -96,7 +96,7 @@ __all__ = [
 
 UNDER_ASAN = "libasan" in os.environ.get("LD_PRELOAD", "")  # keeps freed memory for a while
 
-# The environment of other programs: a sanitizer that is preloaded for the module's sake is none of their business.
+# The environment of other programs: a sanitizer that is preloaded for the module does not concern them.
 TOOLS = {name: value for name, value in os.environ.items() if name not in ("LD_PRELOAD", "LD_LIBRARY_PATH")}
 
 MISSING = 0xBAD0003  # the status of a property that is not there
@@ -117,7 +117,7 @@ NULL = _Null()  # a null result
 
 @dataclass
 class Outcome:
-    """What a call came to: its result (or NULL), the exact text on standard error, Python's error as (type, text)."""
+    """The outcome of a call: its result (or NULL), the exact text on standard error, Python's error as (type, text)."""
 
     value: Any
     stderr: str = ""

@@ -1,4 +1,4 @@
-"""Answers of the platform that do not fit: the fields of each response that say how many, how long, which or where."""
+"""Malformed answers of the platform: the fields of each response that say how many, how long, which or where."""
 
 from __future__ import annotations
 
@@ -20,7 +20,7 @@ class Field:
     offset: int
     width: int  # in bytes
     room: int  # the greatest value that fits
-    long: tuple[int, ...] = ()  # values that make for tens of thousands of records, in pairs only when soaking
+    long: tuple[int, ...] = ()  # values that mean tens of thousands of records: in pairs only when soaking
 
     def paired_values(self) -> list[int]:
         return [value for value in self.values() if SOAK or value not in self.long]
@@ -40,7 +40,7 @@ class Response:
     op: str
     size: int
     fields: list[Field]
-    shown: list[Field] = field(default_factory=list)  # numbers that are shown and lead nowhere: in pairs when soaking
+    shown: list[Field] = field(default_factory=list)  # numbers that are only shown: in pairs when soaking
     prepare: Callable[[Double], None] = lambda double: None  # what else the platform answers
 
     @property

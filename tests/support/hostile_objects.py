@@ -1,4 +1,4 @@
-"""Arguments that do harm while they are converted, and a collector's hook that meddles with what is half built.
+"""Malicious arguments, which act while they are converted, and a collector hook that empties what is half built.
 
 Run by test_hostile.py in an interpreter of its own, with checked memory: `python -c "import hostile_objects;
 hostile_objects.attack()"`.
@@ -21,7 +21,7 @@ ERRORS = (KeyError, MemoryError, OverflowError, SystemError, TypeError, ValueErr
 
 
 class Index:
-    """Does its harm when it is converted to a number, then gives one, or does not."""
+    """Acts when it is converted to a number, then returns one, or raises."""
 
     def __init__(self, harm: Callable[[], Any], value: Any = 7) -> None:
         self.harm, self.value = harm, value
@@ -32,7 +32,7 @@ class Index:
 
 
 class SameHash:
-    """A key of a dict that lands where `text` does, and does its harm, once told so, when the two are compared."""
+    """A dict key with the hash of `text` that acts, once armed, when the two are compared."""
 
     armed = False
 
@@ -214,12 +214,12 @@ def attack_ownership(ryn: Any, double: Double) -> None:
             policy["txUplinks"][place] = Index(drop, value)
             double.reset()
             check(run(ryn.SetPortTxUplink, 0, 0, policy))
-            assert alive == [True]  # by a reference of the method's own
+            assert alive == [True]  # the method holds a reference
             expected = [*range(8)]
             expected[place] = 7 if value == 7 else 0xFFFFFFFF
             assert [call.uplinks for call in double.calls()] == [expected]
-            assert held() in (None, True)  # and no longer
-        for place in range(8):  # the items too go at once
+            assert held() in (None, True)  # and has dropped it
+        for place in range(8):  # the items are released at once too
             policy = new_dict({"txType": new_text("All"), "txUplinks": new_list(map(Number, range(8)))})
             policy["txUplinks"][place] = Index(lambda: (policy["txUplinks"].clear(), policy.clear()), "no number")
             check(run(ryn.SetPortTxUplink, 0, 0, policy))
@@ -246,7 +246,7 @@ def attack_ownership(ryn: Any, double: Double) -> None:
 
 
 def attack_through_the_collector(ryn: Any, double: Double) -> None:
-    """A hook of the collector, which runs at every container that is made, looks at all that is new and empties it."""
+    """A collector hook, run whenever a container is made, that visits every new container and empties it."""
     emptied = 0
 
     def look(phase: str, info: dict) -> None:

@@ -1,4 +1,4 @@
-"""Objects that scripts might hand to a method in the place of a plain int."""
+"""Objects that scripts might pass to a method instead of a plain int."""
 
 from __future__ import annotations
 

@@ -1,5 +1,5 @@
-"""What holds for every result of every method, on every interpreter; the outcomes come from the tables of branches and
-of responses.
+"""What holds for every result of every method, on every interpreter. The calls come from the tables of branches and of
+responses.
 """
 
 from __future__ import annotations
@@ -73,7 +73,7 @@ def check_text(text: str, where: str) -> None:
 
 
 def check_tracking(value: Any, where: str) -> None:
-    """The collector watches each container as it watches an equal one."""
+    """The collector tracks each container as it tracks an equal one."""
     equal = rebuilt(value)
     gc.collect()
     assert repr(equal) == repr(value), where  # the order of keys too

@@ -1,8 +1,8 @@
-"""A test that hangs ends the run with its name and the place where it stands, after a generous time.
+"""A test that hangs ends the run, after a generous time, with its name and where it hangs.
 
-A thread of the interpreter's own watches, which needs no lock: code that hangs while it holds the interpreter lock is
-seen too. It prints nothing but the frames of the stack, so the frame of the test bears the name of the test with its
-parameters. Tests that run other programs give those times of their own.
+The interpreter's own watchdog thread needs no lock, so code that hangs while it holds the interpreter lock is found
+too. It prints only the frames of the stack, so the frame of the test bears the name of the test with its parameters.
+Tests that run other programs set timeouts of their own.
 """
 
 from __future__ import annotations
