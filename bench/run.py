@@ -229,9 +229,10 @@ def render(result: dict[str, Any]) -> str:
                     for i, rows in enumerate(growth["rows"])
                 ],
             ),
-            f"The module's dearest row takes {max(per_row[MODULE]) / min(per_row[MODULE]):.2f} times what its cheapest "
-            f"does; from 16 rows on {max(per_row[MODULE][4:]) / min(per_row[MODULE]):.2f} times. An empty table takes "
-            f"{time_text(growth['ns of an empty table'])}, most of it for the zeroed area of 1,310,736 bytes.",
+            f"The module's most expensive row takes {max(per_row[MODULE]) / min(per_row[MODULE]):.2f} times what its "
+            f"cheapest does; from 16 rows on {max(per_row[MODULE][4:]) / min(per_row[MODULE]):.2f} times. An empty "
+            f"table takes {time_text(growth['ns of an empty table'])}, most of it for the zeroed area of 1,310,736 "
+            "bytes.",
             "![What a row adds](performance-growth.svg)",
         ]
     if "memory" in result:
