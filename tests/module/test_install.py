@@ -1,5 +1,6 @@
 """Where a build installs the module (libryn/interpreter.py), which every interpreter is asked itself."""
 
+import json
 import os
 import subprocess
 import sys
@@ -52,6 +53,19 @@ def test_headers_and_suffix():
     assert (Path(said["include"]) / "Python.h").exists()
     assert said["suffix"].endswith("so") and not said["suffix"].startswith(".")
     assert said["version"] == "%d.%d" % sys.version_info[:2]
+
+
+def test_warnings_are_errors_in_the_builds_of_dev_only():
+    """Another compiler or interpreter brings warnings of its own, and still builds."""
+    defaults = subprocess.run(
+        ["/usr/bin/meson", "introspect", "--buildoptions", ROOT / "meson.build"],
+        env=TOOLS,
+        text=True,
+        capture_output=True,
+        check=True,
+    ).stdout
+    assert {option["name"]: option["value"] for option in json.loads(defaults)}["werror"] is False
+    assert 'meson setup "$folder" -Dwerror=true' in (ROOT / "dev").read_text()
 
 
 # An installation, below a folder that stands for the root
