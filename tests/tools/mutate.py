@@ -39,8 +39,14 @@ NOT_OURS = ("deregister_tm_clones", "register_tm_clones", "__do_global_dtors_aux
 STACK_CHECK = "__stack_chk_fail"
 VARIADIC = re.compile(r"test +%al,%al$")  # the compiler's own look at whether registers for floating point are in use
 
-# The first two test objects or builds of their own, the others run the module under valgrind, which takes long.
-IRRELEVANT = ("test_native.py", "test_interpreters.py", "test_valgrind.py", "test_instructions.py")
+# The first three test objects or builds of their own, the others run the module under valgrind, which takes long.
+IRRELEVANT = (
+    "test_native.py",
+    "test_interpreters.py",
+    "test_packaging.py",
+    "test_valgrind.py",
+    "test_instructions.py",
+)
 LONGEST_TEST = 10.0  # seconds of processor time; slower ones do not meet mutants
 MEMORY = 8 << 30  # address space of a child
 
