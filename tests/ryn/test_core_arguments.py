@@ -174,6 +174,20 @@ def test_rows_of_a_table_are_compared_one_by_one():
         assert ryn.MacTable(bytes(40)) != ryn.MacTable(bytes(Bytes(40).u8(at, 1))), at
 
 
+def test_tables_are_compared_with_their_size_and_limits():
+    assert ryn.CounterTable(bytes(256)) != ryn.CounterTable(bytes(512))
+    assert ryn.CounterTable(bytes(512)) != ryn.CounterTable(bytes(Bytes(512).u8(511, 1)))
+    assert ryn.MacTable(bytes(20), 1, 0) != ryn.MacTable(bytes(20), 1, 1)
+    assert ryn.PortCounters(range(16), range(16)) != ryn.PortCounters(range(16), range(1, 17))
+
+
+@pytest.mark.parametrize("row, earlier_row", [(1, 0), (-1, 0), (0, 1), (0, -1), (1 << 40, 0)])
+def test_rates_are_of_rows_that_there_are(row, earlier_row):
+    table = ryn.CounterTable(bytes(256))
+    with pytest.raises(IndexError):
+        table.rates(row, table, earlier_row, 1.0)
+
+
 @pytest.mark.parametrize(
     "work, error",
     [

@@ -109,3 +109,19 @@ def test_the_drivers_text(uplink, platform):
 def test_offload(uplink, platform):
     platform.double.answer("Ryn_Get_FPO_Uplink_Status", area=Bytes(40).u32(0, 3, 1, 2, 3, 4, 5, 6, 7).u64(32, 1 << 63))
     assert (uplink.offload.level, uplink.offload.flows, uplink.offload.actions) == ("Model 2", 4, 1 << 63)
+
+
+@pytest.mark.parametrize(
+    "level, text",
+    [
+        (0, "Not Supported"),
+        (1, "Model 1 Level 1"),
+        (2, "Model 1 Level 2"),
+        (3, "Model 2"),
+        (4, "Not Supported"),
+        (0xFFFFFFFF, "Not Supported"),
+    ],
+)
+def test_levels_of_offload(uplink, platform, level, text):
+    platform.double.answer("Ryn_Get_FPO_Uplink_Status", area=Bytes(40).u32(0, level))
+    assert uplink.offload.level == text
