@@ -1,8 +1,9 @@
 // Operations of libryn.so on the load balancer, cores and buffers.
 #include <algorithm>
 #include <cstring>
-#include <map>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "platform/ryn.h"
 #include "simhost/host/session.h"
@@ -33,7 +34,7 @@ std::uint32_t StoreWeights(Store& store, const std::uint32_t* weights) {
 class SnapshotWriter {
  public:
   SnapshotWriter(const Model& model, const Switch& sw, std::int64_t ms, Area& area)
-      : model_(model), sw_(sw), ms_(ms), area_(area) {}
+      : model_(model), sw_(sw), ms_(ms), area_(area), included_(model.ports.size()) {}
 
   // Which vertices fit is known before any is written, since an edge stands with both of its ends.
   std::uint32_t Write() {
@@ -54,12 +55,12 @@ class SnapshotWriter {
       if (!area_.Fits(start, more))
         break;
       size = more;
-      included_.push_back(index);
+      included_[Index(index)] = true;
       ++vertices;
     }
     std::size_t at = start;
-    for (const int index : included_)
-      at = WriteVertex(index, at);
+    for (std::size_t i = 0; i < vertices; ++i)
+      at = WriteVertex(sw_.ports[i], at);
     area_.Put32(0, groups);
     area_.Put32(4, vertices);
     return kOk;
@@ -68,8 +69,11 @@ class SnapshotWriter {
  private:
   static constexpr std::size_t kHead = 8, kGroup = 37, kVertex = 20, kEdge = 12;
 
-  // Thousands of packets a second: over the last period, and on average over the last ones.
+  // From a port to another, by their indexes. Thousands of packets a second: over the last period, and on average over
+  // the last ones.
   struct Edge {
+    int from = 0;
+    int to = 0;
     std::uint64_t load = 0;
     std::uint64_t average = 0;
   };
@@ -107,22 +111,30 @@ class SnapshotWriter {
         continue;
       const std::uint64_t load = RateOf(model_, path, at, model_.balancer.period_ms) / 1000;
       const std::uint64_t average = RateOf(model_, path, at, kAveraged * model_.balancer.period_ms) / 1000;
-      for (std::size_t leg = 0; leg < path.receivers; ++leg) {
-        Edge& edge = edges_[{path.in, path.legs[leg].port}];
-        edge.load += load;
-        edge.average += average;
+      for (std::size_t leg = 0; leg < path.receivers; ++leg)
+        edges_.push_back({path.in, path.legs[leg].port, load, average});
+    }
+    const auto ends = [](const Edge& edge) { return std::pair(edge.from, edge.to); };
+    std::ranges::sort(edges_, {}, ends);
+    std::size_t kept = 0;  // edges before it are whole
+    for (const Edge& edge : edges_) {
+      if (kept > 0 && ends(edges_[kept - 1]) == ends(edge)) {
+        edges_[kept - 1].load += edge.load;
+        edges_[kept - 1].average += edge.average;
+      } else {
+        edges_[kept++] = edge;
       }
     }
-    std::erase_if(edges_, [](const auto& edge) { return edge.second.load == 0 && edge.second.average == 0; });
+    edges_.resize(kept);
+    std::erase_if(edges_, [](const Edge& edge) { return edge.load == 0 && edge.average == 0; });
   }
 
-  bool Included(int index) const { return std::find(included_.begin(), included_.end(), index) != included_.end(); }
+  bool Included(int index) const { return included_[Index(index)]; }
 
   // Edges between this port and those that are in already, in both directions.
   std::size_t NewEdges(int index) const {
-    return static_cast<std::size_t>(std::count_if(edges_.begin(), edges_.end(), [&](const auto& edge) {
-      return (edge.first.first == index && Included(edge.first.second)) ||
-             (edge.first.second == index && Included(edge.first.first));
+    return static_cast<std::size_t>(std::ranges::count_if(edges_, [&](const Edge& edge) {
+      return (edge.from == index && Included(edge.to)) || (edge.to == index && Included(edge.from));
     }));
   }
 
@@ -136,9 +148,9 @@ class SnapshotWriter {
     std::size_t edge_at = at + kVertex;
     for (const bool outward : {true, false}) {
       std::size_t count = 0;
-      for (const auto& [ends, edge] : edges_) {
-        const int here = outward ? ends.first : ends.second;
-        const int there = outward ? ends.second : ends.first;
+      for (const Edge& edge : edges_) {
+        const int here = outward ? edge.from : edge.to;
+        const int there = outward ? edge.to : edge.from;
         if (here != index || !Included(there))
           continue;
         area_.Put32(edge_at, model_.ports[Index(there)].id);
@@ -156,8 +168,8 @@ class SnapshotWriter {
   const Switch& sw_;
   std::int64_t ms_;
   Area& area_;
-  std::map<std::pair<int, int>, Edge> edges_;
-  std::vector<int> included_;
+  std::vector<Edge> edges_;     // by their ends; few enough to be looked through for each port
+  std::vector<bool> included_;  // by the port's index: it has a vertex
 };
 
 // What the balancer saw in its last window: a record for each port number and each core number, 0 for those that are
