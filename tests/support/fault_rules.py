@@ -17,6 +17,7 @@ Rule = Callable[[Trace, int, Outcome], Outcome]
 
 INJECTED = (MemoryError, "injected")
 CREATIONS = {"PyDict_New", "PyList_New", "PyLong_FromLong", "PyUnicode_FromStringAndSize", "PyUnicode_New"}
+CONVERSIONS = {"PyLong_AsLong", "PyNumber_Index"}  # of an item of the caller's; the second before Python 3.10 only
 # Constants that are values; all others are keys, and a key that is not there fails its store.
 VALUES = {"UNKNOWN", "VNIC", "UPLINK", "GENERIC", "QOBNIC", "UnknownFilter", *WEIGHT_NAMES}
 
@@ -51,7 +52,7 @@ def key_by_key(no_container: str) -> Rule:
 
 def list_of_whole_items(no_container: str) -> Rule:
     def rule(trace: Trace, n: int, base: Outcome) -> Outcome:
-        if trace[n][0] == "PyLong_AsLong":  # an item of the caller's tuple: the method goes on
+        if trace[n][0] in CONVERSIONS:  # an item of the caller's tuple: the method goes on
             return Outcome(base.value, base.stderr, INJECTED)
         if trace[n][0] == "PyList_New":
             return Outcome(None, no_container, INJECTED)
@@ -94,7 +95,7 @@ def set_port_tx_uplink(trace: Trace, n: int, base: Outcome) -> Outcome:
         return Outcome(None, "Too many uplinks.\n", INJECTED)
     if function == "PyList_GetItem":
         return Outcome(base.value, base.stderr, ANY)  # an item that is gone converts like one that is not an int
-    assert function == "PyLong_AsLong", function
+    assert function in CONVERSIONS, function
     return Outcome(base.value, base.stderr, INJECTED)
 
 
