@@ -182,6 +182,6 @@ def check() -> None:
     check_stack()
     check_fork()
     # 3.12 frees names that are in use when an extension without a state of its own is in two interpreters, and crashes
-    # at its end: _tkinter and _testcapi do the same (CPython's issue 116510)
+    # at its end: _tkinter and _testcapi do the same (gh-116510 of CPython)
     if sys.version_info[:2] != (3, 12):
         check_subinterpreter()
