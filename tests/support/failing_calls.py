@@ -82,7 +82,7 @@ def fail_each_call(ryn: Any, double: Double, faults: Any, method: Method) -> int
         run(function, *args)  # the constants are made
         base, whole_trace = run_failing(faults, function, args, -1)
         gc.collect()
-        gc.freeze()
+        gc.freeze()  # for good: later collections of the same process need not walk it either
         gc.disable()
         try:
             for n, (name, _) in enumerate(whole_trace):
@@ -95,7 +95,6 @@ def fail_each_call(ryn: Any, double: Double, faults: Any, method: Method) -> int
                 points += 1
         finally:
             gc.enable()
-            gc.unfreeze()
         assert run(function, *args) == base, method.name  # as if nothing had happened
         handed_out, freed = double.blocks()
         assert handed_out == freed, method.name

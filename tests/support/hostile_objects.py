@@ -287,7 +287,7 @@ def collected_call(function: Callable, args: tuple, hook: Callable) -> tuple:
     threshold = gc.get_threshold()
     with harness.capture_stderr():
         gc.collect()  # drops the spare containers: the collector runs when one is allocated
-        gc.freeze()  # what is not new is not the hook's
+        gc.freeze()  # for good: what is not new is not the hook's
         gc.callbacks.append(hook)
         gc.set_threshold(1, 1, 1)
         try:
@@ -295,7 +295,6 @@ def collected_call(function: Callable, args: tuple, hook: Callable) -> tuple:
         finally:
             gc.set_threshold(*threshold)
             gc.callbacks.remove(hook)
-            gc.unfreeze()
     return (result if has_result else harness.NULL), (type(error) if error else None)
 
 
