@@ -19,6 +19,7 @@ int ReleaseObject(dl_phdr_info* object, std::size_t, void*) {
       continue;
     const std::uintptr_t start = (object->dlpi_addr + segment.p_vaddr) & ~(page - 1);
     const std::uintptr_t end = object->dlpi_addr + segment.p_vaddr + segment.p_filesz;
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the loader gives addresses as numbers
     madvise(reinterpret_cast<void*>(start), end - start, MADV_DONTNEED);
   }
   return 0;

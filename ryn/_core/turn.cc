@@ -282,7 +282,7 @@ void WaitFor(Job* job, double timeout, Failure* failure) {
     const timespec now = Now();
     // The limit is the operation's: a worker that a busy machine has not let come to it is waited for.
     const double left = job->operation ? timeout - Between(job->since, now) : kSignalInterval;
-    if (left <= 0) {
+    if (job->operation && left <= 0) {
       CopyTimeout(job, timeout, failure);
       GiveUp(job);
       PyEval_RestoreThread(state);
