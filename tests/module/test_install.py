@@ -5,6 +5,7 @@ import os
 import subprocess
 import sys
 from pathlib import Path
+from typing import Iterator
 
 import pytest
 from harness import TOOLS, Double
@@ -71,9 +72,19 @@ def test_warnings_are_errors_in_the_builds_of_dev_only():
 # An installation, below a folder that stands for the root
 
 
-def test_all_that_is_installed_is_found_and_removed_again(double: Double, tmp_path: Path):
+@pytest.fixture
+def build(double: Double) -> Iterator[Path]:
+    """The build folder. What its user has installed from it can still be uninstalled afterwards."""
+    folder = double.folder.parents[1]
+    log = folder / "meson-logs/install-log.txt"
+    installed = log.read_bytes() if log.exists() else None
+    yield folder
+    if installed is not None:
+        log.write_bytes(installed)
+
+
+def test_all_that_is_installed_is_found_and_removed_again(build: Path, tmp_path: Path):
     """By the two commands of the README."""
-    build = double.folder.parents[1]
     assert "sudo meson install -C build" in (ROOT / "README.md").read_text()
     assert "`sudo ninja -C build uninstall`" in (ROOT / "README.md").read_text()
     subprocess.run(
